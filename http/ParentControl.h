@@ -1,0 +1,19 @@
+// What a request record asks of the control that owns it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace TesselServer {
+
+class ParentControl {
+ public:
+  virtual ~ParentControl() = default;
+
+  // Raises the control's CallFunction event for connection `Index` and returns the text that the host answers.
+  // `FunctionName` is the name in the page's tag, `Params` what stood inside its parentheses. `Unused` is handed on.
+  virtual std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
+                                        const std::string& Params) = 0;
+};
+
+}  // namespace TesselServer

@@ -1,0 +1,40 @@
+// The server settings that a request record works with, copied from the control that owns it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "http/Enumerations.h"
+
+namespace TesselServer {
+
+class PagePipeline;
+class ParentControl;
+class ProgramRunner;
+
+// cls_HTTP documents each of them under the property of the same name.
+struct RecordSettings {
+  std::int16_t connectionIndex = 0;
+  std::string virtualPath;
+  std::string serverIP;
+  std::string serverPort;
+  std::string serverSoftware;
+  std::string serverName;
+  bool htmlFunctionsEnable = false;
+  bool ssiEnable = false;
+  bool cgiEnable = false;
+  std::string cgiDirectory;
+  std::int32_t cgiTimeoutMilliseconds = 0;
+  bool cgiWarningEnable = false;
+  std::string cgiExtraSetting;
+  ParentControl* parentControl = nullptr;
+  e_ContentTypeSource contentTypeSource = e_ContentTypeSource::Registry;
+  std::shared_ptr<const std::vector<std::string>> contentTypeLines;
+  std::string applicationFolder;
+  const PagePipeline* pipeline = nullptr;
+  ProgramRunner* programRunner = nullptr;
+};
+
+}  // namespace TesselServer

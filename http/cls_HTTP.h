@@ -1,0 +1,206 @@
+// The record of one connection: the server's settings, the values of its request, and everything that makes an answer
+// of them: headers, content types, files, error pages, server variables. No socket and no log; the control has those.
+//
+// Thread:    the host's thread only.
+// Ownership: keeps copies of all texts. The world, the parent control, the pipeline and the program runner belong to
+//            others and outlive the record.
+// Errors:    none raised to the caller but those of memory running out; each member tells what it returns instead.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "http/Enumerations.h"
+#include "http/PageProcessor.h"
+#include "http/ParentControl.h"
+#include "http/ProgramRunner.h"
+#include "http/RecordSettings.h"
+#include "http/RequestInfo.h"
+#include "platform/Answer.h"
+#include "platform/FileSystem.h"
+#include "platform/World.h"
+
+namespace TesselServer {
+
+//   cls_HTTP record(SystemWorld());
+//   record.ServerSoftware("Orvane Tessel/1.1");
+//   record.ContentTypeSource(e_ContentTypeSource::Internal);
+//   Answer answer = record.ProcessFile(OpenPath("/srv/www/a.htm"), "/srv/www/a.htm", "200", true, "", request, "");
+class cls_HTTP {
+ public:
+  // A "text/html" page longer than this goes out as it is on disk: processing needs it in memory, and more than once.
+  static constexpr std::int64_t kMaxPageBytes = 64 * 1024 * 1024;
+
+  explicit cls_HTTP(World& world);
+
+  // ---- Settings. Each is stored as given; texts are "" and switches False in a new record. ----
+
+  // Property ConnectionIndex (read/write): the socket element that owns the record. Default: 0.
+  std::int16_t ConnectionIndex() const { return settings_.connectionIndex; }
+  void ConnectionIndex(std::int16_t value) { settings_.connectionIndex = value; }
+
+  // Property VirtualPath (read/write): the document root, PATH_INFO and PATH_TRANSLATED.
+  const std::string& VirtualPath() const { return settings_.virtualPath; }
+  void VirtualPath(std::string value) { settings_.virtualPath = std::move(value); }
+
+  // Property ServerIP (read/write): the address listened on, SERVER_IP.
+  const std::string& ServerIP() const { return settings_.serverIP; }
+  void ServerIP(std::string value) { settings_.serverIP = std::move(value); }
+
+  // Property ServerPort (read/write): the port in decimal, SERVER_PORT.
+  const std::string& ServerPort() const { return settings_.serverPort; }
+  void ServerPort(std::string value) { settings_.serverPort = std::move(value); }
+
+  // Property ServerSoftware (read/write): the "Server" header line and SERVER_SOFTWARE.
+  const std::string& ServerSoftware() const { return settings_.serverSoftware; }
+  void ServerSoftware(std::string value) { settings_.serverSoftware = std::move(value); }
+
+  // Property ServerName (read/write): SERVER_NAME.
+  const std::string& ServerName() const { return settings_.serverName; }
+  void ServerName(std::string value) { settings_.serverName = std::move(value); }
+
+  // Property HTMLFunctionsEnable (read/write): the host answers function tags in pages.
+  bool HTMLFunctionsEnable() const { return settings_.htmlFunctionsEnable; }
+  void HTMLFunctionsEnable(bool value) { settings_.htmlFunctionsEnable = value; }
+
+  // Property SSIEnable (read/write): echo and include directives in pages are obeyed.
+  bool SSIEnable() const { return settings_.ssiEnable; }
+  void SSIEnable(bool value) { settings_.ssiEnable = value; }
+
+  // Property CGIEnable (read/write): programs and exec directives are run.
+  bool CGIEnable() const { return settings_.cgiEnable; }
+  void CGIEnable(bool value) { settings_.cgiEnable = value; }
+
+  // Property CGIDirectory (read/write): the folder of programs outside the root.
+  const std::string& CGIDirectory() const { return settings_.cgiDirectory; }
+  void CGIDirectory(std::string value) { settings_.cgiDirectory = std::move(value); }
+
+  // Property CGITimeout (read/write): how long a program is waited for. Written in seconds, 0 to 2,000,000; a value
+  // outside becomes 2,000,000. A new record does not wait.
+  // kept: reads back in tens of seconds, cut off: 30 reads back as 3.
+  std::int32_t CGITimeout() const { return settings_.cgiTimeoutMilliseconds / 10000; }
+  void CGITimeout(std::int32_t seconds);
+  std::int32_t CGITimeoutMilliseconds() const { return settings_.cgiTimeoutMilliseconds; }  // as it is used
+
+  // Property CGIWarningEnable (read/write): asks for the CGI warning while CGI is off.
+  bool CGIWarningEnable() const { return settings_.cgiWarningEnable; }
+  void CGIWarningEnable(bool value) { settings_.cgiWarningEnable = value; }
+
+  // Property CGIExtraSetting (read/write): handed on to the records of included files; nothing else uses it.
+  const std::string& CGIExtraSetting() const { return settings_.cgiExtraSetting; }
+  void CGIExtraSetting(std::string value) { settings_.cgiExtraSetting = std::move(value); }
+
+  // Property ParentControl (read/write): the control that answers function tags, null for none.
+  class ParentControl* ParentControl() const {
+    return settings_.parentControl;
+  }
+  void ParentControl(class ParentControl* value) { settings_.parentControl = value; }
+
+  // Property IncludeChild (read/write): tells the record that it processes an included file.
+  // kept: always reads back False, so what is written has no effect.
+  bool IncludeChild() const { return false; }
+  void IncludeChild(bool) {}
+
+  // Property IsWinNT (read): the platform number is 2 or more.
+  bool IsWinNT() const { return isWinNT_; }
+
+  // Property ContentTypeSource (read/write): where ContentTypeOf looks. Default: Registry.
+  e_ContentTypeSource ContentTypeSource() const { return settings_.contentTypeSource; }
+  void ContentTypeSource(e_ContentTypeSource value) { settings_.contentTypeSource = value; }
+
+  // Property ContentTypeLines (read/write): the lines that the source File searches, "extension,type" each, shared
+  // with the control and all its records. Null is an empty list.
+  const std::shared_ptr<const std::vector<std::string>>& ContentTypeLines() const { return settings_.contentTypeLines; }
+  void ContentTypeLines(std::shared_ptr<const std::vector<std::string>> value) {
+    settings_.contentTypeLines = std::move(value);
+  }
+
+  // Property ApplicationFolder (read/write): the folder with the error files, in "html/errors" below it.
+  const std::string& ApplicationFolder() const { return settings_.applicationFolder; }
+  void ApplicationFolder(std::string value) { settings_.applicationFolder = std::move(value); }
+
+  // Property Pipeline (read/write): what processes "text/html" pages, null for nothing. Default: null.
+  const PagePipeline* Pipeline() const { return settings_.pipeline; }
+  void Pipeline(const PagePipeline* value) { settings_.pipeline = value; }
+
+  // Property Runner (read/write): what runs requested programs, null for nothing. Default: null.
+  ProgramRunner* Runner() const { return settings_.programRunner; }
+  void Runner(ProgramRunner* value) { settings_.programRunner = value; }
+
+  // ---- The request ----
+
+  // Replaces all request values.
+  void SetRequestInfo(const RequestInfo& info) { request_ = info; }
+  const RequestInfo& Request() const { return request_; }
+
+  // Forgets the request values and gives their memory back. The settings stay.
+  void EndRequest();
+
+  // The value of one of the 29 server variables. Names are compared byte for byte; an unknown one gives "".
+  // REMOTE_HOST asks the name service on each call, and stores its answer in the request values.
+  std::string ServerVariable(std::string_view Name);
+
+  // For a blank name all variables in table order, each as name, "=", value and `Separator`; else ServerVariable(Name).
+  std::string ServerVariables(std::string_view Name, std::string_view Separator);
+
+  // The system's text for an error number, at most 255 bytes; "Unknown error." when it has none.
+  std::string SystemErrorText(std::int32_t Code) const;
+
+  // ---- Headers ----
+
+  // A response header: status line, Server, Date, Content-Type unless blank, `ExtraHeaders` unless blank,
+  // Content-Length unless 0, and, when `EndHeader` is True, the blank line. Lines of `ExtraHeaders` bring their own CR
+  // LF. No setting can end the header early: status code, software and type are cut at their first CR or LF, and empty
+  // lines within `ExtraHeaders` are dropped.
+  std::string BuildHeader(std::string_view StatusCode, std::int64_t ContentLength, std::string_view ContentType,
+                          bool EndHeader, std::string_view ExtraHeaders) const;
+
+  // The reason phrase of a status code, "Undefined Status Code" for one that is not in the table of fifteen.
+  static std::string_view StatusText(std::string_view StatusCode);
+
+  // kept: answers with its own argument; nothing depends on the code behind a reason phrase.
+  static std::string StatusCode(std::string_view ReasonText);
+
+  // ---- Answers ----
+
+  // The error answer for a code, or, with `UseErrorFiles`, the file "html/errors/http" code ".html" below
+  // ApplicationFolder, or the one for 404 when there is none. The page of a file is processed by this record's switches
+  // for directives and function tags, without CGI. When neither file is there: a 404 header alone.
+  // kept: the status line says 200 in either case, and the Content-Length of a built-in page is one too small.
+  Answer ErrorPage(std::string_view StatusCode, bool UseErrorFiles);
+
+  // The page for clients that find every connection taken; no header.
+  std::string ServerTooBusyPage() const;
+
+  // The content type for the extension of a file's name, "" when ContentTypeSource knows none. The extension follows
+  // the last "." of the last path component; a component without "." is all extension.
+  std::string ContentTypeOf(std::string_view File) const;
+
+  // The answer that is the file `File`; replaces the request values by `info`. `opened` is that file; when it is not
+  // open, `File` is opened here, with "%20" standing for a blank.
+  //  - A name that ends in ".exe", in any case, is never sent: Runner runs it; without CGIEnable the answer is the CGI
+  //    warning (nothing when no header is wanted), without a Runner the built-in 501 page.
+  //  - A missing file is a 404 header alone, or nothing when no header is wanted.
+  //  - A page of type exactly "text/html", not above kMaxPageBytes and wanted by Pipeline, is read and processed.
+  //  - Every other file is handed on open and unread; its length is the Content-Length.
+  // A file without a type is sent as "application/octet-stream". `Body` is what the client sent behind its headers.
+  Answer ProcessFile(OpenFile opened, const std::string& File, std::string_view StatusCode, bool WantHeader,
+                     std::string_view ExtraHeaders, const RequestInfo& info, const std::string& Body);
+
+ private:
+  Answer BuiltInErrorPage(std::string_view code) const;
+  Answer ErrorFilePage(std::string_view code) const;
+  Answer ProgramAnswer(const ProgramCall& call);
+  bool ProcessPage(const OpenFile& file, std::string& text);
+
+  World& world_;
+  RecordSettings settings_;
+  RequestInfo request_;
+  bool isWinNT_;
+};
+
+}  // namespace TesselServer
