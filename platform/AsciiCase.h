@@ -1,0 +1,21 @@
+// ASCII letters without regard to case. Bytes of 0x80 and above are never changed and never equal to another byte,
+// whatever the process's locale is.
+#pragma once
+
+#include <string_view>
+
+namespace TesselServer {
+
+constexpr char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+constexpr char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+constexpr bool EqualNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (UpperAscii(a[i]) != UpperAscii(b[i])) return false;
+  }
+  return true;
+}
+
+}  // namespace TesselServer

@@ -1,0 +1,112 @@
+// Files as the server sees them: opened once, asked through their descriptor, never tested by name and opened again.
+// In every path given to this layer "\" and "/" both separate.
+//
+// Thread:    the host's thread only.
+// Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
+// Errors:    none; a file that cannot be had is a closed OpenFile or EntryKind::kNone.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace TesselServer {
+
+// Which file it is, whatever name leads to it (st_dev and st_ino, inode(7)).
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+enum class EntryKind { kNone, kFile, kDirectory };
+
+// A file or directory that is open for reading, or nothing.
+class OpenFile {
+ public:
+  OpenFile() = default;
+  explicit OpenFile(int descriptor);  // platform only: takes the descriptor over and asks it what it is
+  OpenFile(OpenFile&& other) noexcept;
+  OpenFile& operator=(OpenFile&& other) noexcept;
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile();
+
+  // What it was when it was opened. kNone when nothing is open; only regular files and directories ever are.
+  EntryKind Kind() const { return kind_; }
+  bool IsOpen() const { return descriptor_ >= 0; }
+
+  // Length in bytes when it was opened; 0 for a directory.
+  std::int64_t Size() const { return size_; }
+
+  FileIdentity Identity() const { return identity_; }
+
+  // Reads the whole file into `bytes`, whatever its length now. False when it is longer than `limit` bytes, is no
+  // regular file, or cannot be read; `bytes` then holds what was read.
+  bool ReadAll(std::string& bytes, std::int64_t limit) const;
+
+  void Close();
+
+  // Platform only.
+  int Descriptor() const { return descriptor_; }
+
+ private:
+  int descriptor_ = -1;
+  EntryKind kind_ = EntryKind::kNone;
+  std::int64_t size_ = 0;
+  FileIdentity identity_;
+};
+
+// What a look-up found.
+struct FoundEntry {
+  EntryKind kind = EntryKind::kNone;
+  std::string name;       // the entry's true spelling below the root: "/" separators, none leading or trailing, "" = the root
+  bool readable = false;  // false: it is there but this process may not open it
+  OpenFile file;          // open when readable
+};
+
+// The document root: opens what lies beneath one folder, and nothing else.
+//
+//   RootFolder root("/srv/www");
+//   root.Find("DOCS\\A B.HTM").name;      // "docs/a b.htm", if that is how it is spelled on disk
+//   root.Find("docs/../../etc/passwd").kind;  // EntryKind::kNone
+class RootFolder {
+ public:
+  static constexpr std::size_t kMaxPathBytes = 4096;     // PATH_MAX: nothing longer can be opened
+  static constexpr std::size_t kMaxComponentBytes = 255; // NAME_MAX
+
+  // Remembers the folder's path; it is opened when needed and need not exist yet.
+  explicit RootFolder(std::string path);
+  RootFolder(RootFolder&&) noexcept;
+  RootFolder& operator=(RootFolder&&) noexcept;
+  RootFolder(const RootFolder&) = delete;
+  RootFolder& operator=(const RootFolder&) = delete;
+  ~RootFolder();
+
+  const std::string& Path() const { return path_; }
+
+  // Finds `relative` beneath the root. Empty components and "." are dropped and ".." takes the component before it
+  // away; a path that would climb above the root is not found. Each component is tried in the spelling given, then as
+  // the first name in byte order that is equal without regard to ASCII case. Links are followed while their target
+  // stays beneath the root. Not found as well: a path with a control character or NUL, a component or path longer
+  // than the limits, a file's name with a separator behind it, a file whose hidden or system attribute is set
+  // (extended attribute "user.DOSATTRIB"), and whatever is neither a regular file nor a directory. The kernel keeps
+  // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it.
+  FoundEntry Find(std::string_view relative) const;
+
+ private:
+  int Descriptor() const;
+
+  std::string path_;
+  mutable int descriptor_ = -1;
+  mutable FileIdentity identity_;
+};
+
+// Opens the file or directory at `path`, absolute or below the working folder, with the case rule of RootFolder::Find.
+// For files that the host names itself (content types, error pages); no root holds it.
+OpenFile OpenPath(std::string_view path);
+
+// What stands at `path`; links are followed.
+EntryKind KindOfPath(std::string_view path);
+
+}  // namespace TesselServer

@@ -1,0 +1,62 @@
+// Everything the server reads from the world outside its files and sockets: clocks, time zone, names, the application
+// folder, the registry store. One interface, so that a test can let 31 seconds or a change to summer time pass in no
+// time at all.
+//
+// Thread:    the host's thread only.
+// Ownership: SystemWorld() lives as long as the process; an EventLoop and a control keep a reference to theirs.
+// Errors:    none; what cannot be learnt has the fallback value told with each member.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace TesselServer {
+
+class RegistryStore;
+
+class World {
+ public:
+  virtual ~World() = default;
+
+  // Milliseconds of a clock that never goes back (CLOCK_MONOTONIC, clock_gettime(2)). Its zero has no meaning.
+  virtual std::int64_t MonotonicMilliseconds() const = 0;
+
+  // Whole seconds since 1 January 1970, 00:00 UTC.
+  virtual std::int64_t UtcSeconds() const = 0;
+
+  // Minutes to add to local time for UTC at the moment `utcSeconds`, daylight time included: -60 one hour east of
+  // Greenwich. 0 when the time zone is unknown. See tzset(3) for where the zone comes from.
+  virtual std::int32_t BiasMinutes(std::int64_t utcSeconds) const = 0;
+
+  // The host name of this machine (gethostname(2)), "" when it cannot be told.
+  virtual std::string LocalHostName() const = 0;
+
+  // The first IPv4 address of this machine that is not a loopback address, "127.0.0.1" when there is none.
+  virtual std::string LocalAddress() const = 0;
+
+  // The folder of the program file, without a trailing separator. "" when it cannot be told.
+  virtual std::string ApplicationFolder() const = 0;
+
+  // The name that the name service knows for the IPv4 address `address` (network byte order). Nothing when there is
+  // none; a resolver that does not answer is given up after about one second.
+  virtual std::optional<std::string> HostNameOf(std::uint32_t address) const = 0;
+
+  // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time.
+  virtual std::optional<std::uint32_t> AddressOf(std::string_view name) const = 0;
+
+  // The store that answers registry look-ups.
+  virtual const RegistryStore& Registry() const = 0;
+
+  // How many descriptors this process may have open (soft RLIMIT_NOFILE, getrlimit(2)).
+  virtual std::int64_t DescriptorLimit() const = 0;
+
+  // Shows `text` to the user. The system's world writes one line to standard error.
+  virtual void MessageBox(std::string_view text) = 0;
+};
+
+// The real world, made on first use.
+World& SystemWorld();
+
+}  // namespace TesselServer
