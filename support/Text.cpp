@@ -1,0 +1,112 @@
+#include "support/Text.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "platform/AsciiCase.h"
+
+namespace TesselServer {
+namespace {
+
+constexpr char kBlank = ' ';
+constexpr char kDelete = 0x7F;
+constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
+
+// How far FindNoCase looks for one case of a letter before it looks for the other. A bound, so that a text with only
+// one of the two costs no pass to its end at each place where that one stands.
+constexpr std::size_t kSearchWindow = 256;
+
+// The first `wanted` in text[begin, end), `end` when there is none.
+std::size_t FindByte(std::string_view text, char wanted, std::size_t begin, std::size_t end) {
+  const void* found = std::memchr(text.data() + begin, wanted, end - begin);
+  return found == nullptr ? end : static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
+
+// The first letter `wanted`, in either case, in text[begin, end), `end` when there is none.
+std::size_t FindByteNoCase(std::string_view text, char wanted, std::size_t begin, std::size_t end) {
+  const char lower = LowerAscii(wanted);
+  const char upper = UpperAscii(wanted);
+  if (lower == upper) return FindByte(text, wanted, begin, end);
+  while (begin < end) {
+    const std::size_t windowEnd = begin + std::min(kSearchWindow, end - begin);
+    const std::size_t lowerAt = FindByte(text, lower, begin, windowEnd);
+    const std::size_t found = FindByte(text, upper, begin, lowerAt);
+    if (found < windowEnd) return found;
+    begin = windowEnd;
+  }
+  return end;
+}
+
+}  // namespace
+
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && text.front() == kBlank) text.remove_prefix(1);
+  while (!text.empty() && text.back() == kBlank) text.remove_suffix(1);
+  return text;
+}
+
+std::string Upper(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), UpperAscii);
+  return result;
+}
+
+std::string Lower(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), LowerAscii);
+  return result;
+}
+
+std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size_t from) {
+  if (from > text.size() || needle.size() > text.size() - from) return std::string_view::npos;
+  if (needle.empty()) return from;
+  const std::size_t end = text.size() - needle.size() + 1;  // behind the last place where the needle fits
+  for (std::size_t at = from; at < end; ++at) {
+    at = FindByteNoCase(text, needle.front(), at, end);
+    if (at < end && EqualNoCase(text.substr(at, needle.size()), needle)) return at;
+  }
+  return std::string_view::npos;
+}
+
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  if (from.empty()) return std::string(text);
+  std::string result;
+  result.reserve(text.size());
+  std::size_t begin = 0;
+  for (std::size_t at = text.find(from); at != std::string_view::npos; at = text.find(from, begin)) {
+    result.append(text, begin, at - begin).append(to);
+    begin = at + from.size();
+  }
+  return result.append(text, begin);
+}
+
+std::optional<std::int64_t> LeadingNumber(std::string_view text) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (text.empty() || !isDigit(text.front())) return std::nullopt;
+  std::int64_t number = 0;
+  for (std::size_t i = 0; i < text.size() && isDigit(text[i]); ++i) {
+    const std::int64_t digit = text[i] - '0';
+    if (number > (kMost - digit) / 10) return kMost;
+    number = number * 10 + digit;
+  }
+  return number;
+}
+
+std::string EscapeControls(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= kBlank && c != kDelete) {
+      result += c;
+    } else {
+      result.append("\\x").append(1, kUpperHexDigits[byte >> 4]).append(1, kUpperHexDigits[byte & 0x0F]);
+    }
+  }
+  return result;
+}
+
+}  // namespace TesselServer

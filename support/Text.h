@@ -1,0 +1,44 @@
+// Small functions on text. Text is bytes: nothing here depends on a locale, and a byte of 0x80 or above is never a
+// letter, a blank or a control character.
+//
+// Thread:    any.
+// Ownership: views given are read during the call; a returned view looks into the view that was given.
+// Errors:    none.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace TesselServer {
+
+// `text` without the blanks (0x20 only) at its two ends. Tabs and line ends stay.
+std::string_view Trim(std::string_view text);
+
+// `text` with its ASCII letters in upper or lower case; every other byte is unchanged.
+std::string Upper(std::string_view text);
+std::string Lower(std::string_view text);
+
+// The first position at or behind `from` where `needle` stands in `text`, ASCII letters being equal in either case.
+// npos when there is none or `from` is behind the end. An empty needle is found at `from`. Costs one pass over the
+// text, plus the length of the needle wherever the needle's first byte stands.
+std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size_t from = 0);
+
+// `text` with every `from` (byte for byte, left to right, no overlap) replaced by `to`. What was put in is not looked
+// at again. An empty `from` changes nothing.
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
+
+// The decimal number that `text` begins with, behind any blanks and tabs; it ends at the first byte that is no digit.
+// Nothing when no digit leads. A number that is too large is INT64_MAX.
+//
+//   LeadingNumber(" 12abc");  // 12
+//   LeadingNumber("-5");      // nothing: "-" is no digit
+std::optional<std::int64_t> LeadingNumber(std::string_view text);
+
+// `text` with each byte below 0x20 and 0x7F written as "\xHH" (upper-case digits), so that a client's bytes can neither
+// end a log line nor steer a terminal. Everything else, the backslash too, is unchanged.
+std::string EscapeControls(std::string_view text);
+
+}  // namespace TesselServer

@@ -1,0 +1,7 @@
+#include "support/cls_Cookies.h"
+
+namespace TesselServer {
+
+std::string cls_Cookies::Cookies() const { return {}; }
+
+}  // namespace TesselServer

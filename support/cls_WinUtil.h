@@ -1,0 +1,36 @@
+// Questions about files and the system that the control and the request machinery ask.
+//
+// Thread:    the host's thread only.
+// Ownership: keeps nothing between calls.
+// Errors:    none; what cannot be found out is false.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "support/Dates.h"
+
+namespace TesselServer {
+
+class cls_WinUtil {
+ public:
+  // True when a regular file stands at `path`. A folder is none, nor is a path that ends in a separator or is blank.
+  // There are no wildcards.
+  bool FileExists(std::string_view path) const;
+
+  // True when a folder stands at `path`.
+  // kept: or a regular file. Whoever needs to know whether it is a folder asks the opened entry for its kind.
+  bool DirectoryExists(std::string_view path) const;
+
+  // The time from `from` to `to`, in whole seconds, as "dd:hh:mm:ss", each with at least two digits.
+  // kept: the parts are split off as fractions of a day and only the seconds are rounded, so that a full minute may
+  // show as ":60" in the minute before it.
+  //
+  //   UpTimeText(start, start + 1.5);  // "01:12:00:00"
+  std::string UpTimeText(Date from, Date to) const;
+
+  // The number of the platform's family: always "2", the family with file permissions.
+  std::string PlatformIdText() const;
+};
+
+}  // namespace TesselServer

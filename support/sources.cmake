@@ -1,0 +1,12 @@
+set(SOURCES
+  Dates.cpp
+  Format.cpp
+  Text.cpp
+  cls_Cookies.cpp
+  cls_QueryString.cpp
+  cls_Strings.cpp
+  cls_WinUtil.cpp
+  mTimeZone.cpp
+  mURLEncode.cpp
+)
+set(PUBLIC_HEADERS)
