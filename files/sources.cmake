@@ -1,0 +1,4 @@
+set(SOURCES
+  cls_Base64.cpp
+)
+set(PUBLIC_HEADERS)
