@@ -35,7 +35,8 @@ void ReadHeaderFields(std::string_view text, RequestFields& fields);
 // over.
 //
 //   "Accept: a\r\nAccept: b\r\nAccept: c\r\n\r\n"            -> "a, b, c"
-//   "Accept: text/plain\r\nAccept: a/b\r\nAccept: c/d\r\n"   -> "text/plain, a/b": 17 behind the second is past the third
+//   "Accept: text/plain\r\nAccept: a/b\r\nAccept: c/d\r\n"   -> "text/plain, a/b": 17 behind the second is past the
+//   third
 std::string AcceptValues(std::string_view text);
 
 // The number at the first "Content-Length:" of `text`, in any case: its leading decimal digits, what stands behind

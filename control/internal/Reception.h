@@ -1,6 +1,10 @@
 // Turns the bytes of one connection into one request. Pure: text in, fields and an outcome out; no socket, no clock.
 // The caller runs the two short timers that an outcome asks for.
 //
+// A request that begins with "GET " is complete as soon as its URL is; its header fields are taken from what came up
+// to then and later ones are not seen. Any other request is waited for up to its blank line and then up to the length
+// it announces. One that holds "Content-Length: 0" is complete at once and counts as a GET, whatever its method is.
+//
 // Thread:    any one at a time.
 // Ownership: keeps copies of what it needs; a connection's memory is bounded by kMaxHeldBytes and the body limit.
 // Errors:    none are raised by input; every input ends in an outcome.
@@ -10,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "control/internal/BlankLineFinder.h"
 #include "control/internal/RequestFields.h"
 
 namespace TesselServer {
@@ -19,7 +24,8 @@ namespace TesselServer {
 class Reception {
  public:
   // The header block of a request that is not a GET, or the request line of a GET, is waited for up to this many
-  // bytes; a longer one is answered as it stands (a header block) or refused (a request line).
+  // bytes; a longer one is answered as it stands (a header block) or refused (a request line). Nothing behind these
+  // bytes is searched for header fields, however the bytes were cut.
   static constexpr std::size_t kMaxHeldBytes = 64 * 1024;
   // How long the header block of a request that is not a GET is waited for.
   static constexpr std::int32_t kHoldMilliseconds = 2000;
@@ -29,8 +35,8 @@ class Reception {
   static constexpr std::int64_t kBodyTolerance = 8;
   // A longer body is refused at once. The host may set another limit.
   static constexpr std::int64_t kDefaultMaxBodyBytes = 64 * 1024 * 1024;
-  // Base64 credentials longer than this are not decoded: the request carries none.
-  static constexpr std::size_t kMaxCredentialBytes = 8 * 1024;
+  // No limit of the host's goes beyond this: the announced length is kept as a number of 32 bits.
+  static constexpr std::int64_t kMaxBodyBytes = 2147483647;
 
   enum class Outcome {
     kWaiting,   // more must arrive; nothing to do until then, however long it takes
@@ -38,7 +44,7 @@ class Reception {
     kGrace,     // more may arrive; call TimeUp() kGraceMilliseconds after the first outcome of this kind
     kComplete,  // the request is complete: dispatch it. Comes at most once
     kBad,       // the request is bad: answer with status 400. Comes at most once, and never beside kComplete
-    kIgnored,   // the request was taken already (complete or bad): the bytes are dropped
+    kIgnored,   // the request was taken already (complete or bad), or there will be none: the bytes are dropped
   };
 
   explicit Reception(std::int64_t maxBodyBytes = kDefaultMaxBodyBytes) : maxBodyBytes_(maxBodyBytes) {}
@@ -60,12 +66,46 @@ class Reception {
   const RequestFields& Fields() const { return fields_; }
 
   // Forgets everything, for the next connection.
-  void Reset();
+  void Reset() { *this = Reception(maxBodyBytes_); }
 
  private:
-  // (the implementer's private members go here)
+  enum class State {
+    kStart,   // what is held is blank or may become a GET
+    kHeader,  // what is held is no GET and has no blank line yet
+    kBody,    // the length is known; a header block that was given up may still have to end
+    kTaken,   // complete, bad or given up
+  };
+
+  Outcome Start(std::string_view chunk);
+  Outcome Judge(std::size_t heldBefore, bool full);
+  Outcome JudgeGet(std::size_t searched, bool full);
+  Outcome JudgeOther(std::size_t searched, bool full);
+
+  // The held text without the blanks around it.
+  std::string_view Text() const;
+  // What is held behind the blank line.
+  std::string_view Behind() const;
+  void ReadFields(std::string_view method);
+
+  Outcome TakeAsGet();
+  Outcome TakeHeader();
+  Outcome TakeBody(std::string_view bytes);
+  void Store(std::string_view bytes);
+  Outcome BodyOutcome();
+
+  Outcome Complete();
+  Outcome Bad();
+  Outcome Ignore();
+  void Finish();
+
   std::int64_t maxBodyBytes_;
+  State state_ = State::kStart;
   bool inputMayCome_ = true;
+  std::string held_;           // the start of the request, until it is complete or its length is known
+  std::size_t textStart_ = 0;  // how many of the held bytes are leading blanks
+  BlankLineFinder blankLine_;
+  std::int64_t length_ = 0;    // announced length of the body
+  std::int64_t received_ = 0;  // bytes behind the blank line, those beyond the length included
   RequestFields fields_;
 };
 

@@ -7,25 +7,25 @@
 namespace TesselServer {
 
 struct RequestFields {
-  std::string RequestLine;         // the request line as received, without its line end
-  std::string DocumentURI;         // the URL's path exactly as sent, leading "/" included, query removed
-  std::string RequestPath;         // the same without its single leading "/"; the root itself stays "/". "" = no URL
-  std::string RequestQuery;        // the text after the first "?"
-  std::string RequestMethod;       // "GET" or "POST"
-  std::string RequestHeader;       // the header block: request line and header lines, each with its CR LF; "" when its
-                                   // end was not in the chunk that started the request
-  std::string RequestAccept;       // the values of all Accept headers, joined with ", "
+  std::string RequestLine;    // the request line as received, without its line end
+  std::string DocumentURI;    // the URL's path exactly as sent, leading "/" included, query removed
+  std::string RequestPath;    // the same without its single leading "/"; the root itself stays "/". "" = no URL
+  std::string RequestQuery;   // the text after the first "?"
+  std::string RequestMethod;  // "GET" or "POST", whatever the method is called in the request line
+  std::string RequestHeader;  // the header block: request line and header lines, each with its CR LF; "" when its
+                              // end was not in the chunk that started the request
+  std::string RequestAccept;  // the values of all Accept headers, joined with ", "
   std::string RequestReferer;
   std::string RequestUserAgent;
   std::string RequestContentType;  // value of the Content-Type header line
   std::string AuthUser;            // from a Basic Authorization header
   std::string AuthPassword;
-  std::string ContentLengthText;   // the announced length in decimal; "" when none was announced
-  std::string RequestBody;         // what arrived of the body, never more than announced
-  bool BodyPending = false;        // a body is still being collected
-  std::int64_t BodyWritePos = 1;   // 1-based position in RequestBody at which the next body byte goes
-  std::int64_t HeaderEndPos = 1;   // 1-based position of the blank line's CR LF CR LF in the chunk that started the
-                                   // request, 0 when it holds none
+  std::string ContentLengthText;  // the announced length in decimal; "" when none was announced
+  std::string RequestBody;        // what arrived of the body, never more than announced
+  bool BodyPending = false;       // a body is still being collected
+  std::int64_t BodyWritePos = 1;  // 1-based position in RequestBody at which the next body byte goes
+  std::int64_t HeaderEndPos = 1;  // 1-based position of the blank line's CR LF CR LF in what started a POST, 0 when it
+                                  // held none; stays 1 for a GET
 };
 
 }  // namespace TesselServer

@@ -1,0 +1,19 @@
+#include "control/internal/BlankLineFinder.h"
+
+namespace TesselServer {
+
+std::size_t BlankLineFinder::Feed(std::string_view piece) {
+  std::size_t used = 0;
+  while (used < piece.size() && !Found()) {
+    const char c = piece[used++];
+    if (c == kBlankLine[matched_]) {
+      ++matched_;
+    } else {
+      matched_ = c == kBlankLine.front() ? 1 : 0;
+    }
+  }
+  end_ += used;
+  return used;
+}
+
+}  // namespace TesselServer
