@@ -1,0 +1,26 @@
+#include "platform/EventLoop.h"
+
+#include "platform/World.h"
+#include "platform/internal/LoopCore.h"
+
+namespace TesselServer {
+
+EventLoop::EventLoop() : EventLoop(SystemWorld()) {}
+
+EventLoop::EventLoop(World& world) : core_(std::make_unique<LoopCore>(world)) {}
+
+EventLoop::~EventLoop() = default;
+
+void EventLoop::Run() { core_->Run(); }
+
+bool EventLoop::RunOnce(std::int32_t milliseconds) { return core_->Turn(milliseconds); }
+
+void EventLoop::Stop() noexcept { core_->Wake(); }
+
+void EventLoop::DoEvents() { core_->Pass(); }
+
+int EventLoop::Descriptor() { return core_->Descriptor(); }
+
+World& EventLoop::TheWorld() const { return core_->TheWorld(); }
+
+}  // namespace TesselServer

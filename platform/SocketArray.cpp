@@ -1,0 +1,463 @@
+#include "platform/SocketArray.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/Error.h"
+#include "platform/EventLoop.h"
+#include "platform/SocketErrors.h"
+#include "platform/internal/SystemErrors.h"
+
+namespace TesselServer {
+
+namespace {
+
+// The notice that the listeners may have a free element now. Every other notice is a generation and an element's number.
+constexpr std::uint64_t kResumeNotice = ~std::uint64_t{0};
+constexpr int kIndexBits = 16;
+
+Error SocketFailure(std::int32_t number) { return {number, std::string(SocketErrorText(number))}; }
+
+// Lack of means on our side, as opposed to a client that has gone.
+bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
+
+void SetOption(int descriptor, int level, int name, int value) {
+  setsockopt(descriptor, level, name, &value, sizeof value);
+}
+
+// Accepted sockets inherit all of these.
+void PrepareListener(int descriptor) {
+  SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
+  SetOption(descriptor, IPPROTO_TCP, TCP_DEFER_ACCEPT, SocketArray::kDeferAcceptSeconds);
+  SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
+  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, SocketArray::kKeepAliveIdleSeconds);
+  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, SocketArray::kKeepAliveIntervalSeconds);
+  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, SocketArray::kKeepAliveProbes);
+}
+
+int OpenListener(std::uint32_t address, std::int32_t port) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (descriptor < 0) throw SystemError(errno);
+  PrepareListener(descriptor);
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_addr.s_addr = address;
+  name.sin_port = htons(static_cast<std::uint16_t>(port));
+  if (bind(descriptor, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 || listen(descriptor, SOMAXCONN) != 0) {
+    const int error = errno;
+    close(descriptor);
+    throw SystemError(error);
+  }
+  return descriptor;
+}
+
+}  // namespace
+
+SocketArray::SocketArray(EventLoop& loop, SocketNotifications& owner)
+    : loop_(loop.Core()), owner_(owner), lingering_(loop), offerAgain_(loop) {
+  offerAgain_.Interval(kOfferAgainMilliseconds);
+  offerAgain_.OnTick([this] { ResumeListeners(); });
+}
+
+SocketArray::~SocketArray() {
+  for (Element& element : elements_) {
+    if (element.loaded) Shut(element);
+  }
+  loop_.Forget(*this);
+}
+
+// ---- Elements.
+
+SocketArray::Element* SocketArray::Find(std::int32_t index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= elements_.size()) return nullptr;
+  Element& element = elements_[static_cast<std::size_t>(index)];
+  return element.loaded ? &element : nullptr;
+}
+
+const SocketArray::Element* SocketArray::Find(std::int32_t index) const {
+  return const_cast<SocketArray*>(this)->Find(index);  // Find changes nothing
+}
+
+SocketArray::Element* SocketArray::FindConnected(std::int32_t index) {
+  Element* element = Find(index);
+  return element != nullptr && element->state == SocketState::kConnected ? element : nullptr;
+}
+
+void SocketArray::Load(std::int32_t index) {
+  if (index < 0 || index > kMaxIndex) throw Error(ErrorNumber::kSubscript, "Subscript out of range");
+  if (IsLoaded(index)) throw Error(ErrorNumber::kAlreadyLoaded, "Object already loaded");
+  const auto place = static_cast<std::size_t>(index);
+  if (place >= elements_.size()) elements_.resize(place + 1);
+  Element& element = elements_[place];
+  element.index = index;
+  element.loaded = true;
+  element.generation = ++lastGeneration_;
+  SetState(element, SocketState::kClosed);
+}
+
+void SocketArray::Unload(std::int32_t index) {
+  Element* element = Find(index);
+  if (element == nullptr) return;
+  Shut(*element);
+  element->loaded = false;
+  closed_.Remove(static_cast<std::size_t>(index));
+  free_.Remove(static_cast<std::size_t>(index));
+}
+
+void SocketArray::Reload(std::int32_t index) {
+  if (Element* element = Find(index)) {
+    Shut(*element);
+    element->localAddress = 0;
+    element->localPort = 0;
+  } else {
+    Load(index);
+  }
+}
+
+SocketState SocketArray::State(std::int32_t index) const {
+  const Element* element = Find(index);
+  return element != nullptr ? element->state : SocketState::kConnected;
+}
+
+std::uint64_t SocketArray::Generation(std::int32_t index) const {
+  const Element* element = Find(index);
+  return element != nullptr ? element->generation : 0;
+}
+
+std::int32_t SocketArray::LowestClosed(std::int32_t from, std::int32_t to) const {
+  constexpr std::size_t kNone = kMaxIndex + 1;
+  const std::size_t found = closed_.LowestFrom(static_cast<std::size_t>(from), kNone);
+  return found == kNone || static_cast<std::int32_t>(found) > to ? -1 : static_cast<std::int32_t>(found);
+}
+
+std::int32_t SocketArray::LowestFree(std::int32_t from, std::int32_t to) const {
+  constexpr std::size_t kNone = kMaxIndex + 1;
+  const std::size_t found = free_.LowestFrom(static_cast<std::size_t>(from), kNone);
+  return found == kNone || static_cast<std::int32_t>(found) > to ? -1 : static_cast<std::int32_t>(found);
+}
+
+void SocketArray::SetState(Element& element, SocketState state) {
+  element.state = state;
+  const auto place = static_cast<std::size_t>(element.index);
+  const bool free = state == SocketState::kClosed || state == SocketState::kClosing || state == SocketState::kError;
+  free ? free_.Add(place) : free_.Remove(place);
+  state == SocketState::kClosed ? closed_.Add(place) : closed_.Remove(place);
+  if (free && offerAgain_.Enabled()) loop_.Post(*this, kResumeNotice);
+}
+
+// Lets the descriptor go and makes the element one that never carried anything.
+void SocketArray::Shut(Element& element) {
+  loop_.Unwatch(std::exchange(element.watch, 0));
+  const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr &&
+                       (element.inputMayCome || !element.drained);
+  const int descriptor = std::exchange(element.descriptor, -1);
+  if (orderly) {
+    lingering_.Take(descriptor);
+  } else if (descriptor >= 0) {
+    close(descriptor);
+  }
+  element.watched = 0;
+  element.paused = false;
+  element.peerAddress = 0;
+  element.peerEnded = false;
+  element.answerPending = false;
+  element.inputMayCome = true;
+  element.drained = true;
+  element.sendFinished = false;
+  element.outgoing.reset();
+  element.generation = ++lastGeneration_;
+  SetState(element, SocketState::kClosed);
+}
+
+void SocketArray::Close(std::int32_t index) {
+  if (Element* element = Find(index)) Shut(*element);
+}
+
+// ---- What the loop waits for.
+
+// The one place that says which events an element in its present state is watched for.
+std::uint32_t SocketArray::WantedEvents(const Element& element) const {
+  switch (element.state) {
+    case SocketState::kListening: return element.paused ? 0u : std::uint32_t{EPOLLIN};
+    case SocketState::kConnected:
+      return (element.peerEnded ? 0u : std::uint32_t{EPOLLIN}) |
+             (element.outgoing != nullptr ? std::uint32_t{EPOLLOUT} : 0u);
+    default: return 0;
+  }
+}
+
+void SocketArray::UpdateWatch(Element& element) {
+  if (element.state != SocketState::kListening && element.state != SocketState::kConnected) {
+    loop_.Unwatch(std::exchange(element.watch, 0));
+    return;
+  }
+  const std::uint32_t wanted = WantedEvents(element);
+  if (element.watch == 0) {
+    element.watch = loop_.Watch(element.descriptor, wanted, *this, static_cast<std::uint64_t>(element.index));
+    element.watched = wanted;
+    if (element.watch == 0) Fail(element, ENOMEM);
+  } else if (wanted != element.watched) {
+    loop_.Change(element.watch, wanted);
+    element.watched = wanted;
+  }
+}
+
+void SocketArray::OnEvents(std::uint64_t cookie, std::uint32_t events) {
+  Element* element = Find(static_cast<std::int32_t>(cookie));
+  if (element == nullptr) return;
+  if (element->state == SocketState::kListening) {
+    ServeListener(*element);
+    return;
+  }
+  const bool broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
+  if (broken && element->peerEnded) {
+    Fail(*element, ECONNRESET);
+    return;
+  }
+  ServeConnection(*element, broken || (events & EPOLLIN) != 0, broken || (events & EPOLLOUT) != 0);
+}
+
+void SocketArray::OnNotice(std::uint64_t cookie) {
+  if (cookie == kResumeNotice) {
+    ResumeListeners();
+    return;
+  }
+  Element* element = Find(static_cast<std::int32_t>(cookie & ((1u << kIndexBits) - 1)));
+  if (element == nullptr || element->generation != cookie >> kIndexBits || !element->sendFinished) return;
+  ServeConnection(*element, false, false);
+}
+
+// ---- Listening.
+
+void SocketArray::LocalPort(std::int32_t index, std::int32_t port) {
+  Element* element = Find(index);
+  if (element == nullptr) return;
+  element->localAddress = htonl(INADDR_ANY);
+  element->localPort = port;
+}
+
+void SocketArray::Bind(std::int32_t index, std::int32_t port, const std::string& ip) {
+  Element* element = Find(index);
+  if (element == nullptr) return;
+  in_addr address{};
+  if (inet_pton(AF_INET, ip.c_str(), &address) != 1) throw SystemError(EADDRNOTAVAIL);
+  element->localAddress = address.s_addr;
+  element->localPort = port;
+}
+
+void SocketArray::Listen(std::int32_t index) {
+  Element* element = Find(index);
+  if (element == nullptr) return;
+  if (element->localPort < 0 || element->localPort > 65535) throw SystemError(EADDRNOTAVAIL);
+  if (element->state != SocketState::kClosed) throw SystemError(EINVAL);
+  element->descriptor = OpenListener(element->localAddress, element->localPort);
+  SetState(*element, SocketState::kListening);
+  UpdateWatch(*element);
+}
+
+std::int32_t SocketArray::BoundPort(std::int32_t index) const {
+  const Element* element = Find(index);
+  if (element == nullptr || element->state != SocketState::kListening) return 0;
+  sockaddr_in name{};
+  socklen_t size = sizeof name;
+  if (getsockname(element->descriptor, reinterpret_cast<sockaddr*>(&name), &size) != 0) return 0;
+  return ntohs(name.sin_port);
+}
+
+void SocketArray::OfferWaiting(std::int32_t index) {
+  Element* element = Find(index);
+  if (element == nullptr || element->state != SocketState::kListening) return;
+  pollfd queue{};
+  queue.fd = element->descriptor;
+  queue.events = POLLIN;
+  if (poll(&queue, 1, 0) == 1) ServeListener(*element);
+}
+
+void SocketArray::ServeListener(Element& listener) {
+  if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
+  const std::uint64_t generation = listener.generation;
+  for (int left = kAcceptsPerTurn; left > 0; --left) {
+    const OfferResult result = Offer(listener);
+    if (listener.generation != generation) return;
+    if (result == OfferResult::kRefused || result == OfferResult::kFailed) {
+      Pause(listener);
+      return;
+    }
+    if (result == OfferResult::kGone) break;
+  }
+  listener.paused = false;
+  UpdateWatch(listener);
+}
+
+SocketArray::OfferResult SocketArray::Offer(Element& listener) {
+  offered_ = &listener;
+  acceptedOn_ = -1;
+  acceptGone_ = false;
+  acceptFailed_ = false;
+  owner_.ConnectionRequest(listener.index, ++lastRequest_);
+  offered_ = nullptr;
+  if (acceptFailed_) return OfferResult::kFailed;
+  if (acceptGone_) return OfferResult::kGone;
+  if (acceptedOn_ < 0) return OfferResult::kRefused;
+  // its bytes are there already (deferred accept), so it is served before the loop is asked to watch it
+  if (Element* accepted = FindConnected(acceptedOn_)) ServeConnection(*accepted, true, false);
+  return OfferResult::kTaken;
+}
+
+void SocketArray::Pause(Element& listener) {
+  listener.paused = true;
+  paused_.push_back(listener.index);
+  UpdateWatch(listener);
+  offerAgain_.Enabled(true);
+}
+
+void SocketArray::ResumeListeners() {
+  if (offered_ != nullptr) return;
+  offerAgain_.Enabled(false);
+  for (const std::int32_t index : std::exchange(paused_, {})) {
+    Element* listener = Find(index);
+    if (listener != nullptr && listener->paused) ServeListener(*listener);
+  }
+}
+
+SocketArray::AcceptResult SocketArray::Accept(std::int32_t index, std::int32_t requestID) {
+  Element* element = Find(index);
+  if (offered_ == nullptr || requestID != lastRequest_ || acceptedOn_ >= 0) return AcceptResult::kGone;
+  if (element == nullptr || element->state != SocketState::kClosed) return AcceptResult::kFailed;
+  sockaddr_in peer{};
+  socklen_t size = sizeof peer;
+  const int descriptor = accept4(offered_->descriptor, reinterpret_cast<sockaddr*>(&peer), &size,
+                                 SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (descriptor < 0) {
+    (IsShortage(errno) ? acceptFailed_ : acceptGone_) = true;
+    return acceptFailed_ ? AcceptResult::kFailed : AcceptResult::kGone;
+  }
+  element->descriptor = descriptor;
+  element->peerAddress = peer.sin_addr.s_addr;
+  element->generation = ++lastGeneration_;
+  SetState(*element, SocketState::kConnected);
+  acceptedOn_ = index;
+  return AcceptResult::kAccepted;
+}
+
+// ---- Connections.
+
+void SocketArray::ServeConnection(Element& element, bool readable, bool writable) {
+  const std::uint64_t generation = element.generation;
+  const auto same = [&] { return element.generation == generation; };
+  if (writable && element.outgoing != nullptr && !Write(element)) return;
+  if (same() && element.sendFinished) FinishSend(element);
+  if (same() && readable && element.state == SocketState::kConnected && !element.peerEnded) Read(element);
+  if (same() && element.sendFinished) FinishSend(element);
+  if (same()) UpdateWatch(element);
+}
+
+void SocketArray::Read(Element& element) {
+  const ssize_t count = recv(element.descriptor, chunk_.data(), chunk_.size(), MSG_DONTWAIT);
+  if (count > 0) {
+    element.drained = static_cast<std::size_t>(count) < chunk_.size();
+    chunkSize_ = static_cast<std::size_t>(count);
+    chunkIndex_ = element.index;
+    owner_.DataArrival(element.index, count);
+  } else if (count == 0) {
+    PeerEnded(element);
+  } else if (errno == EAGAIN || errno == EINTR) {
+    element.drained = true;
+  } else {
+    Fail(element, errno);
+  }
+}
+
+std::string_view SocketArray::GetData(std::int32_t index) {
+  if (index != chunkIndex_) return {};
+  return {chunk_.data(), chunkSize_};
+}
+
+void SocketArray::PeerEnded(Element& element) {
+  element.peerEnded = true;
+  if (!element.answerPending && element.outgoing == nullptr && !element.sendFinished) {
+    SetState(element, SocketState::kClosing);
+  }
+  owner_.Close(element.index);
+}
+
+void SocketArray::AnswerPending(std::int32_t index, bool pending) {
+  Element* element = FindConnected(index);
+  if (element == nullptr) return;
+  element->answerPending = pending;
+  if (!pending && element->peerEnded && element->outgoing == nullptr && !element->sendFinished) {
+    SetState(*element, SocketState::kClosing);
+    UpdateWatch(*element);
+  }
+}
+
+void SocketArray::InputMayCome(std::int32_t index, bool mayCome) {
+  if (Element* element = FindConnected(index)) element->inputMayCome = mayCome;
+}
+
+void SocketArray::SendData(std::int32_t index, Answer answer) {
+  Element* element = FindConnected(index);
+  if (element == nullptr || element->outgoing != nullptr || element->sendFinished) {
+    throw SocketFailure(SocketErrorNumber::kNotConnected);
+  }
+  element->outgoing = std::make_unique<Outgoing>(std::move(answer));
+  const Outgoing::Result result = element->outgoing->Step(element->descriptor);
+  if (result == Outgoing::Result::kFailed) {
+    const int error = element->outgoing->Error();
+    element->outgoing.reset();
+    throw SystemError(error);
+  }
+  if (result == Outgoing::Result::kDone) {
+    element->outgoing.reset();
+    element->sendFinished = true;
+    loop_.Post(*this, element->generation << kIndexBits | static_cast<std::uint64_t>(index));
+  } else {
+    UpdateWatch(*element);
+  }
+}
+
+// The next step of an answer that did not go out at once. False when the element failed.
+bool SocketArray::Write(Element& element) {
+  switch (element.outgoing->Step(element.descriptor)) {
+    case Outgoing::Result::kDone:
+      element.outgoing.reset();
+      element.sendFinished = true;
+      return true;
+    case Outgoing::Result::kFailed: Fail(element, element.outgoing->Error()); return false;
+    default: return true;
+  }
+}
+
+void SocketArray::FinishSend(Element& element) {
+  element.sendFinished = false;
+  owner_.SendComplete(element.index);
+}
+
+void SocketArray::Fail(Element& element, int error) {
+  loop_.Unwatch(std::exchange(element.watch, 0));
+  close(std::exchange(element.descriptor, -1));
+  element.outgoing.reset();
+  element.sendFinished = false;
+  SetState(element, SocketState::kError);
+  const std::int32_t number = SocketErrorOf(error);
+  owner_.SocketError(element.index, number, std::string(SocketErrorText(number)));
+}
+
+std::string SocketArray::RemoteHostIP(std::int32_t index) const {
+  const Element* element = Find(index);
+  if (element == nullptr || element->state != SocketState::kConnected) return {};
+  std::array<char, INET_ADDRSTRLEN> text{};
+  inet_ntop(AF_INET, &element->peerAddress, text.data(), text.size());
+  return text.data();
+}
+
+}  // namespace TesselServer

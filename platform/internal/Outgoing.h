@@ -1,0 +1,49 @@
+// An answer on its way into a socket: what is left of it, and the next step to send.
+//
+// Thread:    the loop's thread.
+// Ownership: owns the answer; the socket's descriptor is the caller's.
+// Errors:    told by the result; never raises a SIGPIPE.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/Answer.h"
+
+namespace TesselServer {
+
+class Outgoing {
+ public:
+  // What one call of Step may hand to the kernel, so that one large answer does not hold up the others.
+  static constexpr std::int64_t kBytesPerStep = 1024 * 1024;
+  // A file no longer than this is read and goes out with the head in one system call.
+  static constexpr std::int64_t kMaxReadFileBytes = 64 * 1024;
+
+  enum class Result {
+    kDone,     // the kernel has taken the last byte
+    kBlocked,  // the kernel takes no more for now
+    kAgain,    // kBytesPerStep went out; there is more
+    kFailed,   // see Error()
+  };
+
+  explicit Outgoing(Answer answer);
+
+  // Sends what the kernel takes.
+  Result Step(int socket);
+
+  // The errno(3) of the last kFailed. A file that became shorter than announced is ECONNABORTED.
+  int Error() const { return error_; }
+
+ private:
+  Result SendText(int socket);
+  Result SendFile(int socket);
+  Result Failed(int error);
+
+  Answer answer_;
+  std::int64_t headSize_ = 0;
+  std::int64_t textSize_ = 0;  // head and a body of text
+  std::int64_t sent_ = 0;
+  std::int64_t total_ = 0;
+  int error_ = 0;
+};
+
+}  // namespace TesselServer
