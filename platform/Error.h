@@ -13,16 +13,16 @@ namespace TesselServer {
 
 // Numbers of the run-time errors that the control raises or reports. Socket errors have the numbers 10004 to 11004.
 namespace ErrorNumber {
-inline constexpr std::int32_t kInvalidCall = 5;           // an argument that no call can work with
-inline constexpr std::int32_t kOverflow = 6;              // a number that its type cannot hold
-inline constexpr std::int32_t kOutOfMemory = 7;           // memory ran out
-inline constexpr std::int32_t kSubscript = 9;             // a connection index outside 1 to MaxConnections
-inline constexpr std::int32_t kTypeMismatch = 13;         // a text where a number is needed
-inline constexpr std::int32_t kInternal = 51;             // an exception that carries no number of its own
-inline constexpr std::int32_t kFileNotFound = 53;         // a named file that is not there
-inline constexpr std::int32_t kFileAccess = 75;           // a file that cannot be read or written
-inline constexpr std::int32_t kAlreadyLoaded = 360;       // a socket element that exists already
-inline constexpr std::int32_t kAddressInUse = 10048;      // another program listens on that address and port
+inline constexpr std::int32_t kInvalidCall = 5;       // an argument that no call can work with
+inline constexpr std::int32_t kOverflow = 6;          // a number that its type cannot hold
+inline constexpr std::int32_t kOutOfMemory = 7;       // memory ran out
+inline constexpr std::int32_t kSubscript = 9;         // a connection index outside 1 to MaxConnections
+inline constexpr std::int32_t kTypeMismatch = 13;     // a text where a number is needed
+inline constexpr std::int32_t kInternal = 51;         // an exception that carries no number of its own
+inline constexpr std::int32_t kFileNotFound = 53;     // a named file that is not there
+inline constexpr std::int32_t kFileAccess = 75;       // a file that cannot be read or written
+inline constexpr std::int32_t kAlreadyLoaded = 360;   // a socket element that exists already
+inline constexpr std::int32_t kAddressInUse = 10048;  // another program listens on that address and port
 }  // namespace ErrorNumber
 
 //   try {

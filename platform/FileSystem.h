@@ -3,7 +3,8 @@
 //
 // Thread:    the host's thread only.
 // Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
-// Errors:    none; a file that cannot be had is a closed OpenFile or EntryKind::kNone.
+// Errors:    none; a file that cannot be had is a closed OpenFile or EntryKind::kNone. A process that has run out of
+//            descriptors finds nothing.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,9 @@ enum class EntryKind { kNone, kFile, kDirectory };
 class OpenFile {
  public:
   OpenFile() = default;
-  explicit OpenFile(int descriptor);  // platform only: takes the descriptor over and asks it what it is
+  // Platform only: takes the descriptor over and asks it what it is; whatever is neither a regular file nor a directory
+  // is closed at once.
+  explicit OpenFile(int descriptor);
   OpenFile(OpenFile&& other) noexcept;
   OpenFile& operator=(OpenFile&& other) noexcept;
   OpenFile(const OpenFile&) = delete;
@@ -45,6 +48,11 @@ class OpenFile {
   // regular file, or cannot be read; `bytes` then holds what was read.
   bool ReadAll(std::string& bytes, std::int64_t limit) const;
 
+  // The absolute path without links that leads to it now, which says in which folder it really lies whatever name it
+  // was found by. Asks the system at each call. "" when nothing is open or it cannot be told (no /proc, for one); a
+  // protection check must then refuse. " (deleted)" stands behind the name of a file that has been removed since.
+  std::string CanonicalPath() const;
+
   void Close();
 
   // Platform only.
@@ -60,7 +68,10 @@ class OpenFile {
 // What a look-up found.
 struct FoundEntry {
   EntryKind kind = EntryKind::kNone;
-  std::string name;       // the entry's true spelling below the root: "/" separators, none leading or trailing, "" = the root
+  // The entry's true spelling below the root: "/" separators, none leading or trailing, "" = the root. It keeps the
+  // names of links on the way, so it may name another folder than the one the entry lies in (OpenFile::CanonicalPath
+  // tells that one); only a link that is absolute or climbs out and comes back is replaced by the place it leads to.
+  std::string name;
   bool readable = false;  // false: it is there but this process may not open it
   OpenFile file;          // open when readable
 };
@@ -72,10 +83,11 @@ struct FoundEntry {
 //   root.Find("docs/../../etc/passwd").kind;  // EntryKind::kNone
 class RootFolder {
  public:
-  static constexpr std::size_t kMaxPathBytes = 4096;     // PATH_MAX: nothing longer can be opened
-  static constexpr std::size_t kMaxComponentBytes = 255; // NAME_MAX
+  static constexpr std::size_t kMaxPathBytes = 4096;      // PATH_MAX: nothing longer can be opened
+  static constexpr std::size_t kMaxComponentBytes = 255;  // NAME_MAX
 
-  // Remembers the folder's path; it is opened when needed and need not exist yet.
+  // Remembers the folder's path, in its exact spelling (a link to a folder is one as well). It is opened when needed
+  // and need not exist yet; each look-up notices that another folder has taken its place.
   explicit RootFolder(std::string path);
   RootFolder(RootFolder&&) noexcept;
   RootFolder& operator=(RootFolder&&) noexcept;
@@ -91,22 +103,27 @@ class RootFolder {
   // stays beneath the root. Not found as well: a path with a control character or NUL, a component or path longer
   // than the limits, a file's name with a separator behind it, a file whose hidden or system attribute is set
   // (extended attribute "user.DOSATTRIB"), and whatever is neither a regular file nor a directory. The kernel keeps
-  // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it.
+  // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it. Where
+  // the kernel or a sandbox does not offer that call, no link below the root is followed.
   FoundEntry Find(std::string_view relative) const;
 
  private:
   int Descriptor() const;
 
   std::string path_;
+  std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
   mutable int descriptor_ = -1;
   mutable FileIdentity identity_;
 };
 
-// Opens the file or directory at `path`, absolute or below the working folder, with the case rule of RootFolder::Find.
-// For files that the host names itself (content types, error pages); no root holds it.
+// Opens the file or directory at `path`, absolute or below the working folder: in the spelling given, else with the
+// case rule of RootFolder::Find for each component. For files that the host names itself (content types, error pages):
+// no root holds it, links are followed anywhere, and hidden files are there. A file's name with a separator behind it
+// is not found.
 OpenFile OpenPath(std::string_view path);
 
-// What stands at `path`; links are followed.
+// What stands at `path`, by the same rules; nothing is opened for reading, so a file that this process may not read
+// counts as well.
 EntryKind KindOfPath(std::string_view path);
 
 }  // namespace TesselServer

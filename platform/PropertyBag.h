@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 namespace TesselServer {
@@ -26,9 +27,10 @@ class PropertyBag {
   // Keeps `value` under `name`; a value equal to its default is not kept, and an older one under that name goes.
   void WriteProperty(std::string_view name, const PropertyValue& value, const PropertyValue& byDefault);
 
-  // The value kept under `name` as the type of `byDefault`, or `byDefault` when there is none. A Boolean is "True" or
-  // "False" without regard to case, or a number, 0 being False. Raises Error 13 (type mismatch) or 6 (overflow) for a
-  // text that the type cannot hold.
+  // The value kept under `name` as the type of `byDefault`, or `byDefault` when there is none. A number is decimal,
+  // with or without a fraction, which is rounded half to even (80.5 is 80); blanks around it do not count. A Boolean is
+  // "True" or "False" without regard to case, or a number, 0 being False. Raises Error 13 (type mismatch) or 6
+  // (overflow), with a description that names the setting and its text, for a text that the type cannot hold.
   PropertyValue ReadProperty(std::string_view name, const PropertyValue& byDefault) const;
 
  protected:
@@ -51,13 +53,17 @@ class MemoryPropertyBag : public PropertyBag {
   void Set(std::string_view name, std::string_view text) override;
   void Remove(std::string_view name) override;
 
+  // Puts `items` in place of all that the bag holds.
+  void PutAll(std::map<std::string, std::string, std::less<>> items) { items_ = std::move(items); }
+
  private:
   std::map<std::string, std::string, std::less<>> items_;
 };
 
 // A bag in a text file: one "Key=Value" a line, UTF-8. In values "%0A", "%0D", "%00" and "%25" stand for a line feed, a
 // carriage return, a NUL and a percent sign; every other text stands for itself. Blank lines and lines without "="
-// are passed over. Of a key given twice the last line counts.
+// are passed over. Of a key given twice the last line counts. Blanks belong to the key or value beside them; lines may
+// end in CR LF, and the file may begin with a byte order mark.
 //
 //   FilePropertyBag bag("/etc/tool/web.conf");
 //   bag.Load();
@@ -66,14 +72,17 @@ class FilePropertyBag : public MemoryPropertyBag {
  public:
   static constexpr std::int64_t kMaxFileBytes = 1024 * 1024;  // 22 settings never come near; a larger file is refused
 
-  explicit FilePropertyBag(std::string path) : path_(std::move(path)) {}
+  // Remembers the file's path ("\" separates as "/" does); the file need not exist.
+  explicit FilePropertyBag(std::string_view path);
 
   // Replaces what the bag holds by the file's lines. Raises Error 53 when there is no such file, 75 when it cannot be
   // read, is no regular file or is larger than kMaxFileBytes; the bag then keeps what it had.
   void Load();
 
   // Writes the bag to a temporary file beside the target and renames it over the target, mode 0600, so that a reader
-  // sees the old file or the new one and a failure loses nothing. Raises Error 75 when that cannot be done.
+  // sees the old file or the new one and a failure loses nothing. Where the path is a link, the file at its end is
+  // replaced and the link stays. Raises Error 75 when that cannot be done: no leave to write in the folder, something
+  // other than a regular file in that place, a name with "=" or a line end, or more than kMaxFileBytes.
   void Save() const;
 
  private:

@@ -1,9 +1,10 @@
 // The store that stands in for a registry: values by root, key path and value name. Names are compared without regard
-// to ASCII case; "\" separates the steps of a key path. A value is raw bytes with its terminating zero.
+// to ASCII case; "\" separates the steps of a key path, and empty steps do not count. A value is raw bytes with its
+// terminating zero.
 //
 // Thread:    the host's thread only.
 // Ownership: keeps its own copy of every name and value.
-// Errors:    none.
+// Errors:    none; a file or a line that cannot be used adds nothing.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +22,13 @@ class RegistryStore {
   // source serves a site as a browser needs it.
   RegistryStore();
 
-  // Root handles, as CRegSettings names them.
   static constexpr std::uint32_t kClassesRoot = 0x80000000;
+  static constexpr std::int64_t kMaxFileBytes = 1024 * 1024;  // some 20,000 values; a larger file is not taken
+
+  // The handle of the root called `name`, compared byte for byte: "HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER",
+  // "HKEY_LOCAL_MACHINE", "HKEY_USERS", "HKEY_PERFOrMANCE_DATA", "HKEY_CURRENT_CONFIG" or "HKEY_DYN_DATA". Nothing for
+  // every other name.
+  static std::optional<std::uint32_t> RootHandle(std::string_view name);
 
   // Puts `bytes` (with its terminating zero, if it has one) in place of what stood there.
   void PutBytes(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view bytes);
@@ -30,11 +36,23 @@ class RegistryStore {
   // Puts `text` and a terminating zero.
   void PutText(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view text);
 
+  // Takes the values of a text file, one a line, in place of those that stood there:
+  //
+  //   HKEY_CLASSES_ROOT\.ext\Content Type=application/x-example
+  //
+  // up to the first "=" the root's name, the key path and behind the last "\" the value's name ("*" for the key's
+  // unnamed value), then the text. Lines end in LF or CR LF. A line without "=", without a key, with an unknown root or
+  // with a control character is passed over. Returns how many values were taken: 0 for a file that is not there, cannot
+  // be read or is larger than kMaxFileBytes.
+  std::int32_t LoadFile(std::string_view path);
+
   // The raw bytes of a value; nothing when the key or the value does not exist. The value name "" is the key's
   // unnamed default value.
   std::optional<std::string_view> Bytes(std::uint32_t root, std::string_view key, std::string_view valueName) const;
 
  private:
+  bool TakeLine(std::string_view line);
+
   std::map<std::string, std::string, std::less<>> values_;  // "root\key\\value", upper-cased -> bytes
 };
 

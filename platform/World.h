@@ -27,7 +27,8 @@ class World {
   virtual std::int64_t UtcSeconds() const = 0;
 
   // Minutes to add to local time for UTC at the moment `utcSeconds`, daylight time included: -60 one hour east of
-  // Greenwich. 0 when the time zone is unknown. See tzset(3) for where the zone comes from.
+  // Greenwich. 0 when the time zone is unknown. See tzset(3) for where the zone comes from: the system's world takes it
+  // once and changes nothing of the process's, so a host that changes TZ while it runs calls tzset itself.
   virtual std::int32_t BiasMinutes(std::int64_t utcSeconds) const = 0;
 
   // The host name of this machine (gethostname(2)), "" when it cannot be told.
@@ -36,23 +37,28 @@ class World {
   // The first IPv4 address of this machine that is not a loopback address, "127.0.0.1" when there is none.
   virtual std::string LocalAddress() const = 0;
 
-  // The folder of the program file, without a trailing separator. "" when it cannot be told.
+  // The folder of the program file, without a trailing separator unless it is "/". "" when it cannot be told.
   virtual std::string ApplicationFolder() const = 0;
 
-  // The name that the name service knows for the IPv4 address `address` (network byte order). Nothing when there is
-  // none; a resolver that does not answer is given up after about one second.
+  // The name that the name service knows for the IPv4 address `address` (network byte order), as it was answered: it is
+  // the peer's word. Nothing when there is none. Only the first DNS server is asked, once; when it does not answer it
+  // is given up after about one second.
   virtual std::optional<std::string> HostNameOf(std::uint32_t address) const = 0;
 
-  // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time.
+  // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time for
+  // each question (a name without a dot is one question for each of the system's search domains). Digits and dots are
+  // read as an address and never asked about.
   virtual std::optional<std::uint32_t> AddressOf(std::string_view name) const = 0;
 
   // The store that answers registry look-ups.
   virtual const RegistryStore& Registry() const = 0;
 
-  // How many descriptors this process may have open (soft RLIMIT_NOFILE, getrlimit(2)).
+  // How many descriptors this process may have open (soft RLIMIT_NOFILE, getrlimit(2)); what POSIX grants every
+  // process when it cannot be told.
   virtual std::int64_t DescriptorLimit() const = 0;
 
-  // Shows `text` to the user. The system's world writes one line to standard error.
+  // Shows `text` to the user. The system's world writes one line to standard error, with a blank for each control
+  // character.
   virtual void MessageBox(std::string_view text) = 0;
 };
 

@@ -1,0 +1,151 @@
+#include "platform/FileSystem.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/internal/FindBeneath.h"
+#include "platform/internal/OpenPaths.h"
+#include "platform/internal/PathWalk.h"
+#include "platform/internal/UniqueDescriptor.h"
+
+namespace TesselServer {
+namespace {
+
+EntryKind KindOf(const struct stat& status) {
+  if (S_ISREG(status.st_mode)) return EntryKind::kFile;
+  if (S_ISDIR(status.st_mode)) return EntryKind::kDirectory;
+  return EntryKind::kNone;
+}
+
+FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
+
+// A path without an end in the middle, or "" (which nothing is found at) for one that a NUL would cut short.
+std::string SystemPath(std::string_view path) {
+  return path.find('\0') == std::string_view::npos ? WithSlashes(path) : std::string();
+}
+
+// Opens a path that no root holds. Closed when there is nothing, or a file where only a folder can be meant.
+OpenFile OpenAnyCase(std::string_view path, int flags) {
+  const std::string text = SystemPath(path);
+  if (text.empty()) return {};
+  int opened = OpenAnywhere(AT_FDCWD, text, flags);
+  if (opened == -ENOENT || opened == -ENOTDIR) {
+    const auto spelling = TrueSpelling(&OpenAnywhere, AT_FDCWD, text);
+    if (!spelling) return {};
+    opened = OpenAnywhere(AT_FDCWD, *spelling, flags);
+  }
+  if (opened < 0) return {};
+  OpenFile file(opened);
+  if (file.Kind() == EntryKind::kFile && text.back() == '/') file.Close();
+  return file;
+}
+
+}  // namespace
+
+OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
+  struct stat status;
+  if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0) kind_ = KindOf(status);
+  if (kind_ == EntryKind::kNone) {
+    Close();
+    return;
+  }
+  size_ = kind_ == EntryKind::kFile ? status.st_size : 0;
+  identity_ = IdentityOf(status);
+}
+
+OpenFile::OpenFile(OpenFile&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)),
+      kind_(std::exchange(other.kind_, EntryKind::kNone)),
+      size_(std::exchange(other.size_, 0)),
+      identity_(std::exchange(other.identity_, {})) {}
+
+OpenFile& OpenFile::operator=(OpenFile&& other) noexcept {
+  if (this == &other) return *this;
+  Close();
+  descriptor_ = std::exchange(other.descriptor_, -1);
+  kind_ = std::exchange(other.kind_, EntryKind::kNone);
+  size_ = std::exchange(other.size_, 0);
+  identity_ = std::exchange(other.identity_, {});
+  return *this;
+}
+
+OpenFile::~OpenFile() { Close(); }
+
+bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
+  bytes.clear();
+  if (kind_ != EntryKind::kFile) return false;
+  constexpr std::size_t kLeastRoom = 4096;
+  const auto most = static_cast<std::size_t>(std::max<std::int64_t>(limit, 0));
+  std::size_t length = 0;
+  // One byte more than is expected: where it stays empty the end was seen.
+  bytes.resize(std::min(static_cast<std::size_t>(size_), most) + 1);
+  for (;;) {
+    const ssize_t got = pread(descriptor_, bytes.data() + length, bytes.size() - length, static_cast<off_t>(length));
+    if (got < 0 && errno == EINTR) continue;
+    if (got > 0) length += static_cast<std::size_t>(got);
+    if (got <= 0 || length > most) {
+      bytes.resize(std::min(length, most));
+      return got == 0;
+    }
+    if (length == bytes.size()) bytes.resize(std::min(std::max(2 * length, kLeastRoom), most + 1));
+  }
+}
+
+std::string OpenFile::CanonicalPath() const { return IsOpen() ? PathOfDescriptor(descriptor_) : std::string(); }
+
+void OpenFile::Close() {
+  if (descriptor_ >= 0) close(descriptor_);
+  descriptor_ = -1;
+  kind_ = EntryKind::kNone;
+  size_ = 0;
+  identity_ = {};
+}
+
+RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
+
+RootFolder::RootFolder(RootFolder&& other) noexcept
+    : path_(std::move(other.path_)),
+      systemPath_(std::move(other.systemPath_)),
+      descriptor_(std::exchange(other.descriptor_, -1)),
+      identity_(std::exchange(other.identity_, {})) {}
+
+RootFolder& RootFolder::operator=(RootFolder&& other) noexcept {
+  std::swap(path_, other.path_);
+  std::swap(systemPath_, other.systemPath_);
+  std::swap(descriptor_, other.descriptor_);
+  std::swap(identity_, other.identity_);
+  return *this;
+}
+
+RootFolder::~RootFolder() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+FoundEntry RootFolder::Find(std::string_view relative) const {
+  const int root = Descriptor();
+  return root < 0 ? FoundEntry() : FindBeneath(&OpenBeneath, root, relative);
+}
+
+int RootFolder::Descriptor() const {
+  struct stat status;
+  const bool isThere = !systemPath_.empty() && stat(systemPath_.c_str(), &status) == 0;
+  if (isThere && descriptor_ >= 0 && IdentityOf(status) == identity_) return descriptor_;
+  UniqueDescriptor old(std::exchange(descriptor_, -1));
+  if (!isThere) return -1;
+  UniqueDescriptor opened(open(systemPath_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) return -1;
+  identity_ = IdentityOf(status);
+  descriptor_ = opened.Release();
+  return descriptor_;
+}
+
+OpenFile OpenPath(std::string_view path) { return OpenAnyCase(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }
+
+EntryKind KindOfPath(std::string_view path) { return OpenAnyCase(path, O_PATH | O_CLOEXEC).Kind(); }
+
+}  // namespace TesselServer

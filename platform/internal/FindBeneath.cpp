@@ -1,0 +1,70 @@
+#include "platform/internal/FindBeneath.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/xattr.h>
+
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include "platform/AsciiCase.h"
+#include "platform/internal/PathWalk.h"
+
+namespace TesselServer {
+namespace {
+
+// Non-blocking, so that a FIFO without a writer cannot hold the thread until it is seen to be one.
+constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+constexpr unsigned kHiddenAttribute = 2;
+constexpr unsigned kSystemAttribute = 4;
+
+// The attribute is text, "0x" and hexadecimal digits, and may have other bytes behind it. A file without it, a file
+// system without extended attributes and a value of another form are all "not hidden".
+bool IsHidden(int descriptor) {
+  std::array<char, 1024> value;
+  const ssize_t length = fgetxattr(descriptor, "user.DOSATTRIB", value.data(), value.size());
+  if (length < 3 || value[0] != '0' || LowerAscii(value[1]) != 'x') return false;
+  unsigned attributes = 0;
+  std::from_chars(value.data() + 2, value.data() + length, attributes, 16);
+  return (attributes & (kHiddenAttribute | kSystemAttribute)) != 0;
+}
+
+bool MayBeSpelledOtherwise(int opened) { return opened == -ENOENT || opened == -ENOTDIR || opened == -EXDEV; }
+
+bool IsForbidden(int opened) { return opened == -EACCES || opened == -EPERM; }
+
+// Fills in what was opened, or the kind of what may not be opened.
+void Describe(OpenFunction open, int root, int opened, FoundEntry& found) {
+  if (opened >= 0) {
+    found.file = OpenFile(opened);
+    found.kind = found.file.Kind();
+    found.readable = found.file.IsOpen();
+    if (found.kind == EntryKind::kFile && IsHidden(found.file.Descriptor())) found.kind = EntryKind::kNone;
+  } else if (IsForbidden(opened)) {
+    const int there = open(root, found.name, O_PATH | O_CLOEXEC);
+    if (there >= 0) found.kind = OpenFile(there).Kind();
+  }
+}
+
+}  // namespace
+
+FoundEntry FindBeneath(OpenFunction open, int root, std::string_view relative) {
+  auto path = CollapsePath(relative);
+  if (!path) return {};
+  FoundEntry found;
+  found.name = std::move(path->text);
+  int opened = open(root, found.name, kReadFlags);
+  if (MayBeSpelledOtherwise(opened)) {
+    auto spelling = TrueSpelling(open, root, found.name);
+    if (!spelling) return {};
+    found.name = std::move(*spelling);
+    opened = open(root, found.name, kReadFlags);
+  }
+  Describe(open, root, opened, found);
+  if (found.kind == EntryKind::kNone || (path->asFolder && found.kind == EntryKind::kFile)) return {};
+  return found;
+}
+
+}  // namespace TesselServer

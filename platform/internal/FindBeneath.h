@@ -1,0 +1,19 @@
+// The look-up behind RootFolder, with the way of opening as an argument: what one kernel can do and another cannot is
+// tried on any machine.
+//
+// Thread:    the host's thread only.
+// Ownership: the folder's descriptor stays the caller's; the entry owns what it opened.
+// Errors:    none; kNone for what cannot be had.
+#pragma once
+
+#include <string_view>
+
+#include "platform/FileSystem.h"
+#include "platform/internal/OpenPaths.h"
+
+namespace TesselServer {
+
+// What RootFolder::Find promises for the folder open as `root`, opened through `open`.
+FoundEntry FindBeneath(OpenFunction open, int root, std::string_view relative);
+
+}  // namespace TesselServer

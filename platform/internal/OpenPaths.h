@@ -1,0 +1,30 @@
+// The ways in which a path is opened: anywhere, or beneath a folder that it cannot leave.
+//
+// Thread:    any.
+// Ownership: the caller owns the descriptor that is returned.
+// Errors:    a negative errno value in place of a descriptor; errno itself means nothing afterwards.
+#pragma once
+
+#include <string>
+
+namespace TesselServer {
+
+// Opens `path` with open(2) `flags`, starting at the descriptor `folder` when it is relative; "" is the folder itself.
+using OpenFunction = int (*)(int folder, const std::string& path, int flags);
+
+// Follows every link.
+int OpenAnywhere(int folder, const std::string& path, int flags);
+
+// Stays beneath `folder` (openat2(2), RESOLVE_BENEATH) and follows links that do: -EXDEV for a link that is absolute
+// or climbs out, wherever it ends. On a kernel that has no openat2, or in a sandbox that refuses it, OpenWithoutLinks.
+int OpenBeneath(int folder, const std::string& path, int flags);
+
+// Stays beneath `folder` by opening one component after the other and following no link at all: -ELOOP or -ENOTDIR.
+// ".." is never found.
+int OpenWithoutLinks(int folder, const std::string& path, int flags);
+
+// The absolute path without links that leads to an open descriptor, "" when it cannot be told (/proc is not mounted,
+// the path is too long or lies outside this process's root). " (deleted)" stands behind a name that is gone.
+std::string PathOfDescriptor(int descriptor);
+
+}  // namespace TesselServer

@@ -1,0 +1,134 @@
+#include "platform/internal/PathWalk.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/AsciiCase.h"
+#include "platform/FileSystem.h"
+#include "platform/internal/UniqueDescriptor.h"
+
+namespace TesselServer {
+namespace {
+
+bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
+
+bool HasLetter(std::string_view name) {
+  return std::any_of(name.begin(), name.end(), [](char c) { return UpperAscii(c) >= 'A' && UpperAscii(c) <= 'Z'; });
+}
+
+// Adds or, for "..", takes away one component. False when there is nothing to take away.
+bool ApplyComponent(std::string& path, std::string_view component) {
+  if (component.empty() || component == ".") return true;
+  if (component == "..") {
+    if (path.empty()) return false;
+    const std::size_t cut = path.rfind('/');
+    path.resize(cut == std::string::npos ? 0 : cut);
+    return true;
+  }
+  if (!path.empty()) path += '/';
+  path += component;
+  return true;
+}
+
+void AppendName(std::string& path, std::string_view name) {
+  if (!path.empty() && path.back() != '/') path += '/';
+  path += name;
+}
+
+// The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
+std::string OtherSpelling(OpenFunction open, int folder, const std::string& path, std::string_view name) {
+  if (!HasLetter(name)) return {};
+  UniqueDescriptor descriptor(open(folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  if (!descriptor.IsOpen()) return {};
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(descriptor.Get()), &closedir);
+  if (!entries) return {};
+  descriptor.Release();
+  std::string best;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string_view candidate = entry->d_name;
+    if (EqualNoCase(candidate, name) && (best.empty() || candidate < best)) best = candidate;
+  }
+  return best;
+}
+
+// 0 when something stands at `path`, else the negative errno value.
+int Probe(OpenFunction open, int folder, const std::string& path) {
+  const UniqueDescriptor found(open(folder, path, O_PATH | O_CLOEXEC));
+  return found.IsOpen() ? 0 : found.Get();
+}
+
+// Puts the link-free path of what `path` leads to in its place, when that lies beneath `folder`. Nothing is read
+// through the descriptor that tells the path; the caller opens the new path under the rule of its own.
+bool ReplaceByTarget(int folder, std::string& path) {
+  const UniqueDescriptor target(OpenAnywhere(folder, path, O_PATH | O_CLOEXEC));
+  if (!target.IsOpen()) return false;
+  std::string base = PathOfDescriptor(folder);
+  std::string end = PathOfDescriptor(target.Get());
+  if (base.empty() || end.empty()) return false;
+  if (base == end) {
+    path.clear();
+    return true;
+  }
+  if (base.back() != '/') base += '/';
+  if (!end.starts_with(base)) return false;
+  path = end.substr(base.size());
+  return true;
+}
+
+// Goes from `walked` one component further, by its true name.
+bool WalkStep(OpenFunction open, int folder, std::string& walked, std::string_view component) {
+  const std::size_t length = walked.size();
+  AppendName(walked, component);
+  int found = Probe(open, folder, walked);
+  if (found == -ENOENT) {
+    walked.resize(length);
+    const std::string name = OtherSpelling(open, folder, walked, component);
+    if (name.empty()) return false;
+    AppendName(walked, name);
+    found = Probe(open, folder, walked);
+  }
+  if (found == -EXDEV) return ReplaceByTarget(folder, walked);
+  return found == 0;
+}
+
+}  // namespace
+
+std::optional<CollapsedPath> CollapsePath(std::string_view path) {
+  if (path.size() > RootFolder::kMaxPathBytes || std::any_of(path.begin(), path.end(), IsControl)) return std::nullopt;
+  CollapsedPath collapsed;
+  collapsed.text.reserve(path.size());
+  for (std::size_t start = 0; start <= path.size();) {
+    const std::size_t end = std::min(path.find_first_of("/\\", start), path.size());
+    const std::string_view component = path.substr(start, end - start);
+    if (component.size() > RootFolder::kMaxComponentBytes) return std::nullopt;
+    if (!ApplyComponent(collapsed.text, component)) return std::nullopt;
+    collapsed.asFolder = component.empty() || component == "." || component == "..";
+    start = end + 1;
+  }
+  return collapsed;
+}
+
+std::string WithSlashes(std::string_view path) {
+  std::string text(path);
+  std::replace(text.begin(), text.end(), '\\', '/');
+  return text;
+}
+
+std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path) {
+  std::string walked = path.starts_with('/') ? "/" : "";
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    if (end > 0 && !WalkStep(open, folder, walked, path.substr(0, end))) return std::nullopt;
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return walked;
+}
+
+}  // namespace TesselServer

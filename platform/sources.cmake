@@ -1,0 +1,17 @@
+set(SOURCES
+    CRegSettings.cpp
+    FileSystem.cpp
+    HostProcess.cpp
+    PropertyBag.cpp
+    RegistryStore.cpp
+    SystemWorld.cpp
+    internal/FindBeneath.cpp
+    internal/OpenPaths.cpp
+    internal/PathWalk.cpp)
+set(PUBLIC_HEADERS
+    Error.h
+    EventLoop.h
+    HostProcess.h
+    PropertyBag.h
+    Timer.h
+    World.h)
