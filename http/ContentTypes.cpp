@@ -1,0 +1,41 @@
+#include "http/ContentTypes.h"
+
+#include "platform/AsciiCase.h"
+#include "platform/CRegSettings.h"
+
+namespace TesselServer {
+namespace {
+
+template <typename Entries>
+std::string_view FirstMatch(const Entries& entries, std::string_view extension) {
+  for (const std::string_view entry : entries) {
+    const std::size_t comma = entry.find(',');
+    if (comma != std::string_view::npos && EqualNoCase(entry.substr(0, comma), extension)) {
+      return entry.substr(comma + 1);
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string_view ExtensionOf(std::string_view file) {
+  const std::size_t separator = file.find_last_of("/\\");
+  if (separator != std::string_view::npos) file.remove_prefix(separator + 1);
+  const std::size_t dot = file.rfind('.');
+  return dot == std::string_view::npos ? file : file.substr(dot + 1);
+}
+
+std::string_view FindContentType(std::span<const std::string_view> entries, std::string_view extension) {
+  return FirstMatch(entries, extension);
+}
+
+std::string_view FindContentType(const std::vector<std::string>& entries, std::string_view extension) {
+  return FirstMatch(entries, extension);
+}
+
+std::string RegistryContentType(const RegistryStore& registry, std::string_view extension) {
+  return CRegSettings(registry).GetValue("HKEY_CLASSES_ROOT", "." + std::string(extension), "Content Type", "");
+}
+
+}  // namespace TesselServer
