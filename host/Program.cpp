@@ -1,0 +1,137 @@
+#include "host/Program.h"
+
+#include <atomic>
+#include <csignal>
+#include <iostream>
+
+#include <TesselServer/EventLoop.h>
+#include <TesselServer/HostProcess.h>
+#include <TesselServer/Tessel.h>
+
+#include "host/Console.h"
+#include "host/Settings.h"
+
+namespace TesselServer {
+namespace {
+
+std::atomic<EventLoop*> loopToStop = nullptr;
+static_assert(std::atomic<EventLoop*>::is_always_lock_free, "a signal handler reads it");
+
+extern "C" void StopLoop(int) {
+  if (auto* loop = loopToStop.load()) loop->Stop();
+}
+
+// While it lives, SIGINT and SIGTERM stop the loop.
+class StopOnSignals {
+ public:
+  explicit StopOnSignals(EventLoop& loop) {
+    loopToStop = &loop;
+    std::signal(SIGINT, StopLoop);
+    std::signal(SIGTERM, StopLoop);
+  }
+  StopOnSignals(const StopOnSignals&) = delete;
+  StopOnSignals& operator=(const StopOnSignals&) = delete;
+  ~StopOnSignals() {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+    loopToStop = nullptr;
+  }
+};
+
+// A report without the name of the procedure in front: "[13] Permission Denied."
+std::string Reason(const std::string& report) {
+  const auto bracket = report.find('[');
+  return bracket == std::string::npos ? report : report.substr(bracket);
+}
+
+std::string ListenAddress(const Tessel& tessel) {
+  const auto address = tessel.ServerIP();
+  return (address.empty() ? "all addresses" : address) + ", port " + tessel.ServerPort();
+}
+
+// The address that a browser on this machine opens.
+std::string OpenAddress(const Tessel& tessel) {
+  const auto address = tessel.ServerIP();
+  const bool everywhere = address.empty() || address == "0.0.0.0";
+  return "http://" + (everywhere ? "127.0.0.1" : address) + ":" + std::to_string(tessel.ListeningPort()) + "/";
+}
+
+void Connect(Tessel& tessel, Console& console, std::string& lastReport) {
+  tessel.HTTPLog = [&console](std::string& line) { console.Log(line); };
+  tessel.StatusLine = [&console](std::string& text) { console.Tell(text); };
+  tessel.LogEvent = [&console, &lastReport](std::string& text) {
+    console.Tell(text);
+    lastReport = text;
+  };
+  // The program has no answers of its own: every request goes back to be served as a file.
+  tessel.FileRequest = [&tessel](std::int32_t& index, std::string&, std::string&) {
+    tessel.TrapFileData(index, "", true);
+  };
+}
+
+void Start(Tessel& tessel, const std::string& lastReport) {
+  const auto failed = "cannot listen on " + ListenAddress(tessel) + ": ";
+  try {
+    tessel.StartServer();
+  } catch (const Error& error) {
+    throw StartError(failed + error.Description());
+  }
+  if (!tessel.IsListening()) throw StartError(failed + Reason(lastReport));
+}
+
+void Serve(const Options& options) {
+  Console console;  // these two outlive the control, whose events write to them
+  std::string lastReport;
+  EventLoop loop;
+  Tessel tessel(loop);
+  for (const auto& remark : ApplySettings(tessel, options)) console.Tell("tessel: " + remark);
+  RaiseDescriptorLimit();
+  const StopOnSignals signals(loop);
+  Connect(tessel, console, lastReport);
+  Start(tessel, lastReport);
+  console.Tell("Open " + OpenAddress(tessel));
+  console.Release();
+  loop.Run();
+  tessel.StopServer();
+}
+
+void Save(const Options& options) {
+  EventLoop loop;
+  Tessel tessel(loop);
+  for (const auto& remark : ApplySettings(tessel, options)) std::cerr << "tessel: " << Printable(remark) << '\n';
+  SaveSettings(tessel, *options.saveConfig);
+}
+
+void ShowVersion() {
+  EventLoop loop;
+  std::cout << "tessel " << Tessel(loop).Version() << '\n';
+}
+
+void ShowAbout() {
+  EventLoop loop;
+  Tessel tessel(loop);
+  tessel.AboutBox = [](const std::string& product, const std::string& version) {
+    std::cout << product << ' ' << version << "\nA web server that lives inside a host program.\n";
+  };
+  tessel.ShowAboutBox();
+}
+
+}  // namespace
+
+void RunProgram(const Options& options) {
+  switch (options.task) {
+    case Options::Task::Serve:
+      return Serve(options);
+    case Options::Task::SaveConfig:
+      return Save(options);
+    case Options::Task::ShowVersion:
+      return ShowVersion();
+    case Options::Task::ShowAbout:
+      return ShowAbout();
+    case Options::Task::ShowHelp:
+      std::cout << options.helpText;
+      return;
+  }
+}
+
+}  // namespace TesselServer

@@ -1,0 +1,23 @@
+// The program `tessel`: one control, one loop, a console.
+//
+// Thread:    the main thread.
+// Ownership: none.
+// Errors:    SettingError and StartError; nothing was started then.
+#pragma once
+
+#include <stdexcept>
+
+#include "host/Options.h"
+
+namespace TesselServer {
+
+// A start that failed; what() is one line that names the address and tells why.
+class StartError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Does what the options ask for; serving lasts until SIGINT or SIGTERM.
+void RunProgram(const Options& options);
+
+}  // namespace TesselServer

@@ -1,0 +1,211 @@
+#include "host/Settings.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <system_error>
+#include <variant>
+
+#include "host/Ranges.h"
+
+namespace TesselServer {
+namespace {
+
+// The keys under which properties are kept, with what their values have to be.
+struct BooleanKey {
+  const char* name;
+  bool byDefault;
+};
+constexpr BooleanKey kBooleanKeys[] = {
+    {"SSIEnable", false},        {"CGIEnable", false},           {"VerboseErrorsEnable", true},
+    {"ErrorFilesEnable", false}, {"HTMLFunctionsEnable", false}, {"DirectoryBrowseEnable", false},
+    {"TrapFileEnable", false},
+};
+
+struct NumberKey {
+  const char* name;
+  Range range;
+};
+constexpr NumberKey kNumberKeys[] = {
+    {"CGITimeout", kSecondsRange}, {"ServerPort", kServerPortRange}, {"ServerMaxConnections", kMaxConnectionsRange},
+    {"ContentTypeSource", {0, 2}}, {"AuthenticationSource", {0, 3}}, {"ConnectionTimeout", kMinutesRange},
+};
+
+constexpr const char* kTextKeys[] = {
+    "CGIDirectory",
+    "ServerIP",
+    "ServerSoftware",
+    "ContentTypeSourceFile",
+    "AuthenticationSourceFile",
+    "IndexPageNames",
+    "VirtualPath",
+    "TrapFileTypes",
+    "ServerName",
+};
+
+std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+
+// The value under `name`, or nothing when it is not what its key needs.
+template <typename Value>
+std::optional<Value> Read(const PropertyBag& bag, const char* name, Value byDefault) {
+  try {
+    return std::get<Value>(bag.ReadProperty(name, byDefault));
+  } catch (const Error&) {
+    return std::nullopt;
+  }
+}
+
+void CheckBoolean(const MemoryPropertyBag& bag, const BooleanKey& key, const std::string& text) {
+  if (Read(bag, key.name, key.byDefault)) return;
+  throw SettingError(std::string(key.name) + ": " + Quoted(text) + " is neither True nor False");
+}
+
+void CheckNumber(const MemoryPropertyBag& bag, const NumberKey& key, const std::string& text) {
+  const auto value = Read(bag, key.name, std::int32_t{0});
+  if (value && key.range.Contains(*value)) return;
+  throw SettingError(std::string(key.name) + ": " + Quoted(text) + " " + IsNoNumberFrom(key.range));
+}
+
+// Whether `name` is the key of a property. Raises SettingError when `text` is nothing the property can take.
+bool CheckItem(const MemoryPropertyBag& bag, const std::string& name, const std::string& text) {
+  for (const auto& key : kBooleanKeys) {
+    if (name != key.name) continue;
+    CheckBoolean(bag, key, text);
+    return true;
+  }
+  for (const auto& key : kNumberKeys) {
+    if (name != key.name) continue;
+    CheckNumber(bag, key, text);
+    return true;
+  }
+  return std::any_of(std::begin(kTextKeys), std::end(kTextKeys), [&](const char* key) { return name == key; });
+}
+
+std::vector<std::string> ReadConfig(FilePropertyBag& bag, const std::string& path) {
+  std::vector<std::string> remarks;
+  try {
+    bag.Load();
+    for (const auto& [name, text] : bag.Items()) {
+      if (!CheckItem(bag, name, text)) remarks.push_back(path + ": " + Quoted(name) + " is no setting, passed over");
+    }
+  } catch (const Error& error) {
+    throw SettingError(path + ": " + error.Description());
+  } catch (const SettingError& error) {
+    throw SettingError(path + ": " + error.what());
+  }
+  return remarks;
+}
+
+void PutWhereMissing(MemoryPropertyBag& bag, const char* name, const char* text) {
+  if (bag.Items().find(name) == bag.Items().end()) bag.Put(name, text);
+}
+
+// A path as it will be understood from any working folder; "" stays "".
+std::string Absolute(const std::string& path) {
+  if (path.empty() || path.front() == '/' || path.front() == '\\') return path;
+  return (std::filesystem::current_path() / path).string();
+}
+
+// The folder to serve: what the command line says, else what the configuration says, else the working folder.
+std::string FolderToServe(const Options& options, const std::string& configured) {
+  const auto given = options.directory.value_or(configured);
+  if (options.directory && given.empty()) throw SettingError("DIRECTORY: \"\" is no folder");
+  const auto folder = given.empty() || given == "." ? std::filesystem::current_path().string() : Absolute(given);
+  std::error_code error;
+  const auto status = std::filesystem::status(folder, error);
+  if (!std::filesystem::exists(status)) throw SettingError(given + ": no such folder");
+  if (!std::filesystem::is_directory(status)) throw SettingError(given + ": is not a folder");
+  return folder;
+}
+
+// A file that is named and cannot be read would silently mean no types or, worse, no passwords.
+void RequireReadable(const std::string& path, const char* what) {
+  if (path.empty()) return;
+  std::error_code error;
+  if (std::filesystem::is_regular_file(path, error) && std::ifstream(path, std::ios::binary).is_open()) return;
+  throw SettingError(path + ": " + what + " cannot be read");
+}
+
+void ApplyTexts(Tessel& tessel, const Options& options) {
+  if (options.serverIP) tessel.ServerIP(*options.serverIP);
+  if (options.serverSoftware) tessel.ServerSoftware(*options.serverSoftware);
+  if (options.serverName) tessel.ServerName(*options.serverName);
+  if (options.cgiDirectory) tessel.CGIDirectory(Absolute(*options.cgiDirectory));
+  if (options.indexPageNames) tessel.IndexPageNames(*options.indexPageNames);
+  if (options.trapFileTypes) tessel.TrapFileTypes(*options.trapFileTypes);
+}
+
+void ApplyNumbers(Tessel& tessel, const Options& options) {
+  if (options.serverPort) tessel.ServerPort(std::to_string(*options.serverPort));
+  if (options.contentTypeSource) tessel.ContentTypeSource(*options.contentTypeSource);
+  if (options.authenticationSource) tessel.AuthenticationSource(*options.authenticationSource);
+  if (options.cgiTimeout) tessel.CGITimeout(*options.cgiTimeout);
+  if (options.maxConnections) tessel.MaxConnections(*options.maxConnections);
+  if (options.connectionTimeout) tessel.ConnectionTimeout(*options.connectionTimeout);
+}
+
+void ApplySwitches(Tessel& tessel, const Options& options) {
+  if (options.cgiEnable) tessel.CGIEnable(*options.cgiEnable);
+  if (options.ssiEnable) tessel.SSIEnable(*options.ssiEnable);
+  if (options.htmlFunctionsEnable) tessel.HTMLFunctionsEnable(*options.htmlFunctionsEnable);
+  if (options.directoryBrowseEnable) tessel.DirectoryBrowseEnable(*options.directoryBrowseEnable);
+  if (options.errorFilesEnable) tessel.ErrorFilesEnable(*options.errorFilesEnable);
+  if (options.verboseErrorsEnable) tessel.VerboseErrorsEnable(*options.verboseErrorsEnable);
+  if (options.trapFileEnable) tessel.TrapFileEnable(*options.trapFileEnable);
+}
+
+// The control reads a file when it is named, so the files are checked before they are handed over.
+void ApplyFiles(Tessel& tessel, const Options& options) {
+  const auto types =
+      options.contentTypeSourceFile ? Absolute(*options.contentTypeSourceFile) : tessel.ContentTypeSourceFile();
+  RequireReadable(types, "the file of content types");
+  if (!types.empty()) tessel.ContentTypeSourceFile(types);
+  const auto users = options.authenticationSourceFile ? Absolute(*options.authenticationSourceFile)
+                                                      : tessel.AuthenticationSourceFile();
+  RequireReadable(users, "the file of passwords");
+  if (!users.empty()) tessel.AuthenticationSourceFile(users);
+}
+
+// Whoever names passwords expects to be asked for one.
+void RemarkOnPasswords(const Tessel& tessel, std::vector<std::string>& remarks) {
+  const auto source = tessel.AuthenticationSource();
+  const bool named = source == e_AuthSource::GolbalFile && !tessel.AuthenticationSourceFile().empty();
+  if (!named && source != e_AuthSource::DirectoryFile) return;
+  remarks.emplace_back("this version asks for no passwords yet; every file below the folder is served to everybody");
+}
+
+}  // namespace
+
+std::vector<std::string> ApplySettings(Tessel& tessel, const Options& options) {
+  FilePropertyBag bag(options.config.value_or(""));
+  std::vector<std::string> remarks;
+  if (options.config) remarks = ReadConfig(bag, *options.config);
+  PutWhereMissing(bag, "ServerIP", kOwnServerIP);
+  PutWhereMissing(bag, "ServerPort", kOwnServerPort);
+  PutWhereMissing(bag, "ServerMaxConnections", kOwnMaxConnections);
+  tessel.ReadProperties(bag);
+  ApplyTexts(tessel, options);
+  ApplyNumbers(tessel, options);
+  ApplySwitches(tessel, options);
+  ApplyFiles(tessel, options);
+  tessel.VirtualPath(FolderToServe(options, tessel.VirtualPath()));
+  RemarkOnPasswords(tessel, remarks);
+  return remarks;
+}
+
+void SaveSettings(const Tessel& tessel, const std::string& path) {
+  FilePropertyBag bag(path);
+  tessel.WriteProperties(bag);
+  bag.Put("ServerIP", tessel.ServerIP());
+  bag.Put("ServerPort", tessel.ServerPort());
+  bag.Put("ServerMaxConnections", std::to_string(tessel.MaxConnections()));
+  try {
+    bag.Save();
+  } catch (const Error& error) {
+    throw SettingError(path + ": " + error.Description());
+  }
+}
+
+}  // namespace TesselServer
