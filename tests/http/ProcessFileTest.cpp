@@ -1,0 +1,272 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "http/cls_CGI.h"
+#include "http/cls_ErrorFiles.h"
+#include "http/cls_HTTP.h"
+#include "tests/kit/AnswerText.h"
+#include "tests/kit/FakeWorld.h"
+#include "tests/kit/TemporaryTree.h"
+
+namespace TesselServer {
+namespace {
+
+// Writes every page in brackets while the record's SSI switch is on.
+class Brackets : public PageProcessor {
+ public:
+  bool Wants(const cls_HTTP& record) const override { return record.SSIEnable(); }
+  void Run(cls_HTTP& record, Page& page) override {
+    ++runs;
+    Page result;
+    result.AppendInserted("[" + record.ServerVariable("DOCUMENT_URI"));
+    for (const Page::Piece& piece : page.Pieces()) result.AppendAuthor(piece.text);
+    result.AppendInserted("]");
+    page = std::move(result);
+  }
+  int runs = 0;
+};
+
+// Answers in place of a program and notes how it was called.
+class FakeRunner : public ProgramRunner {
+ public:
+  Answer Run(cls_HTTP& record, const ProgramCall& call) override {
+    ++runs;
+    seen = call.path + "|" + std::string(call.statusCode) + "|" + (call.wantHeader ? "header" : "bare") + "|" +
+           std::string(call.extraHeaders) + "|" + std::string(call.requestBody) + "|" +
+           record.ServerVariable("QUERY_STRING") + "|" + (call.file.IsOpen() ? "open" : "missing");
+    Answer answer;
+    answer.body = std::string("output");
+    return answer;
+  }
+  int runs = 0;
+  std::string seen;
+};
+
+class ProcessFileTest : public testing::Test {
+ protected:
+  ProcessFileTest() {
+    record_.ServerSoftware("Orvane Tessel/1.1");
+    record_.ContentTypeSource(e_ContentTypeSource::Internal);
+    auto brackets = std::make_unique<Brackets>();
+    brackets_ = brackets.get();
+    pipeline_.Add(std::move(brackets));
+  }
+
+  Answer Process(const std::string& file, std::string_view code = "200", bool wantHeader = true,
+                 std::string_view extraHeaders = "") {
+    return record_.ProcessFile(OpenFile(), file, code, wantHeader, extraHeaders, info_, "request body");
+  }
+  std::string Path(std::string_view relative) const { return tree_.Text() + "/" + std::string(relative); }
+  static std::string Header(std::string_view statusLine, std::string_view rest) {
+    return std::string(statusLine) + "\r\nServer: Orvane Tessel/1.1\r\nDate: Sun, 15 Nov 2026 18:20:05 GMT\r\n" +
+           std::string(rest) + "\r\n";
+  }
+
+  Kit::FakeWorld world_;
+  cls_HTTP record_{world_};
+  RequestInfo info_;
+  Kit::TemporaryTree tree_;
+  PagePipeline pipeline_;
+  Brackets* brackets_;
+};
+
+TEST_F(ProcessFileTest, HandsAFileOnOpenAndUnread) {
+  const Answer answer = Process(tree_.Write("page.htm", "<html></html>"));
+  ASSERT_TRUE(std::holds_alternative<FileBody>(answer.body));
+  EXPECT_TRUE(std::get<FileBody>(answer.body).file.IsOpen());
+  EXPECT_EQ(Kit::WholeText(answer),
+            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 13\r\n") + "<html></html>");
+}
+
+TEST_F(ProcessFileTest, TakesTheFileThatIsOpenAlready) {
+  tree_.Write("a.txt", "the opened one");
+  tree_.Write("b.txt", "the named one");
+  const Answer answer = record_.ProcessFile(OpenPath(Path("a.txt")), Path("b.txt"), "200", true, "", info_, "");
+  EXPECT_EQ(Kit::WholeText(answer),
+            Header("HTTP/1.0 200 OK", "Content-Type: text/plain\r\nContent-Length: 14\r\n") + "the opened one");
+}
+
+TEST_F(ProcessFileTest, PassesCodeAndExtraHeadersOn) {
+  const std::string file = tree_.Write("a.txt", "abc");
+  EXPECT_EQ(Process(file, "202", true, "X-One: 1\r\n").head,
+            Header("HTTP/1.0 202 Accepted", "Content-Type: text/plain\r\nX-One: 1\r\nContent-Length: 3\r\n"));
+  EXPECT_EQ(Kit::WholeText(Process(file, "202", false, "X-One: 1\r\n")), "abc") << "no header wanted";
+}
+
+TEST_F(ProcessFileTest, AnEmptyFileHasNoLengthLine) {
+  const Answer answer = Process(tree_.Write("empty.txt", ""));
+  EXPECT_EQ(Kit::WholeText(answer), Header("HTTP/1.0 200 OK", "Content-Type: text/plain\r\n"));
+  EXPECT_EQ(answer.BodySize(), 0);
+}
+
+TEST_F(ProcessFileTest, ALengthMayPass32Bits) {
+  const std::string file = tree_.Write("large.bin", "");
+  std::filesystem::resize_file(file, 5'368'709'121);
+  const Answer answer = Process(file);
+  EXPECT_EQ(answer.head,
+            Header("HTTP/1.0 200 OK", "Content-Type: application/octet-stream\r\nContent-Length: 5368709121\r\n"));
+  EXPECT_EQ(answer.BodySize(), 5'368'709'121);
+}
+
+TEST_F(ProcessFileTest, TypesComeFromTheBuiltInTable) {
+  const struct {
+    const char *name, *type, *why;
+  } cases[] = {
+      {"photo.PNG", "image/x-png", "upper case"},
+      {"movie.mpg", "application/octet-stream", "has no entry"},
+      {"a.bmp", "image/bmp", "first of three"},
+      {"song.mpa", "audio/x-mpeg", "first of two"},
+      {"txt", "text/plain", "no dot: the name is the extension"},
+      {"folder.htm/noextension", "application/octet-stream", "a folder's dot does not count"},
+      {"index.htm", "text/html", "a page"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Process(tree_.Write(c.name, "x")).head,
+              Header("HTTP/1.0 200 OK", "Content-Type: " + std::string(c.type) + "\r\nContent-Length: 1\r\n"))
+        << c.why;
+  }
+}
+
+TEST_F(ProcessFileTest, TypesComeFromTheRegistry) {
+  record_.ContentTypeSource(e_ContentTypeSource::Registry);
+  world_.registry.PutText(RegistryStore::kClassesRoot, ".odd", "Content Type", "application/odd");
+  world_.registry.PutText(RegistryStore::kClassesRoot, ".blank", "Content Type", "  ");
+  EXPECT_EQ(record_.ContentTypeOf("\\SRV\\A.HTML"), "text/html");
+  EXPECT_EQ(record_.ContentTypeOf("a.odd"), "application/odd");
+  EXPECT_EQ(record_.ContentTypeOf("a.missing"), "") << "the fallback is for sending only";
+  EXPECT_EQ(Process(tree_.Write("a.blank", "x")).head,
+            Header("HTTP/1.0 200 OK", "Content-Type: application/octet-stream\r\nContent-Length: 1\r\n"));
+}
+
+TEST_F(ProcessFileTest, TypesComeFromTheLinesOfAFile) {
+  record_.ContentTypeSource(e_ContentTypeSource::File);
+  EXPECT_EQ(record_.ContentTypeOf("a.htm"), "") << "no lines yet";
+  record_.ContentTypeLines(std::make_shared<const std::vector<std::string>>(
+      std::vector<std::string>{"", "no comma", "htm,text/mine", "HTM,text/second", "bad,text/x\r\nX-Injected: 1"}));
+  EXPECT_EQ(record_.ContentTypeOf("a.HTM"), "text/mine");
+  EXPECT_EQ(record_.ContentTypeOf("a.gif"), "");
+  EXPECT_EQ(Process(tree_.Write("a.bad", "x")).head,
+            Header("HTTP/1.0 200 OK", "Content-Type: text/x\r\nContent-Length: 1\r\n"));
+}
+
+TEST_F(ProcessFileTest, SlashesSeparateAndBlanksAreRestored) {
+  tree_.Write("docs/my page.html", "page");
+  EXPECT_EQ(Kit::BodyText(Process(Path("docs/my%20page.html"))), "page");
+  EXPECT_EQ(Kit::BodyText(Process(tree_.Text() + "\\docs\\my%20page.html")), "page");
+  EXPECT_EQ(Kit::BodyText(Process(Path("DOCS/MY%20PAGE.HTML"))), "page") << "case does not count";
+  EXPECT_TRUE(Process(Path("docs/my%2520page.html")).head.starts_with("HTTP/1.0 404 ")) << "decoded once only";
+  EXPECT_TRUE(Process(Path("docs%2Fmy%20page.html")).head.starts_with("HTTP/1.0 404 ")) << "nothing else is decoded";
+}
+
+TEST_F(ProcessFileTest, AMissingFileIsAHeaderAlone) {
+  const std::string notFound = Header("HTTP/1.0 404 Not Found", "Content-Type: text/html\r\n");
+  EXPECT_EQ(Kit::WholeText(Process(Path("missing.htm"))), notFound);
+  EXPECT_EQ(Kit::WholeText(Process(Path("missing.htm"), "200", true, "X: 1\r\n")), notFound);
+  EXPECT_EQ(Kit::WholeText(Process(tree_.MakeFolder("folder.htm"))), notFound) << "a folder is no file";
+  EXPECT_EQ(Kit::WholeText(Process("")), notFound);
+  EXPECT_TRUE(Process(Path("missing.htm"), "200", false).IsEmpty()) << "no header wanted";
+}
+
+TEST_F(ProcessFileTest, ReplacesTheRequestValues) {
+  info_.DocumentURI = "/a.txt";
+  Process(tree_.Write("a.txt", "x"));
+  EXPECT_EQ(record_.ServerVariable("DOCUMENT_URI"), "/a.txt");
+  record_.ProcessFile(OpenFile(), Path("a.txt"), "200", true, "", record_.Request(), "");
+  EXPECT_EQ(record_.ServerVariable("DOCUMENT_URI"), "/a.txt") << "its own values may be given back to it";
+}
+
+TEST_F(ProcessFileTest, APageThatAProcessorWantsIsProcessed) {
+  record_.Pipeline(&pipeline_);
+  record_.SSIEnable(true);
+  info_.DocumentURI = "/page.htm";
+  const Answer answer = Process(tree_.Write("page.htm", "text"));
+  EXPECT_TRUE(std::holds_alternative<std::string>(answer.body));
+  EXPECT_EQ(Kit::WholeText(answer),
+            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 15\r\n") + "[/page.htmtext]");
+  EXPECT_EQ(Kit::WholeText(Process(Path("page.htm"), "200", false)), "[/page.htmtext]") << "no header wanted";
+}
+
+TEST_F(ProcessFileTest, APageThatNoProcessorWantsIsNotRead) {
+  record_.Pipeline(&pipeline_);
+  EXPECT_TRUE(std::holds_alternative<FileBody>(Process(tree_.Write("page.htm", "text")).body));
+  EXPECT_EQ(brackets_->runs, 0);
+}
+
+TEST_F(ProcessFileTest, OnlyTheExactTypeIsProcessed) {
+  record_.Pipeline(&pipeline_);
+  record_.SSIEnable(true);
+  record_.ContentTypeSource(e_ContentTypeSource::Registry);
+  world_.registry.PutText(RegistryStore::kClassesRoot, ".upper", "Content Type", "TEXT/HTML");
+  world_.registry.PutText(RegistryStore::kClassesRoot, ".blank", "Content Type", "text/html ");
+  for (const char* name : {"a.upper", "a.blank", "a.txt", "a.unknown"}) {
+    EXPECT_EQ(Kit::BodyText(Process(tree_.Write(name, "text"))), "text") << name;
+  }
+  EXPECT_EQ(brackets_->runs, 0);
+  EXPECT_EQ(Process(Path("a.upper")).head,
+            Header("HTTP/1.0 200 OK", "Content-Type: TEXT/HTML\r\nContent-Length: 4\r\n"));
+}
+
+TEST_F(ProcessFileTest, APageAboveTheLimitGoesOutAsItIs) {
+  record_.Pipeline(&pipeline_);
+  record_.SSIEnable(true);
+  const std::string file = tree_.Write("page.htm", "");
+  std::filesystem::resize_file(file, cls_HTTP::kMaxPageBytes);
+  EXPECT_EQ(Process(file).BodySize(), cls_HTTP::kMaxPageBytes + 2) << "the largest that is processed";
+  EXPECT_EQ(brackets_->runs, 1);
+  std::filesystem::resize_file(file, cls_HTTP::kMaxPageBytes + 1);
+  const Answer answer = Process(file);
+  EXPECT_TRUE(std::holds_alternative<FileBody>(answer.body));
+  EXPECT_EQ(answer.BodySize(), cls_HTTP::kMaxPageBytes + 1);
+  EXPECT_EQ(brackets_->runs, 1);
+}
+
+TEST_F(ProcessFileTest, AnEmptyPageMayGetABody) {
+  record_.Pipeline(&pipeline_);
+  record_.SSIEnable(true);
+  EXPECT_EQ(Kit::WholeText(Process(tree_.Write("page.htm", ""))),
+            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 2\r\n") + "[]");
+}
+
+TEST_F(ProcessFileTest, AProgramIsNeverSentWhateverItsCase) {
+  for (const char* name : {"TEST.exe", "test.EXE", "test.Exe", ".exe", "a.htm.exe"}) {
+    const Answer answer = Process(tree_.Write(name, "program bytes"));
+    EXPECT_EQ(Kit::WholeText(answer), cls_CGI().CGIWarningPage()) << name;
+  }
+  EXPECT_TRUE(Process(Path("TEST.exe"), "200", false).IsEmpty()) << "no header wanted";
+  EXPECT_EQ(Kit::WholeText(Process(Path("missing.exe"))), cls_CGI().CGIWarningPage());
+}
+
+TEST_F(ProcessFileTest, OnlyTheLastFourCharactersMakeAProgram) {
+  for (const char* name : {"exe", "test.exe.txt", "testexe", "a.exe_"}) {
+    EXPECT_EQ(Kit::BodyText(Process(tree_.Write(name, "bytes"))), "bytes") << name;
+  }
+}
+
+TEST_F(ProcessFileTest, WithCGIAProgramGoesToTheRunner) {
+  FakeRunner runner;
+  record_.Runner(&runner);
+  EXPECT_EQ(Kit::WholeText(Process(tree_.Write("test.exe", "bytes"))), cls_CGI().CGIWarningPage());
+  EXPECT_EQ(runner.runs, 0) << "CGI is off";
+  record_.CGIEnable(true);
+  info_.QueryString = "a=1";
+  EXPECT_EQ(Kit::WholeText(Process(Path("te%73t.exe"))), "output");
+  EXPECT_TRUE(runner.seen.ends_with("\\te%73t.exe|200|header||request body|a=1|missing")) << runner.seen;
+  EXPECT_EQ(Kit::WholeText(Process(Path("test.exe"), "202", false, "X: 1\r\n")), "output");
+  EXPECT_TRUE(runner.seen.ends_with("\\test.exe|202|bare|X: 1\r\n|request body|a=1|open")) << runner.seen;
+  Process(tree_.Write("page.htm", "text"));
+  EXPECT_EQ(runner.runs, 2) << "a page is no program";
+}
+
+TEST_F(ProcessFileTest, WithCGIButNoRunnerAProgramIsNotImplemented) {
+  record_.CGIEnable(true);
+  const std::string page = cls_ErrorFiles().ErrorPageHtml("501");
+  EXPECT_EQ(Kit::WholeText(Process(tree_.Write("test.exe", "bytes"))),
+            Header("HTTP/1.0 200 OK",
+                   "Content-Type: text/html\r\nContent-Length: " + std::to_string(page.size() - 1) + "\r\n") +
+                page);
+  EXPECT_EQ(Kit::WholeText(Process(Path("test.exe"), "200", false)), page) << "no header wanted";
+}
+
+}  // namespace
+}  // namespace TesselServer
