@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "http/ResponseHeader.h"
 
 namespace TesselServer {
@@ -140,6 +143,41 @@ TEST(ResponseHeaderTest, ExtraHeadersCannotEndTheHeaderEarly) {
     fields.extraHeaders = c.given;
     EXPECT_EQ(HeaderText(fields), "HTTP/1.0 200 OK\r\n" + kCommon + c.sent + "\r\n") << c.why;
   }
+}
+
+// Whether `text`, cut at CR LF, CR or LF as a lenient client may do it, holds a line of nothing but blanks and tabs.
+bool HasBlankLine(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+    if (text.substr(0, end).find_first_not_of(" \t") == std::string_view::npos) return true;
+    text.remove_prefix(end);
+    text.remove_prefix(text.starts_with("\r\n") ? 2 : text.empty() ? 0 : 1);
+  }
+  return false;
+}
+
+TEST(ResponseHeaderTest, NoTextOfUpToSevenBytesEndsTheHeaderEarly) {
+  constexpr std::string_view kBytes = "x\r\n \t";
+  std::size_t texts = 0;
+  for (std::size_t length = 1; length <= 7; ++length) {
+    std::string extra(length, kBytes[0]);
+    std::vector<std::size_t> digits(length, 0);
+    for (bool more = true; more;) {
+      HeaderFields fields = Fields("200");
+      fields.extraHeaders = extra;
+      fields.endHeader = false;
+      const std::string header = HeaderText(fields);
+      ASSERT_FALSE(HasBlankLine(header)) << testing::PrintToString(extra) << testing::PrintToString(header);
+      ++texts;
+      more = false;
+      for (std::size_t i = 0; i < length && !more; ++i) {
+        digits[i] = (digits[i] + 1) % kBytes.size();
+        extra[i] = kBytes[digits[i]];
+        more = digits[i] != 0;
+      }
+    }
+  }
+  EXPECT_EQ(texts, 97655u) << "5 + 25 + ... + 78125";
 }
 
 }  // namespace
