@@ -14,7 +14,8 @@
 // Errors:    Error (number, source, description) from ServerPort, StartServer, TrapFileDataEX and HTTPHeader as told
 //            there, and from nothing else. Everything else that goes wrong is told through LogEvent.
 //
-// Events     Arguments are references: a handler may change them. In every event the host may change properties, connect
+// Events     Arguments are references: a handler may change them. In every event the host may change properties,
+// connect
 //            and disconnect handlers, answer requests, stop the server and destroy the control.
 //
 //   event          raised when                                              arguments

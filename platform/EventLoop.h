@@ -8,7 +8,8 @@
 // Thread:    one thread runs the loop and uses everything that hangs on it. Only Stop may be called from another thread
 //            or from a signal handler.
 // Ownership: the loop outlives every timer and control made for it.
-// Errors:    the constructor raises Error when the kernel has no descriptors left; nothing else raises. An exception that
+// Errors:    the constructor raises Error when the kernel has no descriptors left; nothing else raises. An exception
+// that
 //            leaves a timer's handler is dropped.
 #pragma once
 

@@ -21,7 +21,8 @@ namespace TesselServer {
 
 namespace {
 
-// The notice that the listeners may have a free element now. Every other notice is a generation and an element's number.
+// The notice that the listeners may have a free element now. Every other notice is a generation and an element's
+// number.
 constexpr std::uint64_t kResumeNotice = ~std::uint64_t{0};
 constexpr int kIndexBits = 16;
 
@@ -187,11 +188,13 @@ void SocketArray::Close(std::int32_t index) {
 // The one place that says which events an element in its present state is watched for.
 std::uint32_t SocketArray::WantedEvents(const Element& element) const {
   switch (element.state) {
-    case SocketState::kListening: return element.paused ? 0u : std::uint32_t{EPOLLIN};
+    case SocketState::kListening:
+      return element.paused ? 0u : std::uint32_t{EPOLLIN};
     case SocketState::kConnected:
       return (element.peerEnded ? 0u : std::uint32_t{EPOLLIN}) |
              (element.outgoing != nullptr ? std::uint32_t{EPOLLOUT} : 0u);
-    default: return 0;
+    default:
+      return 0;
   }
 }
 
@@ -335,8 +338,8 @@ SocketArray::AcceptResult SocketArray::Accept(std::int32_t index, std::int32_t r
   if (element == nullptr || element->state != SocketState::kClosed) return AcceptResult::kFailed;
   sockaddr_in peer{};
   socklen_t size = sizeof peer;
-  const int descriptor = accept4(offered_->descriptor, reinterpret_cast<sockaddr*>(&peer), &size,
-                                 SOCK_NONBLOCK | SOCK_CLOEXEC);
+  const int descriptor =
+      accept4(offered_->descriptor, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (descriptor < 0) {
     (IsShortage(errno) ? acceptFailed_ : acceptGone_) = true;
     return acceptFailed_ ? AcceptResult::kFailed : AcceptResult::kGone;
@@ -383,21 +386,25 @@ std::string_view SocketArray::GetData(std::int32_t index) {
 }
 
 void SocketArray::PeerEnded(Element& element) {
+  const std::uint64_t generation = element.generation;
   element.peerEnded = true;
-  if (!element.answerPending && element.outgoing == nullptr && !element.sendFinished) {
-    SetState(element, SocketState::kClosing);
-  }
-  owner_.Close(element.index);
+  owner_.Close(element.index);  // the owner may still answer what has come
+  if (element.generation == generation) FollowPeer(element);
+}
+
+// The state follows a peer that closed its side as soon as no answer is under way.
+void SocketArray::FollowPeer(Element& element) {
+  if (element.state != SocketState::kConnected || !element.peerEnded) return;
+  if (element.answerPending || element.outgoing != nullptr || element.sendFinished) return;
+  SetState(element, SocketState::kClosing);
 }
 
 void SocketArray::AnswerPending(std::int32_t index, bool pending) {
   Element* element = FindConnected(index);
   if (element == nullptr) return;
   element->answerPending = pending;
-  if (!pending && element->peerEnded && element->outgoing == nullptr && !element->sendFinished) {
-    SetState(*element, SocketState::kClosing);
-    UpdateWatch(*element);
-  }
+  FollowPeer(*element);
+  if (element->state == SocketState::kClosing) UpdateWatch(*element);
 }
 
 void SocketArray::InputMayCome(std::int32_t index, bool mayCome) {
@@ -432,8 +439,11 @@ bool SocketArray::Write(Element& element) {
       element.outgoing.reset();
       element.sendFinished = true;
       return true;
-    case Outgoing::Result::kFailed: Fail(element, element.outgoing->Error()); return false;
-    default: return true;
+    case Outgoing::Result::kFailed:
+      Fail(element, element.outgoing->Error());
+      return false;
+    default:
+      return true;
   }
 }
 

@@ -1,5 +1,5 @@
-// An array of socket elements, each with a number, a state and notifications, on an event loop: one element listens, the
-// others carry connections.
+// An array of socket elements, each with a number, a state and notifications, on an event loop: one element listens,
+// the others carry connections.
 //
 // A notification is raised for an element as it is now: an element that was closed or reloaded meanwhile hears nothing
 // of its past. A handler may close, unload and reload any element, its own included.
@@ -49,7 +49,8 @@ class SocketNotifications {
   virtual void DataArrival(std::int32_t Index, std::int64_t bytesTotal) = 0;
   // The kernel has taken the last byte of what SendData was given.
   virtual void SendComplete(std::int32_t Index) = 0;
-  // The peer sends nothing more.
+  // The peer sends nothing more. Inside it an answer may still be sent, or promised with AnswerPending; otherwise the
+  // element is in state kClosing afterwards.
   virtual void Close(std::int32_t Index) = 0;
   // The element failed and is in state kError.
   virtual void SocketError(std::int32_t Index, std::int32_t Number, const std::string& Description) = 0;
@@ -131,8 +132,8 @@ class SocketArray : private LoopClient {
   // element carries no connection or is sending already, and the socket error when the peer is known to have gone.
   void SendData(std::int32_t index, Answer answer);
 
-  // While set, an answer is being produced: a peer that closes its side is told of by Close but the element stays
-  // connected, for a client may send its request and close its side before it reads. Cleared: the state follows.
+  // While set, an answer is being produced: an element whose peer closes its side stays connected, for a client may
+  // send its request and close its side before it reads. Cleared: the state follows.
   void AnswerPending(std::int32_t index, bool pending);
 
   // Whether the client may still send something that belongs to its request. While set, and whenever bytes are left
@@ -157,7 +158,7 @@ class SocketArray : private LoopClient {
     std::uint64_t generation = 0;
     int descriptor = -1;
     WatchId watch = 0;
-    std::uint32_t watched = 0;     // the events it is watched for
+    std::uint32_t watched = 0;  // the events it is watched for
     // listening
     std::uint32_t localAddress = 0;  // network byte order, 0 = all
     std::int32_t localPort = 0;
@@ -192,6 +193,7 @@ class SocketArray : private LoopClient {
   void ServeConnection(Element& element, bool readable, bool writable);
   void Read(Element& element);
   void PeerEnded(Element& element);
+  void FollowPeer(Element& element);
   bool Write(Element& element);
   void FinishSend(Element& element);
   void Fail(Element& element, int error);
@@ -199,16 +201,16 @@ class SocketArray : private LoopClient {
   LoopCore& loop_;
   SocketNotifications& owner_;
   Lingering lingering_;
-  Timer offerAgain_;                   // runs while a listener is paused
+  Timer offerAgain_;                  // runs while a listener is paused
   std::vector<std::int32_t> paused_;  // the listeners that are
-  std::deque<Element> elements_;  // by number; a deque, so that a reference holds while others are loaded
+  std::deque<Element> elements_;      // by number; a deque, so that a reference holds while others are loaded
   IndexSet closed_;
   IndexSet free_;
   std::uint64_t lastGeneration_ = 0;
   std::int32_t lastRequest_ = 0;
 
-  Element* offered_ = nullptr;     // the listener whose connection is being offered
-  std::int32_t acceptedOn_ = -1;   // the element that took it
+  Element* offered_ = nullptr;    // the listener whose connection is being offered
+  std::int32_t acceptedOn_ = -1;  // the element that took it
   bool acceptGone_ = false;
   bool acceptFailed_ = false;
 

@@ -1,13 +1,21 @@
 set(SOURCES
     CRegSettings.cpp
+    EventLoop.cpp
     FileSystem.cpp
     HostProcess.cpp
     PropertyBag.cpp
     RegistryStore.cpp
+    SocketArray.cpp
+    SocketErrors.cpp
     SystemWorld.cpp
+    Timer.cpp
     internal/FindBeneath.cpp
+    internal/Lingering.cpp
+    internal/LoopCore.cpp
     internal/OpenPaths.cpp
-    internal/PathWalk.cpp)
+    internal/Outgoing.cpp
+    internal/PathWalk.cpp
+    internal/SystemErrors.cpp)
 set(PUBLIC_HEADERS
     Error.h
     EventLoop.h

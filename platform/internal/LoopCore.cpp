@@ -129,8 +129,8 @@ int LoopCore::Descriptor() {
 // How long the kernel may be waited for: up to `milliseconds`, but not past the next timer.
 std::int32_t LoopCore::WaitLimit(std::int32_t milliseconds) const {
   if (timers_.empty()) return milliseconds;
-  const std::int64_t untilTimer = std::clamp<std::int64_t>(timers_.begin()->first - now_, 0,
-                                                           std::numeric_limits<std::int32_t>::max());
+  const std::int64_t untilTimer =
+      std::clamp<std::int64_t>(timers_.begin()->first - now_, 0, std::numeric_limits<std::int32_t>::max());
   if (milliseconds < 0) return static_cast<std::int32_t>(untilTimer);
   return static_cast<std::int32_t>(std::min<std::int64_t>(untilTimer, milliseconds));
 }

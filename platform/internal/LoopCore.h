@@ -112,16 +112,16 @@ class LoopCore {
   World& world_;
   int epoll_ = -1;
   int wake_ = -1;
-  int alarm_ = -1;            // a timerfd, made when the host asks for the descriptor
-  bool hosted_ = false;       // the host watches the descriptor itself
+  int alarm_ = -1;       // a timerfd, made when the host asks for the descriptor
+  bool hosted_ = false;  // the host watches the descriptor itself
   std::atomic<bool> stop_ = false;
   int depth_ = 0;
   std::int64_t now_ = 0;
   bool nowValid_ = false;
 
-  std::vector<WatchEntry> watches_;    // the low half of a watch's number is its place
+  std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;
-  std::uint32_t serial_ = 0;           // the high half
+  std::uint32_t serial_ = 0;  // the high half
 
   std::vector<Fetched> fetched_;
   std::size_t fetchedNext_ = 0;

@@ -1,6 +1,5 @@
 #include "platform/internal/Outgoing.h"
 
-#include <csignal>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -90,9 +90,9 @@ Outgoing::Result Outgoing::SendText(int socket) {
   const std::string_view restOfHead = head.substr(std::min(skip, head.size()));
   const std::string_view restOfText = text.substr(skip > head.size() ? skip - head.size() : 0);
   // sendmsg only reads what the vectors point at
-  std::array<iovec, 2> parts = {iovec{const_cast<char*>(restOfHead.data()), restOfHead.size()},
-                                iovec{const_cast<char*>(restOfText.data()),
-                                      std::min<std::size_t>(restOfText.size(), kBytesPerStep)}};
+  std::array<iovec, 2> parts = {
+      iovec{const_cast<char*>(restOfHead.data()), restOfHead.size()},
+      iovec{const_cast<char*>(restOfText.data()), std::min<std::size_t>(restOfText.size(), kBytesPerStep)}};
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();

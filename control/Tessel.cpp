@@ -1,0 +1,297 @@
+#include "control/Tessel.h"
+
+#include <algorithm>
+#include <cassert>
+#include <thread>
+#include <utility>
+
+#include "control/internal/Persistence.h"
+#include "control/internal/TesselCore.h"
+#include "platform/internal/LoopCore.h"
+#include "support/Format.h"
+#include "support/Text.h"
+#include "support/cls_Strings.h"
+#include "support/cls_WinUtil.h"
+
+namespace TesselServer {
+
+namespace {
+
+constexpr std::string_view kProductName = "Tessel";
+
+// Sets a property: its name is told first, then the value is stored.
+template <typename Store>
+void Let(const std::shared_ptr<TesselCore>& shared, const char* name, Store&& store) {
+  assert(shared->owner == std::this_thread::get_id());
+  const auto core = shared;  // the control may be destroyed by whoever is told
+  core->state.reporter.RaisePropertyChanged(name);
+  store(core->state.settings);
+}
+
+void LetMaxConnections(const std::shared_ptr<TesselCore>& core, std::int32_t value) {
+  Let(core, "MaxConnections", [&](Settings& settings) {
+    if (value > Settings::kMaxMaxConnections) return;  // kept: the old value stays, though the change was told
+    settings.MaxConnections = static_cast<std::int16_t>(std::max(value, Settings::kMinMaxConnections));
+  });
+}
+
+void LetIndexPageNames(const std::shared_ptr<TesselCore>& core, const std::string& value) {
+  Let(core, "IndexPageNames", [&](Settings& settings) {
+    settings.IndexPageNames = WithoutBlanks(value);
+    settings.IndexPageList = cls_Strings::ListStrToArray(settings.IndexPageNames, ",");
+  });
+}
+
+// A file that cannot be loaded leaves the property as it was and is not told of.
+template <typename Store>
+void LetFile(const std::shared_ptr<TesselCore>& core, const char* name, const std::string& path, Store&& store) {
+  LineTable lines = LoadLines(path);
+  if (lines == nullptr) return;
+  Let(core, name, [&](Settings& settings) { store(settings, std::move(lines)); });
+}
+
+}  // namespace
+
+Tessel::Tessel(EventLoop& loop) : core_(std::make_shared<TesselCore>(loop, *this)) {
+  core_->lifecycle.Initialize();
+  InitProperties();
+}
+
+Tessel::~Tessel() {
+  core_->lifecycle.Terminate();
+  LoopCore& loop = core_->state.loop.Core();
+  loop.Bury(std::move(core_));
+}
+
+// ---- Properties.
+
+std::string Tessel::ServerIP() const { return core_->state.settings.ServerIP; }
+void Tessel::ServerIP(const std::string& value) {
+  Let(core_, "ServerIP", [&](Settings& settings) { settings.ServerIP = Trim(value); });
+}
+
+std::string Tessel::ServerPort() const { return std::to_string(core_->state.settings.ServerPort); }
+void Tessel::ServerPort(const std::string& value) {
+  const std::int32_t port = ParseServerPort(value);
+  Let(core_, "ServerPort", [&](Settings& settings) { settings.ServerPort = port; });
+}
+
+std::string Tessel::ServerSoftware() const { return core_->state.settings.ServerSoftware; }
+void Tessel::ServerSoftware(const std::string& value) {
+  Let(core_, "ServerSoftware", [&](Settings& settings) { settings.ServerSoftware = value; });
+}
+
+std::string Tessel::ServerName() const { return std::string(Trim(core_->state.settings.ServerName)); }
+void Tessel::ServerName(const std::string& value) {
+  Let(core_, "ServerName", [&](Settings& settings) { settings.ServerName = value; });
+}
+
+e_ContentTypeSource Tessel::ContentTypeSource() const { return core_->state.settings.ContentTypeSource; }
+void Tessel::ContentTypeSource(e_ContentTypeSource value) {
+  Let(core_, "ContentTypeSource", [&](Settings& settings) { settings.ContentTypeSource = value; });
+}
+
+std::string Tessel::ContentTypeSourceFile() const { return core_->state.settings.ContentTypeSourceFile; }
+void Tessel::ContentTypeSourceFile(const std::string& value) {
+  LetFile(core_, "ContentTypeSourceFile", value, [&](Settings& settings, LineTable lines) {
+    settings.ContentTypeLines = std::move(lines);
+    settings.ContentTypeSourceFile = value;
+  });
+}
+
+e_AuthSource Tessel::AuthenticationSource() const { return core_->state.settings.AuthenticationSource; }
+void Tessel::AuthenticationSource(e_AuthSource value) {
+  Let(core_, "AuthenticationSource", [&](Settings& settings) { settings.AuthenticationSource = value; });
+}
+
+std::string Tessel::AuthenticationSourceFile() const { return core_->state.settings.AuthenticationSourceFile; }
+void Tessel::AuthenticationSourceFile(const std::string& value) {
+  LetFile(core_, "AuthenticationSourceFile", value, [&](Settings& settings, LineTable lines) {
+    settings.AuthLines = std::move(lines);
+    settings.AuthenticationSourceFile = value;
+  });
+}
+
+bool Tessel::CGIEnable() const { return core_->state.settings.CGIEnable; }
+void Tessel::CGIEnable(bool value) {
+  Let(core_, "CGIEnable", [&](Settings& settings) { settings.CGIEnable = value; });
+}
+
+std::string Tessel::CGIDirectory() const { return core_->state.settings.CGIDirectory; }
+void Tessel::CGIDirectory(const std::string& value) {
+  Let(core_, "CGIDirectory", [&](Settings& settings) { settings.CGIDirectory = value; });
+}
+
+std::int32_t Tessel::CGITimeout() const { return core_->state.settings.CGITimeout; }
+void Tessel::CGITimeout(std::int32_t value) {
+  Let(core_, "CGITimeout", [&](Settings& settings) { settings.CGITimeout = ClampSeconds(value); });
+}
+
+bool Tessel::SSIEnable() const { return core_->state.settings.SSIEnable; }
+void Tessel::SSIEnable(bool value) {
+  Let(core_, "SSIEnable", [&](Settings& settings) { settings.SSIEnable = value; });
+}
+
+bool Tessel::HTMLFunctionsEnable() const { return core_->state.settings.HTMLFunctionsEnable; }
+void Tessel::HTMLFunctionsEnable(bool value) {
+  Let(core_, "HTMLFunctionsEnable", [&](Settings& settings) { settings.HTMLFunctionsEnable = value; });
+}
+
+bool Tessel::DirectoryBrowseEnable() const { return core_->state.settings.DirectoryBrowseEnable; }
+void Tessel::DirectoryBrowseEnable(bool value) {
+  Let(core_, "DirectoryBrowseEnable", [&](Settings& settings) { settings.DirectoryBrowseEnable = value; });
+}
+
+bool Tessel::ErrorFilesEnable() const { return core_->state.settings.ErrorFilesEnable; }
+void Tessel::ErrorFilesEnable(bool value) {
+  Let(core_, "ErrorFilesEnable", [&](Settings& settings) { settings.ErrorFilesEnable = value; });
+}
+
+bool Tessel::VerboseErrorsEnable() const { return core_->state.settings.VerboseErrorsEnable; }
+void Tessel::VerboseErrorsEnable(bool value) {
+  Let(core_, "VerboseErrorsEnable", [&](Settings& settings) { settings.VerboseErrorsEnable = value; });
+}
+
+std::int32_t Tessel::MaxConnections() const { return core_->state.settings.MaxConnections; }
+void Tessel::MaxConnections(std::int32_t value) { LetMaxConnections(core_, value); }
+
+std::int32_t Tessel::ConnectionTimeout() const { return core_->state.settings.ConnectionTimeout; }
+void Tessel::ConnectionTimeout(std::int32_t value) {
+  Let(core_, "ConnectionTimeout", [&](Settings& settings) { settings.ConnectionTimeout = ClampSeconds(value); });
+}
+
+std::string Tessel::VirtualPath() const { return core_->state.settings.VirtualPath; }
+void Tessel::VirtualPath(const std::string& value) {
+  Let(core_, "VirtualPath", [&](Settings& settings) { settings.VirtualPath = value; });
+}
+
+std::string Tessel::IndexPageNames() const { return core_->state.settings.IndexPageNames; }
+void Tessel::IndexPageNames(const std::string& value) { LetIndexPageNames(core_, value); }
+
+bool Tessel::TrapFileEnable() const { return core_->state.settings.TrapFileEnable; }
+void Tessel::TrapFileEnable(bool value) {
+  const auto core = core_;
+  core->state.settings.TrapFileEnable = value;  // kept: the one property that is stored before it is told of
+  core->state.reporter.RaisePropertyChanged("TrapFileEnable");
+}
+
+std::string Tessel::TrapFileTypes() const { return core_->state.settings.TrapFileTypes; }
+void Tessel::TrapFileTypes(const std::string& value) {
+  Let(core_, "TrapFileTypes", [&](Settings& settings) {
+    settings.TrapFileTypes = WithoutBlanks(value);
+    settings.TrapTypeList = cls_Strings::ListStrToArray(settings.TrapFileTypes, ",");
+  });
+}
+
+// ---- Methods.
+
+void Tessel::ShowAboutBox() {
+  const auto core = core_;
+  core->state.reporter.RaiseAboutBox(std::string(kProductName), Version());
+}
+
+std::string Tessel::Stats_BytesReceived() const {
+  return FormatNumber(core_->state.statistics.BytesReceived / 1024, "0K");
+}
+
+std::string Tessel::Stats_BytesSent() const { return FormatNumber(core_->state.statistics.BytesSent / 1024, "0K"); }
+
+std::string Tessel::Stats_Requests() const { return FormatNumber(core_->state.statistics.RequestCount, "0"); }
+
+std::string Tessel::Stats_Errors() const { return FormatNumber(core_->state.statistics.ErrorCount, "0"); }
+
+std::string Tessel::Stats_UpTime() const {
+  const auto& started = core_->state.statistics.StartTime;
+  return started ? cls_WinUtil().UpTimeText(*started, LocalNow(core_->state.world)) : std::string();
+}
+
+std::string Tessel::Stats_FreeConnections() const {
+  return std::to_string(core_->state.statistics.FreeConnections) + "/" +
+         std::to_string(core_->state.settings.MaxConnections);
+}
+
+void Tessel::ReturnData(std::int32_t Index, const std::string& mData) {
+  const auto core = core_;
+  core->hostAnswers.ReturnData(Index, mData);
+}
+
+void Tessel::TrapFileData(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType) {
+  const auto core = core_;
+  core->hostAnswers.TrapFileData(Index, Data, Process, ContentType);
+}
+
+void Tessel::TrapFileDataEX(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType,
+                            const std::string& StatusCode, const std::string& HeaderField) {
+  const auto core = core_;
+  core->hostAnswers.TrapFileDataEX(Index, Data, Process, ContentType, StatusCode, HeaderField);
+}
+
+std::int16_t Tessel::QueryStringCount(std::int32_t Index, const std::string& Paramter) const {
+  return core_->hostAnswers.QueryStringCount(Index, Paramter);
+}
+
+std::string Tessel::QueryString(std::int32_t Index, const std::string& Paramter, std::int32_t Item) const {
+  return core_->hostAnswers.QueryString(Index, Paramter, Item);
+}
+
+std::string Tessel::CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter) {
+  return core_->hostAnswers.CGIValue(Index, Variable, Delimiter);
+}
+
+std::string Tessel::HTTPHeader(std::int32_t Index, const std::string& HeaderField) const {
+  return core_->hostAnswers.HTTPHeader(Index, HeaderField);
+}
+
+bool Tessel::ServerRunning() const { return core_->state.running; }
+
+bool Tessel::StartServer() {
+  assert(core_->owner == std::this_thread::get_id());
+  const auto core = core_;
+  return core->lifecycle.StartServer();
+}
+
+bool Tessel::StopServer() {
+  assert(core_->owner == std::this_thread::get_id());
+  const auto core = core_;
+  return core->lifecycle.StopServer();
+}
+
+std::string Tessel::Version() const {
+  return std::to_string(ComponentVersion::kMajor) + "." + std::to_string(ComponentVersion::kMinor) + "." +
+         FormatNumber(ComponentVersion::kRevision, "00#");
+}
+
+// ---- Persistence.
+
+void Tessel::InitProperties() {
+  const auto core = core_;
+  core->state.settings = Settings();
+  LetMaxConnections(core, Settings::kMinMaxConnections);
+}
+
+void Tessel::ReadProperties(const PropertyBag& bag) {
+  const auto core = core_;
+  ReadSettings(bag, core->state.settings,
+               {[&](std::int32_t value) { LetMaxConnections(core, value); },
+                [&](const std::string& value) { LetIndexPageNames(core, value); }});
+}
+
+void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, core_->state.settings); }
+
+// ---- Beyond the interface.
+
+std::string Tessel::ApplicationFolder() const { return core_->state.applicationFolder; }
+void Tessel::ApplicationFolder(const std::string& value) { core_->state.applicationFolder = value; }
+
+std::int32_t Tessel::ListeningPort() const { return core_->state.sckWS.BoundPort(kListener); }
+
+bool Tessel::IsListening() const { return core_->state.sckWS.State(kListener) == SocketState::kListening; }
+
+std::int64_t Tessel::MaxBodyBytes() const { return core_->state.maxBodyBytes; }
+void Tessel::MaxBodyBytes(std::int64_t value) {
+  core_->state.maxBodyBytes = std::clamp<std::int64_t>(value, 0, Reception::kMaxBodyBytes);
+}
+
+std::string Tessel::RequestBody(std::int32_t Index) const { return core_->hostAnswers.RequestBody(Index); }
+
+}  // namespace TesselServer

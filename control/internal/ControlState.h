@@ -1,0 +1,73 @@
+// What the parts of a control share: its settings, counters, sockets, slots and switches. Each part documents which of
+// them it changes.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "control/internal/Reporter.h"
+#include "control/internal/Settings.h"
+#include "control/internal/Slot.h"
+#include "control/internal/Statistics.h"
+#include "platform/EventLoop.h"
+#include "platform/FileSystem.h"
+#include "platform/SocketArray.h"
+#include "platform/Timer.h"
+#include "platform/World.h"
+
+namespace TesselServer {
+
+// The components' own version.
+namespace ComponentVersion {
+inline constexpr std::int32_t kMajor = 1;
+inline constexpr std::int32_t kMinor = 1;
+inline constexpr std::int32_t kRevision = 0;
+}  // namespace ComponentVersion
+
+// The element that listens; connections have the elements above it.
+inline constexpr std::int32_t kListener = 1;
+inline constexpr std::int32_t kFirstConnection = 2;
+
+struct ControlState {
+  ControlState(EventLoop& eventLoop, Tessel& owner, SocketNotifications& notifications)
+      : loop(eventLoop),
+        world(eventLoop.TheWorld()),
+        reporter(owner, statistics),
+        sckWS(eventLoop, notifications),
+        tmrCheckConn(eventLoop),
+        requestTemplate(world) {}
+
+  EventLoop& loop;
+  World& world;
+  Settings settings;
+  Statistics statistics;
+  Reporter reporter;
+  SocketArray sckWS;
+  Timer tmrCheckConn;
+  cls_HTTP requestTemplate;  // the control-wide settings that records share
+  RootFolder root{""};       // VirtualPath, opened
+  std::shared_ptr<SlotTable> slots;
+
+  bool running = false;                  // from StartServer to StopServer, a failed start included
+  bool holdConnections = false;          // connection requests are left waiting
+  bool terminated = false;               // the control is gone; its parts only unwind
+  std::uint32_t stopCount = 0;           // how often StopServer ran: a start that sees it change gives up
+  std::uint32_t lastConnectionTick = 0;  // milliseconds at the latest connection request, wrapping
+  std::int32_t boundPort = 0;            // the port obtained for ServerPort 0
+  std::string authFileName;              // name of the per-directory password file
+  std::string serverNameInUse;
+  std::string serverAddressInUse;
+  std::string applicationFolder;  // stands for VirtualPath where that is "", and holds the error pages
+  std::int64_t maxBodyBytes = Reception::kDefaultMaxBodyBytes;
+
+  // The highest connection element that both the settings and the slots of this run allow.
+  std::int32_t HighestConnection() const {
+    return slots ? std::min<std::int32_t>(settings.MaxConnections, slots->HighestIndex()) : 0;
+  }
+
+  std::uint32_t TickCount() const { return static_cast<std::uint32_t>(world.MonotonicMilliseconds()); }
+};
+
+}  // namespace TesselServer

@@ -1,0 +1,188 @@
+#include "control/internal/Dispatch.h"
+
+#include <memory>
+#include <utility>
+
+#include "control/internal/RecordSetup.h"
+#include "control/internal/RequestTarget.h"
+#include "platform/AsciiCase.h"
+#include "support/Text.h"
+
+namespace TesselServer {
+
+namespace {
+
+bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+std::string_view LastComponent(std::string_view name) {
+  const std::size_t slash = name.rfind('/');
+  return slash == std::string_view::npos ? name : name.substr(slash + 1);
+}
+
+// The path below the root as FileRequest tells it: what was found, or what was asked for where nothing was.
+std::string PathForHost(const Slot& slot, const std::string& requestPath) {
+  if (slot.Target.kind != EntryKind::kNone) return slot.Target.name;
+  std::string path = ReplaceAll(ReplaceAll(requestPath, "\\", "/"), "%20", " ");
+  return path.starts_with('/') ? path.substr(1) : path;
+}
+
+std::string UserAuthentication(const RequestFields& request) {
+  std::string text = request.AuthUser + ":" + request.AuthPassword;
+  return Trim(text) == ":" ? std::string() : text;
+}
+
+// One leading separator goes, unless nothing else is there: the root keeps its name.
+void DropLeadingSeparator(std::string& path) {
+  if (path.size() > 1 && IsSeparator(path.front())) path.erase(0, 1);
+}
+
+}  // namespace
+
+// One call of SendWebPage. Holds on to what an event inside it could take away.
+struct Dispatch::Call {
+  std::int32_t index;
+  std::shared_ptr<SlotTable> slots;
+  Slot& slot;
+  std::uint64_t generation;
+  std::shared_ptr<cls_HTTP> record;
+};
+
+void Dispatch::Begin(std::int32_t Index) {
+  const auto slots = state_.slots;
+  Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
+  if (slot == nullptr) return;
+  slot->QueryParser.QueryString(slot->Fields().RequestQuery);
+  FindTarget(*slot);
+  std::string fileName = PathForHost(*slot, slot->Fields().RequestPath);
+  if (!slot->Fields().RequestPath.empty() && IsTrapped(*slot, fileName)) {
+    OfferToHost(Index, *slot, std::move(fileName));
+    return;
+  }
+  slot->NotTrapped = true;
+  SendWebPage(Index, "", false);
+}
+
+void Dispatch::FindTarget(Slot& slot) {
+  if (slot.Fields().RequestPath.empty()) return;
+  if (state_.root.Path() != state_.settings.VirtualPath) state_.root = RootFolder(state_.settings.VirtualPath);
+  slot.Target = ResolveTarget(state_.root, slot.Fields().RequestPath, state_.settings.IndexPageNames,
+                              [this](const FoundEntry& entry) { return IsSecret(entry); });
+}
+
+// Password files are never served: neither by the name that folders keep theirs under, nor the control's own by any
+// name.
+bool Dispatch::IsSecret(const FoundEntry& entry) const {
+  if (EqualNoCase(LastComponent(entry.name), state_.authFileName)) return true;
+  if (state_.settings.AuthenticationSourceFile.empty() || !entry.readable) return false;
+  const OpenFile passwords = OpenPath(state_.settings.AuthenticationSourceFile);
+  return passwords.IsOpen() && passwords.Identity() == entry.file.Identity();
+}
+
+bool Dispatch::IsTrapped(const Slot& slot, std::string_view fileName) const {
+  if (!state_.settings.TrapFileEnable || !state_.reporter.FileRequestIsHeard()) return false;
+  if (Trim(state_.settings.TrapFileTypes).empty()) return true;
+  const std::string_view extension = TrapExtension(slot.Target, fileName);
+  // kept: an extension that is part of a listed one is trapped too
+  return !extension.empty() && FindNoCase(state_.settings.TrapFileTypes, extension) != std::string_view::npos;
+}
+
+void Dispatch::OfferToHost(std::int32_t Index, Slot& slot, std::string fileName) {
+  const auto slots = state_.slots;
+  const std::uint64_t generation = state_.sckWS.Generation(Index);
+  slot.NotTrapped = false;
+  slot.TrapOutstanding = true;
+  slot.Target = {};  // the answer may take its time: nothing stays open until then
+  const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(fileName), UserAuthentication(slot.Fields()));
+  if (heard || state_.sckWS.Generation(Index) != generation || !slot.TrapOutstanding) return;
+  slot.TrapOutstanding = false;
+  SendWebPage(Index, "500", true);
+}
+
+void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus) {
+  const auto slots = state_.slots;
+  Slot* slot = slots ? slots->At(Index) : nullptr;
+  if (slot == nullptr) return;
+  state_.statistics.RequestCount += 1;
+  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr};
+  bool handedOver = false;
+  const bool decided = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
+    call.record = RecordOf(state_, *slot, Index);
+    Decision decision = Decide(call, StatusCode, ForceStatus);
+    handedOver = Deliver(call, std::move(decision));
+  });
+  if (!decided && !handedOver) {
+    state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
+      if (call.record) handedOver = Deliver(call, {ErrorAnswer(*call.record, "500"), "500", false});
+    });
+  }
+  if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
+  slot->Target = {};
+  if (call.record) call.record->EndRequest();
+  if (!handedOver) sending_.CloseConnection(Index);
+}
+
+Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, bool forceStatus) {
+  RequestFields& request = call.slot.Fields();
+  if (forceStatus) {
+    if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed behind the answer
+    return {ErrorAnswer(*call.record, statusCode), std::string(statusCode), false};
+  }
+  if (!call.slot.NotTrapped) return HostAnswer(call);
+  if (request.RequestPath.empty()) return {};
+  if (call.slot.Target.kind == EntryKind::kNone) FindTarget(call.slot);  // the host handed the request back
+  DropLeadingSeparator(request.RequestPath);
+  switch (call.slot.Target.kind) {
+    case EntryKind::kNone:
+      return Refusal(*call.record, "404");
+    case EntryKind::kDirectory:
+      return DirectoryAnswer(call);
+    default:
+      return FileAnswer(call);
+  }
+}
+
+// The error page, or with VerboseErrorsEnable off the bare header. The page's own status line says 200, the header's
+// the code.
+Answer Dispatch::ErrorAnswer(cls_HTTP& record, std::string_view statusCode) const {
+  if (state_.settings.VerboseErrorsEnable) return record.ErrorPage(statusCode, state_.settings.ErrorFilesEnable);
+  return {record.BuildHeader(statusCode, 0, "text/html", true, ""), std::string()};
+}
+
+Dispatch::Decision Dispatch::Refusal(cls_HTTP& record, std::string_view statusCode) const {
+  return {ErrorAnswer(record, statusCode), std::string(statusCode), true};
+}
+
+Dispatch::Decision Dispatch::HostAnswer(Call& call) const {
+  Slot& slot = call.slot;
+  std::string head = call.record->BuildHeader(slot.TrapStatusCode, static_cast<std::int64_t>(slot.TrapData.size()),
+                                              slot.TrapContentType, true, slot.TrapHeaderField);
+  return {{std::move(head), std::exchange(slot.TrapData, {})}, slot.TrapStatusCode, false};
+}
+
+// A folder without an index page is forbidden.
+Dispatch::Decision Dispatch::DirectoryAnswer(Call& call) const { return Refusal(*call.record, "403"); }
+
+Dispatch::Decision Dispatch::FileAnswer(Call& call) const {
+  if (!call.slot.Target.readable) return Refusal(*call.record, "403");
+  const std::string file = MapPath(state_.settings.VirtualPath, call.slot.Target.name);
+  RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);
+  Answer answer = call.record->ProcessFile(std::move(call.slot.Target.file), file, "200", true, "", info,
+                                           call.slot.Fields().RequestBody);
+  return {std::move(answer), "200", true};
+}
+
+// Sends and logs. False when no byte was handed over.
+bool Dispatch::Deliver(Call& call, Decision decision) {
+  const std::int64_t size = decision.answer.Size();
+  if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return false;
+  const std::string address = decision.logged ? state_.sckWS.RemoteHostIP(call.index) : std::string();
+  const bool handedOver = sending_.SendData(call.index, std::move(decision.answer));
+  if (!decision.logged) return handedOver;
+  state_.statistics.BytesSent += static_cast<double>(size);
+  if (state_.sckWS.Generation(call.index) == call.generation) {
+    sending_.LogRequest(call.index, address, decision.status, size);
+  }
+  return handedOver;
+}
+
+}  // namespace TesselServer

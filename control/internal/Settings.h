@@ -1,0 +1,71 @@
+// The configuration of a control, property by property, and what follows from it.
+//
+// Thread:    the host's thread.
+// Ownership: plain values.
+// Errors:    ParseServerPort raises; the rest does not.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "http/Enumerations.h"
+
+namespace TesselServer {
+
+// One trimmed line of a file per entry, in file order.
+using LineTable = std::shared_ptr<const std::vector<std::string>>;
+
+struct Settings {
+  static constexpr std::int32_t kMaxSeconds = 2'000'000'000;        // the time-outs' upper end
+  static constexpr std::int32_t kMaxMaxConnections = 10'000;        // a larger value is not stored
+  static constexpr std::int32_t kMinMaxConnections = 2;             // the listener and one connection
+  static constexpr std::size_t kMaxTableLines = 32767;              // a file with more lines is not loaded
+  static constexpr std::int64_t kMaxTableBytes = 16 * 1024 * 1024;  // nor is one that is larger
+
+  std::string ServerIP;
+  std::int32_t ServerPort = 80;
+  std::string ServerSoftware = "Orvane Tessel/1.1";
+  std::string ServerName;
+  e_ContentTypeSource ContentTypeSource = e_ContentTypeSource::Registry;
+  std::string ContentTypeSourceFile;
+  e_AuthSource AuthenticationSource = e_AuthSource::GolbalFile;
+  std::string AuthenticationSourceFile;
+  bool CGIEnable = false;
+  std::string CGIDirectory;
+  std::int32_t CGITimeout = 30;
+  bool SSIEnable = false;
+  bool HTMLFunctionsEnable = false;
+  bool DirectoryBrowseEnable = false;
+  bool ErrorFilesEnable = false;
+  bool VerboseErrorsEnable = true;
+  std::int16_t MaxConnections = kMinMaxConnections;
+  std::int32_t ConnectionTimeout = 10;
+  std::string VirtualPath;
+  std::string IndexPageNames = "index.html";
+  bool TrapFileEnable = false;
+  std::string TrapFileTypes;
+
+  // Made from the above when the property is set; a default or a value read from a bag does not make them.
+  std::vector<std::string> IndexPageList;
+  std::vector<std::string> TrapTypeList;
+  LineTable ContentTypeLines;
+  LineTable AuthLines;
+};
+
+// A port text as a number: blanks around it are dropped, a fraction is rounded half to even. Raises Error 13 for a text
+// that is no number and 6 for one beyond 32 bits.
+std::int32_t ParseServerPort(std::string_view text);
+
+// `value` moved into 0 to kMaxSeconds.
+std::int32_t ClampSeconds(std::int32_t value);
+
+// `text` without any blank.
+std::string WithoutBlanks(std::string_view text);
+
+// The trimmed lines of the file at `path`; null when it cannot be read or is beyond the limits of a table.
+LineTable LoadLines(const std::string& path);
+
+}  // namespace TesselServer

@@ -1,0 +1,78 @@
+// What the control keeps for one connection, from the moment it is accepted until its answer has gone.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "control/internal/Reception.h"
+#include "http/cls_HTTP.h"
+#include "platform/FileSystem.h"
+#include "platform/Timer.h"
+#include "support/cls_QueryString.h"
+
+namespace TesselServer {
+
+struct Slot {
+  Reception Request;
+  std::int64_t LastActivity = 0;   // UTC seconds of the latest bytes in or out; kept, not consulted
+  std::string FunctionResult;      // what the host returned for the latest function tag
+  FoundEntry Target;               // what the path of the request leads to
+  bool NotTrapped = true;          // the control answers by itself, not with the host's data
+  bool SecondaryAccepted = false;  // kept: set for an element that is no listener but was asked to accept
+  bool TrapOutstanding = false;    // FileRequest was raised and not answered yet
+  std::string TrapData;
+  std::string TrapContentType;
+  std::string TrapHeaderField;
+  std::string TrapStatusCode;
+  cls_QueryString QueryParser;
+  std::shared_ptr<cls_HTTP> Record;                            // made on first use, kept for the next request
+  std::unique_ptr<Timer> WaitTimer;                            // for the rest of a header block or body
+  Reception::Outcome WaitsFor = Reception::Outcome::kWaiting;  // what WaitTimer is running for
+
+  RequestFields& Fields() { return Request.Fields(); }
+
+  // For the next client. Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record.
+  void Reset(std::int64_t maxBodyBytes) {
+    Request = Reception(maxBodyBytes);
+    FunctionResult.clear();
+    Target = {};
+    TrapOutstanding = false;
+    TrapData.clear();
+    TrapContentType.clear();
+    TrapHeaderField.clear();
+    TrapStatusCode.clear();
+    QueryParser.QueryString("");
+    WaitTimer.reset();
+    WaitsFor = Reception::Outcome::kWaiting;
+  }
+};
+
+// The slots of one run of the server, by element number. A slot is made when it is first used, so that 10,000 unused
+// ones cost nothing. Whoever works on a slot across an event holds the table, since the host may start anew inside it.
+class SlotTable {
+ public:
+  explicit SlotTable(std::int32_t highestIndex) : slots_(static_cast<std::size_t>(highestIndex) + 1) {}
+
+  std::int32_t HighestIndex() const { return static_cast<std::int32_t>(slots_.size()) - 1; }
+
+  // Null for a number outside 0 to HighestIndex.
+  Slot* At(std::int32_t index) {
+    if (index < 0 || index > HighestIndex()) return nullptr;
+    auto& slot = slots_[static_cast<std::size_t>(index)];
+    if (!slot) slot = std::make_unique<Slot>();
+    return slot.get();
+  }
+
+  // Null also for a slot that was never used.
+  Slot* IfUsed(std::int32_t index) {
+    if (index < 0 || index > HighestIndex()) return nullptr;
+    return slots_[static_cast<std::size_t>(index)].get();
+  }
+
+ private:
+  std::vector<std::unique_ptr<Slot>> slots_;
+};
+
+}  // namespace TesselServer

@@ -1,0 +1,22 @@
+set(SOURCES
+    Tessel.cpp
+    internal/AccessLog.cpp
+    internal/BlankLineFinder.cpp
+    internal/Connections.cpp
+    internal/Dispatch.cpp
+    internal/HeaderFields.cpp
+    internal/HostAnswers.cpp
+    internal/Lifecycle.cpp
+    internal/Persistence.cpp
+    internal/Reception.cpp
+    internal/RecordSetup.cpp
+    internal/Reporter.cpp
+    internal/RequestLine.cpp
+    internal/RequestTarget.cpp
+    internal/Sending.cpp
+    internal/Settings.cpp
+    internal/TesselCore.cpp
+    internal/TimeOuts.cpp)
+set(PUBLIC_HEADERS
+    Event.h
+    Tessel.h)
