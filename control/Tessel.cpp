@@ -19,11 +19,17 @@ namespace {
 
 constexpr std::string_view kProductName = "Tessel";
 
+// Every way in: debug builds check that it is taken on the thread that made the control. The copy keeps the inside
+// alive when an event destroys the control.
+std::shared_ptr<TesselCore> Enter(const std::shared_ptr<TesselCore>& core) {
+  assert(core->owner == std::this_thread::get_id());
+  return core;
+}
+
 // Sets a property: its name is told first, then the value is stored.
 template <typename Store>
 void Let(const std::shared_ptr<TesselCore>& shared, const char* name, Store&& store) {
-  assert(shared->owner == std::this_thread::get_id());
-  const auto core = shared;  // the control may be destroyed by whoever is told
+  const auto core = Enter(shared);
   core->state.reporter.RaisePropertyChanged(name);
   store(core->state.settings);
 }
@@ -65,33 +71,33 @@ Tessel::~Tessel() {
 
 // ---- Properties.
 
-std::string Tessel::ServerIP() const { return core_->state.settings.ServerIP; }
+std::string Tessel::ServerIP() const { return Enter(core_)->state.settings.ServerIP; }
 void Tessel::ServerIP(const std::string& value) {
   Let(core_, "ServerIP", [&](Settings& settings) { settings.ServerIP = Trim(value); });
 }
 
-std::string Tessel::ServerPort() const { return std::to_string(core_->state.settings.ServerPort); }
+std::string Tessel::ServerPort() const { return std::to_string(Enter(core_)->state.settings.ServerPort); }
 void Tessel::ServerPort(const std::string& value) {
   const std::int32_t port = ParseServerPort(value);
   Let(core_, "ServerPort", [&](Settings& settings) { settings.ServerPort = port; });
 }
 
-std::string Tessel::ServerSoftware() const { return core_->state.settings.ServerSoftware; }
+std::string Tessel::ServerSoftware() const { return Enter(core_)->state.settings.ServerSoftware; }
 void Tessel::ServerSoftware(const std::string& value) {
   Let(core_, "ServerSoftware", [&](Settings& settings) { settings.ServerSoftware = value; });
 }
 
-std::string Tessel::ServerName() const { return std::string(Trim(core_->state.settings.ServerName)); }
+std::string Tessel::ServerName() const { return std::string(Trim(Enter(core_)->state.settings.ServerName)); }
 void Tessel::ServerName(const std::string& value) {
   Let(core_, "ServerName", [&](Settings& settings) { settings.ServerName = value; });
 }
 
-e_ContentTypeSource Tessel::ContentTypeSource() const { return core_->state.settings.ContentTypeSource; }
+e_ContentTypeSource Tessel::ContentTypeSource() const { return Enter(core_)->state.settings.ContentTypeSource; }
 void Tessel::ContentTypeSource(e_ContentTypeSource value) {
   Let(core_, "ContentTypeSource", [&](Settings& settings) { settings.ContentTypeSource = value; });
 }
 
-std::string Tessel::ContentTypeSourceFile() const { return core_->state.settings.ContentTypeSourceFile; }
+std::string Tessel::ContentTypeSourceFile() const { return Enter(core_)->state.settings.ContentTypeSourceFile; }
 void Tessel::ContentTypeSourceFile(const std::string& value) {
   LetFile(core_, "ContentTypeSourceFile", value, [&](Settings& settings, LineTable lines) {
     settings.ContentTypeLines = std::move(lines);
@@ -99,12 +105,12 @@ void Tessel::ContentTypeSourceFile(const std::string& value) {
   });
 }
 
-e_AuthSource Tessel::AuthenticationSource() const { return core_->state.settings.AuthenticationSource; }
+e_AuthSource Tessel::AuthenticationSource() const { return Enter(core_)->state.settings.AuthenticationSource; }
 void Tessel::AuthenticationSource(e_AuthSource value) {
   Let(core_, "AuthenticationSource", [&](Settings& settings) { settings.AuthenticationSource = value; });
 }
 
-std::string Tessel::AuthenticationSourceFile() const { return core_->state.settings.AuthenticationSourceFile; }
+std::string Tessel::AuthenticationSourceFile() const { return Enter(core_)->state.settings.AuthenticationSourceFile; }
 void Tessel::AuthenticationSourceFile(const std::string& value) {
   LetFile(core_, "AuthenticationSourceFile", value, [&](Settings& settings, LineTable lines) {
     settings.AuthLines = std::move(lines);
@@ -112,70 +118,70 @@ void Tessel::AuthenticationSourceFile(const std::string& value) {
   });
 }
 
-bool Tessel::CGIEnable() const { return core_->state.settings.CGIEnable; }
+bool Tessel::CGIEnable() const { return Enter(core_)->state.settings.CGIEnable; }
 void Tessel::CGIEnable(bool value) {
   Let(core_, "CGIEnable", [&](Settings& settings) { settings.CGIEnable = value; });
 }
 
-std::string Tessel::CGIDirectory() const { return core_->state.settings.CGIDirectory; }
+std::string Tessel::CGIDirectory() const { return Enter(core_)->state.settings.CGIDirectory; }
 void Tessel::CGIDirectory(const std::string& value) {
   Let(core_, "CGIDirectory", [&](Settings& settings) { settings.CGIDirectory = value; });
 }
 
-std::int32_t Tessel::CGITimeout() const { return core_->state.settings.CGITimeout; }
+std::int32_t Tessel::CGITimeout() const { return Enter(core_)->state.settings.CGITimeout; }
 void Tessel::CGITimeout(std::int32_t value) {
   Let(core_, "CGITimeout", [&](Settings& settings) { settings.CGITimeout = ClampSeconds(value); });
 }
 
-bool Tessel::SSIEnable() const { return core_->state.settings.SSIEnable; }
+bool Tessel::SSIEnable() const { return Enter(core_)->state.settings.SSIEnable; }
 void Tessel::SSIEnable(bool value) {
   Let(core_, "SSIEnable", [&](Settings& settings) { settings.SSIEnable = value; });
 }
 
-bool Tessel::HTMLFunctionsEnable() const { return core_->state.settings.HTMLFunctionsEnable; }
+bool Tessel::HTMLFunctionsEnable() const { return Enter(core_)->state.settings.HTMLFunctionsEnable; }
 void Tessel::HTMLFunctionsEnable(bool value) {
   Let(core_, "HTMLFunctionsEnable", [&](Settings& settings) { settings.HTMLFunctionsEnable = value; });
 }
 
-bool Tessel::DirectoryBrowseEnable() const { return core_->state.settings.DirectoryBrowseEnable; }
+bool Tessel::DirectoryBrowseEnable() const { return Enter(core_)->state.settings.DirectoryBrowseEnable; }
 void Tessel::DirectoryBrowseEnable(bool value) {
   Let(core_, "DirectoryBrowseEnable", [&](Settings& settings) { settings.DirectoryBrowseEnable = value; });
 }
 
-bool Tessel::ErrorFilesEnable() const { return core_->state.settings.ErrorFilesEnable; }
+bool Tessel::ErrorFilesEnable() const { return Enter(core_)->state.settings.ErrorFilesEnable; }
 void Tessel::ErrorFilesEnable(bool value) {
   Let(core_, "ErrorFilesEnable", [&](Settings& settings) { settings.ErrorFilesEnable = value; });
 }
 
-bool Tessel::VerboseErrorsEnable() const { return core_->state.settings.VerboseErrorsEnable; }
+bool Tessel::VerboseErrorsEnable() const { return Enter(core_)->state.settings.VerboseErrorsEnable; }
 void Tessel::VerboseErrorsEnable(bool value) {
   Let(core_, "VerboseErrorsEnable", [&](Settings& settings) { settings.VerboseErrorsEnable = value; });
 }
 
-std::int32_t Tessel::MaxConnections() const { return core_->state.settings.MaxConnections; }
+std::int32_t Tessel::MaxConnections() const { return Enter(core_)->state.settings.MaxConnections; }
 void Tessel::MaxConnections(std::int32_t value) { LetMaxConnections(core_, value); }
 
-std::int32_t Tessel::ConnectionTimeout() const { return core_->state.settings.ConnectionTimeout; }
+std::int32_t Tessel::ConnectionTimeout() const { return Enter(core_)->state.settings.ConnectionTimeout; }
 void Tessel::ConnectionTimeout(std::int32_t value) {
   Let(core_, "ConnectionTimeout", [&](Settings& settings) { settings.ConnectionTimeout = ClampSeconds(value); });
 }
 
-std::string Tessel::VirtualPath() const { return core_->state.settings.VirtualPath; }
+std::string Tessel::VirtualPath() const { return Enter(core_)->state.settings.VirtualPath; }
 void Tessel::VirtualPath(const std::string& value) {
   Let(core_, "VirtualPath", [&](Settings& settings) { settings.VirtualPath = value; });
 }
 
-std::string Tessel::IndexPageNames() const { return core_->state.settings.IndexPageNames; }
+std::string Tessel::IndexPageNames() const { return Enter(core_)->state.settings.IndexPageNames; }
 void Tessel::IndexPageNames(const std::string& value) { LetIndexPageNames(core_, value); }
 
-bool Tessel::TrapFileEnable() const { return core_->state.settings.TrapFileEnable; }
+bool Tessel::TrapFileEnable() const { return Enter(core_)->state.settings.TrapFileEnable; }
 void Tessel::TrapFileEnable(bool value) {
-  const auto core = core_;
+  const auto core = Enter(core_);
   core->state.settings.TrapFileEnable = value;  // kept: the one property that is stored before it is told of
   core->state.reporter.RaisePropertyChanged("TrapFileEnable");
 }
 
-std::string Tessel::TrapFileTypes() const { return core_->state.settings.TrapFileTypes; }
+std::string Tessel::TrapFileTypes() const { return Enter(core_)->state.settings.TrapFileTypes; }
 void Tessel::TrapFileTypes(const std::string& value) {
   Let(core_, "TrapFileTypes", [&](Settings& settings) {
     settings.TrapFileTypes = WithoutBlanks(value);
@@ -186,73 +192,73 @@ void Tessel::TrapFileTypes(const std::string& value) {
 // ---- Methods.
 
 void Tessel::ShowAboutBox() {
-  const auto core = core_;
+  const auto core = Enter(core_);
   core->state.reporter.RaiseAboutBox(std::string(kProductName), Version());
 }
 
 std::string Tessel::Stats_BytesReceived() const {
-  return FormatNumber(core_->state.statistics.BytesReceived / 1024, "0K");
+  return FormatNumber(Enter(core_)->state.statistics.BytesReceived / 1024, "0K");
 }
 
-std::string Tessel::Stats_BytesSent() const { return FormatNumber(core_->state.statistics.BytesSent / 1024, "0K"); }
+std::string Tessel::Stats_BytesSent() const {
+  return FormatNumber(Enter(core_)->state.statistics.BytesSent / 1024, "0K");
+}
 
-std::string Tessel::Stats_Requests() const { return FormatNumber(core_->state.statistics.RequestCount, "0"); }
+std::string Tessel::Stats_Requests() const { return FormatNumber(Enter(core_)->state.statistics.RequestCount, "0"); }
 
-std::string Tessel::Stats_Errors() const { return FormatNumber(core_->state.statistics.ErrorCount, "0"); }
+std::string Tessel::Stats_Errors() const { return FormatNumber(Enter(core_)->state.statistics.ErrorCount, "0"); }
 
 std::string Tessel::Stats_UpTime() const {
-  const auto& started = core_->state.statistics.StartTime;
-  return started ? cls_WinUtil().UpTimeText(*started, LocalNow(core_->state.world)) : std::string();
+  const auto& started = Enter(core_)->state.statistics.StartTime;
+  return started ? cls_WinUtil().UpTimeText(*started, LocalNow(Enter(core_)->state.world)) : std::string();
 }
 
 std::string Tessel::Stats_FreeConnections() const {
-  return std::to_string(core_->state.statistics.FreeConnections) + "/" +
-         std::to_string(core_->state.settings.MaxConnections);
+  return std::to_string(Enter(core_)->state.statistics.FreeConnections) + "/" +
+         std::to_string(Enter(core_)->state.settings.MaxConnections);
 }
 
 void Tessel::ReturnData(std::int32_t Index, const std::string& mData) {
-  const auto core = core_;
+  const auto core = Enter(core_);
   core->hostAnswers.ReturnData(Index, mData);
 }
 
 void Tessel::TrapFileData(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType) {
-  const auto core = core_;
+  const auto core = Enter(core_);
   core->hostAnswers.TrapFileData(Index, Data, Process, ContentType);
 }
 
 void Tessel::TrapFileDataEX(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType,
                             const std::string& StatusCode, const std::string& HeaderField) {
-  const auto core = core_;
+  const auto core = Enter(core_);
   core->hostAnswers.TrapFileDataEX(Index, Data, Process, ContentType, StatusCode, HeaderField);
 }
 
 std::int16_t Tessel::QueryStringCount(std::int32_t Index, const std::string& Paramter) const {
-  return core_->hostAnswers.QueryStringCount(Index, Paramter);
+  return Enter(core_)->hostAnswers.QueryStringCount(Index, Paramter);
 }
 
 std::string Tessel::QueryString(std::int32_t Index, const std::string& Paramter, std::int32_t Item) const {
-  return core_->hostAnswers.QueryString(Index, Paramter, Item);
+  return Enter(core_)->hostAnswers.QueryString(Index, Paramter, Item);
 }
 
 std::string Tessel::CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter) {
-  return core_->hostAnswers.CGIValue(Index, Variable, Delimiter);
+  return Enter(core_)->hostAnswers.CGIValue(Index, Variable, Delimiter);
 }
 
 std::string Tessel::HTTPHeader(std::int32_t Index, const std::string& HeaderField) const {
-  return core_->hostAnswers.HTTPHeader(Index, HeaderField);
+  return Enter(core_)->hostAnswers.HTTPHeader(Index, HeaderField);
 }
 
-bool Tessel::ServerRunning() const { return core_->state.running; }
+bool Tessel::ServerRunning() const { return Enter(core_)->state.running; }
 
 bool Tessel::StartServer() {
-  assert(core_->owner == std::this_thread::get_id());
-  const auto core = core_;
+  const auto core = Enter(core_);
   return core->lifecycle.StartServer();
 }
 
 bool Tessel::StopServer() {
-  assert(core_->owner == std::this_thread::get_id());
-  const auto core = core_;
+  const auto core = Enter(core_);
   return core->lifecycle.StopServer();
 }
 
@@ -264,34 +270,34 @@ std::string Tessel::Version() const {
 // ---- Persistence.
 
 void Tessel::InitProperties() {
-  const auto core = core_;
+  const auto core = Enter(core_);
   core->state.settings = Settings();
   LetMaxConnections(core, Settings::kMinMaxConnections);
 }
 
 void Tessel::ReadProperties(const PropertyBag& bag) {
-  const auto core = core_;
+  const auto core = Enter(core_);
   ReadSettings(bag, core->state.settings,
                {[&](std::int32_t value) { LetMaxConnections(core, value); },
                 [&](const std::string& value) { LetIndexPageNames(core, value); }});
 }
 
-void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, core_->state.settings); }
+void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, Enter(core_)->state.settings); }
 
 // ---- Beyond the interface.
 
-std::string Tessel::ApplicationFolder() const { return core_->state.applicationFolder; }
-void Tessel::ApplicationFolder(const std::string& value) { core_->state.applicationFolder = value; }
+std::string Tessel::ApplicationFolder() const { return Enter(core_)->state.applicationFolder; }
+void Tessel::ApplicationFolder(const std::string& value) { Enter(core_)->state.applicationFolder = value; }
 
-std::int32_t Tessel::ListeningPort() const { return core_->state.sckWS.BoundPort(kListener); }
+std::int32_t Tessel::ListeningPort() const { return Enter(core_)->state.sckWS.BoundPort(kListener); }
 
-bool Tessel::IsListening() const { return core_->state.sckWS.State(kListener) == SocketState::kListening; }
+bool Tessel::IsListening() const { return Enter(core_)->state.sckWS.State(kListener) == SocketState::kListening; }
 
-std::int64_t Tessel::MaxBodyBytes() const { return core_->state.maxBodyBytes; }
+std::int64_t Tessel::MaxBodyBytes() const { return Enter(core_)->state.maxBodyBytes; }
 void Tessel::MaxBodyBytes(std::int64_t value) {
-  core_->state.maxBodyBytes = std::clamp<std::int64_t>(value, 0, Reception::kMaxBodyBytes);
+  Enter(core_)->state.maxBodyBytes = std::clamp<std::int64_t>(value, 0, Reception::kMaxBodyBytes);
 }
 
-std::string Tessel::RequestBody(std::int32_t Index) const { return core_->hostAnswers.RequestBody(Index); }
+std::string Tessel::RequestBody(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestBody(Index); }
 
 }  // namespace TesselServer
