@@ -243,7 +243,7 @@ TEST_P(FindBeneathTest, WhatMayNotBeOpenedIsThereButNotReadable) {
   fs::permissions(file, fs::perms(0));
   fs::permissions(folder, fs::perms(0));
   fs::permissions(tree_.Path() / "locked", fs::perms(0));
-  fs::permissions(tree_.Path() / "search", fs::perms(0711));
+  fs::permissions(tree_.Path() / "search", fs::perms(0311));
   const int status = Kit::InUnprivilegedChild([this] {
     const auto isClosed = [this](std::string_view path, EntryKind kind, std::string_view name) {
       const FoundEntry found = Find(path);

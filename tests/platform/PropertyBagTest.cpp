@@ -342,8 +342,9 @@ TEST(FilePropertyBagTest, SaveRefusesWhatItCannotReplaceOrHold) {
   fs::create_symlink("loop", tree.Path() / "loop");
   const std::size_t entries = CountEntries(tree.Path());
   const std::size_t descriptors = Kit::CountDescriptors();
-  for (const std::string& path : {tree.Text() + "/fifo", tree.Text() + "/folder", tree.Text() + "/loop",
-                                  tree.Text() + "/none/web.conf", tree.Text() + "/a\0b"s, ""s}) {
+  for (const std::string& path :
+       {tree.Text() + "/fifo", tree.Text() + "/folder", tree.Text() + "/loop", tree.Text() + "/none/web.conf",
+        tree.Text() + "/" + std::string(256, 'n'), tree.Text() + "/a\0b"s, ""s}) {
     EXPECT_EQ(NumberOf([&] { FilePropertyBag(path).Save(); }), 75) << path;
   }
   for (const std::string& name : {"a=b"s, "a\nb"s, "a\r"s, "a\0"s}) {
