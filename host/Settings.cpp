@@ -112,7 +112,7 @@ std::string Absolute(const std::string& path) {
 std::string FolderToServe(const Options& options, const std::string& configured) {
   const auto given = options.directory.value_or(configured);
   if (options.directory && given.empty()) throw SettingError("DIRECTORY: \"\" is no folder");
-  const auto folder = given.empty() || given == "." ? std::filesystem::current_path().string() : Absolute(given);
+  auto folder = given.empty() || given == "." ? std::filesystem::current_path().string() : Absolute(given);
   std::error_code error;
   const auto status = std::filesystem::status(folder, error);
   if (!std::filesystem::exists(status)) throw SettingError(given + ": no such folder");
