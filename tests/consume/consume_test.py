@@ -1,0 +1,73 @@
+#!/usr/bin/python3
+"""Builds a small host against the library, as its users do, runs it and fetches a page from it with curl.
+
+    consume_test.py BUILD SCRATCH
+
+BUILD is a build folder of the library, SCRATCH a folder for this test alone. Needs TESSEL_CXX, the compiler.
+"""
+
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent / "kit"))
+from program import Program  # noqa: E402
+
+BUILD_SECONDS = 600
+
+
+def call(*command):
+    """Runs a command that has to succeed; its output is shown when it does not."""
+    done = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, timeout=BUILD_SECONDS)
+    if done.returncode:
+        raise AssertionError("%s:\n%s" % (" ".join(map(str, command)), done.stdout.decode(errors="replace")))
+    return done.stdout
+
+
+def build_host(project, folder, *options):
+    """Configures and builds a project anew; answers the path of its host."""
+    shutil.rmtree(folder, ignore_errors=True)
+    call("cmake", "-S", HERE / project, "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
+         "-DCMAKE_CXX_COMPILER=" + os.environ["TESSEL_CXX"], *options)
+    call("cmake", "--build", folder, "--target", "consume_host")
+    return folder / "consume_host"
+
+
+class Consume(unittest.TestCase):
+    build = scratch = None  # set from the command line
+
+    def serve_a_page(self, host):
+        page = b"<html><body>served by a host of its own</body></html>\n"
+        with tempfile.TemporaryDirectory() as folder:
+            pathlib.Path(folder, "index.html").write_bytes(page)
+            with Program([host, folder]) as program:
+                fetched = call("curl", "--silent", "--show-error", "--fail", "--max-time", "20", program.address)
+                self.assertEqual(fetched, page)
+                program.wait_for_output(r'"GET / HTTP/1\.1" 200 ')
+                self.assertEqual(program.end(signal.SIGTERM), 0)
+
+    def test_an_installed_copy_is_found(self):
+        prefix = self.scratch / "prefix"
+        shutil.rmtree(prefix, ignore_errors=True)
+        call("cmake", "--install", self.build, "--prefix", prefix)
+        installed = {p.name for p in prefix.glob("include/TesselServer/*")}
+        self.assertLessEqual({"Tessel.h", "Event.h", "EventLoop.h", "PropertyBag.h", "Error.h", "Timer.h"}, installed)
+        self.assertEqual([p for p in prefix.rglob("*.h") if p.parent.name != "TesselServer"], [])
+        host = build_host("find_package", self.scratch / "find_package", "-DCMAKE_PREFIX_PATH=%s" % prefix,
+                          "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF", "-DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF")
+        self.serve_a_page(host)
+
+    def test_the_sources_are_added_as_a_folder(self):
+        self.serve_a_page(build_host("add_subdirectory", self.scratch / "add_subdirectory"))
+
+
+if __name__ == "__main__":
+    Consume.build, Consume.scratch = map(pathlib.Path, sys.argv[1:3])
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)

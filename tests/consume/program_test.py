@@ -1,0 +1,313 @@
+#!/usr/bin/python3
+"""The program `tessel` as its user has it: program_test.py PROGRAM"""
+
+import http.client
+import os
+import pathlib
+import re
+import signal
+import socket
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
+from program import Program  # noqa: E402
+
+TESSEL = None  # set from the command line
+
+PROPERTIES = ["--server-ip", "--server-port", "--server-software", "--server-name", "--content-type-source",
+              "--content-type-source-file", "--authentication-source", "--authentication-source-file", "--cgi-directory",
+              "--cgi-timeout", "--max-connections", "--connection-timeout", "--index-page-names", "--trap-file-types"]
+SWITCHES = ["cgi-enable", "ssi-enable", "html-functions-enable", "directory-browse-enable", "error-files-enable",
+            "verbose-errors-enable", "trap-file-enable"]
+
+
+def run(*arguments, cwd=None):
+    """(exit status, standard output, standard error) of a run that is to end by itself."""
+    done = subprocess.run([TESSEL, *map(str, arguments)], cwd=cwd, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, timeout=60)
+    return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+
+def get(port, path, headers=()):
+    """(status, body) as the wire has them."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
+    try:
+        connection.request("GET", path, headers=dict(headers))
+        answer = connection.getresponse()
+        return answer.status, answer.read()
+    finally:
+        connection.close()
+
+
+class ProgramTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name).resolve()
+        self.site = self.folder / "site"
+        self.site.mkdir()
+        (self.site / "index.html").write_text("<html><body>start</body></html>\n")
+
+    def serve(self, *arguments, cwd=None):
+        return Program([TESSEL, "--server-port", "0", *arguments], cwd=cwd)
+
+    def saved(self, *arguments, cwd=None):
+        """The settings that these arguments come to, as {key: text}."""
+        path = self.folder / "saved.conf"
+        status, out, err = run("--save-config", path, *arguments, cwd=cwd)
+        self.assertEqual((status, out), (0, ""), err)
+        return dict(line.split("=", 1) for line in path.read_text().splitlines())
+
+
+class Talk(ProgramTest):
+    def test_help_names_every_option(self):
+        status, out, err = run("--help")
+        self.assertEqual((status, err), (0, ""))
+        for name in PROPERTIES + ["--[no-]" + each for each in SWITCHES]:
+            self.assertRegex(out, r"(?m)^  %s " % re.escape(name))
+        for name in ("--config FILE", "--save-config FILE", "--help", "--version", "--about", "[DIRECTORY]"):
+            self.assertIn(name, out)
+        self.assertLessEqual(max(map(len, out.splitlines())), 120)
+
+    def test_version_and_about(self):
+        self.assertEqual(run("--version"), (0, "tessel 1.1.000\n", ""))
+        status, out, err = run("--about")
+        self.assertEqual((status, err), (0, ""))
+        self.assertTrue(out.startswith("Tessel 1.1.000\n"), out)
+
+
+class Refusals(ProgramTest):
+    """Each is one line on standard error that names what and why, and nothing on standard output."""
+
+    def expect(self, status, words, *arguments, cwd=None):
+        with self.subTest(" ".join(map(str, arguments))):
+            got, out, err = run(*arguments, cwd=cwd)
+            self.assertEqual((got, out), (status, ""), err)
+            self.assertRegex(err, r"\Atessel: [^\n]+\n\Z")
+            for word in words:
+                self.assertIn(str(word), err)
+
+    def test_a_command_line_that_cannot_be_understood(self):
+        for arguments, words in [
+            (["--no-such-option"], ["--no-such-option"]),
+            (["--no-such-option=1"], ["--no-such-option"]),
+            (["-x"], ["-x"]),
+            (["one", "two"], ["two"]),
+            (["--server-port"], ["--server-port", "value is missing"]),
+            (["--server-port", "http"], ["--server-port", '"http"', "0 to 65535"]),
+            (["--server-port="], ["--server-port", '""', "0 to 65535"]),
+            (["--server-port=80 "], ["--server-port", "0 to 65535"]),
+            (["--server-port=80.5"], ["--server-port", "0 to 65535"]),
+            (["--server-port=-1"], ["--server-port", "0 to 65535"]),
+            (["--server-port=65536"], ["--server-port", "0 to 65535"]),
+            (["--server-port=99999999999999999999"], ["--server-port", "0 to 65535"]),
+            (["--cgi-timeout", "-1"], ["--cgi-timeout", "0 to 2000000000"]),
+            (["--cgi-timeout", "2000000001"], ["--cgi-timeout", "0 to 2000000000"]),
+            (["--connection-timeout", "x"], ["--connection-timeout", "0 to 2000000000"]),
+            (["--max-connections", "1"], ["--max-connections", "2 to 10000"]),
+            (["--max-connections", "10001"], ["--max-connections", "2 to 10000"]),
+            (["--content-type-source", "web"], ["--content-type-source", '"web"', "registry, file, internal"]),
+            (["--authentication-source", ""], ["--authentication-source", "global-file, directory-file"]),
+            (["--ssi-enable=perhaps"], ["--ssi-enable", "perhaps"]),
+            (["--no-server-ip"], ["--no-server-ip"]),
+            (["--bad\nname"], ["\\x0A"]),
+        ]:
+            self.expect(2, words, *arguments)
+
+    def test_settings_that_cannot_be_used(self):
+        file = self.site / "index.html"
+        for arguments, words in [
+            ([self.folder / "none"], [self.folder / "none", "no such folder"]),
+            ([file], [file, "is not a folder"]),
+            ([""], ["DIRECTORY"]),
+            (["--config", self.folder / "none.conf"], ["none.conf"]),
+            (["--config", self.site], [self.site]),
+            (["--content-type-source-file", self.folder / "none", self.site], [self.folder / "none", "content types"]),
+            (["--authentication-source-file", self.site, self.site], [self.site, "passwords"]),
+            (["--save-config", self.folder / "none" / "x.conf", self.site], [self.folder / "none" / "x.conf"]),
+        ]:
+            self.expect(1, words, *arguments)
+
+    def test_values_of_a_configuration_that_cannot_be_used(self):
+        config = self.folder / "bad.conf"
+        for line, word in [
+            ("SSIEnable=perhaps", "neither True nor False"),
+            ("ServerPort=http", "0 to 65535"),
+            ("ServerPort=65536", "0 to 65535"),
+            ("ServerPort=", "0 to 65535"),
+            ("ServerMaxConnections=1", "2 to 10000"),
+            ("CGITimeout=-1", "0 to 2000000000"),
+            ("ConnectionTimeout=9999999999", "0 to 2000000000"),
+            ("ContentTypeSource=3", "0 to 2"),
+            ("AuthenticationSource=4", "0 to 3"),
+            ("VirtualPath=%s" % (self.folder / "none"), "no such folder"),
+            ("AuthenticationSourceFile=%s" % (self.folder / "none"), "passwords"),
+        ]:
+            config.write_text(line + "\n")
+            directory = [] if line.startswith("VirtualPath") else [self.site]
+            self.expect(1, [line.split("=")[1], word], "--config", config, *directory)
+
+    def test_a_port_in_use(self):
+        with socket.create_server(("127.0.0.1", 0)) as other:
+            port = other.getsockname()[1]
+            self.expect(1, ["127.0.0.1", port, "in use"], "--server-port", port, self.site)
+
+    def test_an_address_of_another_machine(self):
+        self.expect(1, ["192.0.2.1", "[10049]"], "--server-ip", "192.0.2.1", "--server-port", "0", self.site)
+
+
+class Settings(ProgramTest):
+    def test_own_defaults(self):
+        self.assertEqual(self.saved(cwd=self.site), {"ServerIP": "127.0.0.1", "ServerPort": "8080",
+                                                     "ServerMaxConnections": "1000", "VirtualPath": str(self.site)})
+
+    def test_every_option_in_both_forms_reaches_its_property(self):
+        types, users = self.folder / "types.txt", self.folder / "users.txt"
+        types.write_text("html,text/html\n")
+        users.write_text("user:password\n")
+        values = [("--server-ip", "127.0.0.2", "ServerIP", None), ("--server-port", "81", "ServerPort", None),
+                  ("--server-software", "Soft/1 = x", "ServerSoftware", None), ("--server-name", "name", "ServerName", None),
+                  ("--content-type-source", "internal", "ContentTypeSource", "2"),
+                  ("--content-type-source-file", str(types), "ContentTypeSourceFile", None),
+                  ("--authentication-source", "domain-acl", "AuthenticationSource", "3"),
+                  ("--authentication-source-file", str(users), "AuthenticationSourceFile", None),
+                  ("--cgi-directory", "/usr/lib/programs", "CGIDirectory", None), ("--cgi-timeout", "5", "CGITimeout", None),
+                  ("--max-connections", "7", "ServerMaxConnections", None),
+                  ("--connection-timeout", "0", "ConnectionTimeout", None),
+                  ("--index-page-names", "a.htm, b.htm", "IndexPageNames", "a.htm,b.htm"),
+                  ("--trap-file-types", "cgi,pl", "TrapFileTypes", None)]
+        self.assertEqual([name for name, *_ in values], PROPERTIES)
+        expected = {key: kept or value for _, value, key, kept in values}
+        expected.update({key: "True" for key in ("CGIEnable", "SSIEnable", "HTMLFunctionsEnable", "DirectoryBrowseEnable",
+                                                 "ErrorFilesEnable", "TrapFileEnable")})
+        expected.update({"VerboseErrorsEnable": "False", "VirtualPath": str(self.site)})
+        switches = ["--" + ("no-" if each == "verbose-errors-enable" else "") + each for each in SWITCHES]
+        apart = [part for name, value, *_ in values for part in (name, value)]
+        joined = [name + "=" + value for name, value, *_ in values]
+        self.assertEqual(self.saved(*apart, *switches, self.site), expected)
+        self.assertEqual(self.saved(*joined, *switches, self.site), expected)
+
+    def test_switches_and_repetitions(self):
+        for arguments, key, value in [
+            (["--ssi-enable", "--no-ssi-enable"], "SSIEnable", None),
+            (["--no-ssi-enable", "--ssi-enable"], "SSIEnable", "True"),
+            (["--ssi-enable=true"], "SSIEnable", "True"),
+            (["--ssi-enable=false"], "SSIEnable", None),
+            (["--no-verbose-errors-enable"], "VerboseErrorsEnable", "False"),
+            (["--server-name=a", "--server-name=b"], "ServerName", "b"),
+            (["--server-ip="], "ServerIP", ""),
+            (["--server-ip", ""], "ServerIP", ""),
+            (["--server-name", "--ssi-enable"], "ServerName", "--ssi-enable"),
+            (["--server-name=[x]"], "ServerName", "[x]"),
+        ]:
+            with self.subTest(" ".join(arguments)):
+                self.assertEqual(self.saved(*arguments, self.site).get(key), value)
+
+    def test_a_configuration_goes_round(self):
+        first = self.folder / "first.conf"
+        again = self.folder / "again.conf"
+        self.assertEqual(run("--save-config", first, "--server-port=80", "--server-ip=", "--max-connections=2",
+                             "--server-name=100% a=b", "--ssi-enable", self.site), (0, "", ""))
+        self.assertEqual(stat.S_IMODE(first.stat().st_mode), 0o600)
+        self.assertEqual(run("--config", first, "--save-config", again), (0, "", ""))
+        self.assertEqual(again.read_text(), first.read_text())
+        self.assertEqual(dict(line.split("=", 1) for line in first.read_text().splitlines()),
+                         {"ServerPort": "80", "ServerIP": "", "ServerMaxConnections": "2", "SSIEnable": "True",
+                          "ServerName": "100%25 a=b", "VirtualPath": str(self.site)})
+
+    def test_options_count_before_the_configuration_and_it_before_the_defaults(self):
+        config = self.folder / "it.conf"
+        config.write_text("ServerPort=81\r\nServerName=from the file\n\nSSIEnable=1\nVirtualPath=%s\n" % self.site)
+        kept = self.saved("--config", config, "--server-name", "from the line", "--no-ssi-enable")
+        self.assertEqual(kept, {"ServerIP": "127.0.0.1", "ServerPort": "81", "ServerMaxConnections": "1000",
+                                "ServerName": "from the line", "VirtualPath": str(self.site)})
+        other = self.folder / "other"
+        other.mkdir()
+        self.assertEqual(self.saved("--config", config, other)["VirtualPath"], str(other))
+
+    def test_an_unknown_key_is_told_and_passed_over(self):
+        config = self.folder / "it.conf"
+        config.write_text("Port=81\n")
+        status, out, err = run("--config", config, "--save-config", self.folder / "x.conf", self.site)
+        self.assertEqual((status, out), (0, ""))
+        self.assertRegex(err, r'\Atessel: .*it\.conf: "Port" is no setting[^\n]*\n\Z')
+
+
+class Serving(ProgramTest):
+    def test_serves_the_folder_and_ends_with_status_0(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number.name), self.serve(self.site) as program:
+                self.assertEqual(get(program.port, "/"), (200, (self.site / "index.html").read_bytes()))
+                program.wait_for_output(r'^127\.0\.0\.1 - - \[.*\] "GET / HTTP/1\.1" 200 \d+ "" ""$')
+                self.assertEqual(program.end(number), 0)
+                log = program.output
+                self.assertRegex(log[0], r"^#\[.*\] - Starting Server \.\.\.$")
+                self.assertIn("#HTML Home Path: %s" % self.site, log)
+                self.assertIn("#Max Connections: 1000", log)
+                self.assertRegex(log[-1], r"^#\[.*\] - Server Stopped\.$")
+                self.assertEqual(program.errors[0], "Starting Server ...")
+                self.assertEqual(program.errors[-1], "Server Stopped.")
+                self.assertEqual(program.address, "http://127.0.0.1:%d/" % program.port)
+
+    def test_serves_the_working_folder_without_an_argument(self):
+        with self.serve(cwd=self.site) as program:
+            self.assertEqual(get(program.port, "/index.html")[0], 200)
+            self.assertIn("#HTML Home Path: %s" % self.site, program.output)
+
+    def test_all_addresses_open_on_this_machine(self):
+        with self.serve("--server-ip=", self.site) as program:
+            self.assertTrue(program.address.startswith("http://127.0.0.1:"), program.address)
+            self.assertEqual(get(program.port, "/")[0], 200)
+
+    def test_a_configuration_serves(self):
+        config = self.folder / "it.conf"
+        config.write_text("VirtualPath=%s\nVerboseErrorsEnable=False\nIndexPageNames=start.htm\n" % self.site)
+        (self.site / "start.htm").write_text("another start")
+        with self.serve("--config", config) as program:
+            self.assertEqual(get(program.port, "/"), (200, b"another start"))
+            self.assertEqual(get(program.port, "/none")[0], 404)
+
+    def test_trapped_requests_are_served_as_files(self):
+        with self.serve("--trap-file-enable", self.site) as program:
+            self.assertEqual(get(program.port, "/"), (200, (self.site / "index.html").read_bytes()))
+            self.assertEqual(get(program.port, "/", {"Accept": "*/*"})[0], 200)
+
+    def test_a_log_line_is_one_line_without_control_characters(self):
+        with self.serve(self.site) as program:
+            with socket.create_connection(("127.0.0.1", program.port), timeout=20) as client:
+                client.sendall(b"GET /\x1b[31m HTTP/1.0\r\nReferer: a\x07b\rc\r\nUser-Agent: agent\x7f\r\n\r\n")
+                while client.recv(4096):
+                    pass
+            line = program.wait_for_output("agent")
+            self.assertIn("\\x1B[31m", line)
+            self.assertIn("a\\x07b", line)
+            self.assertIn("agent\\x7F", line)
+            self.assertNotRegex("".join(program.output), r"[\x00-\x1f\x7f]")
+
+    def test_more_clients_than_the_soft_limit_of_descriptors(self):
+        """The program raises its limit, so that the number it is asked for can be served."""
+        command = 'ulimit -S -n 64 && exec "$0" "$@"'
+        with Program(["/bin/bash", "-c", command, TESSEL, "--server-port=0", self.site]) as program:
+            clients = [socket.create_connection(("127.0.0.1", program.port), timeout=20) for _ in range(100)]
+            for client in clients:
+                client.sendall(b"POST / HTTP/1.0\r\nContent-Length: 1000\r\n\r\n")
+            self.assertEqual(get(program.port, "/")[0], 200)
+            for client in clients:
+                client.close()
+            self.assertEqual([line for line in program.errors if "Error" in line], [])
+
+    def test_ends_also_while_a_client_is_half_way(self):
+        with self.serve(self.site) as program:
+            with socket.create_connection(("127.0.0.1", program.port), timeout=20) as client:
+                client.sendall(b"POST / HTTP/1.0\r\nContent-Length: 1000\r\n\r\n")
+                self.assertEqual(get(program.port, "/")[0], 200)
+                self.assertEqual(program.end(signal.SIGTERM), 0)
+
+
+if __name__ == "__main__":
+    TESSEL = os.path.abspath(sys.argv[1])
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=2)
