@@ -1,0 +1,4 @@
+set(SOURCES
+  cls_WinSock.cpp
+)
+set(PUBLIC_HEADERS)
