@@ -69,11 +69,13 @@ void Dispatch::FindTarget(Slot& slot) {
                               [this](const FoundEntry& entry) { return IsSecret(entry); });
 }
 
-// Password files are never served: neither by the name that folders keep theirs under, nor the control's own by any
-// name.
+// Password files are never served: neither those of folders, by their name or that of a link to them, nor the control's
+// own by any name.
 bool Dispatch::IsSecret(const FoundEntry& entry) const {
   if (EqualNoCase(LastComponent(entry.name), state_.authFileName)) return true;
-  if (state_.settings.AuthenticationSourceFile.empty() || !entry.readable) return false;
+  if (!entry.readable) return false;
+  if (EqualNoCase(LastComponent(entry.file.CanonicalPath()), state_.authFileName)) return true;
+  if (state_.settings.AuthenticationSourceFile.empty()) return false;
   const OpenFile passwords = OpenPath(state_.settings.AuthenticationSourceFile);
   return passwords.IsOpen() && passwords.Identity() == entry.file.Identity();
 }
