@@ -1,0 +1,56 @@
+// A control on a standing world and a temporary root, with everything it says written down.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "control/Tessel.h"
+#include "platform/EventLoop.h"
+#include "tests/kit/FakeWorld.h"
+#include "tests/kit/RawClient.h"
+#include "tests/kit/TemporaryTree.h"
+
+namespace TesselServer::Kit {
+
+struct TestControl {
+  TestControl() : tessel(loop) {
+    tessel.ServerIP("127.0.0.1");
+    tessel.ServerPort("0");
+    tessel.VirtualPath(tree.Text());
+    tessel.HTTPLog = [this](std::string& line) { log.push_back(line); };
+    tessel.LogEvent = [this](std::string& text) { errors.push_back(text); };
+    tessel.StatusLine = [this](std::string& text) { status.push_back(text); };
+  }
+
+  // Starts, forgets what the start said, and returns the port.
+  std::int32_t Start() {
+    tessel.StartServer();
+    log.clear();
+    status.clear();
+    return tessel.ListeningPort();
+  }
+
+  // The whole answer to one request.
+  std::string Ask(std::string_view request) { return Exchange(loop, tessel.ListeningPort(), request); }
+  std::string Get(const std::string& url) { return Ask("GET " + url + " HTTP/1.0\r\n\r\n"); }
+
+  TemporaryTree tree;
+  FakeWorld world;
+  EventLoop loop{world};
+  std::vector<std::string> log;
+  std::vector<std::string> errors;
+  std::vector<std::string> status;
+  Tessel tessel;
+};
+
+// The part of an answer behind its header block, and the block itself with its blank line.
+inline std::string BodyOf(const std::string& answer) {
+  const std::size_t end = answer.find("\r\n\r\n");
+  return end == std::string::npos ? std::string() : answer.substr(end + 4);
+}
+inline std::string HeadOf(const std::string& answer) {
+  const std::size_t end = answer.find("\r\n\r\n");
+  return end == std::string::npos ? answer : answer.substr(0, end + 4);
+}
+
+}  // namespace TesselServer::Kit
