@@ -18,8 +18,14 @@ std::string Quoted(std::string_view fromClient) {
 
 std::string LogTimestamp(std::int64_t utcSeconds, std::int32_t biasMinutes) {
   const auto local = CivilFromSeconds(utcSeconds - biasMinutes * kSecondsPerMinute);
-  return "[" + FormatDate(local, "dd/mm/yyyy") + ":" + FormatDate(local, "hh:mm:ss") + " " +
-         UTCOffsetText(biasMinutes) + "]";
+  std::string stamp = "[";
+  stamp += FormatDate(local, "dd/mm/yyyy");
+  stamp += ':';
+  stamp += FormatDate(local, "hh:mm:ss");
+  stamp += ' ';
+  stamp += UTCOffsetText(biasMinutes);
+  stamp += ']';
+  return stamp;
 }
 
 std::string AccessLogLine(std::string_view address, std::string_view timestamp, std::string_view requestLine,

@@ -156,7 +156,7 @@ Reception::Outcome Reception::Complete() {
 }
 
 Reception::Outcome Reception::Bad() {
-  if (fields_.RequestPath.empty()) fields_.RequestPath = "/";  // what is answered has a path
+  if (fields_.RequestPath.empty()) fields_.RequestPath = '/';  // what is answered has a path
   Finish();
   return Outcome::kBad;
 }
