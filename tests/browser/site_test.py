@@ -79,7 +79,7 @@ class Site(unittest.TestCase):
         return pages, files
 
     def is_error(self, address):
-        return address.endswith(("/docs/no-such-page.html", "/unlisted/"))
+        return address.lower().endswith(("/docs/no-such-page.html", "/unlisted/"))
 
     def test_every_page_of_the_site_is_reached(self):
         reached = {urllib.parse.unquote(urllib.parse.urlsplit(address).path).lower() for address in self.pages}

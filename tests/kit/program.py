@@ -29,7 +29,7 @@ class Program:
         try:
             self.address = self._wait_for_address()
         except BaseException:
-            self._kill()
+            self.__exit__()
             raise
         self.port = urllib.parse.urlsplit(self.address).port
 
@@ -37,7 +37,11 @@ class Program:
         return self
 
     def __exit__(self, *_):
-        self._kill()
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        self._out.close()
+        self._err.close()
 
     @property
     def output(self):
@@ -79,11 +83,6 @@ class Program:
             time.sleep(0.01)
         raise AssertionError("no %s in %d seconds; output: %s; errors: %s" %
                              (what, START_SECONDS, self._text(self._out), self._text(self._err)))
-
-    def _kill(self):
-        if self.process.poll() is None:
-            self.process.kill()
-            self.process.wait()
 
     @staticmethod
     def _text(file):
