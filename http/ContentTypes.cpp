@@ -35,7 +35,9 @@ std::string_view FindContentType(const std::vector<std::string>& entries, std::s
 }
 
 std::string RegistryContentType(const RegistryStore& registry, std::string_view extension) {
-  return CRegSettings(registry).GetValue("HKEY_CLASSES_ROOT", "." + std::string(extension), "Content Type", "");
+  std::string key = ".";
+  key += extension;
+  return CRegSettings(registry).GetValue("HKEY_CLASSES_ROOT", key, "Content Type", "");
 }
 
 }  // namespace TesselServer
