@@ -7,6 +7,8 @@
 
 #include "control/internal/Persistence.h"
 #include "control/internal/TesselCore.h"
+#include "platform/RegistryStore.h"
+#include "platform/World.h"
 #include "platform/internal/LoopCore.h"
 #include "support/Format.h"
 #include "support/Text.h"
@@ -288,6 +290,10 @@ void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, Enter(
 
 std::string Tessel::ApplicationFolder() const { return Enter(core_)->state.applicationFolder; }
 void Tessel::ApplicationFolder(const std::string& value) { Enter(core_)->state.applicationFolder = value; }
+
+std::int32_t Tessel::LoadRegistryFile(const std::string& path) {
+  return Enter(core_)->state.world.Registry().LoadFile(path);
+}
 
 std::int32_t Tessel::ListeningPort() const { return Enter(core_)->state.sckWS.BoundPort(kListener); }
 

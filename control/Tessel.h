@@ -247,6 +247,11 @@ class Tessel {
   std::string ApplicationFolder() const;
   void ApplicationFolder(const std::string& value);
 
+  // Takes the values of a text file into the registry that the content-type source Registry looks in, shared by all
+  // controls of the program: "HKEY_CLASSES_ROOT\.ext\Content Type=type/subtype" a line. The usual extensions are there
+  // already. Returns how many values were taken, 0 for a file that cannot be read.
+  std::int32_t LoadRegistryFile(const std::string& path);
+
   // The port the listener has, 0 when there is none; tells which one was chosen for ServerPort 0.
   std::int32_t ListeningPort() const;
 

@@ -168,7 +168,7 @@ class RealWorld final : public World {
     return AddressIn(first->ai_addr);
   }
 
-  const RegistryStore& Registry() const override { return registry_; }
+  RegistryStore& Registry() override { return registry_; }
 
   std::int64_t DescriptorLimit() const override {
     rlimit limit{};

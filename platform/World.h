@@ -51,7 +51,7 @@ class World {
   virtual std::optional<std::uint32_t> AddressOf(std::string_view name) const = 0;
 
   // The store that answers registry look-ups.
-  virtual const RegistryStore& Registry() const = 0;
+  virtual RegistryStore& Registry() = 0;
 
   // How many descriptors this process may have open (soft RLIMIT_NOFILE, getrlimit(2)); what POSIX grants every
   // process when it cannot be told.

@@ -49,7 +49,7 @@ class FakeWorld : public World {
     if (found == addresses.end()) return std::nullopt;
     return found->second;
   }
-  const RegistryStore& Registry() const override { return registry; }
+  RegistryStore& Registry() override { return registry; }
   std::int64_t DescriptorLimit() const override { return descriptorLimit; }
   void MessageBox(std::string_view text) override { messages.emplace_back(text); }
 
