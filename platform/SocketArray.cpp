@@ -198,20 +198,21 @@ std::uint32_t SocketArray::WantedEvents(const Element& element) const {
   }
 }
 
-void SocketArray::UpdateWatch(Element& element) {
+// False when the kernel refuses to watch the element.
+bool SocketArray::UpdateWatch(Element& element) {
   if (element.state != SocketState::kListening && element.state != SocketState::kConnected) {
     loop_.Unwatch(std::exchange(element.watch, 0));
-    return;
+    return true;
   }
   const std::uint32_t wanted = WantedEvents(element);
   if (element.watch == 0) {
     element.watch = loop_.Watch(element.descriptor, wanted, *this, static_cast<std::uint64_t>(element.index));
     element.watched = wanted;
-    if (element.watch == 0) Fail(element, ENOMEM);
   } else if (wanted != element.watched) {
     loop_.Change(element.watch, wanted);
     element.watched = wanted;
   }
+  return element.watch != 0;
 }
 
 void SocketArray::OnEvents(std::uint64_t cookie, std::uint32_t events) {
@@ -264,7 +265,9 @@ void SocketArray::Listen(std::int32_t index) {
   if (element->state != SocketState::kClosed) throw SystemError(EINVAL);
   element->descriptor = OpenListener(element->localAddress, element->localPort);
   SetState(*element, SocketState::kListening);
-  UpdateWatch(*element);
+  if (UpdateWatch(*element)) return;
+  Shut(*element);
+  throw SystemError(ENOBUFS);
 }
 
 std::int32_t SocketArray::BoundPort(std::int32_t index) const {
@@ -361,7 +364,7 @@ void SocketArray::ServeConnection(Element& element, bool readable, bool writable
   if (same() && element.sendFinished) FinishSend(element);
   if (same() && readable && element.state == SocketState::kConnected && !element.peerEnded) Read(element);
   if (same() && element.sendFinished) FinishSend(element);
-  if (same()) UpdateWatch(element);
+  if (same() && !UpdateWatch(element)) Fail(element, ENOBUFS);
 }
 
 void SocketArray::Read(Element& element) {
@@ -427,8 +430,9 @@ void SocketArray::SendData(std::int32_t index, Answer answer) {
     element->outgoing.reset();
     element->sendFinished = true;
     loop_.Post(*this, element->generation << kIndexBits | static_cast<std::uint64_t>(index));
-  } else {
-    UpdateWatch(*element);
+  } else if (!UpdateWatch(*element)) {
+    element->outgoing.reset();
+    throw SystemError(ENOBUFS);
   }
 }
 

@@ -184,7 +184,7 @@ class SocketArray : private LoopClient {
   void SetState(Element& element, SocketState state);
   void Shut(Element& element);
   std::uint32_t WantedEvents(const Element& element) const;
-  void UpdateWatch(Element& element);
+  bool UpdateWatch(Element& element);
   void ResumeListeners();
 
   void ServeListener(Element& listener);

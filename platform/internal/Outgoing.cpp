@@ -17,7 +17,7 @@ namespace TesselServer {
 namespace {
 
 // Keeps the SIGPIPE that sendfile(2) raises for a closed peer away from the host: it stays blocked for this thread, and
-// one that came meanwhile is taken back.
+// one that came meanwhile is taken back. It may come whatever sendfile answers: the peer can go after the first bytes.
 class NoPipeSignal {
  public:
   NoPipeSignal() {
@@ -33,7 +33,7 @@ class NoPipeSignal {
   NoPipeSignal& operator=(const NoPipeSignal&) = delete;
   ~NoPipeSignal() {
     const int kept = errno;
-    if (broken_ && !wasPending_) {
+    if (!wasPending_) {
       const timespec now{};
       while (sigtimedwait(&pipe_, nullptr, &now) < 0 && errno == EINTR) {
       }
@@ -41,13 +41,11 @@ class NoPipeSignal {
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     errno = kept;
   }
-  void Broken() { broken_ = true; }
 
  private:
   sigset_t pipe_{};
   sigset_t before_{};
   bool wasPending_ = false;
-  bool broken_ = false;
 };
 
 std::string_view TextOf(const Answer& answer) {
@@ -108,7 +106,7 @@ Outgoing::Result Outgoing::SendText(int socket) {
 
 Outgoing::Result Outgoing::SendFile(int socket) {
   const FileBody& file = std::get<FileBody>(answer_.body);
-  NoPipeSignal noPipeSignal;
+  const NoPipeSignal noPipeSignal;
   off_t offset = sent_ - textSize_;
   const auto wanted = static_cast<std::size_t>(std::min(total_ - sent_, kBytesPerStep));
   ssize_t count = 0;
@@ -117,7 +115,6 @@ Outgoing::Result Outgoing::SendFile(int socket) {
   } while (count < 0 && errno == EINTR);
   if (count < 0) {
     if (errno == EAGAIN) return Result::kBlocked;
-    if (errno == EPIPE) noPipeSignal.Broken();
     return Failed(errno);
   }
   if (count == 0) return Failed(ECONNABORTED);

@@ -74,7 +74,7 @@ class RawClient {
   bool Poll() {
     std::array<char, 65536> chunk;
     while (!ended_) {
-      const ssize_t count = recv(descriptor_, chunk.data(), chunk.size(), 0);
+      const ssize_t count = read(descriptor_, chunk.data(), chunk.size());
       if (count > 0) {
         received_.append(chunk.data(), static_cast<std::size_t>(count));
       } else if (count == 0) {

@@ -1,0 +1,82 @@
+// Whatever system call fails while requests are served: nobody but the client concerned notices, nothing is lost.
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+#include "tests/kit/Descriptors.h"
+#include "tests/kit/FailNth.h"
+#include "tests/kit/TestControl.h"
+
+namespace TesselServer {
+namespace {
+
+using Kit::BodyOf;
+using Kit::FailNth;
+using Kit::RawClient;
+using Kit::TestControl;
+
+struct Fault {
+  const char* function;
+  int error;
+};
+
+class ServingFaultsTest : public testing::TestWithParam<Fault> {};
+
+// A few requests of every kind: a page, a small file, one that the kernel sends, a body, and input behind a request.
+void Use(TestControl& control) {
+  const std::int32_t port = control.tessel.ListeningPort();
+  for (const char* request : {"GET / HTTP/1.0\r\n\r\n", "GET /large.bin HTTP/1.0\r\n\r\n", "GET /no HTTP/1.0\r\n\r\n",
+                              "POST / HTTP/1.0\r\nContent-Length: 4\r\n\r\nbody and more", "GET / HTTP/1.0\r\n"}) {
+    RawClient client(port);
+    client.Send(control.loop, request);
+    for (int turn = 0; turn < 40 && !client.Poll(); ++turn) control.loop.RunOnce(1);
+  }
+}
+
+// Time for whoever waits: for a free element, for the last bytes of a client.
+void LetTimePass(TestControl& control) {
+  for (int i = 0; i < 20; ++i) {
+    control.world.Advance(250);
+    for (int turn = 0; turn < 5; ++turn) control.loop.RunOnce(0);
+  }
+}
+
+TEST_P(ServingFaultsTest, HarmOneClientAtMost) {
+  const auto [function, error] = GetParam();
+  int happened = 0;
+  for (int nth = 1; nth <= 12; ++nth) {
+    TestControl control;
+    control.tree.Write("index.html", "page");
+    control.tree.Write("large.bin", std::string(200'000, 'x'));
+    control.tessel.MaxConnections(4);
+    control.Start();
+    ASSERT_EQ(BodyOf(control.Get("/")), "page");  // opens what stays open, the root
+    const int before = Kit::CountDescriptors();
+    {
+      const FailNth fault(function, nth, error);
+      Use(control);
+      happened += fault.Happened() ? 1 : 0;
+    }
+    LetTimePass(control);
+    EXPECT_EQ(Kit::CountDescriptors(), before) << function << " " << nth;
+    EXPECT_EQ(BodyOf(control.Get("/")), "page") << function << " " << nth;
+    EXPECT_EQ(BodyOf(control.Get("/large.bin")).size(), 200'000u) << function << " " << nth;
+    EXPECT_TRUE(control.tessel.StopServer());
+  }
+  EXPECT_GT(happened, 0) << function << " was never called";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, ServingFaultsTest,
+    testing::Values(Fault{"accept4", EMFILE}, Fault{"accept4", ENOMEM}, Fault{"accept4", ECONNABORTED},
+                    Fault{"accept4", EINTR}, Fault{"recv", ECONNRESET}, Fault{"recv", EINTR}, Fault{"recv", ENOMEM},
+                    Fault{"sendmsg", EPIPE}, Fault{"sendmsg", EAGAIN}, Fault{"sendmsg", ENOBUFS},
+                    Fault{"sendmsg", EINTR}, Fault{"sendfile", EIO}, Fault{"sendfile", EPIPE},
+                    Fault{"sendfile", EAGAIN}, Fault{"sendfile", EINTR}, Fault{"pread", EIO}, Fault{"pread", EINTR},
+                    Fault{"epoll_ctl", ENOMEM}, Fault{"epoll_ctl", ENOSPC}, Fault{"epoll_wait", EINTR}),
+    [](const auto& each) { return std::string(each.param.function) + "_" + std::to_string(each.param.error); });
+
+}  // namespace
+}  // namespace TesselServer

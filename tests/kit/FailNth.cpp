@@ -1,0 +1,101 @@
+#include "tests/kit/FailNth.h"
+
+#include <dlfcn.h>
+#include <sys/epoll.h>
+#include <sys/sendfile.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
+#include <utility>
+
+namespace TesselServer::Kit {
+namespace {
+
+struct Fault {
+  std::string function;
+  int left = 0;
+  int error = 0;
+  bool happened = false;
+};
+Fault fault;
+
+// Whether this call of `function` is the one that fails; errno is set then.
+bool Fails(std::string_view function) {
+  if (fault.left == 0 || fault.function != function || --fault.left > 0) return false;
+  fault.happened = true;
+  errno = fault.error;
+  return true;
+}
+
+// The function behind the one of the same name in this file.
+template <typename Function>
+Function Real(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+FailNth::FailNth(std::string function, int nth, int error) { fault = {std::move(function), nth, error, false}; }
+FailNth::~FailNth() { fault = {}; }
+bool FailNth::Happened() const { return fault.happened; }
+
+}  // namespace TesselServer::Kit
+
+using TesselServer::Kit::Fails;
+using TesselServer::Kit::Real;
+
+extern "C" {
+
+int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags) {
+  static const auto real = Real<decltype(&accept4)>("accept4");
+  return Fails("accept4") ? -1 : real(descriptor, address, size, flags);
+}
+
+int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
+  static const auto real = Real<decltype(&bind)>("bind");
+  return Fails("bind") ? -1 : real(descriptor, address, size);
+}
+
+int epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) noexcept {
+  static const auto real = Real<decltype(&epoll_ctl)>("epoll_ctl");
+  return Fails("epoll_ctl") ? -1 : real(epoll, operation, descriptor, event);
+}
+
+int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
+  static const auto real = Real<decltype(&epoll_wait)>("epoll_wait");
+  return Fails("epoll_wait") ? -1 : real(epoll, events, most, milliseconds);
+}
+
+int listen(int descriptor, int backlog) noexcept {
+  static const auto real = Real<decltype(&listen)>("listen");
+  return Fails("listen") ? -1 : real(descriptor, backlog);
+}
+
+ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t offset) {
+  static const auto real = Real<decltype(&pread)>("pread");
+  return Fails("pread") ? -1 : real(descriptor, bytes, size, offset);
+}
+
+ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags) {
+  static const auto real = Real<decltype(&recv)>("recv");
+  return Fails("recv") ? -1 : real(descriptor, bytes, size, flags);
+}
+
+ssize_t sendfile(int out, int in, off_t* offset, std::size_t count) noexcept {
+  static const auto real = Real<decltype(&sendfile)>("sendfile");
+  return Fails("sendfile") ? -1 : real(out, in, offset, count);
+}
+
+ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
+  static const auto real = Real<decltype(&sendmsg)>("sendmsg");
+  return Fails("sendmsg") ? -1 : real(descriptor, message, flags);
+}
+
+int socket(int domain, int type, int protocol) noexcept {
+  static const auto real = Real<decltype(&socket)>("socket");
+  return Fails("socket") ? -1 : real(domain, type, protocol);
+}
+
+}  // extern "C"
