@@ -1,6 +1,8 @@
 #include "support/cls_WinUtil.h"
 
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/FileSystem.h"
 #include "support/Format.h"
@@ -12,12 +14,21 @@ namespace {
 constexpr std::string_view kTwoDigits = "0#";
 constexpr std::string_view kPlatformId = "2";
 
-bool EndsInSeparator(std::string_view path) { return path.ends_with('/') || path.ends_with('\\'); }
+bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+// `path` from the file system's root on. "" when the working folder cannot be told.
+std::string AbsolutePath(std::string_view path) {
+  if (IsSeparator(path.front())) return std::string(path);
+  std::error_code error;
+  const std::string folder = std::filesystem::current_path(error).string();
+  return error ? std::string() : folder + "/" + std::string(path);
+}
 
 }  // namespace
 
 bool cls_WinUtil::FileExists(std::string_view path) const {
-  return !Trim(path).empty() && !EndsInSeparator(path) && KindOfPath(path) == EntryKind::kFile;
+  if (Trim(path).empty()) return false;
+  return RootFolder("/").Find(AbsolutePath(path)).kind == EntryKind::kFile;
 }
 
 bool cls_WinUtil::DirectoryExists(std::string_view path) const {

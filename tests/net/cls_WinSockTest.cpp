@@ -1,0 +1,259 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <map>
+#include <vector>
+
+#include "net/cls_WinSock.h"
+#include "tests/kit/FakeWorld.h"
+
+namespace TesselServer {
+namespace {
+
+// An address by its four numbers, as the system holds it.
+std::int32_t Address(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
+  return static_cast<std::int32_t>(htonl(a << 24 | b << 16 | c << 8 | d));
+}
+
+class cls_WinSockTest : public testing::Test {
+ protected:
+  void Name(std::int32_t address, std::string name) { world_.hostNames[static_cast<std::uint32_t>(address)] = name; }
+
+  Kit::FakeWorld world_;
+  cls_WinSock sockets_{world_};
+};
+
+TEST_F(cls_WinSockTest, ItIsStartedUntilItIsCleanedUp) {
+  std::string description;
+  EXPECT_FALSE(sockets_.Started());
+  EXPECT_TRUE(sockets_.SocketsStartup(description));
+  EXPECT_EQ(description, "Linux sockets, IPv4");
+  EXPECT_TRUE(sockets_.Started());
+  description = "mine";
+  EXPECT_TRUE(sockets_.SocketsStartup(description)) << "a second start";
+  EXPECT_EQ(description, "mine") << "changes nothing";
+  sockets_.SocketsCleanup();
+  EXPECT_FALSE(sockets_.Started());
+  sockets_.SocketsCleanup();
+  EXPECT_TRUE(sockets_.SocketsStartup(description));
+  EXPECT_EQ(description, "Linux sockets, IPv4");
+}
+
+TEST_F(cls_WinSockTest, DottedTextsAreReadInAllTheirForms) {
+  struct {
+    std::string_view text;
+    std::int32_t address;
+    const char* why;
+  } const cases[] = {
+      {"127.0.0.1", Address(127, 0, 0, 1), "four numbers"},
+      {"192.0.2.7", Address(192, 0, 2, 7), "four numbers"},
+      {"0.0.0.0", 0, "nothing at all"},
+      {"255.255.255.254", Address(255, 255, 255, 254), "the largest"},
+      {"127.1", Address(127, 0, 0, 1), "two numbers"},
+      {"10.1.2", Address(10, 1, 0, 2), "three numbers"},
+      {"10.1.515", Address(10, 1, 2, 3), "the last one fills two bytes"},
+      {"10.66051", Address(10, 1, 2, 3), "the last one fills three bytes"},
+      {"16909060", Address(1, 2, 3, 4), "one number"},
+      {"0x7f.0.0.0x1", Address(127, 0, 0, 1), "hexadecimal"},
+      {"0X7F000001", Address(127, 0, 0, 1), "hexadecimal as one"},
+      {"0177.0.0.01", Address(127, 0, 0, 1), "octal"},
+      {"0", 0, "one zero"},
+      {"1.2.3.4 ", Address(1, 2, 3, 4), "a blank behind it"},
+      {"1.2.3.4\r\n", Address(1, 2, 3, 4), "a line end behind it"},
+      {"255.255.255.255", -1, "the number that says that there is none"},
+      {"4294967295", -1, "the same as one number"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(sockets_.AddressFromText(c.text), c.address) << c.text << ": " << c.why;
+}
+
+TEST_F(cls_WinSockTest, TheSystemReadsTheSameAddresses) {
+  const char* const texts[] = {"1.2.3.4",    "127.1",        "1.2.65535", "1.2.65536", "1.16777215",     "1.16777216",
+                               "4294967294", "4294967296",   "256.1.1.1", "1.1.1.256", "1.256.1",        "010.8.8.8",
+                               "08.1.1.1",   "0x10.1.1.1",   "0xg.1.1.1", "0x",        "0x.1.1.1",       "1..2.3",
+                               "1.2.3.",     ".1.2.3",       "1.2.3.4.5", "1.2.3.4x",  "-1.2.3.4",       "+1.2.3.4",
+                               " 1.2.3.4",   "1.2.3.0x4",    "1.2.3.04",  "1.2.3.09",  "00000001.2.3.4", "0x00000001",
+                               "1.2.3.4\t",  "037777777776", "1e3",       "1,2,3,4"};
+  for (const char* text : texts) {
+    EXPECT_EQ(sockets_.AddressFromText(text), static_cast<std::int32_t>(inet_addr(text))) << text;
+  }
+}
+
+TEST_F(cls_WinSockTest, NothingButWhiteSpaceMayFollowAnAddress) {
+  for (const std::string_view text : {"1.2.3.4 x", "1 .2.3.4", "1.2.3.4\n5", "1.2.3.4 <b>"}) {
+    EXPECT_EQ(sockets_.AddressFromText(text), -1) << text;
+  }
+  EXPECT_EQ(sockets_.AddressFromText("1.2.3.4 \t\n\v\f\r"), Address(1, 2, 3, 4));
+}
+
+TEST_F(cls_WinSockTest, OtherTextsAreLookedUpAsHostNames) {
+  world_.addresses["printer.example.org"] = static_cast<std::uint32_t>(Address(192, 0, 2, 7));
+  world_.addresses["broadcast"] = 0xFFFFFFFF;
+  EXPECT_EQ(sockets_.AddressFromText("printer.example.org"), Address(192, 0, 2, 7));
+  EXPECT_EQ(sockets_.AddressFromText("unknown.example.org"), -1);
+  EXPECT_EQ(sockets_.AddressFromText("broadcast"), -1);
+  EXPECT_EQ(sockets_.AddressFromText(""), -1);
+}
+
+// A world that remembers what it was asked.
+class AskedWorld : public Kit::FakeWorld {
+ public:
+  std::optional<std::uint32_t> AddressOf(std::string_view name) const override {
+    names.emplace_back(name);
+    return 1;
+  }
+  std::optional<std::string> HostNameOf(std::uint32_t address) const override {
+    numbers.push_back(address);
+    return "name";
+  }
+  mutable std::vector<std::string> names;
+  mutable std::vector<std::uint32_t> numbers;
+};
+
+TEST_F(cls_WinSockTest, OnlyWhatCanBeAHostNameIsLookedUp) {
+  const AskedWorld world;
+  const cls_WinSock sockets(world);
+  const std::string hostile[] = {"",    " ",        "a b", "a\r\nb", std::string("a\0b", 3), "a/b",
+                                 "a%b", "\xC3\xA4", "a;b", "[::1]",  std::string(256, 'a'),  std::string(65536, '1')};
+  for (const std::string& name : hostile) {
+    EXPECT_EQ(sockets.AddressFromText(name), -1) << name.substr(0, 20);
+  }
+  EXPECT_TRUE(world.names.empty());
+  EXPECT_EQ(sockets.AddressFromText(std::string(255, 'a')), 1);
+  EXPECT_EQ(sockets.AddressFromText("127.0.0.1"), Address(127, 0, 0, 1));
+  EXPECT_EQ(world.names.size(), 1u) << "an address is not looked up";
+}
+
+TEST_F(cls_WinSockTest, AnAddressHasTheNameThatTheNameServiceKnows) {
+  Name(Address(192, 0, 2, 7), "printer-1.Example_net.org");
+  EXPECT_EQ(sockets_.HostNameFromLong(Address(192, 0, 2, 7)), "printer-1.Example_net.org");
+  EXPECT_EQ(sockets_.HostNameFromAddress("192.0.2.7"), "printer-1.Example_net.org");
+  world_.addresses["alias"] = static_cast<std::uint32_t>(Address(192, 0, 2, 7));
+  EXPECT_EQ(sockets_.HostNameFromAddress("alias"), "printer-1.Example_net.org");
+}
+
+TEST_F(cls_WinSockTest, WhatHasNoNameIsUnknown) {
+  EXPECT_EQ(sockets_.HostNameFromAddress("192.0.2.8"), "Unknown");
+  EXPECT_EQ(sockets_.HostNameFromLong(Address(192, 0, 2, 8)), "Unknown");
+  EXPECT_EQ(sockets_.HostNameFromAddress("no.such.host"), "Unknown");
+  EXPECT_EQ(sockets_.HostNameFromAddress(""), "Unknown");
+}
+
+TEST_F(cls_WinSockTest, ATextWithoutAnAddressIsNotLookedUpByNumber) {
+  AskedWorld world;
+  const cls_WinSock sockets(world);
+  EXPECT_EQ(sockets.HostNameFromAddress("255.255.255.255"), "Unknown");
+  EXPECT_EQ(sockets.HostNameFromAddress("a b"), "Unknown");
+  EXPECT_TRUE(world.numbers.empty());
+  EXPECT_EQ(sockets.HostNameFromLong(-1), "name") << "the number itself may be asked for";
+}
+
+TEST_F(cls_WinSockTest, ANameWithAnyOtherByteIsUnknown) {
+  const std::int32_t address = Address(192, 0, 2, 7);
+  const std::string_view allowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+  for (int i = 1; i < 256; ++i) {
+    const std::string name = std::string("host") + static_cast<char>(i) + "x";
+    Name(address, name);
+    const bool isAllowed = allowed.find(static_cast<char>(i)) != std::string_view::npos;
+    EXPECT_EQ(sockets_.HostNameFromLong(address), isAllowed ? name : "Unknown") << i;
+  }
+  Name(address, "<script>alert(1)</script>");
+  EXPECT_EQ(sockets_.HostNameFromLong(address), "Unknown");
+}
+
+TEST_F(cls_WinSockTest, ANameIsCutAtItsLimitAndItsFirstNul) {
+  const std::int32_t address = Address(192, 0, 2, 7);
+  Name(address, std::string(256, 'a'));
+  EXPECT_EQ(sockets_.HostNameFromLong(address), std::string(256, 'a'));
+  Name(address, std::string(256, 'a') + "<b>");
+  EXPECT_EQ(sockets_.HostNameFromLong(address), std::string(256, 'a'));
+  Name(address, std::string("host\0<b>", 8));
+  EXPECT_EQ(sockets_.HostNameFromLong(address), "host");
+  Name(address, std::string("\0host", 5));
+  EXPECT_EQ(sockets_.HostNameFromLong(address), "Unknown");
+  Name(address, "");
+  EXPECT_EQ(sockets_.HostNameFromLong(address), "Unknown");
+}
+
+TEST_F(cls_WinSockTest, AnAddressIsWrittenDotted) {
+  EXPECT_EQ(cls_WinSock::AddressText(Address(192, 0, 2, 7)), "192.0.2.7");
+  EXPECT_EQ(cls_WinSock::AddressText(0), "0.0.0.0");
+  EXPECT_EQ(cls_WinSock::AddressText(-1), "255.255.255.255");
+  EXPECT_EQ(cls_WinSock::AddressText(sockets_.AddressFromText("10.66051")), "10.1.2.3");
+}
+
+TEST_F(cls_WinSockTest, TwoWordsMakeOneNumber) {
+  EXPECT_EQ(cls_WinSock::LongFromWords(0x5678, 0x1234), 0x12345678);
+  EXPECT_EQ(cls_WinSock::LongFromWords(1, 0), 1);
+  EXPECT_EQ(cls_WinSock::LongFromWords(0, 1), 65536);
+  EXPECT_EQ(cls_WinSock::LongFromWords(0xFFFF, 0xFFFF), -1);
+  EXPECT_EQ(cls_WinSock::LongFromWords(0, 0x8000), std::numeric_limits<std::int32_t>::min());
+}
+
+TEST_F(cls_WinSockTest, EverySocketErrorHasItsText) {
+  const std::map<std::int32_t, std::string_view> texts = {
+      {10004, "Interrupted system call."},
+      {10009, "Bad file number."},
+      {10013, "Permission Denied."},
+      {10014, "Bad Address."},
+      {10022, "Invalid Argument."},
+      {10024, "Too many open files."},
+      {10035, "Operation would block."},
+      {10036, "Operation now in progress."},
+      {10037, "Operation already in progress."},
+      {10038, "Socket operation on nonsocket."},
+      {10039, "Destination address required."},
+      {10040, "Message too long."},
+      {10041, "Protocol wrong type for socket."},
+      {10042, "Protocol not available."},
+      {10043, "Protocol not supported."},
+      {10044, "Socket type not supported."},
+      {10045, "Operation not supported on socket."},
+      {10046, "Protocol family not supported."},
+      {10047, "Address family not supported by protocol family."},
+      {10048, "Address already in use."},
+      {10049, "Can't assign requested address."},
+      {10050, "Network is down."},
+      {10051, "Network is unreachable."},
+      {10052, "Network dropped connection."},
+      {10053, "Software caused connection abort."},
+      {10054, "Connection reset by peer."},
+      {10055, "No buffer space available."},
+      {10056, "Socket is already connected."},
+      {10057, "Socket is not connected."},
+      {10058, "Can't send after socket shutdown."},
+      {10059, "Too many references: can't splice."},
+      {10060, "Connection timed out."},
+      {10061, "Connection refused."},
+      {10062, "Too many levels of symbolic links."},
+      {10063, "File name too long."},
+      {10064, "Host is down."},
+      {10065, "No route to host."},
+      {10066, "Directory not empty."},
+      {10067, "Too many processes."},
+      {10068, "Too many users."},
+      {10069, "Disk quota exceeded."},
+      {10070, "Stale NFS file handle."},
+      {10071, "Too many levels of remote in path."},
+      {10091, "Network subsystem is unusable."},
+      {10092, "Winsock DLL cannot support this application."},
+      {10093, "Winsock not initialized."},
+      {10101, "Disconnect."},
+      {11001, "Host not found."},
+      {11002, "Nonauthoritative host not found."},
+      {11003, "Nonrecoverable error."},
+      {11004, "Valid name, no data record of requested type."},
+  };
+  ASSERT_EQ(texts.size(), 51u);
+  for (std::int32_t number = 9900; number < 11100; ++number) {
+    const auto found = texts.find(number);
+    EXPECT_EQ(cls_WinSock::SocketErrorText(number), found == texts.end() ? "" : found->second) << number;
+  }
+  using Limits = std::numeric_limits<std::int32_t>;
+  for (const std::int32_t number : {Limits::min(), -1, 0, 1, Limits::max()}) {
+    EXPECT_EQ(cls_WinSock::SocketErrorText(number), "") << number;
+  }
+}
+
+}  // namespace
+}  // namespace TesselServer
