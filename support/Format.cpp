@@ -111,7 +111,8 @@ void GroupByThree(std::string& whole) {
 std::string Padded(std::int64_t number, std::size_t digits) {
   std::string text = std::to_string(number < 0 ? -number : number);
   if (text.size() < digits) text.insert(0, digits - text.size(), '0');
-  return number < 0 ? "-" + text : text;
+  if (number < 0) text.insert(0, 1, '-');
+  return text;
 }
 
 template <std::size_t kCount>

@@ -18,8 +18,10 @@ std::string WeekdayAbbrev(Date date) { return FormatDate(date, "ddd"); }
 std::string MonthAbbrev(Date date) { return FormatDate(date, "mmm"); }
 
 std::string UTCOffsetText(std::int32_t biasMinutes) {
-  const std::string hours = FormatNumber(std::floor(biasMinutes / 60.0), "0#").append("00");
-  return hours.front() == '-' ? "+" + hours.substr(1) : "-" + hours;
+  const std::string hours = FormatNumber(std::floor(biasMinutes / 60.0), "0#");
+  const bool east = hours.front() == '-';
+  std::string text(1, east ? '+' : '-');
+  return text.append(hours, east ? 1 : 0).append("00");
 }
 
 std::string UTCOffsetText(const World& world, std::int64_t utcSeconds) {
