@@ -4,8 +4,6 @@
 #include <string_view>
 #include <type_traits>
 
-#include "platform/Error.h"
-
 namespace TesselServer {
 
 namespace {
@@ -13,13 +11,23 @@ namespace {
 // kept: the one key that is not the property's name
 constexpr std::string_view kMaxConnectionsKey = "ServerMaxConnections";
 
-// Reads one value and hands it to `store`; a text that its type cannot hold is passed over.
+// Reads one value and hands it to `store`; a text that its type cannot hold is passed over, and so is whatever a bag of
+// the host's own fails with.
 template <typename Value, typename Store>
 void ReadTo(const PropertyBag& bag, std::string_view key, const Value& byDefault, Store&& store) {
   try {
     store(std::get<Value>(bag.ReadProperty(key, byDefault)));
-  } catch (const Error&) {
+  } catch (...) {
     // the property keeps its value
+  }
+}
+
+// Writes one value; a bag that fails with it gets the next one all the same.
+void WriteTo(PropertyBag& bag, std::string_view key, const PropertyValue& value, const PropertyValue& byDefault) {
+  try {
+    bag.WriteProperty(key, value, byDefault);
+  } catch (...) {
+    // the host knows its bag; no property is to blame
   }
 }
 
@@ -68,9 +76,9 @@ void WriteSettings(PropertyBag& bag, const Settings& settings) {
   const Settings defaults;
   const auto write = [&](std::string_view key, auto Settings::*field) {
     if constexpr (std::is_enum_v<std::remove_cvref_t<decltype(settings.*field)>>) {
-      bag.WriteProperty(key, static_cast<std::int32_t>(settings.*field), static_cast<std::int32_t>(defaults.*field));
+      WriteTo(bag, key, static_cast<std::int32_t>(settings.*field), static_cast<std::int32_t>(defaults.*field));
     } else {
-      bag.WriteProperty(key, settings.*field, defaults.*field);
+      WriteTo(bag, key, settings.*field, defaults.*field);
     }
   };
   write("SSIEnable", &Settings::SSIEnable);
@@ -82,7 +90,7 @@ void WriteSettings(PropertyBag& bag, const Settings& settings) {
   write("ServerPort", &Settings::ServerPort);
   write("ServerIP", &Settings::ServerIP);
   write("ServerName", &Settings::ServerName);
-  bag.WriteProperty(kMaxConnectionsKey, std::int32_t{settings.MaxConnections}, std::int32_t{defaults.MaxConnections});
+  WriteTo(bag, kMaxConnectionsKey, std::int32_t{settings.MaxConnections}, std::int32_t{defaults.MaxConnections});
   write("ServerSoftware", &Settings::ServerSoftware);
   write("ContentTypeSource", &Settings::ContentTypeSource);
   write("ContentTypeSourceFile", &Settings::ContentTypeSourceFile);

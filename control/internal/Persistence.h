@@ -14,10 +14,10 @@ struct PropertyLets {
   std::function<void(const std::string&)> indexPageNames;
 };
 
-// Reads every setting; one that cannot be read stays as it is.
+// Reads every setting; one that cannot be read stays as it is. Nothing that the bag raises goes further.
 void ReadSettings(const PropertyBag& bag, Settings& settings, const PropertyLets& lets);
 
-// Writes every setting that differs from its default.
+// Writes every setting that differs from its default. Nothing that the bag raises goes further.
 void WriteSettings(PropertyBag& bag, const Settings& settings);
 
 }  // namespace TesselServer
