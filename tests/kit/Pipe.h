@@ -1,0 +1,63 @@
+// A pipe, and a client of the loop that hears of it.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <functional>
+#include <stdexcept>
+
+#include "platform/internal/LoopCore.h"
+
+namespace TesselServer::Kit {
+
+class Pipe {
+ public:
+  Pipe() {
+    if (pipe2(ends_, O_NONBLOCK | O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() {
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+
+  int ReadEnd() const { return ends_[0]; }
+  int WriteEnd() const { return ends_[1]; }
+
+  // Makes the read end readable.
+  void Fill() const { [[maybe_unused]] const auto count = write(ends_[1], "x", 1); }
+  // Takes back what Fill put in.
+  void Drain() const {
+    char bytes[64];
+    while (read(ends_[0], bytes, sizeof bytes) > 0) {
+    }
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+// Does what the test tells it with each event and each notice, and takes its notices back when it dies.
+class LoopEar : public LoopClient {
+ public:
+  explicit LoopEar(LoopCore& core) : core_(core) {}
+  LoopEar(const LoopEar&) = delete;
+  LoopEar& operator=(const LoopEar&) = delete;
+  ~LoopEar() { core_.Forget(*this); }
+
+  std::function<void(std::uint64_t)> onEvents = [](std::uint64_t) {};
+  std::function<void(std::uint64_t)> onNotice = [](std::uint64_t) {};
+
+  WatchId Watch(const Pipe& pipe, std::uint64_t cookie) { return core_.Watch(pipe.ReadEnd(), EPOLLIN, *this, cookie); }
+
+  void OnEvents(std::uint64_t cookie, std::uint32_t) override { onEvents(cookie); }
+  void OnNotice(std::uint64_t cookie) override { onNotice(cookie); }
+
+ private:
+  LoopCore& core_;
+};
+
+}  // namespace TesselServer::Kit
