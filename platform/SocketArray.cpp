@@ -5,6 +5,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -30,6 +31,12 @@ Error SocketFailure(std::int32_t number) { return {number, std::string(SocketErr
 
 // Lack of means on our side, as opposed to a client that has gone.
 bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
+
+// Whether bytes have arrived that nobody has read.
+bool HasUnread(int descriptor) {
+  int count = 0;
+  return ioctl(descriptor, FIONREAD, &count) == 0 && count > 0;
+}
 
 void SetOption(int descriptor, int level, int name, int value) {
   setsockopt(descriptor, level, name, &value, sizeof value);
@@ -159,7 +166,7 @@ void SocketArray::SetState(Element& element, SocketState state) {
 void SocketArray::Shut(Element& element) {
   loop_.Unwatch(std::exchange(element.watch, 0));
   const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr &&
-                       (element.inputMayCome || !element.drained);
+                       (element.inputMayCome || !element.drained || HasUnread(element.descriptor));
   const int descriptor = std::exchange(element.descriptor, -1);
   if (orderly) {
     lingering_.Take(descriptor);

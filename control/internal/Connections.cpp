@@ -70,7 +70,9 @@ void Connections::Close(std::int32_t Index) {
 
 void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outcome) {
   using Outcome = Reception::Outcome;
-  state_.sckWS.InputMayCome(Index, slot.Request.InputMayCome());
+  // a line end may follow a body without being announced: a client's old habit
+  const bool mayCome = slot.Request.InputMayCome() || slot.Fields().RequestMethod == "POST";
+  state_.sckWS.InputMayCome(Index, mayCome);
   switch (outcome) {
     case Outcome::kHolding:
       Wait(Index, slot, outcome, Reception::kHoldMilliseconds);
