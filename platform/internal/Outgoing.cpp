@@ -85,12 +85,12 @@ Outgoing::Result Outgoing::SendText(int socket) {
   const std::string_view head = answer_.head;
   const std::string_view text = TextOf(answer_);
   const auto skip = static_cast<std::size_t>(sent_);
-  const std::string_view restOfHead = head.substr(std::min(skip, head.size()));
-  const std::string_view restOfText = text.substr(skip > head.size() ? skip - head.size() : 0);
+  const std::string_view nextOfHead = head.substr(std::min(skip, head.size()), kBytesPerStep);
+  const std::string_view nextOfText =
+      text.substr(skip > head.size() ? skip - head.size() : 0, kBytesPerStep - nextOfHead.size());
   // sendmsg only reads what the vectors point at
-  std::array<iovec, 2> parts = {
-      iovec{const_cast<char*>(restOfHead.data()), restOfHead.size()},
-      iovec{const_cast<char*>(restOfText.data()), std::min<std::size_t>(restOfText.size(), kBytesPerStep)}};
+  std::array<iovec, 2> parts = {iovec{const_cast<char*>(nextOfHead.data()), nextOfHead.size()},
+                                iovec{const_cast<char*>(nextOfText.data()), nextOfText.size()}};
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();

@@ -110,6 +110,8 @@ TEST(OutgoingTest, OneStepHandsOverABoundedNumberOfBytes) {
     Answer answer;
   } cases[] = {
       {"a text", {"", bytes}},
+      {"a head", {bytes, ""}},
+      {"a head and a text", {bytes.substr(0, 700'000), bytes.substr(700'000)}},
       {"a file", FileAnswer("", tree.Write("file", bytes), 8'000'000)},
   };
   for (auto& c : cases) {
