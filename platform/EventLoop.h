@@ -8,9 +8,8 @@
 // Thread:    one thread runs the loop and uses everything that hangs on it. Only Stop may be called from another thread
 //            or from a signal handler.
 // Ownership: the loop outlives every timer and control made for it.
-// Errors:    the constructor raises Error when the kernel has no descriptors left; nothing else raises. An exception
-// that
-//            leaves a timer's handler is dropped.
+// Errors:    the constructor and the first Descriptor raise Error when there are no descriptors left; nothing else
+//            raises. An exception that leaves a timer's handler is dropped.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +39,8 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop();
 
-  // Runs turns until Stop is called; returns at once when it was called before.
+  // Runs turns until Stop is called; returns at once when it was called before. Inside a notification the loop runs
+  // already, and this returns at once.
   void Run();
 
   // Runs one turn: waits up to `milliseconds` (negative: without limit) for something to happen, delivers it, and

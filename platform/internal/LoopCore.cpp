@@ -104,6 +104,7 @@ void LoopCore::Pass() {
 }
 
 void LoopCore::Run() {
+  if (depth_ > 0) return;  // it would neither wait nor serve timers, and take the outer Run's Stop
   while (!stop_) Turn(-1);
   stop_ = false;
 }

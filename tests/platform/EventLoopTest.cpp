@@ -107,6 +107,29 @@ TEST(EventLoopRunTest, EndsTheTurnInWhichItIsStopped) {
   EXPECT_EQ(heard, "12");
 }
 
+TEST(EventLoopRunTest, ReturnsAtOnceInsideANotification) {
+  EventLoop loop;
+  Timer timer(loop);
+  int ticks = 0;
+  std::thread other;
+  Every(timer, 2, [&] {
+    ++ticks;
+    timer.Enabled(false);
+    other = std::thread([&] {
+      std::this_thread::sleep_for(milliseconds(300));
+      loop.Stop();
+    });
+    const auto start = Clock::now();
+    loop.Run();
+    EXPECT_LT(Since(start), milliseconds(250)) << "it does not wait for the stop";
+  });
+  Guard guard(loop);
+  loop.Run();
+  other.join();
+  EXPECT_EQ(ticks, 1);
+  EXPECT_FALSE(guard.Fired()) << "which is for the outer one";
+}
+
 TEST(EventLoopRunTest, IsStoppedFromAnotherThreadWhileItWaits) {
   EventLoop loop;
   Guard guard(loop);
