@@ -4,6 +4,7 @@
 
 #include <iterator>
 
+#include "tests/kit/Memory.h"
 #include "tests/wire/WireControl.h"
 
 namespace TesselServer {
@@ -242,6 +243,93 @@ TEST_F(MisbehavingClientsTest, UrgentBytesAreNothingSpecial) {
   client.Send(loop, "HTTP/1.0\r\n\r\n");
   EXPECT_EQ(BodyOf(client.ReceiveAll(loop)) == page, true);
   ExpectGoodClientServed("after urgent bytes");
+}
+
+TEST_F(MisbehavingClientsTest, ClientsThatSayNothingAndCloseKeepTheOneSlotFree) {
+  control.Start(1);
+  for (int i = 0; i < 50; ++i) {
+    RawClient client(control.Port());
+    client.EndSending();
+    Turns(1);
+    if (i % 10 != 0) continue;
+    ExpectGoodClientServed("beside one that closed its side without a word");
+  }
+}
+
+TEST_F(MisbehavingClientsTest, AClientThatNeverStopsSendingIsCutOff) {
+  control.Start();
+  RawClient client(control.Port());
+  client.Send(loop, "POST / HTTP/1.0\r\n\r\n");
+  Turns(2);
+  client.Poll();
+  EXPECT_EQ(StatusLineOf(client.Received()), "HTTP/1.0 400 Bad Request");
+  const auto begin = std::chrono::steady_clock::now();
+  const auto passed = [&] { return std::chrono::steady_clock::now() - begin; };
+  while (passed() < std::chrono::seconds(4) && client.Send(loop, "more and more")) loop.RunOnce(5);
+  EXPECT_GT(passed(), std::chrono::milliseconds(1500)) << "some time is given";
+  EXPECT_LT(passed(), std::chrono::milliseconds(3500)) << "but no more than that";
+}
+
+TEST_F(MisbehavingClientsTest, AnAnswerOutlivesTheTimeThatItsClientIsWaitedFor) {
+  const std::string bytes = control.Write("file.bin", Noise(1'000'000));
+  control.Start();
+  RawClient client(control.Port());
+  client.Send(loop, "POST /file.bin HTTP/1.0\r\nContent-Length: 3\r\n\r\nabc");
+  const auto begin = std::chrono::steady_clock::now();
+  while (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(2700)) loop.RunOnce(20);
+  EXPECT_EQ(BodyOf(client.ReceiveAll(loop)) == bytes, true) << client.Received().size();
+  EXPECT_FALSE(client.WasReset());
+}
+
+// Whatever clients are waiting for, the loop sleeps meanwhile.
+TEST_F(MisbehavingClientsTest, WaitingClientsKeepNoProcessorBusy) {
+  std::int32_t asked = 0;
+  control.tessel.FileRequest = [&](std::int32_t& index, std::string&, std::string&) { asked = index; };
+  control.Start(5);
+  std::vector<std::unique_ptr<RawClient>> clients;
+  const auto add = [&](std::string_view sent) -> RawClient& {
+    clients.push_back(std::make_unique<RawClient>(control.Port()));
+    clients.back()->Send(loop, sent);
+    Turns(3);
+    return *clients.back();
+  };
+  add("POST / HTTP/1.0\r\n\r\n");  // answered, and waited for to close
+  add("");
+  add("GET /unfinished");
+  add("POST /unfinished HTTP/1.0\r\nContent-Length: 100\r\n\r\nabc");
+  add(kGetBig);  // and not reading
+  RawClient& halfClosed = add("GET /later.trp HTTP/1.0\r\n\r\n");
+  halfClosed.EndSending();
+  RawClient& gone = add("GET /gone");  // and gone, its slot not yet wanted
+  gone.EndSending();
+  add("GET /unfinished");             // takes that slot
+  RawClient& queued = add(kGetPage);  // finds no slot
+  Turns(3);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+  int busy = 0;
+  while (std::chrono::steady_clock::now() < end) busy += loop.RunOnce(100) ? 1 : 0;
+  EXPECT_LE(busy, 25);  // two timers of 250 ms, with room for a slow machine
+  EXPECT_FALSE(queued.Poll());
+  ASSERT_NE(asked, 0);
+  control.tessel.TrapFileData(asked, "at last", false);
+  EXPECT_EQ(BodyOf(halfClosed.ReceiveAll(loop)), "at last");
+  EXPECT_EQ(BodyOf(queued.ReceiveAll(loop)) == page, true);
+}
+
+TEST_F(MisbehavingClientsTest, WhatIsAnnouncedCostsNoMemoryUntilItComes) {
+  constexpr int kClients = 100;
+  constexpr std::int64_t kGrowth = (Kit::kSanitized ? 64 : 16) * 1024 * 1024;
+  control.Start(kClients + 1);
+  ExpectGoodClientServed("before");
+  const std::int64_t before = Kit::ResidentBytes();
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < kClients; ++i) {
+    clients.push_back(std::make_unique<RawClient>(control.Port()));
+    clients.back()->Send(loop, "POST /a.trp HTTP/1.0\r\nContent-Length: 60000000\r\n\r\nabc");
+    Turns(1);
+  }
+  EXPECT_LT(Kit::ResidentBytes() - before, kGrowth);
+  ExpectGoodClientServed("beside a hundred announcements");
 }
 
 }  // namespace
