@@ -67,6 +67,7 @@ void Dispatch::FindTarget(Slot& slot) {
   if (state_.root.Path() != state_.settings.VirtualPath) state_.root = RootFolder(state_.settings.VirtualPath);
   slot.Target = ResolveTarget(state_.root, slot.Fields().RequestPath, state_.settings.IndexPageNames,
                               [this](const FoundEntry& entry) { return IsSecret(entry); });
+  slot.ScriptName = ScriptNameOf(slot.Target, slot.Fields().RequestPath);
 }
 
 // Password files are never served: neither those of folders, by their name or that of a link to them, nor the control's

@@ -46,7 +46,6 @@ class Dispatch {
   Decision HostAnswer(Call& call) const;
   Decision DirectoryAnswer(Call& call) const;
   Decision FileAnswer(Call& call) const;
-  bool NotAuthorised(Call& call) const;
   bool Deliver(Call& call, Decision decision);
 
   ControlState& state_;

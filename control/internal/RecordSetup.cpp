@@ -1,7 +1,6 @@
 #include "control/internal/RecordSetup.h"
 
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace TesselServer {
@@ -10,11 +9,6 @@ namespace {
 
 // The control's 0 means no limit; the record knows none and takes its longest instead.
 std::int32_t RecordTimeout(std::int32_t seconds) { return seconds == 0 ? -1 : seconds; }
-
-std::string_view BehindLastSlash(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
 
 }  // namespace
 
@@ -50,7 +44,7 @@ RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, s
   info.UserAgent = request.RequestUserAgent;
   info.QueryString = request.RequestQuery;
   info.DocumentURI = request.DocumentURI;
-  info.ScriptName = BehindLastSlash(slot.Target.name.empty() ? request.RequestPath : slot.Target.name);
+  info.ScriptName = slot.ScriptName;
   info.Accept = request.RequestAccept;
   info.Referer = request.RequestReferer;
   info.ContentLength = request.ContentLengthText;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/AsciiCase.h"
 #include "support/Text.h"
 #include "support/cls_Strings.h"
 
@@ -10,6 +11,11 @@ namespace TesselServer {
 namespace {
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+std::string_view LastName(std::string_view path) {
+  const std::size_t separator = path.find_last_of("/\\");
+  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}
 
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -74,10 +80,16 @@ std::string DecodePath(std::string_view path) {
 
 std::string_view TrapExtension(const FoundEntry& target, std::string_view fileName) {
   if (target.kind == EntryKind::kDirectory) return {};
-  const std::size_t separator = fileName.find_last_of("/\\");
-  const std::string_view name = separator == std::string_view::npos ? fileName : fileName.substr(separator + 1);
+  const std::string_view name = LastName(fileName);
   const std::size_t dot = name.rfind('.');
   return dot == std::string_view::npos ? name : name.substr(dot + 1);
+}
+
+std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath) {
+  if (target.kind == EntryKind::kDirectory) return {};
+  std::string asked = ReplaceAll(LastName(requestPath), "%20", " ");
+  const std::string_view found = LastName(target.name);
+  return target.kind == EntryKind::kNone || EqualNoCase(asked, found) ? asked : std::string(found);
 }
 
 FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::string_view indexPageNames,

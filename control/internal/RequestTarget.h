@@ -27,6 +27,13 @@ std::string DecodePath(std::string_view path);
 // The text behind the last "." of a file's name, the whole name when it has none, "" for a folder.
 std::string_view TrapExtension(const FoundEntry& target, std::string_view fileName);
 
+// The file part of a request, as server variables tell it: the client's own spelling of the last name of its path, with
+// "%20" as a blank; the name of what was found where that is another one (an index page, a decoded name); "" for a
+// folder.
+//
+//   ScriptNameOf(found, "/docs/INDEX.HTML");  // "INDEX.HTML", though the file is "docs/index.html"
+std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath);
+
 // Finds what `requestPath` names beneath `root`: as it is spelled, "%20" being a blank; where nothing stands there,
 // with every "%XX" decoded, for the links of listings are encoded further than requests are decoded. In a folder the
 // first of the `indexPageNames` (comma list) that is a file wins over the folder. An entry that `isSecret` tells of is

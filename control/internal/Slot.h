@@ -19,6 +19,7 @@ struct Slot {
   std::int64_t LastActivity = 0;   // UTC seconds of the latest bytes in or out; kept, not consulted
   std::string FunctionResult;      // what the host returned for the latest function tag
   FoundEntry Target;               // what the path of the request leads to
+  std::string ScriptName;          // the file part of the request; stays when Target is let go
   bool NotTrapped = true;          // the control answers by itself, not with the host's data
   bool SecondaryAccepted = false;  // kept: set for an element that is no listener but was asked to accept
   bool TrapOutstanding = false;    // FileRequest was raised and not answered yet
@@ -38,6 +39,7 @@ struct Slot {
     Request = Reception(maxBodyBytes);
     FunctionResult.clear();
     Target = {};
+    ScriptName.clear();
     TrapOutstanding = false;
     TrapData.clear();
     TrapContentType.clear();

@@ -86,6 +86,29 @@ TEST(TrapExtensionTest, IsTheTextBehindTheLastDotOfTheName) {
   for (const auto& c : cases) EXPECT_EQ(TrapExtension(*c.target, c.name), c.extension) << c.name;
 }
 
+TEST(ScriptNameOfTest, IsTheClientsNameUnlessAnotherWasFound) {
+  struct {
+    EntryKind kind;
+    const char *found, *path, *name;
+  } const cases[] = {
+      {EntryKind::kFile, "index.html", "/", "index.html"},
+      {EntryKind::kFile, "docs/index.html", "docs", "index.html"},
+      {EntryKind::kFile, "docs/index.html", "DOCS/Index.HTML", "Index.HTML"},
+      {EntryKind::kFile, "docs/index.html", "docs\\Index.html", "Index.html"},
+      {EntryKind::kFile, "a b.txt", "A%20b.txt", "A b.txt"},
+      {EntryKind::kFile, "my-file.txt", "my%2Dfile.txt", "my-file.txt"},
+      {EntryKind::kNone, "", "sub/x%20y.cgi", "x y.cgi"},
+      {EntryKind::kNone, "", "sub/", ""},
+      {EntryKind::kDirectory, "docs", "docs", ""},
+  };
+  for (const auto& c : cases) {
+    FoundEntry target;
+    target.kind = c.kind;
+    target.name = c.found;
+    EXPECT_EQ(ScriptNameOf(target, c.path), c.name) << c.path;
+  }
+}
+
 class ResolveTargetTest : public testing::Test {
  protected:
   ResolveTargetTest() {
