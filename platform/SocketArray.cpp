@@ -52,6 +52,13 @@ void PrepareListener(int descriptor) {
   SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, SocketArray::kKeepAliveProbes);
 }
 
+bool SomebodyWaits(int listener) {
+  pollfd queue{};
+  queue.fd = listener;
+  queue.events = POLLIN;
+  return poll(&queue, 1, 0) == 1;
+}
+
 int OpenListener(std::uint32_t address, std::int32_t port) {
   const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (descriptor < 0) throw SystemError(errno);
@@ -226,7 +233,7 @@ void SocketArray::OnEvents(std::uint64_t cookie, std::uint32_t events) {
   Element* element = Find(static_cast<std::int32_t>(cookie));
   if (element == nullptr) return;
   if (element->state == SocketState::kListening) {
-    ServeListener(*element);
+    ServeListener(*element, true);
     return;
   }
   const bool broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
@@ -288,17 +295,16 @@ std::int32_t SocketArray::BoundPort(std::int32_t index) const {
 
 void SocketArray::OfferWaiting(std::int32_t index) {
   Element* element = Find(index);
-  if (element == nullptr || element->state != SocketState::kListening) return;
-  pollfd queue{};
-  queue.fd = element->descriptor;
-  queue.events = POLLIN;
-  if (poll(&queue, 1, 0) == 1) ServeListener(*element);
+  if (element != nullptr && element->state == SocketState::kListening) ServeListener(*element, false);
 }
 
-void SocketArray::ServeListener(Element& listener) {
+// Offers what is in the listener's queue; `known` when the kernel has just told that something is. Otherwise it is
+// asked, so that the owner never looks for a free element on behalf of nobody.
+void SocketArray::ServeListener(Element& listener, bool known) {
   if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
   const std::uint64_t generation = listener.generation;
-  for (int left = kAcceptsPerTurn; left > 0; --left) {
+  for (int left = kAcceptsPerTurn; left > 0 && (known || SomebodyWaits(listener.descriptor)); --left) {
+    known = false;
     const OfferResult result = Offer(listener);
     if (listener.generation != generation) return;
     if (result == OfferResult::kRefused || result == OfferResult::kFailed) {
@@ -338,7 +344,7 @@ void SocketArray::ResumeListeners() {
   offerAgain_.Enabled(false);
   for (const std::int32_t index : std::exchange(paused_, {})) {
     Element* listener = Find(index);
-    if (listener != nullptr && listener->paused) ServeListener(*listener);
+    if (listener != nullptr && listener->paused) ServeListener(*listener, false);
   }
 }
 

@@ -187,7 +187,7 @@ class SocketArray : private LoopClient {
   bool UpdateWatch(Element& element);
   void ResumeListeners();
 
-  void ServeListener(Element& listener);
+  void ServeListener(Element& listener, bool known);
   OfferResult Offer(Element& listener);
   void Pause(Element& listener);
   void ServeConnection(Element& element, bool readable, bool writable);
