@@ -334,7 +334,7 @@ SocketArray::OfferResult SocketArray::Offer(Element& listener) {
 
 void SocketArray::Pause(Element& listener) {
   listener.paused = true;
-  paused_.push_back(listener.index);
+  if (std::find(paused_.begin(), paused_.end(), listener.index) == paused_.end()) paused_.push_back(listener.index);
   UpdateWatch(listener);
   offerAgain_.Enabled(true);
 }

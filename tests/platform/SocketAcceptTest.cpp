@@ -295,6 +295,40 @@ TEST_F(SocketAcceptTest, ABusyServerIsNotToldOfConnectionsThatAreNotThere) {
   EXPECT_EQ(Requests(), 1u);
 }
 
+TEST_F(SocketAcceptTest, OfferingByHandDoesNotMultiplyTheOffers) {
+  owner.onRequest = [](std::int32_t) {};
+  const auto client = Waiting();
+  Kit::Settle(loop);
+  for (int i = 0; i < 20; ++i) sockets.OfferWaiting(1);
+  const std::size_t before = Requests();
+  EXPECT_EQ(before, 21u);
+  for (std::size_t tick = 1; tick <= 3; ++tick) {
+    world.Advance(250);
+    Kit::Settle(loop);
+    EXPECT_EQ(Requests(), before + tick);
+  }
+}
+
+TEST_F(SocketAcceptTest, ThePausedListenerMayBeClosedAndOpenedAgain) {
+  owner.onRequest = [](std::int32_t) {};
+  const auto client = Waiting();
+  Kit::Settle(loop);
+  for (int i = 0; i < 5; ++i) {
+    sockets.Close(1);
+    sockets.Listen(1);
+    port = sockets.BoundPort(1);
+    const auto other = Waiting();
+    Kit::Settle(loop);
+  }
+  owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
+  const auto last = Waiting();
+  const std::size_t before = Requests();
+  world.Advance(250);
+  Kit::Settle(loop);
+  EXPECT_LE(Requests(), before + 2) << "the last two that waited, once each";
+  EXPECT_EQ(owner.received[3], "hello");
+}
+
 TEST_F(SocketAcceptTest, AListenerThatIsClosedWhilePausedIsNotOfferedAgain) {
   owner.onRequest = [](std::int32_t) {};
   const auto client = Waiting();
