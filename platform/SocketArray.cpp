@@ -167,6 +167,7 @@ void SocketArray::SetState(Element& element, SocketState state) {
   free ? free_.Add(place) : free_.Remove(place);
   state == SocketState::kClosed ? closed_.Add(place) : closed_.Remove(place);
   if (free && offerAgain_.Enabled()) loop_.Post(*this, kResumeNotice);
+  if (free && offered_ != nullptr) freedMeanwhile_ = true;
 }
 
 // Lets the descriptor go and makes the element one that never carried anything.
@@ -309,6 +310,8 @@ void SocketArray::ServeListener(Element& listener, bool known) {
     if (listener.generation != generation) return;
     if (result == OfferResult::kRefused || result == OfferResult::kFailed) {
       Pause(listener);
+      // one that came free behind the owner's back, as it yielded: not to be waited out
+      if (result == OfferResult::kRefused && freedMeanwhile_) loop_.Post(*this, kResumeNotice);
       return;
     }
     if (result == OfferResult::kGone) break;
@@ -322,6 +325,7 @@ SocketArray::OfferResult SocketArray::Offer(Element& listener) {
   acceptedOn_ = -1;
   acceptGone_ = false;
   acceptFailed_ = false;
+  freedMeanwhile_ = false;
   owner_.ConnectionRequest(listener.index, ++lastRequest_);
   offered_ = nullptr;
   if (acceptFailed_) return OfferResult::kFailed;

@@ -213,6 +213,7 @@ class SocketArray : private LoopClient {
   std::int32_t acceptedOn_ = -1;  // the element that took it
   bool acceptGone_ = false;
   bool acceptFailed_ = false;
+  bool freedMeanwhile_ = false;  // an element came free while the connection was being offered
 
   std::array<char, kChunkBytes> chunk_;
   std::size_t chunkSize_ = 0;

@@ -329,6 +329,24 @@ TEST_F(SocketAcceptTest, ThePausedListenerMayBeClosedAndOpenedAgain) {
   EXPECT_EQ(owner.received[3], "hello");
 }
 
+TEST_F(SocketAcceptTest, AnElementFreedWhileTheConnectionWasRefusedIsOfferedAtOnce) {
+  const auto first = Waiting();
+  const auto second = Waiting();
+  Kit::Settle(loop);
+  bool refused = false;
+  owner.onRequest = [&](std::int32_t request) {
+    if (refused) {
+      owner.Take(request);
+      return;
+    }
+    refused = true;
+    sockets.Close(2);  // too late for the owner to notice
+  };
+  const auto third = Waiting();
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[2], "hellohello") << "without waiting for the clock";
+}
+
 TEST_F(SocketAcceptTest, AListenerThatIsClosedWhilePausedIsNotOfferedAgain) {
   owner.onRequest = [](std::int32_t) {};
   const auto client = Waiting();
