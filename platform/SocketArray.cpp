@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <utility>
 
 #include "platform/Error.h"
@@ -326,7 +327,8 @@ SocketArray::OfferResult SocketArray::Offer(Element& listener) {
   acceptGone_ = false;
   acceptFailed_ = false;
   freedMeanwhile_ = false;
-  owner_.ConnectionRequest(listener.index, ++lastRequest_);
+  lastRequest_ = lastRequest_ < std::numeric_limits<std::int32_t>::max() ? lastRequest_ + 1 : 1;
+  owner_.ConnectionRequest(listener.index, lastRequest_);
   offered_ = nullptr;
   if (acceptFailed_) return OfferResult::kFailed;
   if (acceptGone_) return OfferResult::kGone;
