@@ -116,6 +116,8 @@ void SocketArray::Load(std::int32_t index) {
   Element& element = elements_[place];
   element.index = index;
   element.loaded = true;
+  element.localAddress = 0;
+  element.localPort = 0;
   element.generation = ++lastGeneration_;
   SetState(element, SocketState::kClosed);
 }
@@ -130,13 +132,8 @@ void SocketArray::Unload(std::int32_t index) {
 }
 
 void SocketArray::Reload(std::int32_t index) {
-  if (Element* element = Find(index)) {
-    Shut(*element);
-    element->localAddress = 0;
-    element->localPort = 0;
-  } else {
-    Load(index);
-  }
+  Unload(index);
+  Load(index);
 }
 
 SocketState SocketArray::State(std::int32_t index) const {

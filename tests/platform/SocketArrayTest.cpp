@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/Error.h"
 #include "platform/EventLoop.h"
@@ -200,12 +203,25 @@ TEST_F(SocketArrayTest, TellsWhereThePeerIs) {
   EXPECT_EQ(sockets.RemoteHostIP(2), "");
 }
 
-TEST_F(SocketArrayTest, AReloadedListenerHasForgottenItsAddress) {
+TEST_F(SocketArrayTest, AFreshElementKnowsNothingOfItsPredecessorsAddress) {
   const std::int32_t port = owner.Listen(1);
-  sockets.Reload(1);
-  EXPECT_EQ(sockets.State(1), SocketState::kClosed);
-  sockets.Listen(1);
-  EXPECT_NE(sockets.BoundPort(1), port);
+  struct {
+    const char* how;
+    std::function<void()> renew;
+  } const cases[] = {
+      {"reloaded", [&] { sockets.Reload(1); }},
+      {"loaded again", [&] { sockets.Unload(1), sockets.Load(1); }},
+  };
+  for (const auto& c : cases) {
+    sockets.Close(1);
+    sockets.Bind(1, port, "127.0.0.1");
+    sockets.Listen(1);
+    ASSERT_EQ(sockets.BoundPort(1), port) << c.how;
+    c.renew();
+    EXPECT_EQ(sockets.State(1), SocketState::kClosed) << c.how;
+    sockets.Listen(1);
+    EXPECT_NE(sockets.BoundPort(1), port) << c.how;
+  }
 }
 
 TEST_F(SocketArrayTest, ReloadingLoadsAnElementThatIsNotThere) {
