@@ -101,8 +101,9 @@ void Lifecycle::FillDefaults() {
     state_.reporter.RaisePropertyChanged("VirtualPath");
     CheckAbandoned();
   }
-  // a name that was read from a bag has not been loaded yet
-  if (!settings.ContentTypeSourceFile.empty() && settings.ContentTypeLines == nullptr) {
+  // a name that was read from a bag has not been loaded yet, and a file that was empty may have been filled
+  const bool loaded = settings.ContentTypeLines != nullptr && !settings.ContentTypeLines->empty();
+  if (!settings.ContentTypeSourceFile.empty() && !loaded) {
     settings.ContentTypeLines = LoadLines(settings.ContentTypeSourceFile);
   }
 }
