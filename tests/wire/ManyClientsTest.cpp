@@ -14,6 +14,8 @@ using Kit::Clients;
 using Kit::Noise;
 using Kit::WireControl;
 
+// Each request leaves a connection in the kernel's table of waiting ones for a minute. A full table (see
+// tcp_max_tw_buckets, tcp(7)) makes the kernel reset connections that were closed well, so the numbers keep below it.
 constexpr int kBenchRequests = Kit::kSanitized ? 2000 : 20000;
 constexpr int kBenchAtOnce = 32;
 constexpr std::chrono::seconds kBenchLimit{60};
@@ -60,14 +62,14 @@ TEST_F(ManyClientsTest, ThirtyTwoAtOnceShareManySlots) { BenchWith(999); }
 
 TEST_F(ManyClientsTest, TwoControlsServeInOneLoop) {
   WireControl other(loop);
-  other.Write("other.txt", Noise(70'000));
+  other.Write("other.txt", Noise(5000));
   control.Start(1);
   other.Start(10);
   Clients clients;
-  clients.push_back(Bench(control, "/index.html", kBenchRequests / 2));
+  clients.push_back(Bench(control, "/index.html", kBenchRequests / 4));
   clients.push_back(Bench(other, "/other.txt", kBenchRequests / 4));
   EXPECT_TRUE(RunClients(loop, clients, kBenchLimit));
-  ExpectFlawless(*clients[0], kBenchRequests / 2);
+  ExpectFlawless(*clients[0], kBenchRequests / 4);
   ExpectFlawless(*clients[1], kBenchRequests / 4);
   EXPECT_EQ(other.errors, std::vector<std::string>{});
 }
@@ -131,8 +133,8 @@ void AskOfEveryKind(const WireControl& control, const std::string& page) {
 
 TEST_F(ManyClientsTest, AThousandRequestsLeaveNoDescriptorAndNoMemoryBehind) {
   constexpr int kRounds = 1000 / kKindsOfRequest;
-  // quarantined memory counts as used under the sanitizer
-  constexpr std::int64_t kGrowth = (Kit::kSanitized ? 64 : 2) * 1024 * 1024;
+  // the sanitizer keeps up to 256 MiB of what was freed, and looks for leaks itself
+  constexpr std::int64_t kGrowth = (Kit::kSanitized ? 300 : 2) * 1024 * 1024;
   control.Write("big.bin", Noise(200'000));
   control.EchoTrapped();
   control.Start(20);
