@@ -53,7 +53,7 @@ TEST_P(ServingFaultsTest, HarmOneClientAtMost) {
     control.tessel.MaxConnections(4);
     control.Start();
     ASSERT_EQ(BodyOf(control.Get("/")), "page");  // opens what stays open, the root
-    const int before = Kit::CountDescriptors();
+    const std::size_t before = Kit::CountDescriptors();
     {
       const FailNth fault(function, nth, error);
       Use(control);
