@@ -1,6 +1,7 @@
 #include "control/internal/Lifecycle.h"
 
 #include <array>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -45,20 +46,27 @@ void Lifecycle::Initialize() {
 
 bool Lifecycle::StartServer() {
   if (state_.running) return false;
+  // this start may be inside an event of another, which a stop has ended: that one must still see it
+  const std::uint32_t outer = std::exchange(stopsAtStart_, state_.stopCount);
+  stopping_ = false;  // inside the last events of a stop: from here on a stop is one of this start
+  bool started = false;
+  std::exception_ptr failure;
   try {
     Start();
-    return true;
+    started = true;
   } catch (const Abandoned&) {
-    return false;
+    // an event ended it
   } catch (...) {
-    const CaughtError error = DescribeException(std::current_exception());
-    state_.reporter.ReportError(ErrorPrefix::kStartServer, error);
-    throw Error(ErrorNumber::kAddressInUse, error.description, "Tessel", kStartHelpContext);
+    failure = std::current_exception();
   }
+  stopsAtStart_ = outer;
+  if (failure == nullptr) return started;
+  const CaughtError error = DescribeException(failure);
+  state_.reporter.ReportError(ErrorPrefix::kStartServer, error);
+  throw Error(ErrorNumber::kAddressInUse, error.description, "Tessel", kStartHelpContext);
 }
 
 void Lifecycle::Start() {
-  stopsAtStart_ = state_.stopCount;
   state_.holdConnections = true;
   state_.running = true;  // kept: a start that fails leaves both set until StopServer
   FillDefaults();

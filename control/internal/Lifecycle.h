@@ -51,8 +51,8 @@ class Lifecycle {
   Sending& sending_;
   TimeOuts& timeOuts_;
   ParentControl& control_;
-  std::uint32_t stopsAtStart_ = 0;
-  bool stopping_ = false;
+  std::uint32_t stopsAtStart_ = 0;  // the count of stops when the present start began
+  bool stopping_ = false;           // inside StopServer, and no start has begun since
 };
 
 }  // namespace TesselServer
