@@ -468,8 +468,10 @@ bool SocketArray::Write(Element& element) {
 }
 
 void SocketArray::FinishSend(Element& element) {
+  const std::uint64_t generation = element.generation;
   element.sendFinished = false;
   owner_.SendComplete(element.index);
+  if (element.generation == generation) FollowPeer(element);
 }
 
 void SocketArray::Fail(Element& element, int error) {

@@ -8,6 +8,9 @@
 namespace TesselServer::Kit {
 
 // Takes away all descriptors but the first `left` that are free.
+//
+// A sanitizer opens a pipe to look at an object of a type it has not seen before: what a test does during a famine, it
+// does once before as well.
 class DescriptorFamine {
  public:
   explicit DescriptorFamine(int left = 0) {

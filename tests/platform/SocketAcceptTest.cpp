@@ -363,42 +363,51 @@ TEST_F(SocketAcceptTest, AListenerThatIsClosedWhilePausedIsNotOfferedAgain) {
 TEST_F(SocketAcceptTest, ALackOfDescriptorsIsWaitedOut) {
   std::vector<AcceptResult> results;
   owner.onRequest = [&](std::int32_t request) { results.push_back(owner.Take(request)); };
+  const auto quarter = [&] {
+    world.Advance(250);
+    Kit::Settle(loop);
+  };
+  const auto state = [&] { return sockets.State(3); };
   const auto first = Waiting();
   Kit::Settle(loop);
+  quarter();
   ASSERT_EQ(results, std::vector<AcceptResult>{AcceptResult::kAccepted});
+  ASSERT_EQ(state(), SocketState::kClosed);
   const auto second = Waiting();
   {
     const Kit::DescriptorFamine famine;
     Kit::Settle(loop);
     ASSERT_EQ(results.size(), 2u) << "one attempt, not a storm";
     EXPECT_EQ(results[1], AcceptResult::kFailed);
-    EXPECT_EQ(sockets.State(3), SocketState::kClosed);
-    for (int tick = 0; tick < 3; ++tick) {
-      world.Advance(250);
-      Kit::Settle(loop);
-    }
+    EXPECT_EQ(state(), SocketState::kClosed);
+    for (int tick = 0; tick < 3; ++tick) quarter();
     EXPECT_EQ(results.size(), 5u) << "one more each quarter of a second";
     EXPECT_FALSE(second->Poll());
   }
   Kit::Settle(loop);
   EXPECT_EQ(results.size(), 5u) << "the clock decides, not the kernel";
-  world.Advance(250);
-  Kit::Settle(loop);
+  quarter();
   EXPECT_EQ(results.back(), AcceptResult::kAccepted);
   EXPECT_EQ(owner.received[3], "hello");
 }
 
 TEST_F(SocketAcceptTest, ADescriptorThatComesFreeWithAnElementServesTheNextOne) {
+  const auto renew = [&] {
+    sockets.InputMayCome(2, false);
+    sockets.Reload(2);
+    Kit::Settle(loop);
+  };
+  const auto state = [&] { return sockets.State(2); };
   const auto first = Waiting();
-  Kit::Settle(loop);
+  renew();
+  ASSERT_EQ(state(), SocketState::kConnected);
   const auto second = Waiting();
-  sockets.InputMayCome(2, false);
   {
     const Kit::DescriptorFamine famine;
     Kit::Settle(loop);
-    EXPECT_EQ(sockets.State(3), SocketState::kClosed);
-    sockets.Reload(2);
-    Kit::Settle(loop);
+    EXPECT_EQ(owner.received[2], "hello");
+    renew();
+    EXPECT_EQ(state(), SocketState::kConnected);
   }
   EXPECT_EQ(owner.received[2], "hellohello");
 }
