@@ -11,6 +11,7 @@
 #include "platform/internal/FindBeneath.h"
 #include "platform/internal/OpenPaths.h"
 #include "platform/internal/PathWalk.h"
+#include "platform/internal/SystemErrors.h"
 #include "platform/internal/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -27,6 +28,20 @@ FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, stat
 // A path without an end in the middle, or "" (which nothing is found at) for one that a NUL would cut short.
 std::string SystemPath(std::string_view path) {
   return path.find('\0') == std::string_view::npos ? WithSlashes(path) : std::string();
+}
+
+// Raises the error of a call that failed for want of descriptors or memory: what it asked for may well be there.
+int OrRaise(int opened) {
+  if (opened == -EMFILE || opened == -ENFILE || opened == -ENOMEM) throw SystemError(-opened);
+  return opened;
+}
+
+int OpenBeneathOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenBeneath(folder, path, flags));
+}
+
+int OpenAnywhereOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenAnywhere(folder, path, flags));
 }
 
 // Opens a path that no root holds. Closed when there is nothing, or a file where only a folder can be meant.
@@ -128,7 +143,7 @@ RootFolder::~RootFolder() {
 
 FoundEntry RootFolder::Find(std::string_view relative) const {
   const int root = Descriptor();
-  return root < 0 ? FoundEntry() : FindBeneath(&OpenBeneath, root, relative);
+  return root < 0 ? FoundEntry() : FindBeneath(&OpenBeneathOrRaise, root, relative);
 }
 
 int RootFolder::Descriptor() const {
@@ -137,7 +152,7 @@ int RootFolder::Descriptor() const {
   if (isThere && descriptor_ >= 0 && IdentityOf(status) == identity_) return descriptor_;
   UniqueDescriptor old(std::exchange(descriptor_, -1));
   if (!isThere) return -1;
-  UniqueDescriptor opened(open(systemPath_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  UniqueDescriptor opened(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) return -1;
   identity_ = IdentityOf(status);
   descriptor_ = opened.Release();
@@ -145,6 +160,22 @@ int RootFolder::Descriptor() const {
 }
 
 OpenFile OpenPath(std::string_view path) { return OpenAnyCase(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }
+
+PathIdentity IdentifyPath(std::string_view path) {
+  using State = PathIdentity::State;
+  const std::string text = SystemPath(path);
+  if (text.empty()) return {};
+  struct stat status;
+  if (stat(text.c_str(), &status) == 0) return {State::kFound, IdentityOf(status)};
+  if (errno != ENOENT && errno != ENOTDIR) return {State::kUnknown, {}};
+  try {
+    const auto spelling = TrueSpelling(&OpenAnywhereOrRaise, AT_FDCWD, text);
+    if (!spelling || stat(spelling->c_str(), &status) != 0) return {};
+    return {State::kFound, IdentityOf(status)};
+  } catch (const Error&) {
+    return {State::kUnknown, {}};
+  }
+}
 
 EntryKind KindOfPath(std::string_view path) { return OpenAnyCase(path, O_PATH | O_CLOEXEC).Kind(); }
 

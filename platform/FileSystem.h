@@ -3,8 +3,9 @@
 //
 // Thread:    the host's thread only.
 // Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
-// Errors:    none; a file that cannot be had is a closed OpenFile or EntryKind::kNone. A process that has run out of
-//            descriptors finds nothing.
+// Errors:    a file that cannot be had is a closed OpenFile or EntryKind::kNone. RootFolder::Find raises the socket
+// error
+//            10024 or 10055 when the process has run out of descriptors or memory, for what it looks for may be there.
 #pragma once
 
 #include <cstdint>
@@ -125,5 +126,14 @@ OpenFile OpenPath(std::string_view path);
 // What stands at `path`, by the same rules; nothing is opened for reading, so a file that this process may not read
 // counts as well.
 EntryKind KindOfPath(std::string_view path);
+
+// Which file or folder stands at `path`, with the case rule of OpenPath, asked without opening it. kUnknown when that
+// cannot be told, for want of descriptors or permission: whoever protects the file must then take any file for it.
+struct PathIdentity {
+  enum class State { kMissing, kFound, kUnknown };
+  State state = State::kMissing;
+  FileIdentity identity;
+};
+PathIdentity IdentifyPath(std::string_view path);
 
 }  // namespace TesselServer

@@ -415,6 +415,9 @@ void SocketArray::PeerEnded(Element& element) {
 void SocketArray::FollowPeer(Element& element) {
   if (element.state != SocketState::kConnected || !element.peerEnded) return;
   if (element.answerPending || element.outgoing != nullptr || element.sendFinished) return;
+  // nothing more can come or go: what is left is the state, until the element is reused
+  loop_.Unwatch(std::exchange(element.watch, 0));
+  close(std::exchange(element.descriptor, -1));
   SetState(element, SocketState::kClosing);
 }
 
@@ -423,7 +426,6 @@ void SocketArray::AnswerPending(std::int32_t index, bool pending) {
   if (element == nullptr) return;
   element->answerPending = pending;
   FollowPeer(*element);
-  if (element->state == SocketState::kClosing) UpdateWatch(*element);
 }
 
 void SocketArray::InputMayCome(std::int32_t index, bool mayCome) {

@@ -104,11 +104,11 @@ class SocketArray : private LoopClient {
   // ---- Listening.
 
   // Sets the address that Listen takes: a port on all addresses, or a port and an IPv4 address. Bind raises Error 10049
-  // for a text that is no IPv4 address, both raise it for a port outside 0 to 65535.
+  // for a text that is no IPv4 address.
   void LocalPort(std::int32_t index, std::int32_t port);
   void Bind(std::int32_t index, std::int32_t port, const std::string& ip);
-  // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed; the element is then
-  // closed as before.
+  // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
+  // outside 0 to 65535; the element is then closed as before.
   void Listen(std::int32_t index);
   // The port that the element listens on, 0 when it does not.
   std::int32_t BoundPort(std::int32_t index) const;
@@ -162,8 +162,7 @@ class SocketArray : private LoopClient {
     // listening
     std::uint32_t localAddress = 0;  // network byte order, 0 = all
     std::int32_t localPort = 0;
-    bool paused = false;    // a connection found no element: not heard until one is free
-    bool offering = false;  // a connection request is being answered
+    bool paused = false;  // a connection found no element: not heard until one is free
     // connected
     std::uint32_t peerAddress = 0;
     bool peerEnded = false;

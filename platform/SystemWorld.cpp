@@ -4,7 +4,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <resolv.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -21,6 +20,7 @@
 
 #include "platform/RegistryStore.h"
 #include "platform/World.h"
+#include "platform/internal/NoPipeSignal.h"
 
 namespace TesselServer {
 namespace {
@@ -52,32 +52,6 @@ class ShortPatience {
   int retrans_;
   int retry_;
   int servers_;
-};
-
-// Keeps a write to a pipe that nobody reads from ending the process with SIGPIPE, as long as it lives. A signal that
-// the write left pending is taken away; one that was pending before is not.
-class NoPipeSignal {
- public:
-  NoPipeSignal() {
-    sigset_t pending;
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-  }
-  NoPipeSignal(const NoPipeSignal&) = delete;
-  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
-  ~NoPipeSignal() {
-    const timespec atOnce{};
-    if (!wasPending_) sigtimedwait(&pipe_, nullptr, &atOnce);
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-
- private:
-  sigset_t pipe_;
-  sigset_t before_;
-  bool wasPending_;
 };
 
 timespec Read(clockid_t clock) {

@@ -13,6 +13,7 @@ set(SOURCES
     internal/Lingering.cpp
     internal/LoopCore.cpp
     internal/OpenPaths.cpp
+    internal/NoPipeSignal.cpp
     internal/Outgoing.cpp
     internal/PathWalk.cpp
     internal/SystemErrors.cpp)

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/Error.h"
 #include "platform/FileSystem.h"
 #include "support/Format.h"
 #include "support/Text.h"
@@ -28,7 +29,11 @@ std::string AbsolutePath(std::string_view path) {
 
 bool cls_WinUtil::FileExists(std::string_view path) const {
   if (Trim(path).empty()) return false;
-  return RootFolder("/").Find(AbsolutePath(path)).kind == EntryKind::kFile;
+  try {
+    return RootFolder("/").Find(AbsolutePath(path)).kind == EntryKind::kFile;
+  } catch (const Error&) {
+    return false;
+  }
 }
 
 bool cls_WinUtil::DirectoryExists(std::string_view path) const {

@@ -55,24 +55,13 @@ class LoopCore::Nesting {
   LoopCore& core_;
 };
 
-LoopCore::LoopCore(World& world) : world_(world) {
-  epoll_ = epoll_create1(EPOLL_CLOEXEC);
-  if (epoll_ < 0) throw SystemError(errno);
-  wake_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-  if (wake_ < 0) {
-    const int error = errno;
-    close(epoll_);
-    throw SystemError(error);
-  }
-  AddOwn(epoll_, wake_, kWakeMark);
+LoopCore::LoopCore(World& world)
+    : world_(world), epoll_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+  if (!epoll_.IsOpen() || !wake_.IsOpen()) throw SystemError(errno);
+  AddOwn(epoll_.Get(), wake_.Get(), kWakeMark);
 }
 
-LoopCore::~LoopCore() {
-  Empty();
-  if (alarm_ >= 0) close(alarm_);
-  close(wake_);
-  close(epoll_);
-}
+LoopCore::~LoopCore() { Empty(); }
 
 std::int64_t LoopCore::Now() const { return nowValid_ ? now_ : world_.MonotonicMilliseconds(); }
 
@@ -113,18 +102,19 @@ void LoopCore::Wake() noexcept {
   const int kept = errno;
   stop_ = true;
   const std::uint64_t one = 1;
-  [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);  // a full counter is awake already
+  [[maybe_unused]] const auto written = write(wake_.Get(), &one, sizeof one);  // a full counter is awake already
   errno = kept;
 }
 
 int LoopCore::Descriptor() {
-  if (hosted_) return epoll_;
-  alarm_ = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-  if (alarm_ < 0) throw SystemError(errno);
-  AddOwn(epoll_, alarm_, kAlarmMark);
+  if (hosted_) return epoll_.Get();
+  UniqueDescriptor alarm(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+  if (!alarm.IsOpen()) throw SystemError(errno);
+  AddOwn(epoll_.Get(), alarm.Get(), kAlarmMark);
+  alarm_ = std::move(alarm);
   hosted_ = true;
   if (depth_ == 0) Announce();
-  return epoll_;
+  return epoll_.Get();
 }
 
 // How long the kernel may be waited for: up to `milliseconds`, but not past the next timer.
@@ -143,13 +133,13 @@ void LoopCore::Ask(std::int32_t milliseconds) {
     fetchedNext_ = 0;
   }
   std::array<epoll_event, EventLoop::kEventsPerTurn> events;
-  const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), milliseconds);
+  const int count = epoll_wait(epoll_.Get(), events.data(), static_cast<int>(events.size()), milliseconds);
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = events[static_cast<std::size_t>(i)];
     if (event.data.u64 == kWakeMark) {
-      Drain(wake_);
+      Drain(wake_.Get());
     } else if (event.data.u64 == kAlarmMark) {
-      Drain(alarm_);
+      Drain(alarm_.Get());
     } else {
       fetched_.push_back({event.data.u64, event.events});
     }
@@ -204,7 +194,7 @@ WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client
   epoll_event event{};
   event.events = events;
   event.data.u64 = id;
-  if (epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0) return 0;
+  if (epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, descriptor, &event) != 0) return 0;
   freePlaces_.pop_back();
   watches_[place] = {&client, cookie, descriptor, id};
   return id;
@@ -216,13 +206,13 @@ void LoopCore::Change(WatchId watch, std::uint32_t events) {
   epoll_event event{};
   event.events = events;
   event.data.u64 = watch;
-  epoll_ctl(epoll_, EPOLL_CTL_MOD, entry->descriptor, &event);
+  epoll_ctl(epoll_.Get(), EPOLL_CTL_MOD, entry->descriptor, &event);
 }
 
 void LoopCore::Unwatch(WatchId watch) {
   WatchEntry* entry = Find(watch);
   if (entry == nullptr) return;
-  epoll_ctl(epoll_, EPOLL_CTL_DEL, entry->descriptor, nullptr);
+  epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, entry->descriptor, nullptr);
   *entry = {};
   freePlaces_.push_back(static_cast<std::uint32_t>(watch));
 }
@@ -288,7 +278,7 @@ void LoopCore::Announce() {
   if (!hosted_) return;
   if (KnowsWork()) {
     const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
+    [[maybe_unused]] const auto written = write(wake_.Get(), &one, sizeof one);
   }
   SetAlarm();
 }
@@ -301,7 +291,7 @@ void LoopCore::SetAlarm() {
     alarm.it_value.tv_nsec = wait % 1000 * 1'000'000;
     if (wait == 0) alarm.it_value.tv_nsec = 1;  // zero would switch the alarm off
   }
-  timerfd_settime(alarm_, 0, &alarm, nullptr);
+  timerfd_settime(alarm_.Get(), 0, &alarm, nullptr);
 }
 
 }  // namespace TesselServer

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/Timer.h"
+#include "platform/internal/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -110,10 +111,10 @@ class LoopCore {
   void SetAlarm();
 
   World& world_;
-  int epoll_ = -1;
-  int wake_ = -1;
-  int alarm_ = -1;       // a timerfd, made when the host asks for the descriptor
-  bool hosted_ = false;  // the host watches the descriptor itself
+  UniqueDescriptor epoll_;
+  UniqueDescriptor wake_;
+  UniqueDescriptor alarm_{-1};  // a timerfd, made when the host asks for the descriptor
+  bool hosted_ = false;         // the host watches the descriptor itself
   std::atomic<bool> stop_ = false;
   int depth_ = 0;
   std::int64_t now_ = 0;

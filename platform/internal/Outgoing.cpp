@@ -7,46 +7,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <string_view>
 #include <utility>
+
+#include "platform/internal/NoPipeSignal.h"
 
 namespace TesselServer {
 
 namespace {
-
-// Keeps the SIGPIPE that sendfile(2) raises for a closed peer away from the host: it stays blocked for this thread, and
-// one that came meanwhile is taken back. It may come whatever sendfile answers: the peer can go after the first bytes.
-class NoPipeSignal {
- public:
-  NoPipeSignal() {
-    sigset_t pending;
-    sigemptyset(&pending);
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-  }
-  NoPipeSignal(const NoPipeSignal&) = delete;
-  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
-  ~NoPipeSignal() {
-    const int kept = errno;
-    if (!wasPending_) {
-      const timespec now{};
-      while (sigtimedwait(&pipe_, nullptr, &now) < 0 && errno == EINTR) {
-      }
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    errno = kept;
-  }
-
- private:
-  sigset_t pipe_{};
-  sigset_t before_{};
-  bool wasPending_ = false;
-};
 
 std::string_view TextOf(const Answer& answer) {
   if (const auto* text = std::get_if<std::string>(&answer.body)) return *text;
