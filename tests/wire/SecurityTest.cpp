@@ -14,7 +14,6 @@ namespace TesselServer {
 namespace {
 
 using Kit::BodyOf;
-using Kit::RawClient;
 
 constexpr std::string_view kSecret = "the-secret-beside-the-root";
 
