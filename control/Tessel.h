@@ -55,8 +55,7 @@ class Tessel {
   ~Tessel();
 
   // ---- Properties. Each is one name in two forms; setting one raises PropertyChanged with its name. Those marked
-  // (start) take effect at the next StartServer, address and port also when the listener is made anew because no client
-  // came for half a minute; all others take effect with the next request.
+  // (start) take effect at the next StartServer, all others with the next request.
 
   // (start) The IPv4 address to listen on, "" = all addresses. Blanks around it are dropped. Default: "".
   std::string ServerIP() const;

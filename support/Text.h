@@ -14,6 +14,9 @@
 
 namespace TesselServer {
 
+// Empties `text` and gives its memory back, which an assignment of an empty text does not.
+inline void Release(std::string& text) { std::string().swap(text); }
+
 // `text` without the blanks (0x20 only) at its two ends. Tabs and line ends stay.
 std::string_view Trim(std::string_view text);
 

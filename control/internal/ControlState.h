@@ -55,7 +55,8 @@ struct ControlState {
   bool terminated = false;               // the control is gone; its parts only unwind
   std::uint32_t stopCount = 0;           // how often StopServer ran: a start that sees it change gives up
   std::uint32_t lastConnectionTick = 0;  // milliseconds at the latest connection request, wrapping
-  std::int32_t boundPort = 0;            // the port obtained for ServerPort 0
+  std::string listenIP;                  // the address of this run's listener, "" for all
+  std::int32_t listenPort = 0;           // its port; the one obtained, where ServerPort is 0
   std::string authFileName;              // name of the per-directory password file
   std::string serverNameInUse;
   std::string serverAddressInUse;

@@ -6,6 +6,7 @@
 #include "control/internal/RecordSetup.h"
 #include "control/internal/RequestTarget.h"
 #include "platform/AsciiCase.h"
+#include "platform/Error.h"
 #include "support/Text.h"
 
 namespace TesselServer {
@@ -45,6 +46,7 @@ struct Dispatch::Call {
   Slot& slot;
   std::uint64_t generation;
   std::shared_ptr<cls_HTTP> record;
+  bool handedOver;  // the socket has taken an answer: there is never a second one
 };
 
 void Dispatch::Begin(std::int32_t Index) {
@@ -52,7 +54,11 @@ void Dispatch::Begin(std::int32_t Index) {
   Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
   if (slot == nullptr) return;
   slot->QueryParser.QueryString(slot->Fields().RequestQuery);
-  FindTarget(*slot);
+  try {
+    FindTarget(*slot);
+  } catch (const Error&) {
+    // SendWebPage looks again, and answers for what it meets
+  }
   std::string fileName = PathForHost(*slot, slot->Fields().RequestPath);
   if (!slot->Fields().RequestPath.empty() && IsTrapped(*slot, fileName)) {
     OfferToHost(Index, *slot, std::move(fileName));
@@ -68,17 +74,21 @@ void Dispatch::FindTarget(Slot& slot) {
   slot.Target = ResolveTarget(state_.root, slot.Fields().RequestPath, state_.settings.IndexPageNames,
                               [this](const FoundEntry& entry) { return IsSecret(entry); });
   slot.ScriptName = ScriptNameOf(slot.Target, slot.Fields().RequestPath);
+  slot.TargetIsKnown = true;
 }
 
 // Password files are never served: neither those of folders, by their name or that of a link to them, nor the control's
-// own by any name.
+// own by any name. Where it cannot be told which file is which, every file is taken for one.
 bool Dispatch::IsSecret(const FoundEntry& entry) const {
   if (EqualNoCase(LastComponent(entry.name), state_.authFileName)) return true;
   if (!entry.readable) return false;
-  if (EqualNoCase(LastComponent(entry.file.CanonicalPath()), state_.authFileName)) return true;
+  const std::string canonical = entry.file.CanonicalPath();
+  if (canonical.empty() && state_.settings.AuthenticationSource == e_AuthSource::DirectoryFile) return true;
+  if (EqualNoCase(LastComponent(canonical), state_.authFileName)) return true;
   if (state_.settings.AuthenticationSourceFile.empty()) return false;
-  const OpenFile passwords = OpenPath(state_.settings.AuthenticationSourceFile);
-  return passwords.IsOpen() && passwords.Identity() == entry.file.Identity();
+  const PathIdentity passwords = IdentifyPath(state_.settings.AuthenticationSourceFile);
+  if (passwords.state == PathIdentity::State::kUnknown) return true;
+  return passwords.state == PathIdentity::State::kFound && passwords.identity == entry.file.Identity();
 }
 
 bool Dispatch::IsTrapped(const Slot& slot, std::string_view fileName) const {
@@ -95,6 +105,7 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot, std::string fileName)
   slot.NotTrapped = false;
   slot.TrapOutstanding = true;
   slot.Target = {};  // the answer may take its time: nothing stays open until then
+  slot.TargetIsKnown = false;
   const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(fileName), UserAuthentication(slot.Fields()));
   if (heard || state_.sckWS.Generation(Index) != generation || !slot.TrapOutstanding) return;
   slot.TrapOutstanding = false;
@@ -106,22 +117,22 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
   Slot* slot = slots ? slots->At(Index) : nullptr;
   if (slot == nullptr) return;
   state_.statistics.RequestCount += 1;
-  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr};
-  bool handedOver = false;
-  const bool decided = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
+  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr, false};
+  const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
     call.record = RecordOf(state_, *slot, Index);
-    Decision decision = Decide(call, StatusCode, ForceStatus);
-    handedOver = Deliver(call, std::move(decision));
+    Deliver(call, Decide(call, StatusCode, ForceStatus));
   });
-  if (!decided && !handedOver) {
+  if (!answered && !call.handedOver) {
     state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
-      if (call.record) handedOver = Deliver(call, {ErrorAnswer(*call.record, "500"), "500", false});
+      const bool logged = !ForceStatus && slot->NotTrapped;
+      if (call.record) Deliver(call, {ErrorAnswer(*call.record, "500"), "500", logged});
     });
   }
   if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
   slot->Target = {};
+  Release(slot->Fields().RequestBody);  // not kept for as long as the answer takes to go out
   if (call.record) call.record->EndRequest();
-  if (!handedOver) sending_.CloseConnection(Index);
+  if (!call.handedOver) sending_.CloseConnection(Index);
 }
 
 Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, bool forceStatus) {
@@ -132,7 +143,7 @@ Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, boo
   }
   if (!call.slot.NotTrapped) return HostAnswer(call);
   if (request.RequestPath.empty()) return {};
-  if (call.slot.Target.kind == EntryKind::kNone) FindTarget(call.slot);  // the host handed the request back
+  if (!call.slot.TargetIsKnown) FindTarget(call.slot);  // the host handed the request back
   DropLeadingSeparator(request.RequestPath);
   switch (call.slot.Target.kind) {
     case EntryKind::kNone:
@@ -167,25 +178,24 @@ Dispatch::Decision Dispatch::DirectoryAnswer(Call& call) const { return Refusal(
 
 Dispatch::Decision Dispatch::FileAnswer(Call& call) const {
   if (!call.slot.Target.readable) return Refusal(*call.record, "403");
-  const std::string file = MapPath(state_.settings.VirtualPath, call.slot.Target.name);
+  const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);
   Answer answer = call.record->ProcessFile(std::move(call.slot.Target.file), file, "200", true, "", info,
                                            call.slot.Fields().RequestBody);
   return {std::move(answer), "200", true};
 }
 
-// Sends and logs. False when no byte was handed over.
-bool Dispatch::Deliver(Call& call, Decision decision) {
+// Sends and logs.
+void Dispatch::Deliver(Call& call, Decision decision) {
   const std::int64_t size = decision.answer.Size();
-  if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return false;
+  if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return;
   const std::string address = decision.logged ? state_.sckWS.RemoteHostIP(call.index) : std::string();
-  const bool handedOver = sending_.SendData(call.index, std::move(decision.answer));
-  if (!decision.logged) return handedOver;
+  call.handedOver = sending_.SendData(call.index, std::move(decision.answer));
+  if (!decision.logged) return;
   state_.statistics.BytesSent += static_cast<double>(size);
   if (state_.sckWS.Generation(call.index) == call.generation) {
     sending_.LogRequest(call.index, address, decision.status, size);
   }
-  return handedOver;
 }
 
 }  // namespace TesselServer

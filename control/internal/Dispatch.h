@@ -46,7 +46,7 @@ class Dispatch {
   Decision HostAnswer(Call& call) const;
   Decision DirectoryAnswer(Call& call) const;
   Decision FileAnswer(Call& call) const;
-  bool Deliver(Call& call, Decision decision);
+  void Deliver(Call& call, Decision decision);
 
   ControlState& state_;
   Sending& sending_;

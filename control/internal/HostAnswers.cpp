@@ -1,7 +1,6 @@
 #include "control/internal/HostAnswers.h"
 
 #include "control/internal/RecordSetup.h"
-#include "control/internal/RequestTarget.h"
 #include "platform/Error.h"
 #include "support/Text.h"
 
@@ -98,8 +97,7 @@ std::string HostAnswers::CGIValue(std::int32_t Index, const std::string& Variabl
   Slot* slot = Find(Index);
   if (slot == nullptr) return {};
   const auto record = RecordOf(state_, *slot, Index);
-  record->SetRequestInfo(
-      RequestInfoOf(state_, *slot, Index, MapPath(state_.settings.VirtualPath, slot->Fields().RequestPath)));
+  record->SetRequestInfo(RequestInfoOf(state_, *slot, Index, MappedFileOf(state_, *slot)));
   return record->ServerVariables(Variable, Delimiter);
 }
 

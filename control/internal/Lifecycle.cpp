@@ -120,7 +120,8 @@ void Lifecycle::StartListening() {
   state_.sckWS.Unload(kListener);
   state_.sckWS.Close(0);
   try {
-    state_.boundPort = 0;
+    state_.listenIP = state_.settings.ServerIP;
+    state_.listenPort = state_.settings.ServerPort;
     timeOuts_.OpenListener();
     state_.lastConnectionTick = state_.TickCount();
   } catch (const Error& error) {

@@ -122,7 +122,7 @@ Reception::Outcome Reception::TakeHeader() {
   fields_.BodyPending = true;
   state_ = State::kBody;
   Store(Behind());
-  held_ = std::string();
+  Release(held_);
   return BodyOutcome();
 }
 
@@ -161,7 +161,9 @@ Reception::Outcome Reception::Bad() {
   return Outcome::kBad;
 }
 
+// What has come is of no use to anybody, so its memory goes.
 Reception::Outcome Reception::Ignore() {
+  if (state_ != State::kTaken) Release(fields_.RequestBody);
   Finish();
   return Outcome::kIgnored;
 }
@@ -169,7 +171,7 @@ Reception::Outcome Reception::Ignore() {
 void Reception::Finish() {
   state_ = State::kTaken;
   fields_.BodyPending = false;
-  held_ = std::string();
+  Release(held_);
 }
 
 }  // namespace TesselServer

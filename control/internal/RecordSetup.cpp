@@ -3,6 +3,8 @@
 #include <string>
 #include <utility>
 
+#include "control/internal/RequestTarget.h"
+
 namespace TesselServer {
 
 namespace {
@@ -19,7 +21,7 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   record.ConnectionIndex(static_cast<std::int16_t>(Index));
   record.VirtualPath(settings.VirtualPath);
   record.ServerIP(settings.ServerIP.empty() ? state.serverAddressInUse : settings.ServerIP);
-  record.ServerPort(std::to_string(settings.ServerPort == 0 ? state.boundPort : settings.ServerPort));
+  record.ServerPort(std::to_string(settings.ServerPort == 0 ? state.listenPort : settings.ServerPort));
   record.ServerSoftware(settings.ServerSoftware);
   record.ServerName(settings.ServerName.empty() ? state.serverNameInUse : settings.ServerName);
   record.HTMLFunctionsEnable(settings.HTMLFunctionsEnable);
@@ -34,6 +36,11 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   record.ContentTypeLines(settings.ContentTypeLines);
   record.ApplicationFolder(state.applicationFolder);
   return slot.Record;
+}
+
+std::string MappedFileOf(const ControlState& state, Slot& slot) {
+  const bool found = slot.Target.kind != EntryKind::kNone;
+  return MapPath(state.settings.VirtualPath, found ? slot.Target.name : slot.Fields().RequestPath);
 }
 
 RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, std::string file) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "control/internal/ControlState.h"
 #include "http/RequestInfo.h"
@@ -13,6 +14,10 @@ namespace TesselServer {
 // The slot's record, made on first use, with the control's settings of this moment. The caller keeps it across events:
 // the slot lets go of it when the server stops.
 std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t Index);
+
+// The local file that the slot's request leads to, as the system writes it; of one that leads nowhere, the path asked
+// for.
+std::string MappedFileOf(const ControlState& state, Slot& slot);
 
 // The values of the slot's request as its record takes them. `file` is the local file that answers it.
 RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, std::string file);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "control/internal/Reception.h"
@@ -19,6 +20,7 @@ struct Slot {
   std::int64_t LastActivity = 0;   // UTC seconds of the latest bytes in or out; kept, not consulted
   std::string FunctionResult;      // what the host returned for the latest function tag
   FoundEntry Target;               // what the path of the request leads to
+  bool TargetIsKnown = false;      // Target was looked for, though nothing may have been there
   std::string ScriptName;          // the file part of the request; stays when Target is let go
   bool NotTrapped = true;          // the control answers by itself, not with the host's data
   bool SecondaryAccepted = false;  // kept: set for an element that is no listener but was asked to accept
@@ -34,20 +36,16 @@ struct Slot {
 
   RequestFields& Fields() { return Request.Fields(); }
 
-  // For the next client. Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record.
+  // For the next client: all memory of the last one goes. Kept as they are: NotTrapped, SecondaryAccepted, LastActivity
+  // and the record.
   void Reset(std::int64_t maxBodyBytes) {
-    Request = Reception(maxBodyBytes);
-    FunctionResult.clear();
-    Target = {};
-    ScriptName.clear();
-    TrapOutstanding = false;
-    TrapData.clear();
-    TrapContentType.clear();
-    TrapHeaderField.clear();
-    TrapStatusCode.clear();
-    QueryParser.QueryString("");
-    WaitTimer.reset();
-    WaitsFor = Reception::Outcome::kWaiting;
+    Slot fresh;
+    fresh.Request = Reception(maxBodyBytes);
+    fresh.LastActivity = LastActivity;
+    fresh.NotTrapped = NotTrapped;
+    fresh.SecondaryAccepted = SecondaryAccepted;
+    fresh.Record = std::move(Record);
+    std::swap(*this, fresh);
   }
 };
 

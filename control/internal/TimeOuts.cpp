@@ -36,15 +36,13 @@ void TimeOuts::OpenListener() {
   state_.sckWS.Close(kListener);
   state_.sckWS.Unload(kListener);
   state_.sckWS.Load(kListener);
-  const Settings& settings = state_.settings;
-  const std::int32_t port = settings.ServerPort == 0 ? state_.boundPort : settings.ServerPort;
-  if (!settings.ServerIP.empty()) {
-    state_.sckWS.Bind(kListener, port, settings.ServerIP);
+  if (!state_.listenIP.empty()) {
+    state_.sckWS.Bind(kListener, state_.listenPort, state_.listenIP);
   } else {
-    state_.sckWS.LocalPort(kListener, port);
+    state_.sckWS.LocalPort(kListener, state_.listenPort);
   }
   state_.sckWS.Listen(kListener);
-  if (settings.ServerPort == 0) state_.boundPort = state_.sckWS.BoundPort(kListener);
+  if (state_.listenPort == 0) state_.listenPort = state_.sckWS.BoundPort(kListener);
 }
 
 void TimeOuts::Sweep() {

@@ -25,7 +25,8 @@ class TimeOuts {
   // The handler of tmrCheckConn.
   void TimerCheckConnections();
 
-  // Makes the listener anew on the configured address. Raises the socket error when it cannot be bound.
+  // Makes the listener anew on the address of this run, whatever the properties say by now. Raises the socket error
+  // when it cannot be bound.
   void OpenListener();
 
  private:

@@ -176,23 +176,53 @@ TEST(LifecycleTest, AddressInUseIsToldAndRaised) {
   EXPECT_TRUE(second.tessel.StartServer());
 }
 
-TEST(LifecycleTest, AddressThatIsNotOursIsOnlyTold) {
+TEST(LifecycleTest, AddressThatIsNotOursIsOnlyToldAndTriedAgain) {
+  TestCore core;
+  core.tree.Write("index.html", "page");
+  core.core.state.settings.ServerIP = "192.0.2.1";
+  EXPECT_TRUE(core.core.lifecycle.StartServer());
+  EXPECT_EQ(core.errors, Texts{"Error - TCP::Listen. [10049] Can't assign requested address."});
+  EXPECT_TRUE(core.core.state.running);
+  EXPECT_EQ(core.State(kListener), SocketState::kClosed);
+  EXPECT_EQ(core.Port(), 0);
+  core.Pass(10'000);
+  EXPECT_EQ(core.errors.back(), "Error - TimerCheckConnections. [10049] Can't assign requested address.");
+  core.core.state.listenIP = "127.0.0.1";  // as if the machine had come by the address
+  core.Pass(10'000);
+  EXPECT_EQ(core.State(kListener), SocketState::kListening);
+  EXPECT_TRUE(core.Get("/").ends_with("page"));
+}
+
+TEST(LifecycleTest, NewAddressWaitsForTheNextStart) {
   TestControl control;
   control.tree.Write("index.html", "page");
+  const std::int32_t port = control.Start();
   control.tessel.ServerIP("192.0.2.1");
-  EXPECT_TRUE(control.tessel.StartServer());
-  EXPECT_EQ(control.errors, Texts{"Error - TCP::Listen. [10049] Can't assign requested address."});
-  EXPECT_TRUE(control.tessel.ServerRunning());
-  EXPECT_FALSE(control.tessel.IsListening());
-  EXPECT_EQ(control.tessel.ListeningPort(), 0);
-  control.world.Advance(10'000);
-  control.loop.RunOnce(0);
-  EXPECT_EQ(control.errors.back(), "Error - TimerCheckConnections. [10049] Can't assign requested address.");
-  control.tessel.ServerIP("127.0.0.1");
-  control.world.Advance(10'000);
-  control.loop.RunOnce(0);
-  EXPECT_TRUE(control.tessel.IsListening());
+  control.tessel.ServerPort("99999");
+  for (int i = 0; i < 5; ++i) {
+    control.world.Advance(10'000);
+    control.loop.RunOnce(0);
+  }
+  EXPECT_EQ(control.tessel.ListeningPort(), port) << "the listener was rebuilt where it was";
   EXPECT_EQ(Kit::BodyOf(control.Get("/")), "page");
+  EXPECT_TRUE(control.errors.empty());
+  control.tessel.StopServer();
+  control.tessel.StartServer();
+  EXPECT_FALSE(control.tessel.IsListening());
+}
+
+TEST(LifecycleTest, StatusLineTellsThePort) {
+  std::int32_t port = 0;
+  {
+    TestControl free;
+    port = free.Start();
+  }
+  TestControl control;
+  control.tessel.ServerIP("");
+  control.tessel.ServerPort(std::to_string(port));
+  control.tessel.StartServer();
+  EXPECT_EQ(control.status.back(),
+            "Server Started. All Available IP Addresses:" + std::to_string(port) + " - testhost");
 }
 
 TEST(LifecycleTest, PortsThatDoNotExistAreOnlyTold) {

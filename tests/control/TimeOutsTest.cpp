@@ -6,6 +6,7 @@
 
 #include "control/internal/TimeOuts.h"
 #include "tests/kit/TestControl.h"
+#include "tests/kit/TestCore.h"
 
 namespace TesselServer {
 namespace {
@@ -14,6 +15,7 @@ using Kit::RawClient;
 using Kit::RunUntil;
 using Kit::Settle;
 using Kit::TestControl;
+using Kit::TestCore;
 
 // One check, ten seconds after the one before.
 void Check(TestControl& control) {
@@ -120,13 +122,25 @@ TEST(TimeOutsTest, CountBeginsAnewAfterASweep) {
   EXPECT_EQ(control.tessel.Stats_FreeConnections(), "1/3") << "60 s later";
 }
 
-TEST(TimeOutsTest, WithoutATimeOutNothingIsSwept) {
-  TestControl control;
-  control.tessel.ConnectionTimeout(0);
-  control.Start();
-  for (int i = 0; i < 30; ++i) Check(control);
-  EXPECT_EQ(control.tessel.Stats_FreeConnections(), "2/2");
-  EXPECT_TRUE(control.tessel.IsListening()) << "the listener is watched all the same";
+TEST(TimeOutsTest, WithoutATimeOutNothingIsSweptButTheListenerIsWatched) {
+  TestCore core;
+  core.core.state.settings.ConnectionTimeout = 0;
+  core.Start();
+  core.core.state.tmrCheckConn.Interval(5000);
+  core.Pass(300'000, 5000);
+  EXPECT_EQ(core.core.state.tmrCheckConn.Interval(), 5000) << "left as it was";
+  EXPECT_EQ(core.core.state.statistics.FreeConnections, 2);
+  const std::uint64_t listener = core.core.state.sckWS.Generation(kListener);
+  core.Pass(5000, 5000);
+  EXPECT_NE(core.core.state.sckWS.Generation(kListener), listener) << "rebuilt, for nobody came";
+}
+
+TEST(TimeOutsTest, CheckSetsItsIntervalAgainWhileThereIsATimeOut) {
+  TestCore core;
+  core.Start();
+  core.core.state.tmrCheckConn.Interval(5000);
+  core.Pass(5000, 5000);
+  EXPECT_EQ(core.core.state.tmrCheckConn.Interval(), TimeOuts::kCheckMilliseconds);
 }
 
 TEST(TimeOutsTest, ConnectionsThatWereLeftAreSweptAndConnectedOnesKept) {
@@ -156,22 +170,19 @@ TEST(TimeOutsTest, StopEndsTheChecks) {
 }
 
 TEST(TimeOutsTest, ListenerThatCannotBeRebuiltIsReportedOnEveryCheckAndComesBack) {
-  TestControl first;
-  const std::int32_t port = first.Start();
-  TestControl second;
-  second.tessel.ServerIP("127.0.0.2");
-  second.tessel.ServerPort(std::to_string(port));
-  second.tessel.StartServer();
-  second.errors.clear();
-  second.tessel.ServerIP("127.0.0.1");  // the rebuild takes the address that is set now, and that one is in use
-  for (int i = 0; i < 5; ++i) Check(second);
+  TestControl other;
+  const std::int32_t taken = other.Start();
+  TestCore core;
+  core.Start();
+  core.core.state.listenPort = taken;  // as if another program had come by it
+  core.Pass(50'000);
   const std::string report = "Error - TimerCheckConnections. [10048] Address already in use.";
-  EXPECT_EQ(second.errors, (std::vector<std::string>{report, report})) << "at 40 s and 50 s";
-  EXPECT_FALSE(second.tessel.IsListening());
-  first.tessel.StopServer();
-  Check(second);
-  EXPECT_TRUE(second.tessel.IsListening());
-  EXPECT_EQ(second.errors.size(), 2u);
+  EXPECT_EQ(core.errors, (std::vector<std::string>{report, report})) << "at 40 s and 50 s";
+  EXPECT_EQ(core.State(kListener), SocketState::kClosed);
+  other.tessel.StopServer();
+  core.Pass(10'000);
+  EXPECT_EQ(core.State(kListener), SocketState::kListening);
+  EXPECT_EQ(core.errors.size(), 2u);
 }
 
 }  // namespace
