@@ -38,7 +38,7 @@ class StopOnSignals {
   }
 };
 
-// A report without the name of the procedure in front: "[13] Permission Denied."
+// A report without the name of the procedure in front: "[10013] Permission Denied."
 std::string Reason(const std::string& report) {
   const auto bracket = report.find('[');
   return bracket == std::string::npos ? report : report.substr(bracket);

@@ -3,6 +3,7 @@
 // Exit status: 0 stopped by SIGINT or SIGTERM, or done; 1 a setting that cannot be used or a start that failed; 2 a
 // command line that cannot be understood.
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -23,6 +24,7 @@ int Fail(const std::exception& error, const char* hint, int status) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that goes away, as `head` does, does not end the server
   try {
     TesselServer::RunProgram(TesselServer::ParseOptions(argc, argv));
     return 0;

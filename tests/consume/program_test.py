@@ -300,6 +300,13 @@ class Serving(ProgramTest):
                 client.close()
             self.assertEqual([line for line in program.errors if "Error" in line], [])
 
+    def test_serves_on_when_nobody_reads_the_log(self):
+        command = 'exec "$0" "$@" > >(head -n 1 > /dev/null)'
+        with Program(["/bin/bash", "-c", command, TESSEL, "--server-port=0", self.site]) as program:
+            for _ in range(20):
+                self.assertEqual(get(program.port, "/")[0], 200)
+            self.assertEqual(program.end(signal.SIGTERM), 0)
+
     def test_ends_also_while_a_client_is_half_way(self):
         with self.serve(self.site) as program:
             with socket.create_connection(("127.0.0.1", program.port), timeout=20) as client:
