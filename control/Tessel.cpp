@@ -5,6 +5,7 @@
 #include <thread>
 #include <utility>
 
+#include "control/internal/ComponentVersion.h"
 #include "control/internal/Persistence.h"
 #include "control/internal/TesselCore.h"
 #include "platform/RegistryStore.h"
@@ -12,7 +13,6 @@
 #include "platform/internal/LoopCore.h"
 #include "support/Format.h"
 #include "support/Text.h"
-#include "support/cls_Strings.h"
 #include "support/cls_WinUtil.h"
 
 namespace TesselServer {
@@ -44,10 +44,7 @@ void LetMaxConnections(const std::shared_ptr<TesselCore>& core, std::int32_t val
 }
 
 void LetIndexPageNames(const std::shared_ptr<TesselCore>& core, const std::string& value) {
-  Let(core, "IndexPageNames", [&](Settings& settings) {
-    settings.IndexPageNames = WithoutBlanks(value);
-    settings.IndexPageList = cls_Strings::ListStrToArray(settings.IndexPageNames, ",");
-  });
+  Let(core, "IndexPageNames", [&](Settings& settings) { settings.SetIndexPageNames(value); });
 }
 
 // A file that cannot be loaded leaves the property as it was and is not told of.
@@ -185,10 +182,7 @@ void Tessel::TrapFileEnable(bool value) {
 
 std::string Tessel::TrapFileTypes() const { return Enter(core_)->state.settings.TrapFileTypes; }
 void Tessel::TrapFileTypes(const std::string& value) {
-  Let(core_, "TrapFileTypes", [&](Settings& settings) {
-    settings.TrapFileTypes = WithoutBlanks(value);
-    settings.TrapTypeList = cls_Strings::ListStrToArray(settings.TrapFileTypes, ",");
-  });
+  Let(core_, "TrapFileTypes", [&](Settings& settings) { settings.SetTrapFileTypes(value); });
 }
 
 // ---- Methods.
@@ -265,8 +259,7 @@ bool Tessel::StopServer() {
 }
 
 std::string Tessel::Version() const {
-  return std::to_string(ComponentVersion::kMajor) + "." + std::to_string(ComponentVersion::kMinor) + "." +
-         FormatNumber(ComponentVersion::kRevision, "00#");
+  return VersionText(ComponentVersion::kMajor, ComponentVersion::kMinor, ComponentVersion::kRevision);
 }
 
 // ---- Persistence.

@@ -22,5 +22,4 @@ set(PUBLIC_HEADERS
     EventLoop.h
     HostProcess.h
     PropertyBag.h
-    Timer.h
-    World.h)
+    Timer.h)

@@ -19,13 +19,6 @@
 
 namespace TesselServer {
 
-// The components' own version.
-namespace ComponentVersion {
-inline constexpr std::int32_t kMajor = 1;
-inline constexpr std::int32_t kMinor = 1;
-inline constexpr std::int32_t kRevision = 0;
-}  // namespace ComponentVersion
-
 // The element that listens; connections have the elements above it.
 inline constexpr std::int32_t kListener = 1;
 inline constexpr std::int32_t kFirstConnection = 2;

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "control/internal/ComponentVersion.h"
 #include "platform/Error.h"
 #include "platform/SocketErrors.h"
 #include "support/Text.h"

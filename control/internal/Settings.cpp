@@ -5,8 +5,19 @@
 #include "platform/FileSystem.h"
 #include "platform/PropertyBag.h"
 #include "support/Text.h"
+#include "support/cls_Strings.h"
 
 namespace TesselServer {
+
+void Settings::SetIndexPageNames(std::string_view names) {
+  IndexPageNames = WithoutBlanks(names);
+  IndexPageList = cls_Strings::ListStrToArray(IndexPageNames, ",");
+}
+
+void Settings::SetTrapFileTypes(std::string_view types) {
+  TrapFileTypes = WithoutBlanks(types);
+  TrapTypeList = cls_Strings::ListStrToArray(TrapFileTypes, ",");
+}
 
 // A port given as text converts as one kept in a property bag does.
 std::int32_t ParseServerPort(std::string_view text) {

@@ -53,6 +53,10 @@ struct Settings {
   std::vector<std::string> TrapTypeList;
   LineTable ContentTypeLines;
   LineTable AuthLines;
+
+  // Stores the comma list without its blanks, and cuts it into its array.
+  void SetIndexPageNames(std::string_view names);
+  void SetTrapFileTypes(std::string_view types);
 };
 
 // A port text as a number: blanks around it are dropped, a fraction is rounded half to even. Raises Error 13 for a text

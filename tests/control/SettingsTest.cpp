@@ -84,5 +84,18 @@ TEST_F(LoadLinesTest, WhatIsNoFileIsNoTable) {
   EXPECT_EQ(LoadLines(tree.Text() + "/missing"), nullptr);
 }
 
+TEST(SettingsTest, ListsAreStoredWithoutBlanksAndCutInOrder) {
+  Settings settings;
+  settings.SetIndexPageNames(" default.htm , index.html ");
+  EXPECT_EQ(settings.IndexPageNames, "default.htm,index.html");
+  EXPECT_EQ(settings.IndexPageList, (std::vector<std::string>{"default.htm", "index.html"}));
+  settings.SetTrapFileTypes("tr p, trp2");
+  EXPECT_EQ(settings.TrapFileTypes, "trp,trp2");
+  EXPECT_EQ(settings.TrapTypeList, (std::vector<std::string>{"trp", "trp2"}));
+  settings.SetTrapFileTypes(" ");
+  EXPECT_EQ(settings.TrapFileTypes, "");
+  EXPECT_TRUE(settings.TrapTypeList.empty());
+}
+
 }  // namespace
 }  // namespace TesselServer

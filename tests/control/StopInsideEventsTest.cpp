@@ -13,6 +13,7 @@
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"
+#include "tests/kit/TestCore.h"
 
 namespace TesselServer {
 namespace {
@@ -36,6 +37,7 @@ class Scene {
     tessel->StatusLine = [this](std::string& text) { Event("StatusLine " + text); };
     tessel->LogEvent = [this](std::string& text) { Event("LogEvent " + text); };
     tessel->PropertyChanged = [this](const std::string& name) { Event("PropertyChanged " + name); };
+    tessel->AboutBox = [this](const std::string& name, const std::string&) { Event("AboutBox " + name); };
     tessel->FileRequest = [this](std::int32_t& index, std::string& file, std::string&) {
       const std::int32_t connection = index;
       Event("FileRequest " + file);
@@ -55,6 +57,7 @@ class Scene {
   void Play() {
     Do([](Tessel& t) { t.ServerName("name"); });
     Do([](Tessel& t) { t.CGIDirectory(""); });
+    Do([](Tessel& t) { t.ShowAboutBox(); });
     Do([](Tessel& t) { t.StartServer(); });
     for (const char* request :
          {"GET / HTTP/1.0\r\n\r\n", "GET /none HTTP/1.0\r\n\r\n", "GET /page.trp HTTP/1.0\r\n\r\n",
@@ -120,11 +123,11 @@ bool Holds(const std::vector<std::string>& names, const std::string& beginning) 
 // The scene is only worth its name when it really raises every kind of event.
 void ExpectEveryEvent(const std::vector<std::string>& names) {
   for (const char* beginning :
-       {"PropertyChanged ServerName", "PropertyChanged CGIDirectory", "StatusLine Starting Server ...", "HTTPLog #[",
-        "HTTPLog #Connection Timeout [min]: 10", "HTTPLog #Index Page Name: index.html",
-        "StatusLine Server Started. 127.0.0.1:0 - testhost", "HTTPLog 127.0.0.1 - - [", "FileRequest page.trp",
-        "StatusLine Stopping Server ...", "StatusLine Server Stopped.",
-        "LogEvent Error - TCP::Listen. [10049] Can't assign requested address."}) {
+       {"PropertyChanged ServerName", "AboutBox Tessel", "PropertyChanged CGIDirectory",
+        "StatusLine Starting Server ...", "HTTPLog #[", "HTTPLog #Connection Timeout [min]: 10",
+        "HTTPLog #Index Page Name: index.html", "StatusLine Server Started. 127.0.0.1:0 - testhost",
+        "HTTPLog 127.0.0.1 - - [", "FileRequest page.trp", "StatusLine Stopping Server ...",
+        "StatusLine Server Stopped.", "LogEvent Error - TCP::Listen. [10049] Can't assign requested address."}) {
     EXPECT_TRUE(Holds(names, beginning)) << beginning;
   }
 }
@@ -169,10 +172,32 @@ TEST(StopInsideEventsTest, HandlersAreTakenAwayInsideEachEvent) {
         scene.tessel->StatusLine = nullptr;
         scene.tessel->LogEvent = nullptr;
         scene.tessel->PropertyChanged = nullptr;
+        scene.tessel->AboutBox = nullptr;
         scene.tessel->FileRequest = nullptr;
       },
       [](Scene& scene) { EXPECT_EQ(scene.count, scene.at) << "nothing is heard afterwards"; });
   ExpectEveryEvent(names);
+}
+
+// What a page asks the host is raised deep inside the making of an answer.
+TEST(StopInsideEventsTest, StopAndRestartInsideAFunctionCall) {
+  for (const bool restart : {false, true}) {
+    Kit::TestCore core;
+    core.Start();
+    RawClient client(core.Port());
+    client.Send(core.loop, "POST / HTTP/1.0\r\nContent-Length: 100\r\n\r\n");
+    Kit::Settle(core.loop);
+    core.owner.CallFunction = [&](std::int32_t& index, std::string& name) {
+      EXPECT_EQ(index, 2);
+      EXPECT_EQ(name, "Stop");
+      core.core.lifecycle.StopServer();
+      if (restart) core.core.lifecycle.StartServer();
+    };
+    EXPECT_EQ(core.core.hostAnswers.RaiseCallFunction(2, "Stop", "a=1"), "");
+    EXPECT_EQ(core.core.state.running, restart);
+    client.ReceiveAll(core.loop);
+    EXPECT_TRUE(client.Ended());
+  }
 }
 
 TEST(StopInsideEventsTest, StartIsGivenUpWhenAnEventOfItStops) {

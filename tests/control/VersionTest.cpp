@@ -1,19 +1,19 @@
 #include <gtest/gtest.h>
 
-#include "support/Format.h"
+#include "control/internal/ComponentVersion.h"
 #include "tests/kit/TestControl.h"
 
 namespace TesselServer {
 namespace {
 
-TEST(VersionTest, IsMajorMinorAndThreeDigitsOfRevision) {
+TEST(VersionTest, IsTheComponentsOwn) {
   const Kit::TestControl control;
   EXPECT_EQ(control.tessel.Version(), "1.1.000");
 }
 
-TEST(VersionTest, ARevisionHasAtLeastThreeDigits) {
-  EXPECT_EQ(FormatNumber(5, "00#"), "005");
-  EXPECT_EQ(FormatNumber(1234, "00#"), "1234");
+TEST(VersionTest, IsMajorMinorAndAtLeastThreeDigitsOfRevision) {
+  EXPECT_EQ(VersionText(1, 1, 5), "1.1.005");
+  EXPECT_EQ(VersionText(2, 10, 1234), "2.10.1234");
 }
 
 }  // namespace
