@@ -12,11 +12,11 @@
 // Thread:    everything on the thread that runs the loop; debug builds assert it. Several controls may share a loop.
 // Ownership: the loop outlives the control. The control may be destroyed at any time, also inside its own events.
 // Errors:    Error (number, source, description) from ServerPort, StartServer, TrapFileDataEX and HTTPHeader as told
-//            there, and from nothing else. Everything else that goes wrong is told through LogEvent.
+//            there, and from nothing else. Everything else that goes wrong is told through LogEvent. Only when memory
+//            runs out while a value is handed over does the language's own std::bad_alloc reach the caller.
 //
-// Events     Arguments are references: a handler may change them. In every event the host may change properties,
-// connect
-//            and disconnect handlers, answer requests, stop the server and destroy the control.
+// Events:    arguments are references, and a handler may change them. In every event the host may change properties,
+//            connect and disconnect handlers, answer requests, stop the server and destroy the control.
 //
 //   event          raised when                                              arguments
 //   CallFunction   a function tag of a page asks for its text               connection, name of the function; answer
@@ -263,7 +263,8 @@ class Tessel {
   std::int64_t MaxBodyBytes() const;
   void MaxBodyBytes(std::int64_t value);
 
-  // The body of the request on this connection, from FileRequest until its answer. "" for any other Index.
+  // The body of the request on this connection, from the moment it is complete until its answer is handed over: inside
+  // FileRequest and CallFunction, and after FileRequest for as long as the answer is due. "" at any other time.
   std::string RequestBody(std::int32_t Index) const;
 
  private:

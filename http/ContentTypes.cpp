@@ -19,13 +19,6 @@ std::string_view FirstMatch(const Entries& entries, std::string_view extension) 
 
 }  // namespace
 
-std::string_view ExtensionOf(std::string_view file) {
-  const std::size_t separator = file.find_last_of("/\\");
-  if (separator != std::string_view::npos) file.remove_prefix(separator + 1);
-  const std::size_t dot = file.rfind('.');
-  return dot == std::string_view::npos ? file : file.substr(dot + 1);
-}
-
 std::string_view FindContentType(std::span<const std::string_view> entries, std::string_view extension) {
   return FirstMatch(entries, extension);
 }

@@ -20,11 +20,6 @@ inline constexpr std::size_t kBuiltInContentTypeSlots = 176;
 // The built-in table, slot by slot: "extension,type", or "" for an unused slot.
 std::span<const std::string_view, kBuiltInContentTypeSlots> BuiltInContentTypes();
 
-// What follows the last "." of the last path component; the whole component when it has no ".".
-//   ExtensionOf("\\docs.v2\\a.tar.gz");  // "gz"
-//   ExtensionOf("/docs.v2/txt");         // "txt"
-std::string_view ExtensionOf(std::string_view file);
-
 // The type of the first entry for `extension`, without regard to ASCII case. An entry is the extension, a comma and the
 // type; entries without a comma are passed over.
 std::string_view FindContentType(std::span<const std::string_view> entries, std::string_view extension);

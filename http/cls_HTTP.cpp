@@ -10,6 +10,7 @@
 #include "http/cls_CGI.h"
 #include "http/cls_ErrorFiles.h"
 #include "platform/AsciiCase.h"
+#include "support/PathText.h"
 #include "support/Text.h"
 #include "support/cls_WinUtil.h"
 

@@ -31,7 +31,6 @@ struct Answer {
     return std::get<FileBody>(body).size;
   }
   std::int64_t Size() const { return static_cast<std::int64_t>(head.size()) + BodySize(); }
-  bool IsEmpty() const { return Size() == 0; }
 };
 
 }  // namespace TesselServer

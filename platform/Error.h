@@ -54,4 +54,7 @@ class Error : public std::runtime_error {
   std::int32_t helpContext_;
 };
 
+// An index that names nothing.
+inline Error SubscriptError() { return {ErrorNumber::kSubscript, "Subscript out of range"}; }
+
 }  // namespace TesselServer

@@ -109,7 +109,7 @@ SocketArray::Element* SocketArray::FindConnected(std::int32_t index) {
 }
 
 void SocketArray::Load(std::int32_t index) {
-  if (index < 0 || index > kMaxIndex) throw Error(ErrorNumber::kSubscript, "Subscript out of range");
+  if (index < 0 || index > kMaxIndex) throw SubscriptError();
   if (IsLoaded(index)) throw Error(ErrorNumber::kAlreadyLoaded, "Object already loaded");
   const auto place = static_cast<std::size_t>(index);
   if (place >= elements_.size()) elements_.resize(place + 1);

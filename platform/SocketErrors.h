@@ -10,11 +10,8 @@
 namespace TesselServer {
 
 namespace SocketErrorNumber {
-inline constexpr std::int32_t kPermissionDenied = 10013;
 inline constexpr std::int32_t kWouldBlock = 10035;
 inline constexpr std::int32_t kAddressInUse = 10048;
-inline constexpr std::int32_t kConnectionAborted = 10053;
-inline constexpr std::int32_t kConnectionReset = 10054;
 inline constexpr std::int32_t kNotConnected = 10057;
 }  // namespace SocketErrorNumber
 

@@ -7,18 +7,12 @@
 #include "control/internal/RequestTarget.h"
 #include "platform/AsciiCase.h"
 #include "platform/Error.h"
+#include "support/PathText.h"
 #include "support/Text.h"
 
 namespace TesselServer {
 
 namespace {
-
-bool IsSeparator(char c) { return c == '/' || c == '\\'; }
-
-std::string_view LastComponent(std::string_view name) {
-  const std::size_t slash = name.rfind('/');
-  return slash == std::string_view::npos ? name : name.substr(slash + 1);
-}
 
 // The path below the root as FileRequest tells it: what was found, or what was asked for where nothing was.
 std::string PathForHost(const Slot& slot, const std::string& requestPath) {

@@ -46,7 +46,7 @@ Slot* HostAnswers::Find(std::int32_t Index) {
 
 Slot& HostAnswers::Require(std::int32_t Index) {
   Slot* slot = Find(Index);
-  if (slot == nullptr) throw Error(ErrorNumber::kSubscript, "Subscript out of range");
+  if (slot == nullptr) throw SubscriptError();
   return *slot;
 }
 

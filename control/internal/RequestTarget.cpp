@@ -3,19 +3,13 @@
 #include <utility>
 
 #include "platform/AsciiCase.h"
+#include "support/PathText.h"
 #include "support/Text.h"
 #include "support/cls_Strings.h"
 
 namespace TesselServer {
 
 namespace {
-
-bool IsSeparator(char c) { return c == '/' || c == '\\'; }
-
-std::string_view LastName(std::string_view path) {
-  const std::size_t separator = path.find_last_of("/\\");
-  return separator == std::string_view::npos ? path : path.substr(separator + 1);
-}
 
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -79,16 +73,13 @@ std::string DecodePath(std::string_view path) {
 }
 
 std::string_view TrapExtension(const FoundEntry& target, std::string_view fileName) {
-  if (target.kind == EntryKind::kDirectory) return {};
-  const std::string_view name = LastName(fileName);
-  const std::size_t dot = name.rfind('.');
-  return dot == std::string_view::npos ? name : name.substr(dot + 1);
+  return target.kind == EntryKind::kDirectory ? std::string_view() : ExtensionOf(fileName);
 }
 
 std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath) {
   if (target.kind == EntryKind::kDirectory) return {};
-  std::string asked = ReplaceAll(LastName(requestPath), "%20", " ");
-  const std::string_view found = LastName(target.name);
+  std::string asked = ReplaceAll(LastComponent(requestPath), "%20", " ");
+  const std::string_view found = LastComponent(target.name);
   return target.kind == EntryKind::kNone || EqualNoCase(asked, found) ? asked : std::string(found);
 }
 

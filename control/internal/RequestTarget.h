@@ -19,9 +19,8 @@ namespace TesselServer {
 //   MapPath("/srv/www", "docs/a%20b.htm");  // "\SRV\WWW\DOCS\A B.HTM"
 std::string MapPath(std::string_view virtualPath, std::string_view requestPath);
 
-// Every "%XX" of `path` decoded, once. "" when one is no two hexadecimal digits, or stands for a control character,
-// NUL,
-// "/" or "\": such a path names nothing. A path without "%" is returned as it is.
+// Every "%XX" of `path` decoded, once. "" when one is no two hexadecimal digits, or stands for a control character, a
+// NUL, "/" or "\": such a path names nothing. A path without "%" is returned as it is.
 std::string DecodePath(std::string_view path);
 
 // The text behind the last "." of a file's name, the whole name when it has none, "" for a folder.

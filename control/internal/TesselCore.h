@@ -3,8 +3,7 @@
 //
 // Thread:    the host's thread; debug builds assert it.
 // Ownership: shared by the public face and by whoever is inside one of its procedures, so that the face may be
-// destroyed
-//            inside an event.
+//            destroyed inside an event.
 // Errors:    none beyond those of its parts.
 #pragma once
 

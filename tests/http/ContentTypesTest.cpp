@@ -5,25 +5,6 @@
 namespace TesselServer {
 namespace {
 
-TEST(ContentTypesTest, TakesTheExtensionFromTheLastComponent) {
-  const struct {
-    const char *file, *extension, *why;
-  } cases[] = {
-      {"a.htm", "htm", "plain"},
-      {"\\SRV\\WWW\\A.HTM", "HTM", "case is kept"},
-      {"/srv/a.tar.gz", "gz", "the last dot counts"},
-      {"txt", "txt", "no dot: the whole name"},
-      {"/txt", "txt", "the separator is no part of the name"},
-      {"\\docs.v2\\readme", "readme", "a dotted folder gives no extension"},
-      {"/docs.v2\\a/b.c\\name", "name", "mixed separators"},
-      {"name.", "", "nothing behind the dot"},
-      {".profile", "profile", "a leading dot is a dot"},
-      {"/docs/", "", "no name"},
-      {"", "", "nothing"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(ExtensionOf(c.file), c.extension) << c.why;
-}
-
 TEST(ContentTypesTest, SearchesTheLinesOfAFileInOrder) {
   const std::vector<std::string> lines = {
       "",           "no comma here", "one,text/one", "ONE,text/second", "two,text/two,with comma",

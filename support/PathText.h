@@ -1,0 +1,27 @@
+// Paths as text: what separates, and what the last part is. Both "/" and "\" separate.
+//
+// Thread:    any.
+// Ownership: a returned view looks into the view that was given.
+// Errors:    none.
+#pragma once
+
+#include <string_view>
+
+namespace TesselServer {
+
+constexpr bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+// What stands behind the last separator, the whole path when it has none.
+constexpr std::string_view LastComponent(std::string_view path) {
+  const std::size_t separator = path.find_last_of("/\\");
+  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}
+
+// What stands behind the last "." of the last component; a component without one is all extension.
+constexpr std::string_view ExtensionOf(std::string_view path) {
+  const std::string_view name = LastComponent(path);
+  const std::size_t dot = name.rfind('.');
+  return dot == std::string_view::npos ? name : name.substr(dot + 1);
+}
+
+}  // namespace TesselServer
