@@ -226,6 +226,23 @@ TEST_F(DispatchTest, ABadRequestIs400WithoutALogLine) {
   EXPECT_EQ(tessel.Stats_Requests(), "6");
 }
 
+TEST_F(DispatchTest, EveryAnswerIsFollowedByACloseWithoutAReset) {
+  tree.Write("a.txt", "text");
+  Start();
+  for (const char* request : {"GET /a.txt HTTP/1.0\r\n\r\n", "GET /missing HTTP/1.0\r\n\r\n", "GET  HTTP/1.0\r\n\r\n",
+                              "HEAD /a.txt HTTP/1.0\r\n\r\n", "nonsense\r\n\r\n", "POST\r\n\r\n", "POST  \r\n\r\n",
+                              "GET /a.txt HTTP/1.0\r\n\r\nGET /a.txt HTTP/1.0\r\n\r\n"}) {
+    for (const bool verbose : {true, false}) {
+      tessel.VerboseErrorsEnable(verbose);
+      Kit::RawClient client(tessel.ListeningPort());
+      client.Send(control.loop, request);
+      client.ReceiveAll(control.loop);
+      EXPECT_TRUE(client.Ended()) << request;
+      EXPECT_FALSE(client.WasReset()) << request;
+    }
+  }
+}
+
 TEST_F(DispatchTest, ARequestForNothingIsClosedWithoutAnAnswer) {
   Start();
   EXPECT_EQ(control.Ask("GET  HTTP/1.0\r\n\r\n"), "");

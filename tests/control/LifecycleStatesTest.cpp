@@ -165,6 +165,25 @@ TEST_F(LifecycleStatesTest, AFailedStartWaitsForAStop) {
   EXPECT_THROW(tessel.StartServer(), Error) << "still in use";
 }
 
+TEST_F(LifecycleStatesTest, DescriptorsAreEnoughWhenSixtyFourAreLeftBesideTheConnections) {
+  struct {
+    std::int64_t limit;
+    std::size_t warnings;
+  } const cases[] = {{163, 1}, {164, 0}, {0, 1}};
+  tessel.MaxConnections(100);
+  for (const auto& c : cases) {
+    control.world.descriptorLimit = c.limit;
+    said.clear();
+    EXPECT_TRUE(tessel.StartServer());
+    EXPECT_EQ(said.size(), 19 + c.warnings) << c.limit;
+    if (c.warnings != 0) {
+      EXPECT_EQ(said.back(), "error MaxConnections is 100, but the process may open only " + std::to_string(c.limit) +
+                                 " descriptors: connections beyond that wait.");
+    }
+    tessel.StopServer();
+  }
+}
+
 TEST_F(LifecycleStatesTest, DestroyingARunningControlClosesEverythingInSilence) {
   std::int32_t port = 0;
   Lines heard;

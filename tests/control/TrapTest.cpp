@@ -263,6 +263,19 @@ TEST_F(TrapTest, AnAnswerNeverReachesTheNextClientOfTheSlot) {
   EXPECT_THAT(BodyOf(next.ReceiveAll(control.loop)), testing::HasSubstr("404"));
 }
 
+TEST_F(TrapTest, ALateAnswerLeavesNothingInTheNextClientsAnswer) {
+  control.Start();
+  Wait()->Abort();
+  Kit::Settle(control.loop);
+  RawClient next(tessel.ListeningPort());
+  next.Send(control.loop, "POST /page.trp HTTP/1.0\r\nContent-Length: 10\r\n\r\n");
+  Kit::Settle(control.loop);
+  tessel.TrapFileDataEX(waiting, "for another", false, "text/plain", "404", "X: 1");
+  answer = [&](std::int32_t index) { tessel.TrapFileData(index, "mine", false, "text/plain"); };
+  next.Send(control.loop, "0123456789");
+  EXPECT_EQ(next.ReceiveAll(control.loop), Whole("200 OK", "text/plain", "mine"));
+}
+
 TEST_F(TrapTest, AnAnswerAfterAStopIsIgnored) {
   control.Start();
   const auto client = Wait();
