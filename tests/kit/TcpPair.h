@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <stdexcept>
@@ -47,21 +48,37 @@ class TcpPair {
   void ClosePeer() {
     if (peer_ >= 0) close(std::exchange(peer_, -1));
   }
-  // Goes away with a reset, which has arrived when this returns.
+  // Goes away with a reset, which has arrived when this returns, if the own side is still here.
   void AbortPeer() {
     const linger now{1, 0};
     setsockopt(peer_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     ClosePeer();
     pollfd reset{own_, 0, 0};
-    poll(&reset, 1, 1000);
+    if (own_ >= 0) poll(&reset, 1, 1000);
   }
 
-  // What has come to the peer by now, at most `limit` bytes.
+  // What has come to the peer, at most `limit` bytes; waits up to ten milliseconds for the first.
   std::string PeerReads(std::size_t limit = ~std::size_t{0}) {
+    pollfd readable{peer_, POLLIN, 0};
+    poll(&readable, 1, 10);
     std::string bytes;
     std::array<char, 65536> chunk;
     while (bytes.size() < limit) {
       const ssize_t count = recv(peer_, chunk.data(), std::min(chunk.size(), limit - bytes.size()), MSG_DONTWAIT);
+      if (count <= 0) break;
+      bytes.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+    return bytes;
+  }
+
+  // Ends this side; what the peer reads until that end, at most five seconds.
+  std::string PeerReadsToTheEnd() {
+    shutdown(own_, SHUT_WR);
+    std::string bytes;
+    std::array<char, 65536> chunk;
+    pollfd readable{peer_, POLLIN, 0};
+    while (poll(&readable, 1, 5000) == 1) {
+      const ssize_t count = recv(peer_, chunk.data(), chunk.size(), MSG_DONTWAIT);
       if (count <= 0) break;
       bytes.append(chunk.data(), static_cast<std::size_t>(count));
     }

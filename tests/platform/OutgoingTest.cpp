@@ -44,7 +44,7 @@ Sent SendAll(Answer answer, Kit::TcpPair& pair) {
     pollfd writable{pair.Own(), POLLOUT, 0};
     poll(&writable, 1, 10);
   }
-  for (std::string more = pair.PeerReads(); !more.empty(); more = pair.PeerReads()) sent.bytes += more;
+  sent.bytes += pair.PeerReadsToTheEnd();
   sent.error = outgoing.Error();
   return sent;
 }
@@ -95,11 +95,15 @@ TEST(OutgoingTest, SendsHeadAndBodyWhateverTheBodyIs) {
 
 TEST(OutgoingTest, AShortAnswerGoesOutInOneStep) {
   const Kit::TemporaryTree tree;
-  const std::string bytes = Kit::Pattern(60'000);
-  Kit::TcpPair pair;
-  EXPECT_EQ(SendAll(FileAnswer("head", tree.Write("file", bytes), 60'000), pair).steps, 1);
-  EXPECT_EQ(SendAll({"head", "body"}, pair).steps, 1);
-  EXPECT_EQ(SendAll({"", ""}, pair).steps, 1);
+  Answer cases[] = {{"", ""}, {"head", "body"}, FileAnswer("head", tree.Write("file", Kit::Pattern(60'000)), 60'000)};
+  for (Answer& answer : cases) {
+    Kit::TcpPair pair;
+    const std::int64_t size = answer.Size();
+    const Sent sent = SendAll(std::move(answer), pair);
+    EXPECT_EQ(sent.steps, 1) << size;
+    EXPECT_EQ(sent.result, Result::kDone) << size;
+    EXPECT_EQ(static_cast<std::int64_t>(sent.bytes.size()), size);
+  }
 }
 
 TEST(OutgoingTest, OneStepHandsOverABoundedNumberOfBytes) {
@@ -118,7 +122,7 @@ TEST(OutgoingTest, OneStepHandsOverABoundedNumberOfBytes) {
     Kit::TcpPair pair;
     Outgoing outgoing(std::move(c.answer));
     std::string received;
-    for (int steps = 1; steps < 100'000 && received.size() < bytes.size(); ++steps) {
+    for (int steps = 1; steps < 5000 && received.size() < bytes.size(); ++steps) {
       ASSERT_NE(outgoing.Step(pair.Own()), Result::kFailed);
       received += pair.PeerReads();
       ASSERT_LE(static_cast<std::int64_t>(received.size()), steps * Outgoing::kBytesPerStep) << c.what;
@@ -142,17 +146,15 @@ TEST(OutgoingTest, APeerThatReadsNothingBlocksItAndNothingIsLost) {
     Kit::TcpPair pair;
     Outgoing outgoing(std::move(c.answer));
     Result result = Result::kAgain;
-    int steps = 0;
-    while (result == Result::kAgain && ++steps < 1000) result = outgoing.Step(pair.Own());
+    for (int steps = 0; steps < 1000 && result == Result::kAgain; ++steps) result = outgoing.Step(pair.Own());
     ASSERT_EQ(result, Result::kBlocked) << c.what;
-    EXPECT_EQ(outgoing.Step(pair.Own()), Result::kBlocked) << c.what;
     std::string received;
-    for (int i = 0; i < 1'000'000 && result != Result::kDone && result != Result::kFailed; ++i) {
+    for (int i = 0; i < 5000 && result != Result::kDone && result != Result::kFailed; ++i) {
       received += pair.PeerReads(50'000);
       result = outgoing.Step(pair.Own());
     }
     EXPECT_EQ(result, Result::kDone) << c.what;
-    for (std::string more = pair.PeerReads(); !more.empty(); more = pair.PeerReads()) received += more;
+    received += pair.PeerReadsToTheEnd();
     EXPECT_TRUE(received == "head" + bytes) << c.what;
   }
 }
@@ -177,11 +179,11 @@ TEST(OutgoingTest, AFileThatIsCutWhileItIsSentFailsToo) {
   const std::string path = tree.Write("file", Kit::Pattern(20'000'000));
   Kit::TcpPair pair;
   Outgoing outgoing(FileAnswer("head", path, 20'000'000));
-  while (outgoing.Step(pair.Own()) == Result::kAgain) {
+  for (int steps = 0; steps < 1000 && outgoing.Step(pair.Own()) == Result::kAgain; ++steps) {
   }
   std::filesystem::resize_file(path, 100);
   Result result = Result::kAgain;
-  for (int i = 0; i < 100'000 && result != Result::kFailed; ++i) {
+  for (int i = 0; i < 1000 && result != Result::kFailed; ++i) {
     pair.PeerReads();
     result = outgoing.Step(pair.Own());
     ASSERT_NE(result, Result::kDone);

@@ -167,6 +167,18 @@ TEST_F(SocketCloseTest, APeerThatEndedIsNotWaitedFor) {
   EXPECT_FALSE(client->WasReset());
 }
 
+TEST_F(SocketCloseTest, APeerThatEndedBeforeItsAnswerIsNotWaitedForEither) {
+  const auto client = Connect();
+  sockets.AnswerPending(2, true);
+  client->EndSending();
+  Kit::Settle(loop);
+  sockets.SendData(2, Kit::TextAnswer("answer"));
+  sockets.Reload(2);
+  EXPECT_EQ(sockets.LingeringCount(), 0u);
+  EXPECT_EQ(client->ReceiveAll(loop), "answer");
+  EXPECT_FALSE(client->WasReset());
+}
+
 TEST_F(SocketCloseTest, AnAnswerThatIsBrokenOffIsNotWaitedForEither) {
   const auto client = Connect();
   sockets.SendData(2, Kit::TextAnswer(std::string(20'000'000, 'a')));

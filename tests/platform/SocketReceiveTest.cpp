@@ -163,6 +163,10 @@ TEST_F(SocketReceiveTest, ThePromiseTakenBackTheStateFollows) {
   sockets.AnswerPending(2, false);
   EXPECT_EQ(sockets.State(2), SocketState::kClosing);
   EXPECT_FALSE(loop.RunOnce(10));
+  owner.heard.clear();
+  client->Abort();
+  Kit::Settle(loop);
+  EXPECT_TRUE(owner.heard.empty()) << "nothing more is heard of it";
 }
 
 TEST_F(SocketReceiveTest, ThePromiseOfOneClientIsNotKeptToTheNext) {
