@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "support/Text.h"
+
 namespace TesselServer {
 
 void Connections::ConnectionRequest(std::int32_t Index, std::int32_t requestID) {
@@ -64,7 +66,9 @@ void Connections::Close(std::int32_t Index) {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
     if (slot == nullptr || slot->TrapOutstanding) return;
-    Follow(Index, *slot, slot->Request.EndOfInput());
+    const Reception::Outcome outcome = slot->Request.EndOfInput();
+    if (outcome == Reception::Outcome::kIgnored) Release(slot->Fields().RequestBody);  // of no use to anybody now
+    Follow(Index, *slot, outcome);
   });
 }
 

@@ -161,9 +161,7 @@ Reception::Outcome Reception::Bad() {
   return Outcome::kBad;
 }
 
-// What has come is of no use to anybody, so its memory goes.
 Reception::Outcome Reception::Ignore() {
-  if (state_ != State::kTaken) Release(fields_.RequestBody);
   Finish();
   return Outcome::kIgnored;
 }
