@@ -29,7 +29,8 @@ class TemporaryTree {
   std::string Write(std::string_view relative, std::string_view bytes) const {
     const auto path = path_ / relative;
     std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return path.string();
   }
   std::string MakeFolder(std::string_view relative) const {
