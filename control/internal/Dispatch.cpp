@@ -14,10 +14,12 @@ namespace TesselServer {
 
 namespace {
 
-// The path below the root as FileRequest tells it: what was found, or what was asked for where nothing was.
+// The path below the root as FileRequest tells it: what was found, or what was asked for where nothing was; "" for a
+// path with "..", since a host that joins it to a folder of its own must not be led out of it.
 std::string PathForHost(const Slot& slot, const std::string& requestPath) {
   if (slot.Target.kind != EntryKind::kNone) return slot.Target.name;
   std::string path = ReplaceAll(ReplaceAll(requestPath, "\\", "/"), "%20", " ");
+  if (("/" + path + "/").find("/../") != std::string::npos) return {};
   return path.starts_with('/') ? path.substr(1) : path;
 }
 
