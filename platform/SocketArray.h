@@ -104,7 +104,7 @@ class SocketArray : private LoopClient {
   // ---- Listening.
 
   // Sets the address that Listen takes: a port on all addresses, or a port and an IPv4 address. Bind raises Error 10049
-  // for a text that is no IPv4 address; a port outside 0 to 65535 is kept, and Listen raises the same for it.
+  // for a text that is no IPv4 address.
   void LocalPort(std::int32_t index, std::int32_t port);
   void Bind(std::int32_t index, std::int32_t port, const std::string& ip);
   // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
