@@ -5,6 +5,14 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <exception>
+
+#include "platform/Error.h"
+#include "platform/EventLoop.h"
+#include "platform/Timer.h"
+#include "platform/World.h"
+#include "tests/kit/FakeWorld.h"
+
 namespace TesselServer::Kit {
 
 // Takes away all descriptors but the first `left` that are free.
@@ -14,6 +22,7 @@ namespace TesselServer::Kit {
 class DescriptorFamine {
  public:
   explicit DescriptorFamine(int left = 0) {
+    ShowTheSanitizer();
     getrlimit(RLIMIT_NOFILE, &before_);
     int first = -1;
     int taken[16];
@@ -28,6 +37,32 @@ class DescriptorFamine {
   ~DescriptorFamine() { setrlimit(RLIMIT_NOFILE, &before_); }
 
  private:
+  // Shows the sanitizer what a famine is likely to be met with: an error, and loops with a timer on either kind of
+  // world.
+  static void ShowTheSanitizer() {
+    try {
+      throw Error(0, "shown");
+    } catch (const Error& error) {
+      static_cast<void>(error.Number() + error.HelpContext());
+      static_cast<void>(error.Source() + error.Description());
+      const std::exception& base = error;
+      static_cast<void>(base.what());
+    }
+    FakeWorld fake;
+    for (World* world : {static_cast<World*>(&fake), &SystemWorld()}) {
+      EventLoop loop(*world);
+      Timer timer(loop);
+      timer.Interval(1);
+      timer.OnTick([&timer] { timer.Enabled(false); });
+      timer.Enabled(true);
+      loop.Descriptor();
+      for (int turn = 0; turn < 3; ++turn) {
+        fake.Advance(1);
+        loop.RunOnce(2);
+      }
+    }
+  }
+
   rlimit before_{};
 };
 
