@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <limits>
 #include <vector>
 
 #include "net/cls_WinSock.h"
