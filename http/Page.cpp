@@ -4,27 +4,28 @@
 
 namespace TesselServer {
 
-std::string Page::Text() const& {
+Page::Page(std::string authorText) {
+  if (authorText.empty()) return;
+  texts_.push_back(std::make_shared<const std::string>(std::move(authorText)));
+  pieces_.push_back({Source::kAuthor, *texts_.back()});
+}
+
+bool Page::AppendInserted(SharedText text) {
+  if (!HasRoomFor(text->size())) return false;
+  if (text->empty()) return true;
+  pieces_.push_back({Source::kInserted, *text});
+  insertedBytes_ += text->size();
+  if (texts_.empty() || texts_.back() != text) texts_.push_back(std::move(text));
+  return true;
+}
+
+std::string Page::Text() const {
   std::size_t size = 0;
   for (const Piece& piece : pieces_) size += piece.text.size();
   std::string text;
   text.reserve(size);
   for (const Piece& piece : pieces_) text += piece.text;
   return text;
-}
-
-std::string Page::Text() && {
-  if (pieces_.size() == 1) return std::move(pieces_.front().text);
-  return std::as_const(*this).Text();
-}
-
-void Page::Append(Source source, std::string text) {
-  if (text.empty()) return;
-  if (!pieces_.empty() && pieces_.back().source == source) {
-    pieces_.back().text += text;
-  } else {
-    pieces_.push_back({source, std::move(text)});
-  }
 }
 
 }  // namespace TesselServer

@@ -1,52 +1,62 @@
 // A page under processing: a sequence of pieces, each the author's text or text that a processor has put in.
 //
-// Thread:    any; a value.
-// Ownership: keeps its own text.
+// Thread:    any; a value that can be moved, not copied.
+// Ownership: keeps the texts that its pieces look into. A text that stands in the page many times is kept once.
 // Errors:    none.
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace TesselServer {
 
-// Processors look for tags in author pieces only and copy inserted ones on, so what an echo, an include, a program or
-// the host has put in is never scanned again. A processor builds a new page in one pass:
-//
-//   Page result;
-//   for (const Page::Piece& piece : page.Pieces()) {
-//     if (piece.source == Page::Source::kInserted) result.AppendInserted(piece.text);
-//     else ReplaceTags(piece.text, result);  // AppendAuthor for what stays, AppendInserted for answers
-//   }
-//   page = std::move(result);
+// Processors look for tags in author pieces only, so what an echo, an include, a program or the host has put in is
+// never scanned again. They do it through PageRewriter.
 class Page {
  public:
+  // What may be put into one page; the replacement that would pass it is not made. Without a bound a page with a
+  // thousand echoes would turn one long header of a client into gigabytes.
+  static constexpr std::size_t kMaxInsertedBytes = 64 * 1024 * 1024;
+
+  using SharedText = std::shared_ptr<const std::string>;
+
   enum class Source {
     kAuthor,    // from the file: tags in it are obeyed
     kInserted,  // put in by a processor: never looked at again
   };
   struct Piece {
     Source source;
-    std::string text;  // never ""
+    std::string_view text;  // never ""
   };
 
   Page() = default;
-  explicit Page(std::string authorText) { AppendAuthor(std::move(authorText)); }
+  explicit Page(std::string authorText);
+  Page(Page&&) = default;
+  Page& operator=(Page&&) = default;
+  Page(const Page&) = delete;
+  Page& operator=(const Page&) = delete;
 
   const std::vector<Piece>& Pieces() const { return pieces_; }
 
-  // Adds text at the end; "" adds nothing. Neighbours of one source become one piece.
-  void AppendAuthor(std::string text) { Append(Source::kAuthor, std::move(text)); }
-  void AppendInserted(std::string text) { Append(Source::kInserted, std::move(text)); }
+  // Whether `size` more bytes may be put in.
+  bool HasRoomFor(std::size_t size) const { return size <= kMaxInsertedBytes - insertedBytes_; }
+
+  // Adds `text` at the end, without copying it; "" adds nothing. False, and nothing is added, when HasRoomFor its size
+  // is False.
+  bool AppendInserted(SharedText text);
 
   // All pieces joined.
-  std::string Text() const&;
-  std::string Text() &&;
+  std::string Text() const;
 
  private:
-  void Append(Source source, std::string text);
+  friend class PageRewriter;
 
-  std::vector<Piece> pieces_;  // neighbours differ in source
+  std::vector<Piece> pieces_;
+  std::vector<SharedText> texts_;  // what the pieces look into
+  std::size_t insertedBytes_ = 0;
 };
 
 }  // namespace TesselServer

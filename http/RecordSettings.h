@@ -10,9 +10,10 @@
 
 namespace TesselServer {
 
-class PagePipeline;
 class ParentControl;
 class ProgramRunner;
+class RootFolder;
+class SecretFiles;
 
 // cls_HTTP documents each of them under the property of the same name.
 struct RecordSettings {
@@ -33,7 +34,8 @@ struct RecordSettings {
   e_ContentTypeSource contentTypeSource = e_ContentTypeSource::Registry;
   std::shared_ptr<const std::vector<std::string>> contentTypeLines;
   std::string applicationFolder;
-  const PagePipeline* pipeline = nullptr;
+  std::shared_ptr<const RootFolder> root;
+  std::shared_ptr<const SecretFiles> secretFiles;
   ProgramRunner* programRunner = nullptr;
 };
 

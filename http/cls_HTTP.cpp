@@ -1,12 +1,19 @@
 #include "http/cls_HTTP.h"
 
+#include <exception>
 #include <system_error>
 
+#include "http/CGIOutput.h"
 #include "http/ContentTypes.h"
 #include "http/ErrorPages.h"
-#include "http/Page.h"
+#include "http/ExecDirectives.h"
+#include "http/FileInclusion.h"
+#include "http/HTMLFunctions.h"
 #include "http/ResponseHeader.h"
+#include "http/RunCGI.h"
 #include "http/ServerVariables.h"
+#include "http/TagNormaliser.h"
+#include "http/VariableEcho.h"
 #include "http/cls_CGI.h"
 #include "http/cls_ErrorFiles.h"
 #include "platform/AsciiCase.h"
@@ -22,12 +29,6 @@ constexpr std::size_t kMaxSystemErrorBytes = 255;          // texts are for one 
 constexpr std::int64_t kFirstNTPlatform = 2;
 constexpr std::string_view kHtmlType = "text/html";
 constexpr std::string_view kFallbackType = "application/octet-stream";
-constexpr std::string_view kProgramSuffix = ".EXE";
-
-bool IsProgram(std::string_view path) {
-  return path.size() >= kProgramSuffix.size() &&
-         EqualNoCase(path.substr(path.size() - kProgramSuffix.size()), kProgramSuffix);
-}
 
 // A requested name as the file system knows it. "%20" is the only encoding undone here.
 std::string LocalName(std::string_view file) { return ReplaceAll(ReplaceAll(file, "/", "\\"), "%20", " "); }
@@ -45,6 +46,7 @@ void cls_HTTP::CGITimeout(std::int32_t seconds) {
 void cls_HTTP::EndRequest() {
   RequestInfo none;
   std::swap(request_, none);  // an assignment would keep the memory of long texts
+  Release(documentName_);
 }
 
 std::string cls_HTTP::ServerVariable(std::string_view Name) {
@@ -98,12 +100,17 @@ Answer cls_HTTP::BuiltInErrorPage(std::string_view code) const {
 
 Answer cls_HTTP::ErrorFilePage(std::string_view code) const {
   ErrorFile error = OpenErrorFile(settings_.applicationFolder, code);
+  FoundEntry found;
+  found.kind = error.file.Kind();
+  found.readable = error.file.IsOpen();
+  found.name = "errors/" + std::string(LastComponent(error.path));
+  found.file = std::move(error.file);
   cls_HTTP record(world_);
   record.settings_ = settings_;
   record.VirtualPath(settings_.applicationFolder + "\\html");
   record.CGIEnable(false);
   record.CGIWarningEnable(false);
-  return record.ProcessFile(std::move(error.file), error.path, "200", true, "", {}, "");
+  return record.ProcessFile(std::move(found), error.path, "200", true, "", {}, "");
 }
 
 std::string cls_HTTP::ServerTooBusyPage() const { return cls_ErrorFiles().ServerTooBusyHtml(); }
@@ -122,51 +129,130 @@ std::string cls_HTTP::ContentTypeOf(std::string_view File) const {
   return {};
 }
 
-Answer cls_HTTP::ProcessFile(OpenFile opened, const std::string& File, std::string_view StatusCode, bool WantHeader,
-                             std::string_view ExtraHeaders, const RequestInfo& info, const std::string& Body) {
+Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
+                             std::string_view ExtraHeaders, const RequestInfo& info, const std::string&) {
   request_ = info;
   const std::string path = LocalName(File);
-  if (!opened.IsOpen()) opened = OpenPath(path);
-  if (IsProgram(path)) return ProgramAnswer({opened, path, StatusCode, WantHeader, ExtraHeaders, Body});
+  if (!found.file.IsOpen()) found.file = OpenPath(path);
+  documentName_ = found.name;
+  if (IsProgramName(path)) return ProgramAnswer(found, StatusCode, WantHeader, ExtraHeaders);
 
   Answer answer;
-  if (opened.Kind() != EntryKind::kFile) {
+  if (found.file.Kind() != EntryKind::kFile) {
     if (WantHeader) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
     return answer;
   }
   std::string type = ContentTypeOf(path);
   std::string page;
-  if (type == kHtmlType && ProcessPage(opened, page)) {
+  if (type == kHtmlType && ProcessPage(found.file, page)) {
     answer.body = std::move(page);
   } else {
-    const std::int64_t size = opened.Size();
-    answer.body = FileBody{std::move(opened), size};
+    const std::int64_t size = found.file.Size();
+    answer.body = FileBody{std::move(found.file), size};
   }
   if (Trim(type).empty()) type = kFallbackType;
   if (WantHeader) answer.head = BuildHeader(StatusCode, answer.BodySize(), type, true, ExtraHeaders);
   return answer;
 }
 
+// ---- Pages.
+
 // Reads the page and runs the processors on it. False when it shall go out as it is on disk.
 bool cls_HTTP::ProcessPage(const OpenFile& file, std::string& text) {
-  const PagePipeline* const pipeline = settings_.pipeline;
-  if (pipeline == nullptr || file.Size() > kMaxPageBytes || !pipeline->Wants(*this)) return false;
-  if (!file.ReadAll(text, kMaxPageBytes)) return false;
-  Page page(std::move(text));
-  pipeline->Run(*this, page);
-  text = std::move(page).Text();
+  if (file.Size() > kMaxPageBytes || !file.ReadAll(text, kMaxPageBytes)) return false;
+  Page page(NormaliseTags(std::move(text)));
+  IncludeRoom room;
+  IncludeTrail trail{file.Identity(), outerTrail_, 0, &room};
+  if (outerTrail_ != nullptr) {
+    trail.depth = outerTrail_->depth + 1;
+    trail.room = outerTrail_->room;
+  }
+  trail_ = &trail;
+  RunProcessors(page);
+  trail_ = nullptr;
+  text = page.Text();
   return true;
 }
 
-Answer cls_HTTP::ProgramAnswer(const ProgramCall& call) {
+// Each switch as it is when its turn comes: the host may change them inside an event.
+void cls_HTTP::RunProcessors(Page& page) {
+  const auto run = [](auto&& processor) {
+    try {
+      processor();
+    } catch (const std::exception&) {
+      // kept: a failing processor costs its own replacements, never the page or the processors behind it
+    }
+  };
+  if (SSIEnable()) run([&] { EchoVariables(*this, page); });
+  if (SSIEnable()) run([&] { IncludeFiles(*this, page); });
+  if (CGIEnable()) run([&] { ExecDirectives(page); });
+  if (HTMLFunctionsEnable()) run([&] { HTMLFunctions(page); });
+}
+
+void cls_HTTP::ExecDirectives(Page& page) { RunExecDirectives(*this, page); }
+
+void cls_HTTP::HTMLFunctions(Page& page) { ReplaceFunctionTags(*this, page); }
+
+FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) const {
+  const bool isRoot = settings_.root && settings_.root->Path() == folder;
+  FoundEntry found = isRoot ? settings_.root->Find(name) : RootFolder(folder).Find(name);
+  if (settings_.secretFiles && settings_.secretFiles->Contains(found)) return {};
+  return found;
+}
+
+std::optional<std::string> cls_HTTP::IncludedText(FoundEntry found) {
+  if (trail_ == nullptr || found.file.Kind() != EntryKind::kFile) return std::nullopt;
+  if (trail_->depth == IncludeTrail::kMaxDepth || trail_->Holds(found.file.Identity())) return std::nullopt;
+  IncludeRoom& room = *trail_->room;
+  const std::int64_t roomBefore = room.bytes;
+  if (found.file.Size() > room.bytes || room.files == 0) return std::nullopt;
+  room.files -= 1;
+  room.bytes -= found.file.Size();  // while it takes in its own; what it has become counts where it is put in
+  cls_HTTP record(world_);
+  record.settings_ = settings_;
+  record.IncludeChild(true);
+  record.outerTrail_ = trail_;
+  const std::string path = settings_.virtualPath + "\\" + found.name;
+  Answer answer = record.ProcessFile(std::move(found), path, "200", false, "", request_, "");
+  room.bytes = roomBefore;
+  if (auto* text = std::get_if<std::string>(&answer.body)) return std::move(*text);
+  std::string bytes;
+  const auto* body = std::get_if<FileBody>(&answer.body);
+  if (body == nullptr || !body->file.ReadAll(bytes, room.bytes)) return std::nullopt;
+  return bytes;
+}
+
+bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
+  const auto bytes = static_cast<std::int64_t>(size);
+  if (trail_ == nullptr || bytes > trail_->room->bytes) return false;
+  trail_->room->bytes -= bytes;
+  return true;
+}
+
+// ---- Programs.
+
+std::string cls_HTTP::RunCGI(const std::string& CommandFile, const std::string& Arguments) {
+  return RunProgram(*this, CommandFile, Arguments);
+}
+
+std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {
+  return found.file.Kind() == EntryKind::kFile ? found.file.CanonicalPath() : std::string();
+}
+
+Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
+                               std::string_view extraHeaders) {
   Answer answer;
   if (!settings_.cgiEnable) {
-    if (call.wantHeader) answer.head = cls_CGI().CGIWarningPage();
+    if (wantHeader) answer.head = cls_CGI().CGIWarningPage();
     return answer;
   }
-  if (settings_.programRunner != nullptr) return settings_.programRunner->Run(*this, call);
-  answer = BuiltInErrorPage("501");
-  if (!call.wantHeader) answer.head.clear();
+  CGIOutput output = ParseCGIOutput(RunCGI(ProgramPath(found), ""));
+  if (wantHeader && !output.isWholeResponse) {
+    const std::string_view code = output.statusCode.empty() ? statusCode : std::string_view(output.statusCode);
+    answer.head = BuildHeader(code, static_cast<std::int64_t>(output.body.size()), output.contentType, true,
+                              output.extraHeaders.append(extraHeaders));
+  }
+  answer.body = std::move(output.body);
   return answer;
 }
 

@@ -2,26 +2,29 @@
 // of them: headers, content types, files, error pages, server variables. No socket and no log; the control has those.
 //
 // Thread:    the host's thread only.
-// Ownership: keeps copies of all texts. The world, the parent control, the pipeline and the program runner belong to
-//            others and outlive the record.
+// Ownership: keeps copies of all texts. The world, the parent control and the program runner belong to others and
+//            outlive the record.
 // Errors:    none raised to the caller but those of memory running out; each member tells what it returns instead.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "http/Enumerations.h"
-#include "http/PageProcessor.h"
+#include "http/IncludeTrail.h"
+#include "http/Page.h"
 #include "http/ParentControl.h"
-#include "http/ProgramRunner.h"
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
+#include "http/SecretFiles.h"
 #include "platform/Answer.h"
 #include "platform/FileSystem.h"
+#include "platform/ProgramRunner.h"
 #include "platform/World.h"
 
 namespace TesselServer {
@@ -29,7 +32,9 @@ namespace TesselServer {
 //   cls_HTTP record(SystemWorld());
 //   record.ServerSoftware("Orvane Tessel/1.1");
 //   record.ContentTypeSource(e_ContentTypeSource::Internal);
-//   Answer answer = record.ProcessFile(OpenPath("/srv/www/a.htm"), "/srv/www/a.htm", "200", true, "", request, "");
+//   record.VirtualPath("/srv/www");
+//   Answer answer = record.ProcessFile(RootFolder("/srv/www").Find("a.htm"), "/srv/www/a.htm", "200", true, "",
+//   request, "");
 class cls_HTTP {
  public:
   // A "text/html" page longer than this goes out as it is on disk: processing needs it in memory, and more than once.
@@ -123,11 +128,16 @@ class cls_HTTP {
   const std::string& ApplicationFolder() const { return settings_.applicationFolder; }
   void ApplicationFolder(std::string value) { settings_.applicationFolder = std::move(value); }
 
-  // Property Pipeline (read/write): what processes "text/html" pages, null for nothing. Default: null.
-  const PagePipeline* Pipeline() const { return settings_.pipeline; }
-  void Pipeline(const PagePipeline* value) { settings_.pipeline = value; }
+  // Property Root (read/write): VirtualPath as an open folder, shared with the control. Null, or one of another path:
+  // the folder is opened when it is needed. Default: null.
+  const std::shared_ptr<const RootFolder>& Root() const { return settings_.root; }
+  void Root(std::shared_ptr<const RootFolder> value) { settings_.root = std::move(value); }
 
-  // Property Runner (read/write): what runs requested programs, null for nothing. Default: null.
+  // Property Secrets (read/write): the files that no page may name, null for none. Default: null.
+  const std::shared_ptr<const SecretFiles>& Secrets() const { return settings_.secretFiles; }
+  void Secrets(std::shared_ptr<const SecretFiles> value) { settings_.secretFiles = std::move(value); }
+
+  // Property Runner (read/write): what runs programs, null for nothing. Default: null.
   ProgramRunner* Runner() const { return settings_.programRunner; }
   void Runner(ProgramRunner* value) { settings_.programRunner = value; }
 
@@ -180,27 +190,70 @@ class cls_HTTP {
   // the last "." of the last path component; a component without "." is all extension.
   std::string ContentTypeOf(std::string_view File) const;
 
-  // The answer that is the file `File`; replaces the request values by `info`. `opened` is that file; when it is not
-  // open, `File` is opened here, with "%20" standing for a blank.
-  //  - A name that ends in ".exe", in any case, is never sent: Runner runs it; without CGIEnable the answer is the CGI
-  //    warning (nothing when no header is wanted), without a Runner the built-in 501 page.
+  // The answer that is the file `File`; replaces the request values by `info`. `found` is that file as it was found
+  // below VirtualPath; when it is not open, `File` is opened here, with "%20" standing for a blank.
+  //  - A name that ends in ".exe", in any case, is never sent: with CGIEnable the program is run and its output is the
+  //    answer; without, the answer is the CGI warning (nothing when no header is wanted).
   //  - A missing file is a 404 header alone, or nothing when no header is wanted.
-  //  - A page of type exactly "text/html", not above kMaxPageBytes and wanted by Pipeline, is read and processed.
+  //  - A page of type exactly "text/html" and not above kMaxPageBytes is read and processed: its tags are normalised,
+  //  then
+  //    the switches of the record say which of them are obeyed, in the order echo and include, exec, functions.
   //  - Every other file is handed on open and unread; its length is the Content-Length.
-  // A file without a type is sent as "application/octet-stream". `Body` is what the client sent behind its headers.
-  Answer ProcessFile(OpenFile opened, const std::string& File, std::string_view StatusCode, bool WantHeader,
+  // A file without a type is sent as "application/octet-stream". `Body` is what the client sent behind its headers;
+  // pages and programs never see it.
+  Answer ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
                      std::string_view ExtraHeaders, const RequestInfo& info, const std::string& Body);
+
+  // ---- Programs ----
+
+  // Runs a program and returns the first 1024 bytes of its output, or a text that says what failed ("Create::Pipe
+  // Failed.", "Create::Process Failed." or "ReadFile Failed.", with the system's number and text). `CommandFile` is its
+  // path; one that ends in ".bat" is given to /bin/sh. `Arguments` are words with blanks between them; no shell sees
+  // them. The 29 server variables are in its environment. Waits at most CGITimeout; a program that runs longer runs on.
+  std::string RunCGI(const std::string& CommandFile, const std::string& Arguments);
+
+  // Runs the exec directives of a page and puts the output in their places; see ExecDirectives.h.
+  void ExecDirectives(Page& page);
+
+  // ---- Functions ----
+
+  // Asks the host for the function tags of a page and puts the answers in their places; see HTMLFunctions.h.
+  void HTMLFunctions(Page& page);
+
+  // ---- For the processors of a page ----
+
+  // The document that ProcessFile is at, by its name below VirtualPath: "docs/a.htm". "" when that is not known.
+  const std::string& DocumentName() const { return documentName_; }
+
+  // Finds `name` below `folder`; see RootFolder::Find. A file among Secrets is not there.
+  FoundEntry FindFile(const std::string& folder, std::string_view name) const;
+
+  // The path by which the file that was found is run; "" when it is no file that can be read.
+  std::string ProgramPath(const FoundEntry& found) const;
+
+  // What a file becomes that the document includes: its own answer without a header, made by a record with these
+  // settings and request values. Nothing when there is no such file, when it or a page that includes it is that file
+  // already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the room for includes is taken.
+  std::optional<std::string> IncludedText(FoundEntry found);
+
+  // Takes room for `size` bytes of an included file. False, and nothing is taken, when there is less.
+  bool TakeIncludeRoom(std::size_t size);
 
  private:
   Answer BuiltInErrorPage(std::string_view code) const;
   Answer ErrorFilePage(std::string_view code) const;
-  Answer ProgramAnswer(const ProgramCall& call);
+  Answer ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
+                       std::string_view extraHeaders);
   bool ProcessPage(const OpenFile& file, std::string& text);
+  void RunProcessors(Page& page);
 
   World& world_;
   RecordSettings settings_;
   RequestInfo request_;
   bool isWinNT_;
+  std::string documentName_;
+  const IncludeTrail* outerTrail_ = nullptr;  // of the page that includes this record's document
+  const IncludeTrail* trail_ = nullptr;       // of this record's document, while it is processed
 };
 
 }  // namespace TesselServer

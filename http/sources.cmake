@@ -1,11 +1,20 @@
 set(SOURCES
   BuiltInContentTypes.cpp
+  CGIOutput.cpp
   ContentTypes.cpp
   ErrorPages.cpp
+  ExecDirectives.cpp
+  FileInclusion.cpp
+  HTMLFunctions.cpp
   Page.cpp
-  PageProcessor.cpp
+  PageRewriter.cpp
   ResponseHeader.cpp
+  RunCGI.cpp
+  SecretFiles.cpp
   ServerVariables.cpp
+  TagNormaliser.cpp
+  TagReplacement.cpp
+  VariableEcho.cpp
   cls_CGI.cpp
   cls_ErrorFiles.cpp
   cls_HTTP.cpp)

@@ -18,4 +18,8 @@ constexpr bool EqualNoCase(std::string_view a, std::string_view b) {
   return true;
 }
 
+constexpr bool EndsWithNoCase(std::string_view text, std::string_view end) {
+  return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
+}
+
 }  // namespace TesselServer

@@ -17,6 +17,11 @@ constexpr std::string_view LastComponent(std::string_view path) {
   return separator == std::string_view::npos ? path : path.substr(separator + 1);
 }
 
+// What stands in front of LastComponent, its separator included.
+constexpr std::string_view FolderOf(std::string_view path) {
+  return path.substr(0, path.size() - LastComponent(path).size());
+}
+
 // What stands behind the last "." of the last component; a component without one is all extension.
 constexpr std::string_view ExtensionOf(std::string_view path) {
   const std::string_view name = LastComponent(path);

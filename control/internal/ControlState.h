@@ -6,11 +6,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "control/internal/Reporter.h"
 #include "control/internal/Settings.h"
 #include "control/internal/Slot.h"
 #include "control/internal/Statistics.h"
+#include "http/SecretFiles.h"
+#include "platform/ChildPrograms.h"
 #include "platform/EventLoop.h"
 #include "platform/FileSystem.h"
 #include "platform/SocketArray.h"
@@ -29,6 +32,7 @@ struct ControlState {
         world(eventLoop.TheWorld()),
         reporter(owner, statistics),
         sckWS(eventLoop, notifications),
+        programs(eventLoop),
         tmrCheckConn(eventLoop),
         requestTemplate(world) {}
 
@@ -38,9 +42,9 @@ struct ControlState {
   Statistics statistics;
   Reporter reporter;
   SocketArray sckWS;
+  ChildPrograms programs;
   Timer tmrCheckConn;
   cls_HTTP requestTemplate;  // the control-wide settings that records share
-  RootFolder root{""};       // VirtualPath, opened
   std::shared_ptr<SlotTable> slots;
 
   bool running = false;                  // from StartServer to StopServer, a failed start included
@@ -56,12 +60,27 @@ struct ControlState {
   std::string applicationFolder;  // stands for VirtualPath where that is "", and holds the error pages
   std::int64_t maxBodyBytes = Reception::kDefaultMaxBodyBytes;
 
+  // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.
+  const std::shared_ptr<const RootFolder>& Root() {
+    if (!root_ || root_->Path() != settings.VirtualPath) root_ = std::make_shared<RootFolder>(settings.VirtualPath);
+    return root_;
+  }
+  const std::shared_ptr<const SecretFiles>& Secrets() {
+    SecretFiles now(authFileName, settings.AuthenticationSource, settings.AuthenticationSourceFile);
+    if (!secrets_ || *secrets_ != now) secrets_ = std::make_shared<SecretFiles>(std::move(now));
+    return secrets_;
+  }
+
   // The highest connection element that both the settings and the slots of this run allow.
   std::int32_t HighestConnection() const {
     return slots ? std::min<std::int32_t>(settings.MaxConnections, slots->HighestIndex()) : 0;
   }
 
   std::uint32_t TickCount() const { return static_cast<std::uint32_t>(world.MonotonicMilliseconds()); }
+
+ private:
+  std::shared_ptr<const RootFolder> root_;
+  std::shared_ptr<const SecretFiles> secrets_;
 };
 
 }  // namespace TesselServer

@@ -65,26 +65,19 @@ void Dispatch::Begin(std::int32_t Index) {
 }
 
 void Dispatch::FindTarget(Slot& slot) {
-  if (slot.Fields().RequestPath.empty()) return;
-  if (state_.root.Path() != state_.settings.VirtualPath) state_.root = RootFolder(state_.settings.VirtualPath);
-  slot.Target = ResolveTarget(state_.root, slot.Fields().RequestPath, state_.settings.IndexPageNames,
-                              [this](const FoundEntry& entry) { return IsSecret(entry); });
-  slot.ScriptName = ScriptNameOf(slot.Target, slot.Fields().RequestPath);
+  const RequestFields& request = slot.Fields();
+  if (request.RequestPath.empty()) return;
+  const auto secrets = state_.Secrets();
+  const auto isSecret = [&secrets](const FoundEntry& entry) { return secrets->Contains(entry); };
+  slot.Target = ResolveTarget(*state_.Root(), request.RequestPath, state_.settings.IndexPageNames, isSecret);
+  slot.TargetIsInCGIDirectory = false;
+  if (slot.Target.kind == EntryKind::kNone && state_.settings.CGIEnable &&
+      IsProgramRequest(request.RequestPath, request.RequestQuery)) {
+    slot.Target = FindProgram(RootFolder(state_.settings.CGIDirectory), request.RequestPath, isSecret);
+    slot.TargetIsInCGIDirectory = slot.Target.kind != EntryKind::kNone;
+  }
+  slot.ScriptName = ScriptNameOf(slot.Target, request.RequestPath);
   slot.TargetIsKnown = true;
-}
-
-// Password files are never served: neither those of folders, by their name or that of a link to them, nor the control's
-// own by any name. Where it cannot be told which file is which, every file is taken for one.
-bool Dispatch::IsSecret(const FoundEntry& entry) const {
-  if (EqualNoCase(LastComponent(entry.name), state_.authFileName)) return true;
-  if (!entry.readable) return false;
-  const std::string canonical = entry.file.CanonicalPath();
-  if (canonical.empty() && state_.settings.AuthenticationSource == e_AuthSource::DirectoryFile) return true;
-  if (EqualNoCase(LastComponent(canonical), state_.authFileName)) return true;
-  if (state_.settings.AuthenticationSourceFile.empty()) return false;
-  const PathIdentity passwords = IdentifyPath(state_.settings.AuthenticationSourceFile);
-  if (passwords.state == PathIdentity::State::kUnknown) return true;
-  return passwords.state == PathIdentity::State::kFound && passwords.identity == entry.file.Identity();
 }
 
 bool Dispatch::IsTrapped(const Slot& slot, std::string_view fileName) const {
@@ -116,6 +109,7 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
   Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr, false};
   const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
     call.record = RecordOf(state_, *slot, Index);
+    slot->BeingAnswered = true;
     Deliver(call, Decide(call, StatusCode, ForceStatus));
   });
   if (!answered && !call.handedOver) {
@@ -124,6 +118,7 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
       if (call.record) Deliver(call, {ErrorAnswer(*call.record, "500"), "500", logged});
     });
   }
+  slot->BeingAnswered = false;
   if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
   slot->Target = {};
   Release(slot->Fields().RequestBody);  // not kept for as long as the answer takes to go out
@@ -176,8 +171,10 @@ Dispatch::Decision Dispatch::FileAnswer(Call& call) const {
   if (!call.slot.Target.readable) return Refusal(*call.record, "403");
   const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);
-  Answer answer = call.record->ProcessFile(std::move(call.slot.Target.file), file, "200", true, "", info,
-                                           call.slot.Fields().RequestBody);
+  FoundEntry& target = call.slot.Target;
+  FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
+  Answer answer =
+      call.record->ProcessFile(std::move(found), file, "200", true, "", info, call.slot.Fields().RequestBody);
   return {std::move(answer), "200", true};
 }
 

@@ -36,7 +36,6 @@ class Dispatch {
   struct Call;
 
   void FindTarget(Slot& slot);
-  bool IsSecret(const FoundEntry& entry) const;
   bool IsTrapped(const Slot& slot, std::string_view fileName) const;
   void OfferToHost(std::int32_t Index, Slot& slot, std::string fileName);
 

@@ -51,7 +51,10 @@ Slot& HostAnswers::Require(std::int32_t Index) {
 }
 
 void HostAnswers::ReturnData(std::int32_t Index, const std::string& mData) {
-  if (Slot* slot = Find(Index)) slot->FunctionResult = mData;
+  Slot* slot = Find(Index);
+  if (slot == nullptr) return;
+  slot->FunctionResult = mData;
+  slot->FunctionAnswered = true;
 }
 
 void HostAnswers::TrapFileData(std::int32_t Index, const std::string& Data, bool Process,
@@ -116,10 +119,17 @@ std::string HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string
                                            const std::string& Params) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->At(Index) : nullptr;
-  if (slot == nullptr || Trim(FunctionName).empty()) return {};
+  if (slot == nullptr || !slot->BeingAnswered) return {};
+  slot->FunctionAnswered = false;
+  if (Trim(FunctionName).empty()) return {};
   slot->Fields().RequestQuery += Params;  // kept: no separator in between
-  state_.reporter.RaiseCallFunction(Index, FunctionName);
+  if (!state_.reporter.RaiseCallFunction(Index, FunctionName)) slot->FunctionAnswered = false;
   return slot->FunctionResult;  // kept: an earlier answer when the host gave none to this one
+}
+
+bool HostAnswers::FunctionWasAnswered(std::int32_t Index) const {
+  Slot* slot = state_.slots ? state_.slots->IfUsed(Index) : nullptr;
+  return slot != nullptr && slot->FunctionAnswered;
 }
 
 }  // namespace TesselServer

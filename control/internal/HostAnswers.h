@@ -39,8 +39,9 @@ class HostAnswers {
   std::string HTTPHeader(std::int32_t Index, const std::string& HeaderField);
   std::string RequestBody(std::int32_t Index);
 
-  // A page asks the host for the text of a function tag.
+  // See ParentControl. Only a connection whose page is being made right now has function tags to raise.
   std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Params);
+  bool FunctionWasAnswered(std::int32_t Index) const;
 
  private:
   Slot* Find(std::int32_t Index);

@@ -35,10 +35,14 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   record.ContentTypeSource(settings.ContentTypeSource);
   record.ContentTypeLines(settings.ContentTypeLines);
   record.ApplicationFolder(state.applicationFolder);
+  record.Root(state.Root());
+  record.Secrets(state.Secrets());
+  record.Runner(&state.programs);
   return slot.Record;
 }
 
 std::string MappedFileOf(const ControlState& state, Slot& slot) {
+  if (slot.TargetIsInCGIDirectory) return MapPath(state.settings.CGIDirectory, slot.Target.name);
   const bool found = slot.Target.kind != EntryKind::kNone;
   return MapPath(state.settings.VirtualPath, found ? slot.Target.name : slot.Fields().RequestPath);
 }

@@ -60,8 +60,8 @@ void Reporter::RaiseAboutBox(const std::string& product, const std::string& vers
   Guard("AboutBox", [&](Tessel& owner) { owner.AboutBox.Raise(product, version); });
 }
 
-void Reporter::RaiseCallFunction(std::int32_t index, std::string name) {
-  Guard("CallFunction", [&](Tessel& owner) { owner.CallFunction.Raise(index, name); });
+bool Reporter::RaiseCallFunction(std::int32_t index, std::string name) {
+  return Guard("CallFunction", [&](Tessel& owner) { owner.CallFunction.Raise(index, name); });
 }
 
 bool Reporter::RaiseFileRequest(std::int32_t index, std::string fileName, std::string userAuthentication) {

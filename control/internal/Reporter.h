@@ -53,8 +53,8 @@ class Reporter {
   void RaiseStatusLine(std::string text);
   void RaisePropertyChanged(const std::string& name);
   void RaiseAboutBox(const std::string& product, const std::string& version);
-  void RaiseCallFunction(std::int32_t index, std::string name);
-  // False when the handler threw.
+  // These two are False when the handler threw.
+  bool RaiseCallFunction(std::int32_t index, std::string name);
   bool RaiseFileRequest(std::int32_t index, std::string fileName, std::string userAuthentication);
   bool FileRequestIsHeard() const;
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "http/RunCGI.h"
 #include "platform/AsciiCase.h"
 #include "support/PathText.h"
 #include "support/Text.h"
@@ -81,6 +82,18 @@ std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath)
   std::string asked = ReplaceAll(LastComponent(requestPath), "%20", " ");
   const std::string_view found = LastComponent(target.name);
   return target.kind == EntryKind::kNone || EqualNoCase(asked, found) ? asked : std::string(found);
+}
+
+bool IsProgramRequest(std::string_view requestPath, std::string_view query) {
+  const std::string asked = std::string(requestPath) + "?" + std::string(query);
+  return IsProgramName(requestPath) || FindNoCase(asked, ".exe?") != std::string::npos;
+}
+
+FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
+                       const std::function<bool(const FoundEntry&)>& isSecret) {
+  FoundEntry program = FindOnce(folder, LastComponent(requestPath));
+  const bool isProgram = program.kind == EntryKind::kFile && IsProgramName(program.name) && !isSecret(program);
+  return isProgram ? std::move(program) : FoundEntry();
 }
 
 FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::string_view indexPageNames,

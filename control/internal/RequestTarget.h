@@ -33,6 +33,15 @@ std::string_view TrapExtension(const FoundEntry& target, std::string_view fileNa
 //   ScriptNameOf(found, "/docs/INDEX.HTML");  // "INDEX.HTML", though the file is "docs/index.html"
 std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath);
 
+// Whether a request is for a program: its path ends in ".exe", or ".exe?" stands anywhere in path, "?" and query; any
+// case.
+bool IsProgramRequest(std::string_view requestPath, std::string_view query);
+
+// The program in `folder` whose name is the last component of `requestPath`, read as by ResolveTarget. Nothing when it
+// is no file there, is no name of a program, or `isSecret` tells of it.
+FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
+                       const std::function<bool(const FoundEntry&)>& isSecret);
+
 // Finds what `requestPath` names beneath `root`: as it is spelled, "%20" being a blank; where nothing stands there,
 // with every "%XX" decoded, for the links of listings are encoded further than requests are decoded. In a folder the
 // first of the `indexPageNames` (comma list) that is a file wins over the folder. An entry that `isSecret` tells of is

@@ -17,10 +17,13 @@ namespace TesselServer {
 
 struct Slot {
   Reception Request;
-  std::int64_t LastActivity = 0;   // UTC seconds of the latest bytes in or out; kept, not consulted
-  std::string FunctionResult;      // what the host returned for the latest function tag
-  FoundEntry Target;               // what the path of the request leads to
-  bool TargetIsKnown = false;      // Target was looked for, though nothing may have been there
+  std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
+  std::string FunctionResult;     // what the host returned for the latest function tag
+  bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
+  bool BeingAnswered = false;     // inside SendWebPage: function tags of its page may be raised
+  FoundEntry Target;              // what the path of the request leads to
+  bool TargetIsKnown = false;     // Target was looked for, though nothing may have been there
+  bool TargetIsInCGIDirectory = false;
   std::string ScriptName;          // the file part of the request; stays when Target is let go
   bool NotTrapped = true;          // the control answers by itself, not with the host's data
   bool SecondaryAccepted = false;  // kept: set for an element that is no listener but was asked to accept

@@ -33,4 +33,6 @@ std::string TesselCore::RaiseCallFunction(std::int32_t Index, const std::string&
   return hostAnswers.RaiseCallFunction(Index, FunctionName, Params);
 }
 
+bool TesselCore::FunctionWasAnswered(std::int32_t Index) const { return hostAnswers.FunctionWasAnswered(Index); }
+
 }  // namespace TesselServer

@@ -47,6 +47,7 @@ class TesselCore : private SocketNotifications, private ParentControl {
   void SocketError(std::int32_t Index, std::int32_t Number, const std::string& Description) override;
   std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
                                 const std::string& Params) override;
+  bool FunctionWasAnswered(std::int32_t Index) const override;
 };
 
 }  // namespace TesselServer

@@ -1,0 +1,47 @@
+#include "http/ExecDirectives.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "http/RunCGI.h"
+#include "http/TagReplacement.h"
+#include "http/cls_HTTP.h"
+#include "support/PathText.h"
+#include "support/Text.h"
+
+namespace TesselServer {
+namespace {
+
+std::string DocumentFolder(const cls_HTTP& record) {
+  if (record.DocumentName().empty()) return {};
+  return record.VirtualPath() + "/" + std::string(FolderOf(record.DocumentName()));
+}
+
+std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_view target) {
+  const std::size_t mark = target.find('?');
+  const std::string_view program = Trim(target.substr(0, mark));
+  std::string arguments(mark == std::string_view::npos ? std::string_view() : Trim(target.substr(mark + 1)));
+  if (IsBatchFile(program)) {
+    std::replace_if(
+        arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
+  }
+  const std::string path = record.ProgramPath(record.FindFile(folder, program));
+  return ReplaceAll(record.RunCGI(path, arguments), "\r\n", "<br>");
+}
+
+void Execute(cls_HTTP& record, Page& page, std::string_view opener, const std::string& folder) {
+  ReplaceTags(page, {opener, "", "--"}, [&](std::string_view target) {
+    return std::make_shared<const std::string>(OutputOf(record, folder, target));
+  });
+}
+
+}  // namespace
+
+void RunExecDirectives(cls_HTTP& record, Page& page) {
+  Execute(record, page, "<!--#execcmd=", DocumentFolder(record));
+  Execute(record, page, "<!--#execcgi=", record.CGIDirectory());
+}
+
+}  // namespace TesselServer

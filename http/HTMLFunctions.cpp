@@ -1,0 +1,39 @@
+#include "http/HTMLFunctions.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "http/TagReplacement.h"
+#include "http/cls_HTTP.h"
+#include "support/Text.h"
+
+namespace TesselServer {
+namespace {
+
+// What stands behind the first "(", up to the last ")".
+std::string Arguments(std::string_view call) {
+  const std::size_t open = call.find('(');
+  if (open == std::string_view::npos) return {};
+  const std::string_view behind = call.substr(open + 1);
+  return std::string(behind.substr(0, behind.rfind(')')));
+}
+
+// `call` is what the tag says behind the word "Function": a name, and arguments in parentheses.
+std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
+  ParentControl* const control = record.ParentControl();
+  if (control == nullptr) return {};
+  const std::int16_t index = record.ConnectionIndex();
+  const std::string name(Trim(call.substr(0, call.find('('))));
+  std::string answer = control->RaiseCallFunction(index, name, "", Arguments(call));
+  return control->FunctionWasAnswered(index) ? answer : std::string();
+}
+
+}  // namespace
+
+void ReplaceFunctionTags(cls_HTTP& record, Page& page) {
+  ReplaceTags(page, {"<%=", "Function", "%"},
+              [&record](std::string_view call) { return std::make_shared<const std::string>(AnswerOf(record, call)); });
+}
+
+}  // namespace TesselServer

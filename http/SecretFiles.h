@@ -1,0 +1,33 @@
+// Which files hold passwords. They are never sent, included in a page or run.
+//
+// Thread:    any; a value.
+// Errors:    none. Where it cannot be told whether a file is one of them, it is taken for one.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "http/Enumerations.h"
+#include "platform/FileSystem.h"
+
+namespace TesselServer {
+
+class SecretFiles {
+ public:
+  // `folderFile` is the name of the password file of a folder, `sourceFile` the path of the control's own, "" for none.
+  SecretFiles(std::string folderFile, e_AuthSource source, std::string sourceFile)
+      : folderFile_(std::move(folderFile)), source_(source), sourceFile_(std::move(sourceFile)) {}
+
+  bool operator==(const SecretFiles&) const = default;
+
+  // Whether `entry` is a folder's password file, by its own name or that of a link to it, in any case, or the control's
+  // by any name.
+  bool Contains(const FoundEntry& entry) const;
+
+ private:
+  std::string folderFile_;
+  e_AuthSource source_;
+  std::string sourceFile_;
+};
+
+}  // namespace TesselServer

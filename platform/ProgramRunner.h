@@ -1,0 +1,45 @@
+// What runs another program and takes its output.
+//
+// Thread:    the host's thread only.
+// Ownership: results are values.
+// Errors:    told in the result; none is raised but those of memory running out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TesselServer {
+
+struct ProgramStart {
+  std::string file;                    // its path; nothing is searched for
+  std::vector<std::string> arguments;  // behind its name, one word each: no shell takes them apart
+
+  // Name and value, in addition to the environment of this process; a name that is there already gets the new value.
+  // Values are cut at their first NUL.
+  std::vector<std::pair<std::string, std::string>> environment;
+
+  std::int64_t waitMilliseconds = 0;  // how long its end is waited for; 0: not at all
+  std::size_t outputLimit = 0;        // how many bytes of its standard output count; what follows is read and dropped
+};
+
+struct ProgramResult {
+  enum class Failure { kNone, kPipe, kStart, kRead };
+
+  Failure failure = Failure::kNone;  // what could not be done
+  std::int32_t error = 0;            // the system's number for it (errno(3))
+  bool ended = false;                // False: it was still running when the time was over, and runs on
+  std::string output;                // the beginning of its standard output
+};
+
+class ProgramRunner {
+ public:
+  virtual ~ProgramRunner() = default;
+
+  // Starts the program and returns when it has ended or the time is over.
+  virtual ProgramResult Run(const ProgramStart& start) = 0;
+};
+
+}  // namespace TesselServer
