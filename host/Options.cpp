@@ -98,7 +98,9 @@ class CommandLine {
               "List a folder that has no index page (default: no)");
     AddSwitch("verbose-errors-enable", options_.verboseErrorsEnable, "Send a page with an error (default: yes)");
     AddSwitch("error-files-enable", options_.errorFilesEnable,
-              "Error pages from html/errors beside the program (default: no)");
+              "Error pages from html/errors/http404.html and so on (default: no)");
+    AddText("--application-folder", "D", options_.applicationFolder,
+            "The folder that html/errors lies in (default: the program's own)");
     AddChoice<e_ContentTypeSource>("--content-type-source", options_.contentTypeSource,
                                    {{"registry", e_ContentTypeSource::Registry},
                                     {"file", e_ContentTypeSource::File},

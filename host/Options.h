@@ -51,6 +51,8 @@ struct Options {
   std::optional<std::string> indexPageNames;
   std::optional<bool> trapFileEnable;
   std::optional<std::string> trapFileTypes;
+
+  std::optional<std::string> applicationFolder;  // no property: it is neither read from --config nor saved
 };
 
 // Reads the command line, argv[0] being the program's name. Of an option given twice the last one counts. Raises

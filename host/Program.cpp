@@ -1,14 +1,20 @@
 #include "host/Program.h"
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <iostream>
+#include <string>
 
 #include <TesselServer/EventLoop.h>
 #include <TesselServer/HostProcess.h>
 #include <TesselServer/Tessel.h>
+#include <TesselServer/Timer.h>
 
 #include "host/Console.h"
+#include "host/FileAnswers.h"
+#include "host/FunctionAnswers.h"
+#include "host/RequestRate.h"
 #include "host/Settings.h"
 
 namespace TesselServer {
@@ -63,11 +69,39 @@ void Connect(Tessel& tessel, Console& console, std::string& lastReport) {
     console.Tell(text);
     lastReport = text;
   };
-  // The program has no answers of its own: every request goes back to be served as a file.
-  tessel.FileRequest = [&tessel](std::int32_t& index, std::string&, std::string&) {
-    tessel.TrapFileData(index, "", true);
-  };
 }
+
+// The program's own answers, and the clock of one of them.
+class LiveAnswers {
+ public:
+  LiveAnswers(EventLoop& loop, Tessel& tessel)
+      : tessel_(tessel),
+        timer_(loop),
+        rate_(std::chrono::steady_clock::now()),
+        files_(tessel, rate_),
+        functions_(tessel) {
+    tessel.FileRequest = [this](std::int32_t& index, std::string& path, std::string&) { files_.Answer(index, path); };
+    tessel.CallFunction = [this](std::int32_t& index, std::string& name) { functions_.Answer(index, name); };
+    timer_.OnTick([&] { rate_.Count(std::chrono::steady_clock::now(), std::stoll(tessel.Stats_Requests())); });
+    timer_.Interval(kTickMilliseconds);
+    timer_.Enabled(true);
+  }
+  LiveAnswers(const LiveAnswers&) = delete;
+  LiveAnswers& operator=(const LiveAnswers&) = delete;
+  ~LiveAnswers() {
+    tessel_.FileRequest = nullptr;
+    tessel_.CallFunction = nullptr;
+  }
+
+ private:
+  static constexpr std::int32_t kTickMilliseconds = 1000;  // a tick for each second of the rate
+
+  Tessel& tessel_;
+  Timer timer_;
+  RequestRate rate_;
+  FileAnswers files_;
+  FunctionAnswers functions_;
+};
 
 void Start(Tessel& tessel, const std::string& lastReport) {
   const auto failed = "cannot listen on " + ListenAddress(tessel) + ": ";
@@ -88,6 +122,7 @@ void Serve(const Options& options) {
   RaiseDescriptorLimit();
   const StopOnSignals signals(loop);
   Connect(tessel, console, lastReport);
+  const LiveAnswers answers(loop, tessel);
   Start(tessel, lastReport);
   console.Tell("Open " + OpenAddress(tessel));
   console.Release();

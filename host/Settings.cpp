@@ -108,16 +108,20 @@ std::string Absolute(const std::string& path) {
   return (std::filesystem::current_path() / path).string();
 }
 
-// The folder to serve: what the command line says, else what the configuration says, else the working folder.
-std::string FolderToServe(const Options& options, const std::string& configured) {
-  const auto given = options.directory.value_or(configured);
-  if (options.directory && given.empty()) throw SettingError("DIRECTORY: \"\" is no folder");
+// `given` as an absolute path, "" and "." being the working folder. Raises SettingError when it is no folder.
+std::string ExistingFolder(const std::string& given) {
   auto folder = given.empty() || given == "." ? std::filesystem::current_path().string() : Absolute(given);
   std::error_code error;
   const auto status = std::filesystem::status(folder, error);
   if (!std::filesystem::exists(status)) throw SettingError(given + ": no such folder");
   if (!std::filesystem::is_directory(status)) throw SettingError(given + ": is not a folder");
   return folder;
+}
+
+// The folder that the command line names with `option`. Raises SettingError when it is no folder.
+std::string FolderOf(const char* option, const std::string& given) {
+  if (given.empty()) throw SettingError(std::string(option) + ": \"\" is no folder");
+  return ExistingFolder(given);
 }
 
 // A file that is named and cannot be read would silently mean no types or, worse, no passwords.
@@ -190,7 +194,12 @@ std::vector<std::string> ApplySettings(Tessel& tessel, const Options& options) {
   ApplyNumbers(tessel, options);
   ApplySwitches(tessel, options);
   ApplyFiles(tessel, options);
-  tessel.VirtualPath(FolderToServe(options, tessel.VirtualPath()));
+  if (options.applicationFolder) {
+    tessel.ApplicationFolder(FolderOf("--application-folder", *options.applicationFolder));
+  }
+  // what the command line says, else what the configuration says, else the working folder
+  tessel.VirtualPath(options.directory ? FolderOf("DIRECTORY", *options.directory)
+                                       : ExistingFolder(tessel.VirtualPath()));
   RemarkOnPasswords(tessel, remarks);
   return remarks;
 }

@@ -71,6 +71,7 @@ class TheRules(unittest.TestCase):
             "host/Options.h": b"#pragma once\n",
             "host/main.cpp": b'#include <CLI/CLI.hpp>\n#include <csignal>\n#include "host/Options.h"\n',
             "examples/minimal.cpp": host,
+            "tests/host/OptionsTest.cpp": b'#include "host/Options.h"\n',
             "tests/kit/Tree.h": b'#pragma once\n#include "platform/Clock.h"\n',
             "tests/http/PageTest.cpp": b'#include <gtest/gtest.h>\n#include <sys/stat.h>\n#include "http/Page.h"\n'
                                        b'#include "tests/kit/Tree.h"\n',
@@ -112,6 +113,7 @@ class TheRules(unittest.TestCase):
             ("http/Page.h", '#include "tests/kit/Tree.h"', "the tests"),
             ("http/Page.h", "#include <gtest/gtest.h>", "the test library"),
             ("tests/http/PageTest.cpp", '#include "control/Tessel.h"', "upward in a test"),
+            ("tests/http/PageTest.cpp", '#include "host/Options.h"', "a program, in the tests of a layer"),
             ("tests/http/PageTest.cpp", "#include <benchmark/benchmark.h>", "the benchmark library in a test"),
             ("support/Text.cpp", '#include "Text.h"', "a path that does not begin at the root"),
             ("support/Text.cpp", '#include "support/../net/Names.h"', "a path that goes back"),
