@@ -92,24 +92,26 @@ class Tessel {
   std::string AuthenticationSourceFile() const;
   void AuthenticationSourceFile(const std::string& value);
 
-  // Whether programs are run. Default: False.
+  // Whether programs are run: requested files whose names end in ".exe", and exec directives in pages. Default: False.
   bool CGIEnable() const;
   void CGIEnable(bool value);
 
-  // The folder of programs. "" becomes VirtualPath & "\scripts" at the start. Default: "".
+  // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
+  // VirtualPath & "\scripts" at the start. Default: "".
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
 
   // How long a program is waited for, in seconds, 0 to 2,000,000,000; 0 = without limit. Values outside are moved to
-  // the nearer end. Default: 30.
+  // the nearer end. The loop stands still meanwhile. A program that takes longer runs on, and what it has printed until
+  // then is its output. Default: 30.
   std::int32_t CGITimeout() const;
   void CGITimeout(std::int32_t value);
 
-  // Whether server-side includes are expanded. Default: False.
+  // Whether pages may show server variables and include files. Default: False.
   bool SSIEnable() const;
   void SSIEnable(bool value);
 
-  // Whether function tags call the host. Default: False.
+  // Whether function tags of pages, <%=FunctionName(arguments)%>, raise CallFunction. Default: False.
   bool HTMLFunctionsEnable() const;
   void HTMLFunctionsEnable(bool value);
 
@@ -167,7 +169,8 @@ class Tessel {
   std::string Stats_UpTime() const;
   std::string Stats_FreeConnections() const;
 
-  // Answers a CallFunction event, inside it. An Index that is no connection is ignored.
+  // Answers a CallFunction event, inside it: mData takes the place of the tag and is not looked at again. The latest of
+  // several answers counts. An Index that is no connection is ignored.
   void ReturnData(std::int32_t Index, const std::string& mData);
 
   // Answers a FileRequest event, inside it or later. With Process True the file is served as if it had not been
