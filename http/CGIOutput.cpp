@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/AsciiCase.h"
-#include "support/Text.h"
 
 namespace TesselServer {
 namespace {
@@ -15,6 +14,7 @@ constexpr std::string_view kWholeResponse = "HTTP/";
 constexpr std::string_view kDefaultType = "text/html";
 constexpr std::string_view kRedirect = "302";
 constexpr std::size_t kStatusDigits = 3;
+constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kNotPassedOn[] = {"Content-Length", "Date", "Server", "Transfer-Encoding", "Connection"};
 
 bool IsPassedOn(std::string_view name) {
@@ -32,6 +32,12 @@ bool TakeLine(std::string_view& text, std::string_view& line) {
   return true;
 }
 
+std::string_view WithoutOuterBlanks(std::string_view text) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
 bool IsTokenByte(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
          std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
@@ -44,12 +50,17 @@ bool SplitField(std::string_view line, std::string_view& name, std::string_view&
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos || colon == 0) return false;
   name = line.substr(0, colon);
-  value = Trim(line.substr(colon + 1));
+  value = WithoutOuterBlanks(line.substr(colon + 1));
   return std::all_of(name.begin(), name.end(), IsTokenByte) && std::none_of(value.begin(), value.end(), IsControl);
 }
 
-bool IsStatusCode(std::string_view code) {
-  return code.size() == kStatusDigits && code.find_first_not_of("0123456789") == std::string_view::npos;
+// The code that a "Status" begins with, "" when that is none an answer can have: a client takes one below 200 for a
+// promise of another answer.
+std::string_view StatusCodeOf(std::string_view status) {
+  const std::string_view code = status.substr(0, status.find_first_of(kBlanks));
+  const bool isCode = code.size() == kStatusDigits && code[0] >= '2' && code[0] <= '5' &&
+                      code.find_first_not_of("0123456789") == std::string_view::npos;
+  return isCode ? code : std::string_view();
 }
 
 // Reads one field into `parsed`. True when it is one of the three that make a CGI header.
@@ -59,40 +70,66 @@ bool TakeField(std::string_view name, std::string_view value, CGIOutput& parsed)
     return true;
   }
   if (EqualNoCase(name, "Status")) {
-    const std::string_view code = value.substr(0, kStatusDigits);
-    if (IsStatusCode(code)) parsed.statusCode = code;
+    const std::string_view code = StatusCodeOf(value);
+    if (!code.empty()) parsed.statusCode = code;
     return true;
   }
+  const bool isLocation = EqualNoCase(name, "Location");
+  if (isLocation && value.empty()) return true;  // it would lead back to the program for ever
   if (IsPassedOn(name)) parsed.extraHeaders.append(name).append(": ").append(value).append("\r\n");
-  if (!EqualNoCase(name, "Location")) return false;
-  if (parsed.statusCode.empty()) parsed.statusCode = kRedirect;
-  return true;
+  if (isLocation && parsed.statusCode.empty()) parsed.statusCode = kRedirect;
+  return isLocation;
+}
+
+// Takes a CGI header with its blank line off `rest`. False when there is none; `parsed` and `rest` are spoilt then.
+bool TakeHeader(std::string_view& rest, CGIOutput& parsed) {
+  bool isHeader = false;
+  for (std::string_view line; TakeLine(rest, line);) {
+    if (line.empty()) return isHeader;
+    std::string_view name;
+    std::string_view value;
+    if (!SplitField(line, name, value)) return false;
+    isHeader = TakeField(name, value, parsed) || isHeader;
+  }
+  return false;
+}
+
+// Takes the header of a whole response off `rest`. False when no blank line ends it.
+bool SkipHeader(std::string_view& rest) {
+  for (std::string_view line; TakeLine(rest, line);) {
+    if (line.empty()) return true;
+  }
+  return false;
+}
+
+CGIOutput WholeResponse(std::string output) {
+  CGIOutput parsed;
+  parsed.isWholeResponse = true;
+  std::string_view rest = output;
+  if (SkipHeader(rest)) {
+    parsed.body = rest;
+    output.resize(output.size() - rest.size());
+    parsed.wholeHead = std::move(output);
+  } else {
+    parsed.body = std::move(output);
+  }
+  return parsed;
 }
 
 }  // namespace
 
 CGIOutput ParseCGIOutput(std::string output) {
+  if (output.starts_with(kWholeResponse)) return WholeResponse(std::move(output));
   CGIOutput parsed;
-  parsed.isWholeResponse = output.starts_with(kWholeResponse);
   std::string_view rest = output;
-  std::string_view line;
-  bool isHeader = false;
-  while (!parsed.isWholeResponse && TakeLine(rest, line)) {
-    if (line.empty() && isHeader) {
-      if (parsed.contentType.empty()) parsed.contentType = kDefaultType;
-      parsed.body = rest;
-      return parsed;
-    }
-    std::string_view name;
-    std::string_view value;
-    if (!SplitField(line, name, value)) break;
-    isHeader = TakeField(name, value, parsed) || isHeader;
+  if (TakeHeader(rest, parsed)) {
+    parsed.body = rest;
+  } else {
+    parsed = CGIOutput();
+    parsed.body = std::move(output);
   }
-  CGIOutput plain;
-  plain.isWholeResponse = parsed.isWholeResponse;
-  plain.contentType = kDefaultType;
-  plain.body = std::move(output);
-  return plain;
+  if (parsed.contentType.empty()) parsed.contentType = kDefaultType;
+  return parsed;
 }
 
 }  // namespace TesselServer

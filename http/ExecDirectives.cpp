@@ -15,7 +15,7 @@ namespace TesselServer {
 namespace {
 
 std::string DocumentFolder(const cls_HTTP& record) {
-  if (record.DocumentName().empty()) return {};
+  if (record.VirtualPath().empty() || record.DocumentName().empty()) return {};
   return record.VirtualPath() + "/" + std::string(FolderOf(record.DocumentName()));
 }
 

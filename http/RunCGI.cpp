@@ -41,12 +41,17 @@ std::string_view WhatFailed(ProgramResult::Failure failure) {
   }
 }
 
+// kept: "<BR>" and a line end behind each part, so a page that replaces line ends gets two breaks
 std::string ErrorText(const cls_HTTP& record, ProgramResult::Failure failure, std::int32_t error) {
   std::string text;
   text.append(WhatFailed(failure)).append(kBreak);
   text.append("Error Number: ").append(std::to_string(error)).append(kBreak);
   text.append("Error Desc: ").append(record.SystemErrorText(error)).append(kBreak);
   return text;
+}
+
+std::string NotStarted(const cls_HTTP& record, std::errc reason) {
+  return ErrorText(record, ProgramResult::Failure::kStart, static_cast<std::int32_t>(reason));
 }
 
 }  // namespace
@@ -56,10 +61,8 @@ bool IsProgramName(std::string_view path) { return EndsWithNoCase(path, ".exe");
 bool IsBatchFile(std::string_view path) { return EndsWithNoCase(path, ".bat"); }
 
 std::string RunProgram(cls_HTTP& record, const std::string& commandFile, std::string_view arguments) {
-  if (record.Runner() == nullptr) {
-    return ErrorText(record, ProgramResult::Failure::kStart,
-                     static_cast<std::int32_t>(std::errc::function_not_supported));
-  }
+  if (commandFile.empty()) return NotStarted(record, std::errc::no_such_file_or_directory);
+  if (record.Runner() == nullptr) return NotStarted(record, std::errc::function_not_supported);
   ProgramStart start;
   start.file = commandFile;
   if (IsBatchFile(commandFile)) {

@@ -247,7 +247,9 @@ Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusC
     return answer;
   }
   CGIOutput output = ParseCGIOutput(RunCGI(ProgramPath(found), ""));
-  if (wantHeader && !output.isWholeResponse) {
+  if (wantHeader && output.isWholeResponse) {
+    answer.head = std::move(output.wholeHead);
+  } else if (wantHeader) {
     const std::string_view code = output.statusCode.empty() ? statusCode : std::string_view(output.statusCode);
     answer.head = BuildHeader(code, static_cast<std::int64_t>(output.body.size()), output.contentType, true,
                               output.extraHeaders.append(extraHeaders));

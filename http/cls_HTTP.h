@@ -193,11 +193,11 @@ class cls_HTTP {
   // The answer that is the file `File`; replaces the request values by `info`. `found` is that file as it was found
   // below VirtualPath; when it is not open, `File` is opened here, with "%20" standing for a blank.
   //  - A name that ends in ".exe", in any case, is never sent: with CGIEnable the program is run and its output is the
-  //    answer; without, the answer is the CGI warning (nothing when no header is wanted).
+  //    answer: a whole response or a CGI header and a body (see CGIOutput.h), of which only the body is left when no
+  //    header is wanted. Without CGIEnable the answer is the CGI warning, or nothing when no header is wanted.
   //  - A missing file is a 404 header alone, or nothing when no header is wanted.
   //  - A page of type exactly "text/html" and not above kMaxPageBytes is read and processed: its tags are normalised,
-  //  then
-  //    the switches of the record say which of them are obeyed, in the order echo and include, exec, functions.
+  //    then the switches of the record say which of them are obeyed, in the order echo and include, exec, functions.
   //  - Every other file is handed on open and unread; its length is the Content-Length.
   // A file without a type is sent as "application/octet-stream". `Body` is what the client sent behind its headers;
   // pages and programs never see it.
@@ -210,6 +210,7 @@ class cls_HTTP {
   // Failed.", "Create::Process Failed." or "ReadFile Failed.", with the system's number and text). `CommandFile` is its
   // path; one that ends in ".bat" is given to /bin/sh. `Arguments` are words with blanks between them; no shell sees
   // them. The 29 server variables are in its environment. Waits at most CGITimeout; a program that runs longer runs on.
+  // For a `CommandFile` of "" nothing is run, and the text says so.
   std::string RunCGI(const std::string& CommandFile, const std::string& Arguments);
 
   // Runs the exec directives of a page and puts the output in their places; see ExecDirectives.h.
