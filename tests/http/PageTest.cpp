@@ -7,44 +7,68 @@
 namespace TesselServer {
 namespace {
 
+Page::SharedText Shared(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
+
 TEST(PageTest, BeginsAsOnePieceOfAuthorText) {
   const Page page("<html>");
   ASSERT_EQ(page.Pieces().size(), 1u);
   EXPECT_EQ(page.Pieces()[0].source, Page::Source::kAuthor);
+  EXPECT_EQ(page.Pieces()[0].text, "<html>");
   EXPECT_EQ(page.Text(), "<html>");
   EXPECT_TRUE(Page().Pieces().empty());
   EXPECT_TRUE(Page("").Pieces().empty());
   EXPECT_EQ(Page().Text(), "");
 }
 
-TEST(PageTest, KeepsInsertedTextApartFromAuthorText) {
+TEST(PageTest, KeepsInsertedTextApart) {
   Page page("a");
-  page.AppendInserted("<%=b%>");
-  page.AppendAuthor("c");
-  ASSERT_EQ(page.Pieces().size(), 3u);
+  EXPECT_TRUE(page.AppendInserted(Shared("<%=b%>")));
+  EXPECT_TRUE(page.AppendInserted(Shared("")));
+  EXPECT_TRUE(page.AppendInserted(Shared("c")));
+  ASSERT_EQ(page.Pieces().size(), 3u) << "an empty text is no piece";
   EXPECT_EQ(page.Pieces()[1].source, Page::Source::kInserted);
   EXPECT_EQ(page.Pieces()[1].text, "<%=b%>");
   EXPECT_EQ(page.Text(), "a<%=b%>c");
-  EXPECT_EQ(std::move(page).Text(), "a<%=b%>c");
 }
 
-TEST(PageTest, JoinsNeighboursOfOneSourceAndDropsEmptyText) {
-  Page page("a");
-  page.AppendInserted("");
-  page.AppendAuthor("b");
-  page.AppendInserted("c");
-  page.AppendAuthor("");
-  page.AppendInserted("d");
-  ASSERT_EQ(page.Pieces().size(), 2u);
-  EXPECT_EQ(page.Pieces()[0].text, "ab");
-  EXPECT_EQ(page.Pieces()[1].text, "cd");
-  EXPECT_EQ(page.Text(), "abcd");
+TEST(PageTest, KeepsWhatItsPiecesLookIntoWhenItIsMoved) {
+  Page first("a short text");
+  first.AppendInserted(Shared("b"));
+  Page second(std::move(first));
+  EXPECT_EQ(second.Text(), "a short textb");
+  Page third;
+  third = std::move(second);
+  EXPECT_EQ(third.Text(), "a short textb");
+}
+
+TEST(PageTest, DoesNotCopyWhatIsPutIn) {
+  const Page::SharedText text = Shared("text");
+  Page page;
+  for (int i = 0; i < 3; ++i) page.AppendInserted(text);
+  for (const Page::Piece& piece : page.Pieces()) EXPECT_EQ(piece.text.data(), text->data());
+  EXPECT_EQ(page.Text(), "texttexttext");
+}
+
+TEST(PageTest, TakesInNoMoreThanItsBound) {
+  const Page::SharedText half = Shared(std::string(Page::kMaxInsertedBytes / 2, 'x'));
+  Page page(std::string(1000, 'a'));  // what the author wrote does not count
+  EXPECT_TRUE(page.HasRoomFor(Page::kMaxInsertedBytes));
+  EXPECT_FALSE(page.HasRoomFor(Page::kMaxInsertedBytes + 1));
+  EXPECT_TRUE(page.AppendInserted(half));
+  EXPECT_TRUE(page.AppendInserted(half));
+  EXPECT_FALSE(page.AppendInserted(Shared("y")));
+  EXPECT_TRUE(page.AppendInserted(Shared(""))) << "nothing always fits";
+  EXPECT_TRUE(page.HasRoomFor(0));
+  EXPECT_EQ(page.Pieces().size(), 3u);
 }
 
 TEST(PageTest, KeepsEveryByte) {
   std::string bytes;
   for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
   EXPECT_EQ(Page(bytes).Text(), bytes);
+  Page page;
+  page.AppendInserted(Shared(bytes));
+  EXPECT_EQ(page.Text(), bytes);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "http/cls_CGI.h"
-#include "http/cls_ErrorFiles.h"
 #include "http/cls_HTTP.h"
 #include "tests/kit/AnswerText.h"
 #include "tests/kit/FakeWorld.h"
@@ -12,50 +11,16 @@
 namespace TesselServer {
 namespace {
 
-// Writes every page in brackets while the record's SSI switch is on.
-class Brackets : public PageProcessor {
- public:
-  bool Wants(const cls_HTTP& record) const override { return record.SSIEnable(); }
-  void Run(cls_HTTP& record, Page& page) override {
-    ++runs;
-    Page result;
-    result.AppendInserted("[" + record.ServerVariable("DOCUMENT_URI"));
-    for (const Page::Piece& piece : page.Pieces()) result.AppendAuthor(piece.text);
-    result.AppendInserted("]");
-    page = std::move(result);
-  }
-  int runs = 0;
-};
-
-// Answers in place of a program and notes how it was called.
-class FakeRunner : public ProgramRunner {
- public:
-  Answer Run(cls_HTTP& record, const ProgramCall& call) override {
-    ++runs;
-    seen = call.path + "|" + std::string(call.statusCode) + "|" + (call.wantHeader ? "header" : "bare") + "|" +
-           std::string(call.extraHeaders) + "|" + std::string(call.requestBody) + "|" +
-           record.ServerVariable("QUERY_STRING") + "|" + (call.file.IsOpen() ? "open" : "missing");
-    Answer answer;
-    answer.body = std::string("output");
-    return answer;
-  }
-  int runs = 0;
-  std::string seen;
-};
-
 class ProcessFileTest : public testing::Test {
  protected:
   ProcessFileTest() {
     record_.ServerSoftware("Orvane Tessel/1.1");
     record_.ContentTypeSource(e_ContentTypeSource::Internal);
-    auto brackets = std::make_unique<Brackets>();
-    brackets_ = brackets.get();
-    pipeline_.Add(std::move(brackets));
   }
 
   Answer Process(const std::string& file, std::string_view code = "200", bool wantHeader = true,
                  std::string_view extraHeaders = "") {
-    return record_.ProcessFile(OpenFile(), file, code, wantHeader, extraHeaders, info_, "request body");
+    return record_.ProcessFile(FoundEntry(), file, code, wantHeader, extraHeaders, info_, "request body");
   }
   std::string Path(std::string_view relative) const { return tree_.Text() + "/" + std::string(relative); }
   static std::string Header(std::string_view statusLine, std::string_view rest) {
@@ -67,22 +32,21 @@ class ProcessFileTest : public testing::Test {
   cls_HTTP record_{world_};
   RequestInfo info_;
   Kit::TemporaryTree tree_;
-  PagePipeline pipeline_;
-  Brackets* brackets_;
 };
 
 TEST_F(ProcessFileTest, HandsAFileOnOpenAndUnread) {
-  const Answer answer = Process(tree_.Write("page.htm", "<html></html>"));
+  const Answer answer = Process(tree_.Write("style.css", "<%= a %>"));
   ASSERT_TRUE(std::holds_alternative<FileBody>(answer.body));
   EXPECT_TRUE(std::get<FileBody>(answer.body).file.IsOpen());
   EXPECT_EQ(Kit::WholeText(answer),
-            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 13\r\n") + "<html></html>");
+            Header("HTTP/1.0 200 OK", "Content-Type: text/css\r\nContent-Length: 8\r\n") + "<%= a %>");
 }
 
 TEST_F(ProcessFileTest, TakesTheFileThatIsOpenAlready) {
   tree_.Write("a.txt", "the opened one");
   tree_.Write("b.txt", "the named one");
-  const Answer answer = record_.ProcessFile(OpenPath(Path("a.txt")), Path("b.txt"), "200", true, "", info_, "");
+  FoundEntry found = RootFolder(tree_.Text()).Find("a.txt");
+  const Answer answer = record_.ProcessFile(std::move(found), Path("b.txt"), "200", true, "", info_, "");
   EXPECT_EQ(Kit::WholeText(answer),
             Header("HTTP/1.0 200 OK", "Content-Type: text/plain\r\nContent-Length: 14\r\n") + "the opened one");
 }
@@ -172,60 +136,58 @@ TEST_F(ProcessFileTest, ReplacesTheRequestValues) {
   info_.DocumentURI = "/a.txt";
   Process(tree_.Write("a.txt", "x"));
   EXPECT_EQ(record_.ServerVariable("DOCUMENT_URI"), "/a.txt");
-  record_.ProcessFile(OpenFile(), Path("a.txt"), "200", true, "", record_.Request(), "");
+  record_.ProcessFile(FoundEntry(), Path("a.txt"), "200", true, "", record_.Request(), "");
   EXPECT_EQ(record_.ServerVariable("DOCUMENT_URI"), "/a.txt") << "its own values may be given back to it";
 }
 
-TEST_F(ProcessFileTest, APageThatAProcessorWantsIsProcessed) {
-  record_.Pipeline(&pipeline_);
-  record_.SSIEnable(true);
-  info_.DocumentURI = "/page.htm";
-  const Answer answer = Process(tree_.Write("page.htm", "text"));
+TEST_F(ProcessFileTest, APageIsNormalisedWhateverTheSwitchesSay) {
+  const Answer answer = Process(tree_.Write("page.htm", "<%= SERVER_NAME %>"));
   EXPECT_TRUE(std::holds_alternative<std::string>(answer.body));
   EXPECT_EQ(Kit::WholeText(answer),
-            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 15\r\n") + "[/page.htmtext]");
-  EXPECT_EQ(Kit::WholeText(Process(Path("page.htm"), "200", false)), "[/page.htmtext]") << "no header wanted";
+            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 16\r\n") + "<%=SERVER_NAME%>");
 }
 
-TEST_F(ProcessFileTest, APageThatNoProcessorWantsIsNotRead) {
-  record_.Pipeline(&pipeline_);
-  EXPECT_TRUE(std::holds_alternative<FileBody>(Process(tree_.Write("page.htm", "text")).body));
-  EXPECT_EQ(brackets_->runs, 0);
+TEST_F(ProcessFileTest, APageIsProcessedAndItsNewLengthAnnounced) {
+  record_.SSIEnable(true);
+  info_.DocumentURI = "/page.htm";
+  tree_.Write("page.htm", "[<%= DOCUMENT_URI %>]");
+  EXPECT_EQ(Kit::WholeText(Process(Path("page.htm"))),
+            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 11\r\n") + "[/page.htm]");
+  EXPECT_EQ(Kit::WholeText(Process(Path("page.htm"), "200", false)), "[/page.htm]") << "no header wanted";
 }
 
 TEST_F(ProcessFileTest, OnlyTheExactTypeIsProcessed) {
-  record_.Pipeline(&pipeline_);
   record_.SSIEnable(true);
   record_.ContentTypeSource(e_ContentTypeSource::Registry);
   world_.registry.PutText(RegistryStore::kClassesRoot, ".upper", "Content Type", "TEXT/HTML");
   world_.registry.PutText(RegistryStore::kClassesRoot, ".blank", "Content Type", "text/html ");
   for (const char* name : {"a.upper", "a.blank", "a.txt", "a.unknown"}) {
-    EXPECT_EQ(Kit::BodyText(Process(tree_.Write(name, "text"))), "text") << name;
+    EXPECT_EQ(Kit::BodyText(Process(tree_.Write(name, "<%= DATE %>"))), "<%= DATE %>") << name;
   }
-  EXPECT_EQ(brackets_->runs, 0);
   EXPECT_EQ(Process(Path("a.upper")).head,
-            Header("HTTP/1.0 200 OK", "Content-Type: TEXT/HTML\r\nContent-Length: 4\r\n"));
+            Header("HTTP/1.0 200 OK", "Content-Type: TEXT/HTML\r\nContent-Length: 11\r\n"));
 }
 
 TEST_F(ProcessFileTest, APageAboveTheLimitGoesOutAsItIs) {
-  record_.Pipeline(&pipeline_);
   record_.SSIEnable(true);
-  const std::string file = tree_.Write("page.htm", "");
+  const std::string tag = "<%= NO_SUCH_NAME %>";
+  const std::string file = tree_.Write("page.htm", tag);
   std::filesystem::resize_file(file, cls_HTTP::kMaxPageBytes);
-  EXPECT_EQ(Process(file).BodySize(), cls_HTTP::kMaxPageBytes + 2) << "the largest that is processed";
-  EXPECT_EQ(brackets_->runs, 1);
+  EXPECT_EQ(Process(file).BodySize(), cls_HTTP::kMaxPageBytes - static_cast<std::int64_t>(tag.size()))
+      << "the largest that is processed";
   std::filesystem::resize_file(file, cls_HTTP::kMaxPageBytes + 1);
   const Answer answer = Process(file);
   EXPECT_TRUE(std::holds_alternative<FileBody>(answer.body));
   EXPECT_EQ(answer.BodySize(), cls_HTTP::kMaxPageBytes + 1);
-  EXPECT_EQ(brackets_->runs, 1);
 }
 
-TEST_F(ProcessFileTest, AnEmptyPageMayGetABody) {
-  record_.Pipeline(&pipeline_);
+TEST_F(ProcessFileTest, APageThatBecomesNothingHasNoLengthLine) {
   record_.SSIEnable(true);
-  EXPECT_EQ(Kit::WholeText(Process(tree_.Write("page.htm", ""))),
-            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 2\r\n") + "[]");
+  for (const char* page : {"", "<%= NO_SUCH_NAME %>"}) {
+    EXPECT_EQ(Kit::WholeText(Process(tree_.Write("page.htm", page))),
+              Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\n"))
+        << page;
+  }
 }
 
 TEST_F(ProcessFileTest, AProgramIsNeverSentWhateverItsCase) {
@@ -241,31 +203,6 @@ TEST_F(ProcessFileTest, OnlyTheLastFourCharactersMakeAProgram) {
   for (const char* name : {"exe", "test.exe.txt", "testexe", "a.exe_"}) {
     EXPECT_EQ(Kit::BodyText(Process(tree_.Write(name, "bytes"))), "bytes") << name;
   }
-}
-
-TEST_F(ProcessFileTest, WithCGIAProgramGoesToTheRunner) {
-  FakeRunner runner;
-  record_.Runner(&runner);
-  EXPECT_EQ(Kit::WholeText(Process(tree_.Write("test.exe", "bytes"))), cls_CGI().CGIWarningPage());
-  EXPECT_EQ(runner.runs, 0) << "CGI is off";
-  record_.CGIEnable(true);
-  info_.QueryString = "a=1";
-  EXPECT_EQ(Kit::WholeText(Process(Path("te%73t.exe"))), "output");
-  EXPECT_TRUE(runner.seen.ends_with("\\te%73t.exe|200|header||request body|a=1|missing")) << runner.seen;
-  EXPECT_EQ(Kit::WholeText(Process(Path("test.exe"), "202", false, "X: 1\r\n")), "output");
-  EXPECT_TRUE(runner.seen.ends_with("\\test.exe|202|bare|X: 1\r\n|request body|a=1|open")) << runner.seen;
-  Process(tree_.Write("page.htm", "text"));
-  EXPECT_EQ(runner.runs, 2) << "a page is no program";
-}
-
-TEST_F(ProcessFileTest, WithCGIButNoRunnerAProgramIsNotImplemented) {
-  record_.CGIEnable(true);
-  const std::string page = cls_ErrorFiles().ErrorPageHtml("501");
-  EXPECT_EQ(Kit::WholeText(Process(tree_.Write("test.exe", "bytes"))),
-            Header("HTTP/1.0 200 OK",
-                   "Content-Type: text/html\r\nContent-Length: " + std::to_string(page.size() - 1) + "\r\n") +
-                page);
-  EXPECT_EQ(Kit::WholeText(Process(Path("test.exe"), "200", false)), page) << "no header wanted";
 }
 
 }  // namespace

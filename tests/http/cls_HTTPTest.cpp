@@ -15,26 +15,7 @@ class NoControl : public ParentControl {
   std::string RaiseCallFunction(std::int32_t, const std::string&, const std::string&, const std::string&) override {
     return {};
   }
-};
-
-// Notes what the record of a page looks like and puts a mark behind the page.
-class Witness : public PageProcessor {
- public:
-  bool Wants(const cls_HTTP& record) const override { return record.SSIEnable() || record.HTMLFunctionsEnable(); }
-  void Run(cls_HTTP& record, Page& page) override {
-    ++runs;
-    virtualPath = record.VirtualPath();
-    cgi = record.CGIEnable();
-    cgiWarning = record.CGIWarningEnable();
-    variables = record.ServerVariable("DOCUMENT_URI") + record.ServerVariable("QUERY_STRING") +
-                record.ServerVariable("REMOTE_ADDR") + record.ServerVariable("REQUEST_METHOD");
-    serverName = record.ServerVariable("SERVER_NAME");
-    page.AppendInserted("!");
-  }
-
-  int runs = 0;
-  std::string virtualPath, variables, serverName;
-  bool cgi = true, cgiWarning = true;
+  bool FunctionWasAnswered(std::int32_t) const override { return false; }
 };
 
 class cls_HTTPTest : public testing::Test {
@@ -67,7 +48,8 @@ TEST_F(cls_HTTPTest, ANewRecordIsEmpty) {
   EXPECT_EQ(record.ParentControl(), nullptr);
   EXPECT_EQ(record.ContentTypeSource(), e_ContentTypeSource::Registry);
   EXPECT_EQ(record.ContentTypeLines(), nullptr);
-  EXPECT_EQ(record.Pipeline(), nullptr);
+  EXPECT_EQ(record.Root(), nullptr);
+  EXPECT_EQ(record.Secrets(), nullptr);
   EXPECT_EQ(record.Runner(), nullptr);
 }
 
@@ -241,16 +223,13 @@ TEST_F(cls_HTTPTest, TheTooBusyPageIsABodyAlone) {
 class ErrorFileTest : public cls_HTTPTest {
  protected:
   ErrorFileTest() {
+    record_.ContentTypeSource(e_ContentTypeSource::Internal);
     record_.ApplicationFolder(tree_.Text());
-    auto witness = std::make_unique<Witness>();
-    witness_ = witness.get();
-    pipeline_.Add(std::move(witness));
-    record_.Pipeline(&pipeline_);
   }
 
+  std::string PageOf(std::string_view code) { return Kit::BodyText(record_.ErrorPage(code, true)); }
+
   Kit::TemporaryTree tree_;
-  PagePipeline pipeline_;
-  Witness* witness_;
 };
 
 TEST_F(ErrorFileTest, TheFileOfTheCodeIsSentWithItsTrueLength) {
@@ -271,39 +250,55 @@ TEST_F(ErrorFileTest, WithoutAnyFileAHeaderAloneIsTheAnswer) {
   record_.SSIEnable(true);
   EXPECT_EQ(Kit::WholeText(record_.ErrorPage("500", true)),
             Header("HTTP/1.0 404 Not Found", "Content-Type: text/html\r\n"));
-  EXPECT_EQ(witness_->runs, 0);
 }
 
-TEST_F(ErrorFileTest, ItsPageIsProcessedByASecondRecordWithoutCGIAndWithoutRequestValues) {
-  tree_.Write("html/errors/http404.html", "404 file");
+TEST_F(ErrorFileTest, ItsPageKnowsTheServerButNotTheRequest) {
+  tree_.Write("html/errors/http404.html", "<%=SERVER_NAME%>|<%=DOCUMENT_URI%>|<%=REMOTE_ADDR%>|<%=PATH_INFO%>");
   record_.SSIEnable(true);
-  record_.CGIEnable(true);
-  record_.CGIWarningEnable(true);
   record_.VirtualPath("/srv/www");
   record_.ServerName("www.example.test");
   RequestInfo info;
   info.DocumentURI = "/missing.htm";
   info.RemoteAddr = "192.0.2.7";
   record_.SetRequestInfo(info);
-  EXPECT_EQ(Kit::WholeText(record_.ErrorPage("404", true)),
-            Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 9\r\n") + "404 file!");
-  EXPECT_EQ(witness_->runs, 1);
-  EXPECT_EQ(witness_->virtualPath, tree_.Text() + "\\html");
-  EXPECT_FALSE(witness_->cgi);
-  EXPECT_FALSE(witness_->cgiWarning);
-  EXPECT_EQ(witness_->variables, "");
-  EXPECT_EQ(witness_->serverName, "www.example.test");
+  EXPECT_EQ(PageOf("404"), "www.example.test|||" + tree_.Text() + "\\html");
   EXPECT_EQ(record_.VirtualPath(), "/srv/www") << "the record itself is as it was";
-  EXPECT_TRUE(record_.CGIEnable());
   EXPECT_EQ(record_.Request().DocumentURI, "/missing.htm");
 }
 
-TEST_F(ErrorFileTest, ItsPageIsLeftAloneWhenTheSwitchesAreOff) {
-  tree_.Write("html/errors/http404.html", "404 file");
-  EXPECT_EQ(Kit::BodyText(record_.ErrorPage("404", true)), "404 file");
-  EXPECT_EQ(witness_->runs, 0);
+TEST_F(ErrorFileTest, ItsPageObeysTheSwitchesButForPrograms) {
+  const char* page = "<%=SERVER_PROTOCOL%><!--#execcgi=a.exe--><%=FunctionF()%>";
+  tree_.Write("html/errors/http404.html", page);
+  record_.CGIEnable(true);
+  record_.CGIWarningEnable(true);
+  EXPECT_EQ(PageOf("404"), page) << "all other switches off";
+  record_.SSIEnable(true);
+  EXPECT_EQ(PageOf("404"), "HTTP/1.0<!--#execcgi=a.exe--><%=FunctionF()%>");
   record_.HTMLFunctionsEnable(true);
-  EXPECT_EQ(Kit::BodyText(record_.ErrorPage("404", true)), "404 file!");
+  EXPECT_EQ(PageOf("404"), "HTTP/1.0<!--#execcgi=a.exe-->") << "no control answers";
+  EXPECT_TRUE(record_.CGIEnable());
+}
+
+TEST_F(ErrorFileTest, ItsPageIncludesWhatLiesInItsOwnFolders) {
+  tree_.Write("html/errors/http404.html",
+              "<!--#includefile=part.htm-->|<!--#include=top.htm-->|<!--#include=page.htm-->|"
+              "<!--#includefile=../../secret.htm-->|<!--#include=/errors/part.htm-->");
+  tree_.Write("html/errors/part.htm", "part");
+  tree_.Write("html/top.htm", "top");
+  tree_.Write("secret.htm", "secret");
+  const Kit::TemporaryTree root;
+  root.Write("page.htm", "a page of the site");
+  record_.VirtualPath(root.Text());
+  record_.Root(std::make_shared<RootFolder>(root.Text()));
+  record_.SSIEnable(true);
+  EXPECT_EQ(PageOf("404"), "part|top|<!--#include=page.htm-->|<!--#includefile=../../secret.htm-->|part");
+}
+
+TEST_F(ErrorFileTest, AFailureInsideItAsksForNoOtherErrorPage) {
+  tree_.Write("html/errors/http404.html", "404 <!--#include=missing.htm-->");
+  tree_.Write("html/errors/http500.html", "500 <!--#include=errors/http500.html--><!--#include=errors/http404.html-->");
+  record_.SSIEnable(true);
+  EXPECT_EQ(PageOf("500"), "500 <!--#include=errors/http500.html-->404 <!--#include=missing.htm-->");
 }
 
 }  // namespace
