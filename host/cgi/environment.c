@@ -1,27 +1,35 @@
 /* environment.exe: a program of the demonstration site, in C. Shows who asked, how, and for what, as its environment
-   tells it; values are cut to kLongest bytes, so that the page stays within the 1024 bytes that are read. */
+   tells it. Of each value at most kLongest bytes are printed, so that the page stays within the 1024 that are read. */
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
-enum { kLongest = 60 };
+enum { kLongest = 100 };
 
-/* Prints `text` so that HTML shows it as it is. */
-static void print_escaped(const char* text) {
-  for (int i = 0; i < kLongest && text[i] != '\0'; ++i) {
-    switch (text[i]) {
-      case '&':
-        fputs("&amp;", stdout);
-        break;
-      case '<':
-        fputs("&lt;", stdout);
-        break;
-      case '>':
-        fputs("&gt;", stdout);
-        break;
-      default:
-        putchar(text[i]);
-    }
+/* `c` as HTML shows it. */
+static const char* escaped(char c) {
+  static char plain[2];
+  switch (c) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    default:
+      plain[0] = c;
+      return plain;
+  }
+}
+
+static void print_value(const char* value) {
+  size_t printed = 0;
+  for (; *value != '\0'; ++value) {
+    const char* text = escaped(*value);
+    printed += strlen(text);
+    if (printed > kLongest) return;
+    fputs(text, stdout);
   }
 }
 
@@ -35,7 +43,7 @@ int main(void) {
   for (size_t i = 0; i < sizeof names / sizeof names[0]; ++i) {
     const char* value = getenv(names[i]);
     printf("<tr><th>%s<td>", names[i]);
-    print_escaped(value == NULL ? "" : value);
+    print_value(value == NULL ? "" : value);
   }
   fputs("</table><p><a href=/live/programs.html>Back</a></main>\n", stdout);
   return 0;

@@ -1,6 +1,6 @@
-# words.bat: a batch file of the demonstration site. Counts the words it is called with; a page runs it with
-# words.bat?a=1&b=2, and it sees the words a=1 and b=2.
-echo "$# words:"
+# words.bat: counts the words it is called with, for a page of the demonstration site. For words.bat?a=1&b=2 they are a=1
+# and b=2. The server turns CR LF into a line break.
+printf '%s words:' "$#"
 for word in "$@"; do
-  echo "$word"
+  printf '\r\n%s' "$word"
 done
