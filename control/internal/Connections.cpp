@@ -65,7 +65,7 @@ void Connections::Close(std::int32_t Index) {
   state_.reporter.Trap(ErrorPrefix::kClose, [&] {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
-    if (slot == nullptr || slot->TrapOutstanding) return;
+    if (slot == nullptr || slot->TrapOutstanding || slot->BeingAnswered) return;
     const Reception::Outcome outcome = slot->Request.EndOfInput();
     if (outcome == Reception::Outcome::kIgnored) Release(slot->Fields().RequestBody);  // of no use to anybody now
     Follow(Index, *slot, outcome);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "control/internal/AnswerPrograms.h"
 #include "control/internal/RecordSetup.h"
 #include "control/internal/RequestTarget.h"
 #include "platform/AsciiCase.h"
@@ -14,10 +15,10 @@ namespace TesselServer {
 
 namespace {
 
-// The path below the root as FileRequest tells it: what was found, or what was asked for where nothing was; "" for a
-// path with "..", since a host that joins it to a folder of its own must not be led out of it.
+// The path below the root as FileRequest tells it: what was found there, or what was asked for where nothing was; ""
+// for a path with "..", since a host that joins it to a folder of its own must not be led out of it.
 std::string PathForHost(const Slot& slot, const std::string& requestPath) {
-  if (slot.Target.kind != EntryKind::kNone) return slot.Target.name;
+  if (slot.Target.kind != EntryKind::kNone && !slot.TargetIsInCGIDirectory) return slot.Target.name;
   std::string path = ReplaceAll(ReplaceAll(requestPath, "\\", "/"), "%20", " ");
   if (("/" + path + "/").find("/../") != std::string::npos) return {};
   return path.starts_with('/') ? path.substr(1) : path;
@@ -107,23 +108,29 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
   if (slot == nullptr) return;
   state_.statistics.RequestCount += 1;
   Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr, false};
-  const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
-    call.record = RecordOf(state_, *slot, Index);
-    slot->BeingAnswered = true;
-    Deliver(call, Decide(call, StatusCode, ForceStatus));
-  });
-  if (!answered && !call.handedOver) {
-    state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
-      const bool logged = !ForceStatus && slot->NotTrapped;
-      if (call.record) Deliver(call, {ErrorAnswer(*call.record, "500"), "500", logged});
-    });
-  }
+  slot->BeingAnswered = true;
+  MakeAnswer(call, StatusCode, ForceStatus);
   slot->BeingAnswered = false;
   if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
   slot->Target = {};
   Release(slot->Fields().RequestBody);  // not kept for as long as the answer takes to go out
   if (call.record) call.record->EndRequest();
   if (!call.handedOver) sending_.CloseConnection(Index);
+}
+
+// Makes the answer and hands it over; where that fails, the error answer for 500.
+void Dispatch::MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus) {
+  AnswerPrograms programs(state_.programs, call.slot.BeingAnswered);
+  const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
+    call.record = RecordOf(state_, call.slot, call.index);
+    call.record->Runner(&programs);
+    Deliver(call, Decide(call, statusCode, forceStatus));
+  });
+  if (call.record) call.record->Runner(nullptr);
+  if (answered || call.handedOver || !call.record) return;
+  state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
+    Deliver(call, {ErrorAnswer(*call.record, "500"), "500", !forceStatus && call.slot.NotTrapped});
+  });
 }
 
 Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, bool forceStatus) {

@@ -39,6 +39,7 @@ class Dispatch {
   bool IsTrapped(const Slot& slot, std::string_view fileName) const;
   void OfferToHost(std::int32_t Index, Slot& slot, std::string fileName);
 
+  void MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus);
   Decision Decide(Call& call, std::string_view statusCode, bool forceStatus);
   Answer ErrorAnswer(cls_HTTP& record, std::string_view statusCode) const;
   Decision Refusal(cls_HTTP& record, std::string_view statusCode) const;

@@ -37,7 +37,6 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   record.ApplicationFolder(state.applicationFolder);
   record.Root(state.Root());
   record.Secrets(state.Secrets());
-  record.Runner(&state.programs);
   return slot.Record;
 }
 

@@ -20,7 +20,7 @@ struct Slot {
   std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
   std::string FunctionResult;     // what the host returned for the latest function tag
   bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
-  bool BeingAnswered = false;     // inside SendWebPage: function tags of its page may be raised
+  bool BeingAnswered = false;     // inside SendWebPage: its page may raise function tags and run programs
   FoundEntry Target;              // what the path of the request leads to
   bool TargetIsKnown = false;     // Target was looked for, though nothing may have been there
   bool TargetIsInCGIDirectory = false;
@@ -40,14 +40,14 @@ struct Slot {
   RequestFields& Fields() { return Request.Fields(); }
 
   // For the next client: all memory of the last one goes. Kept as they are: NotTrapped, SecondaryAccepted, LastActivity
-  // and the record.
+  // and the record; a record that is at work on an answer stays with that work.
   void Reset(std::int64_t maxBodyBytes) {
     Slot fresh;
     fresh.Request = Reception(maxBodyBytes);
     fresh.LastActivity = LastActivity;
     fresh.NotTrapped = NotTrapped;
     fresh.SecondaryAccepted = SecondaryAccepted;
-    fresh.Record = std::move(Record);
+    if (!BeingAnswered) fresh.Record = std::move(Record);
     std::swap(*this, fresh);
   }
 };

@@ -291,7 +291,10 @@ TEST_F(HostAnswersTest, RequestBodyIsEmptyUntilItIsComplete) {
 
 class RaiseCallFunctionTest : public testing::Test {
  protected:
-  RaiseCallFunctionTest() { control.Start(); }
+  RaiseCallFunctionTest() {
+    control.Start();
+    control.SlotAt(2).BeingAnswered = true;
+  }
 
   std::string Raise(std::int32_t index, const std::string& name, const std::string& params = "") {
     return control.core.hostAnswers.RaiseCallFunction(index, name, params);
@@ -339,6 +342,36 @@ TEST_F(RaiseCallFunctionTest, NothingIsRaisedWithoutANameOrAConnection) {
   EXPECT_EQ(Raise(3, "F"), "");
   EXPECT_EQ(calls, 0);
   EXPECT_EQ(control.core.hostAnswers.QueryString(2, "", 1), "") << "nor is anything added";
+}
+
+TEST_F(RaiseCallFunctionTest, OnlyAConnectionThatIsBeingAnsweredHasFunctionsToRaise) {
+  int calls = 0;
+  control.owner.CallFunction = [&](std::int32_t&, std::string&) { ++calls; };
+  control.SlotAt(2).BeingAnswered = false;
+  EXPECT_EQ(Raise(2, "F", "x=1"), "");
+  EXPECT_EQ(Raise(1, "F", "x=1"), "");
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(control.core.hostAnswers.QueryString(2, "", 1), "");
+}
+
+TEST_F(RaiseCallFunctionTest, TellsWhetherTheLatestOneWasAnswered) {
+  HostAnswers& answers = control.core.hostAnswers;
+  EXPECT_FALSE(answers.FunctionWasAnswered(2)) << "none yet";
+  control.owner.CallFunction = [&](std::int32_t& index, std::string& name) {
+    if (name != "Silent") answers.ReturnData(index, "");
+    if (name == "Throwing") throw std::runtime_error("mine");
+  };
+  Raise(2, "F");
+  EXPECT_TRUE(answers.FunctionWasAnswered(2)) << "an empty answer is one";
+  Raise(2, "Silent");
+  EXPECT_FALSE(answers.FunctionWasAnswered(2));
+  Raise(2, "F");
+  Raise(2, "Throwing");
+  EXPECT_FALSE(answers.FunctionWasAnswered(2));
+  Raise(2, "F");
+  Raise(2, "");
+  EXPECT_FALSE(answers.FunctionWasAnswered(2)) << "a tag without a name has no answer";
+  for (const std::int32_t index : {-1, 0, 1, 3}) EXPECT_FALSE(answers.FunctionWasAnswered(index)) << index;
 }
 
 TEST_F(RaiseCallFunctionTest, AHandlerThatThrowsIsReportedAndAnswersNothing) {

@@ -13,7 +13,6 @@
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"
-#include "tests/kit/TestCore.h"
 
 namespace TesselServer {
 namespace {
@@ -27,12 +26,14 @@ class Scene {
     tree.Write("index.html", "page");
     tree.Write("large.bin", std::string(2'000'000, 'x'));
     tree.Write("page.trp", "trapped");
+    tree.Write("functions.html", "<%=FunctionOne()%><%=FunctionTwo()%>");
     tessel->ServerIP("127.0.0.1");
     tessel->ServerPort("0");
     tessel->VirtualPath(tree.Text());
     tessel->MaxConnections(4);
     tessel->TrapFileEnable(true);
     tessel->TrapFileTypes("trp");
+    tessel->HTMLFunctionsEnable(true);
     tessel->HTTPLog = [this](std::string& line) { Event("HTTPLog " + line); };
     tessel->StatusLine = [this](std::string& text) { Event("StatusLine " + text); };
     tessel->LogEvent = [this](std::string& text) { Event("LogEvent " + text); };
@@ -42,6 +43,11 @@ class Scene {
       const std::int32_t connection = index;
       Event("FileRequest " + file);
       if (tessel) tessel->TrapFileData(connection, "host", false);
+    };
+    tessel->CallFunction = [this](std::int32_t& index, std::string& name) {
+      const std::int32_t connection = index;
+      Event("CallFunction " + name);
+      if (tessel) tessel->ReturnData(connection, "host");
     };
   }
 
@@ -61,7 +67,7 @@ class Scene {
     Do([](Tessel& t) { t.StartServer(); });
     for (const char* request :
          {"GET / HTTP/1.0\r\n\r\n", "GET /none HTTP/1.0\r\n\r\n", "GET /page.trp HTTP/1.0\r\n\r\n",
-          "GET /large.bin HTTP/1.0\r\n\r\n", "HEAD / HTTP/1.0\r\n\r\n"}) {
+          "GET /functions.html HTTP/1.0\r\n\r\n", "GET /large.bin HTTP/1.0\r\n\r\n", "HEAD / HTTP/1.0\r\n\r\n"}) {
       Ask(request);
     }
     Do([](Tessel& t) { t.StopServer(); });
@@ -126,8 +132,9 @@ void ExpectEveryEvent(const std::vector<std::string>& names) {
        {"PropertyChanged ServerName", "AboutBox Tessel", "PropertyChanged CGIDirectory",
         "StatusLine Starting Server ...", "HTTPLog #[", "HTTPLog #Connection Timeout [min]: 10",
         "HTTPLog #Index Page Name: index.html", "StatusLine Server Started. 127.0.0.1:0 - testhost",
-        "HTTPLog 127.0.0.1 - - [", "FileRequest page.trp", "StatusLine Stopping Server ...",
-        "StatusLine Server Stopped.", "LogEvent Error - TCP::Listen. [10049] Can't assign requested address."}) {
+        "HTTPLog 127.0.0.1 - - [", "FileRequest page.trp", "CallFunction One", "CallFunction Two",
+        "StatusLine Stopping Server ...", "StatusLine Server Stopped.",
+        "LogEvent Error - TCP::Listen. [10049] Can't assign requested address."}) {
     EXPECT_TRUE(Holds(names, beginning)) << beginning;
   }
 }
@@ -174,30 +181,10 @@ TEST(StopInsideEventsTest, HandlersAreTakenAwayInsideEachEvent) {
         scene.tessel->PropertyChanged = nullptr;
         scene.tessel->AboutBox = nullptr;
         scene.tessel->FileRequest = nullptr;
+        scene.tessel->CallFunction = nullptr;
       },
       [](Scene& scene) { EXPECT_EQ(scene.count, scene.at) << "nothing is heard afterwards"; });
   ExpectEveryEvent(names);
-}
-
-// What a page asks the host is raised deep inside the making of an answer.
-TEST(StopInsideEventsTest, StopAndRestartInsideAFunctionCall) {
-  for (const bool restart : {false, true}) {
-    Kit::TestCore core;
-    core.Start();
-    RawClient client(core.Port());
-    client.Send(core.loop, "POST / HTTP/1.0\r\nContent-Length: 100\r\n\r\n");
-    Kit::Settle(core.loop);
-    core.owner.CallFunction = [&](std::int32_t& index, std::string& name) {
-      EXPECT_EQ(index, 2);
-      EXPECT_EQ(name, "Stop");
-      core.core.lifecycle.StopServer();
-      if (restart) core.core.lifecycle.StartServer();
-    };
-    EXPECT_EQ(core.core.hostAnswers.RaiseCallFunction(2, "Stop", "a=1"), "");
-    EXPECT_EQ(core.core.state.running, restart);
-    client.ReceiveAll(core.loop);
-    EXPECT_TRUE(client.Ended());
-  }
 }
 
 TEST(StopInsideEventsTest, StartIsGivenUpWhenAnEventOfItStops) {
