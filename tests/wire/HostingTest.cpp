@@ -15,11 +15,12 @@ namespace {
 using Kit::ClientProcess;
 using Kit::Clients;
 using Kit::Noise;
+using Kit::PageNoise;
 
 class HostingTest : public Kit::WireTest {
  protected:
   HostingTest() {
-    page = control.Write("index.html", Noise(200'000));
+    page = control.Write("index.html", PageNoise(200'000));
     control.Start();
     clients.push_back(Curl("/index.html"));
   }

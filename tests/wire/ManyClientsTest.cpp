@@ -42,7 +42,7 @@ void ExpectFlawless(const ClientProcess& bench, int requests) {
 
 class ManyClientsTest : public Kit::WireTest {
  protected:
-  ManyClientsTest() { page = control.Write("index.html", "<html><body>" + Noise(2000) + "</body></html>"); }
+  ManyClientsTest() { page = control.Write("index.html", "<html><body>" + Kit::PageNoise(2000) + "</body></html>"); }
 
   void BenchWith(std::int32_t slots) {
     control.Start(slots);

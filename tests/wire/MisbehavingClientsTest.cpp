@@ -21,7 +21,7 @@ constexpr std::string_view kGetBig = "GET /big.bin HTTP/1.0\r\n\r\n";
 class MisbehavingClientsTest : public Kit::WireTest {
  protected:
   MisbehavingClientsTest() {
-    page = control.Write("index.html", "<html><body>" + Noise(3000) + "</body></html>");
+    page = control.Write("index.html", "<html><body>" + Kit::PageNoise(3000) + "</body></html>");
     big = control.Write("big.bin", Noise(8'000'000));
     control.EchoTrapped();
     control.tessel.VerboseErrorsEnable(false);

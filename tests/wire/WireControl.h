@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -26,6 +27,13 @@ inline std::string Noise(std::size_t size, std::uint32_t seed = 1) {
     x = x * 1664525u + 1013904223u;
     bytes += static_cast<char>(x >> 24);
   }
+  return bytes;
+}
+
+// The same for a page: without a tag, it is sent as it is.
+inline std::string PageNoise(std::size_t size) {
+  std::string bytes = Noise(size);
+  std::replace(bytes.begin(), bytes.end(), '<', '_');
   return bytes;
 }
 
