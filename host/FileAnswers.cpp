@@ -14,7 +14,7 @@ void FileAnswers::Answer(std::int32_t index, std::string_view path) const {
   };
   if (EqualNames(path, "status.json")) return send(StatusJson(StatusOf(tessel_)), "application/json");
   if (EqualNames(path, "requests.svg")) return send(RateDrawing(rate_.PerSecond()), "image/svg+xml");
-  if (EqualNames(path, "form.echo")) return send(tessel_.RequestBody(index), "text/plain");
+  if (EqualNames(path, "form.echo")) return send(tessel_.RequestBody(index), "text/plain; charset=utf-8");
   tessel_.TrapFileData(index, "", true);
 }
 

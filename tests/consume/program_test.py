@@ -67,7 +67,7 @@ class Talk(ProgramTest):
     def test_help_names_every_option(self):
         status, out, err = run("--help")
         self.assertEqual((status, err), (0, ""))
-        for name in PROPERTIES + ["--[no-]" + each for each in SWITCHES]:
+        for name in PROPERTIES + ["--[no-]" + each for each in SWITCHES] + ["--application-folder"]:
             self.assertRegex(out, r"(?m)^  %s " % re.escape(name))
         for name in ("--config FILE", "--save-config FILE", "--help", "--version", "--about", "[DIRECTORY]"):
             self.assertIn(name, out)
@@ -124,6 +124,9 @@ class Refusals(ProgramTest):
             ([self.folder / "none"], [self.folder / "none", "no such folder"]),
             ([file], [file, "is not a folder"]),
             ([""], ["DIRECTORY"]),
+            (["--application-folder", self.folder / "none", self.site], [self.folder / "none", "no such folder"]),
+            (["--application-folder", file, self.site], [file, "is not a folder"]),
+            (["--application-folder=", self.site], ["--application-folder"]),
             (["--config", self.folder / "none.conf"], ["none.conf"]),
             (["--config", self.site], [self.site]),
             (["--content-type-source-file", self.folder / "none", self.site], [self.folder / "none", "content types"]),
@@ -190,6 +193,9 @@ class Settings(ProgramTest):
         joined = [name + "=" + value for name, value, *_ in values]
         self.assertEqual(self.saved(*apart, *switches, self.site), expected)
         self.assertEqual(self.saved(*joined, *switches, self.site), expected)
+
+    def test_the_application_folder_is_no_property(self):
+        self.assertEqual(self.saved("--application-folder", self.folder, self.site), self.saved(self.site))
 
     def test_switches_and_repetitions(self):
         for arguments, key, value in [

@@ -18,6 +18,7 @@ TEST(EchoTest, TheValueIsThatOfTheLastTag) {
       {"text=", "", "nothing behind it"},
       {"", "", "nothing at all"},
       {"a=1", "", "another name"},
+      {"text=xother=1", "xother=1", "a tag without a text behind one that has it"},
       {"text=a%20b", "a b", "a blank as an author writes it"},
       {"text=%41%7a%7A", "Azz", "digits in both cases"},
       {"text=100%", "100%", "a lone %"},

@@ -40,8 +40,9 @@ TEST_F(FileAnswersTest, EachNameHasItsTypeAndIsNotKept) {
   struct {
     const char *path, *type;
   } const cases[] = {
-      {"/status.json", "application/json"}, {"/requests.svg", "image/svg+xml"}, {"/form.echo", "text/plain"},
-      {"/Status.JSON", "application/json"}, {"/REQUESTS.svg", "image/svg+xml"}, {"/form.ECHO?a=1", "text/plain"},
+      {"/status.json", "application/json"},        {"/requests.svg", "image/svg+xml"},
+      {"/form.echo", "text/plain; charset=utf-8"}, {"/Status.JSON", "application/json"},
+      {"/REQUESTS.svg", "image/svg+xml"},          {"/form.ECHO?a=1", "text/plain; charset=utf-8"},
   };
   for (const auto& c : cases) {
     const auto answer = control.Get(c.path);
