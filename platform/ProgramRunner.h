@@ -14,12 +14,12 @@
 namespace TesselServer {
 
 struct ProgramStart {
-  std::string file;                    // its path; nothing is searched for
-  std::vector<std::string> arguments;  // behind its name, one word each: no shell takes them apart
+  std::string file;                         // its path; nothing is searched for
+  std::vector<std::string> arguments = {};  // behind its name, one word each: no shell takes them apart
 
   // Name and value, in addition to the environment of this process; a name that is there already gets the new value.
   // Values are cut at their first NUL.
-  std::vector<std::pair<std::string, std::string>> environment;
+  std::vector<std::pair<std::string, std::string>> environment = {};
 
   std::int64_t waitMilliseconds = 0;  // how long its end is waited for; 0: not at all
   std::size_t outputLimit = 0;        // how many bytes of its standard output count; what follows is read and dropped

@@ -1,21 +1,32 @@
 set(SOURCES
     CRegSettings.cpp
+    ChildPrograms.cpp
+    Echo.cpp
     EventLoop.cpp
     FileSystem.cpp
     HostProcess.cpp
+    NetworkNames.cpp
+    NetworkSubsystem.cpp
+    NotifyingSocket.cpp
     PropertyBag.cpp
     RegistryStore.cpp
     SocketArray.cpp
     SocketErrors.cpp
     SystemWorld.cpp
     Timer.cpp
+    internal/ChildEnvironment.cpp
+    internal/ChildWait.cpp
+    internal/EchoPacket.cpp
     internal/FindBeneath.cpp
+    internal/LeftOverChildren.cpp
     internal/Lingering.cpp
     internal/LoopCore.cpp
     internal/OpenPaths.cpp
     internal/NoPipeSignal.cpp
     internal/Outgoing.cpp
     internal/PathWalk.cpp
+    internal/SocketOptions.cpp
+    internal/StartChild.cpp
     internal/SystemErrors.cpp)
 set(PUBLIC_HEADERS
     Error.h
