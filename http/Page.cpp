@@ -13,9 +13,10 @@ Page::Page(std::string authorText) {
 bool Page::AppendInserted(SharedText text) {
   if (!HasRoomFor(text->size())) return false;
   if (text->empty()) return true;
-  pieces_.push_back({Source::kInserted, *text});
-  insertedBytes_ += text->size();
+  const std::string_view whole = *text;
   if (texts_.empty() || texts_.back() != text) texts_.push_back(std::move(text));
+  pieces_.push_back({Source::kInserted, whole});
+  insertedBytes_ += whole.size();
   return true;
 }
 

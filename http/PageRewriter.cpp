@@ -13,10 +13,11 @@ constexpr std::size_t kMaxPiecesOfOneTag = 3;  // the text in front of it, what 
 
 }  // namespace
 
-PageRewriter::PageRewriter(Page& page) : page_(page), old_(std::exchange(page, Page())) {
+PageRewriter::PageRewriter(Page& page) : page_(page) {
+  new_.pieces_.reserve(page.pieces_.size() + kMaxPiecesOfOneTag);  // may throw, so the page is taken over behind it
+  old_ = std::exchange(page, Page());
   new_.texts_ = std::move(old_.texts_);
   new_.insertedBytes_ = old_.insertedBytes_;  // what stands further on counts as well
-  ReserveForRest();
 }
 
 PageRewriter::~PageRewriter() {

@@ -3,8 +3,7 @@
 // Thread:    any.
 // Ownership: borrows the page until it is destroyed; the page is empty until then.
 // Errors:    none but those of memory running out. An exception that ends the pass early loses nothing: what was
-// replaced
-//            stays replaced, and the rest of the page stands behind it.
+//            replaced stays replaced, and the rest of the page stands behind it.
 #pragma once
 
 #include <cstddef>

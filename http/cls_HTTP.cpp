@@ -215,7 +215,10 @@ std::optional<std::string> cls_HTTP::IncludedText(FoundEntry found) {
   const std::string path = settings_.virtualPath + "\\" + found.name;
   Answer answer = record.ProcessFile(std::move(found), path, "200", false, "", request_, "");
   room.bytes = roomBefore;
-  if (auto* text = std::get_if<std::string>(&answer.body)) return std::move(*text);
+  if (auto* text = std::get_if<std::string>(&answer.body)) {
+    if (static_cast<std::int64_t>(text->size()) > room.bytes) return std::nullopt;
+    return std::move(*text);
+  }
   std::string bytes;
   const auto* body = std::get_if<FileBody>(&answer.body);
   if (body == nullptr || !body->file.ReadAll(bytes, room.bytes)) return std::nullopt;

@@ -33,8 +33,8 @@ namespace TesselServer {
 //   record.ServerSoftware("Orvane Tessel/1.1");
 //   record.ContentTypeSource(e_ContentTypeSource::Internal);
 //   record.VirtualPath("/srv/www");
-//   Answer answer = record.ProcessFile(RootFolder("/srv/www").Find("a.htm"), "/srv/www/a.htm", "200", true, "",
-//   request, "");
+//   Answer answer =
+//       record.ProcessFile(RootFolder("/srv/www").Find("a.htm"), "/srv/www/a.htm", "200", true, "", request, "");
 class cls_HTTP {
  public:
   // A "text/html" page longer than this goes out as it is on disk: processing needs it in memory, and more than once.

@@ -20,6 +20,7 @@ class FakeWorld : public World {
   std::string localAddress = "192.0.2.1";
   std::string applicationFolder = "/nonexistent/application";
   std::map<std::uint32_t, std::string> hostNames;
+  mutable int hostNameLookUps = 0;
   std::map<std::string, std::uint32_t, std::less<>> addresses;
   RegistryStore registry;
   std::int64_t descriptorLimit = 1'000'000;
@@ -40,6 +41,7 @@ class FakeWorld : public World {
   std::string LocalAddress() const override { return localAddress; }
   std::string ApplicationFolder() const override { return applicationFolder; }
   std::optional<std::string> HostNameOf(std::uint32_t address) const override {
+    ++hostNameLookUps;
     const auto found = hostNames.find(address);
     if (found == hostNames.end()) return std::nullopt;
     return found->second;
