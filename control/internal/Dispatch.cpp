@@ -84,7 +84,8 @@ void Dispatch::FindTarget(Slot& slot) {
 bool Dispatch::IsTrapped(const Slot& slot, std::string_view fileName) const {
   if (!state_.settings.TrapFileEnable || !state_.reporter.FileRequestIsHeard()) return false;
   if (Trim(state_.settings.TrapFileTypes).empty()) return true;
-  const std::string_view extension = TrapExtension(slot.Target, fileName);
+  const bool found = slot.Target.kind != EntryKind::kNone;
+  const std::string_view extension = TrapExtension(slot.Target, found ? slot.Target.name : fileName);
   // kept: an extension that is part of a listed one is trapped too
   return !extension.empty() && FindNoCase(state_.settings.TrapFileTypes, extension) != std::string_view::npos;
 }

@@ -41,8 +41,8 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
 }
 
 std::string MappedFileOf(const ControlState& state, Slot& slot) {
-  if (slot.TargetIsInCGIDirectory) return MapPath(state.settings.CGIDirectory, slot.Target.name);
   const bool found = slot.Target.kind != EntryKind::kNone;
+  if (found && slot.TargetIsInCGIDirectory) return MapPath(state.settings.CGIDirectory, slot.Target.name);
   return MapPath(state.settings.VirtualPath, found ? slot.Target.name : slot.Fields().RequestPath);
 }
 

@@ -302,6 +302,36 @@ TEST_F(DispatchTest, AChangedSettingHoldsForTheNextRequest) {
   EXPECT_EQ(BodyOf(Get("/a.txt")).find("two"), std::string::npos);
 }
 
+TEST_F(DispatchTest, APasswordFileNamedWhileServingIsHiddenFromTheNextRequestOn) {
+  const std::string path = tree.Write("secrets.txt", "user:password");
+  tree.Write("page.html", "[<!--#include=secrets.txt-->]");
+  tessel.SSIEnable(true);
+  tessel.AuthenticationSource(e_AuthSource::DomainACL);  // nobody is asked for a password
+  Start();
+  EXPECT_EQ(BodyOf(Get("/secrets.txt")), "user:password");
+  EXPECT_EQ(BodyOf(Get("/page.html")), "[user:password]");
+  tessel.AuthenticationSourceFile(path);
+  EXPECT_EQ(Get("/secrets.txt"), kNotFound);
+  EXPECT_EQ(BodyOf(Get("/page.html")), "[<!--#include=secrets.txt-->]");
+  tessel.AuthenticationSourceFile(tree.Write("other.txt", ""));
+  EXPECT_EQ(BodyOf(Get("/secrets.txt")), "user:password") << "no longer";
+  EXPECT_EQ(BodyOf(Get("/page.html")), "[user:password]");
+}
+
+TEST_F(DispatchTest, ARootThatIsReplacedIsSeenByTheNextRequest) {
+  tree.Write("site/page.html", "<!--#include=part.html-->");
+  tree.Write("site/part.html", "before");
+  tessel.SSIEnable(true);
+  tessel.VirtualPath(tree.Text() + "/site");
+  Start();
+  EXPECT_EQ(BodyOf(Get("/page.html")), "before");
+  std::filesystem::rename(tree.Path() / "site", tree.Path() / "old");
+  EXPECT_EQ(Get("/page.html"), kNotFound);
+  tree.Write("site/page.html", "(<!--#include=part.html-->)");
+  tree.Write("site/part.html", "after");
+  EXPECT_EQ(BodyOf(Get("/page.html")), "(after)");
+}
+
 TEST_F(DispatchTest, AFileChangedIsSeenByTheNextRequest) {
   Start();
   for (const char* text : {"first", "second, longer", "3"}) {
