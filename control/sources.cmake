@@ -1,6 +1,7 @@
 set(SOURCES
     Tessel.cpp
     internal/AccessLog.cpp
+    internal/Authentication.cpp
     internal/BlankLineFinder.cpp
     internal/Connections.cpp
     internal/Dispatch.cpp
