@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/internal/EntryStatus.h"
 #include "platform/internal/FindBeneath.h"
 #include "platform/internal/OpenPaths.h"
 #include "platform/internal/PathWalk.h"
@@ -16,14 +17,6 @@
 
 namespace TesselServer {
 namespace {
-
-EntryKind KindOf(const struct stat& status) {
-  if (S_ISREG(status.st_mode)) return EntryKind::kFile;
-  if (S_ISDIR(status.st_mode)) return EntryKind::kDirectory;
-  return EntryKind::kNone;
-}
-
-FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
 
 // A path without an end in the middle, or "" (which nothing is found at) for one that a NUL would cut short.
 std::string SystemPath(std::string_view path) {

@@ -1,8 +1,10 @@
 set(SOURCES
     CRegSettings.cpp
     ChildPrograms.cpp
+    DirectoryReader.cpp
     Echo.cpp
     EventLoop.cpp
+    FileFacts.cpp
     FileSystem.cpp
     HostProcess.cpp
     NetworkNames.cpp
@@ -16,6 +18,7 @@ set(SOURCES
     Timer.cpp
     internal/ChildEnvironment.cpp
     internal/ChildWait.cpp
+    internal/DosAttributes.cpp
     internal/EchoPacket.cpp
     internal/FindBeneath.cpp
     internal/LeftOverChildren.cpp

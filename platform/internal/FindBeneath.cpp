@@ -2,13 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/xattr.h>
 
-#include <array>
-#include <charconv>
 #include <utility>
 
-#include "platform/AsciiCase.h"
+#include "platform/FileFacts.h"
+#include "platform/internal/DosAttributes.h"
 #include "platform/internal/PathWalk.h"
 
 namespace TesselServer {
@@ -17,18 +15,8 @@ namespace {
 // Non-blocking, so that a FIFO without a writer cannot hold the thread until it is seen to be one.
 constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-constexpr unsigned kHiddenAttribute = 2;
-constexpr unsigned kSystemAttribute = 4;
-
-// The attribute is text, "0x" and hexadecimal digits, and may have other bytes behind it. A file without it, a file
-// system without extended attributes and a value of another form are all "not hidden".
 bool IsHidden(int descriptor) {
-  std::array<char, 1024> value;
-  const ssize_t length = fgetxattr(descriptor, "user.DOSATTRIB", value.data(), value.size());
-  if (length < 3 || value[0] != '0' || LowerAscii(value[1]) != 'x') return false;
-  unsigned attributes = 0;
-  std::from_chars(value.data() + 2, value.data() + length, attributes, 16);
-  return (attributes & (kHiddenAttribute | kSystemAttribute)) != 0;
+  return (DosAttributesOf(descriptor) & (FileAttribute::kHidden | FileAttribute::kSystem)) != 0;
 }
 
 bool MayBeSpelledOtherwise(int opened) { return opened == -ENOENT || opened == -ENOTDIR || opened == -EXDEV; }

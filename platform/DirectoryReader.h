@@ -1,0 +1,61 @@
+// One pass over an open folder, for one kind of entry.
+//
+// Nothing is opened by name: facts are asked for through the folder's descriptor, so the pass stays in that folder
+// whatever happens to its path.
+//
+// Thread:    the host's thread only.
+// Ownership: has a descriptor of its own as long as it lives; the open folder must outlive it.
+// Errors:    none; a folder that cannot be read, or has been removed, has no entries. An entry that vanishes during the
+//            pass is left out.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/FileFacts.h"
+#include "platform/FileSystem.h"
+
+namespace TesselServer {
+
+struct DirectoryEntry {
+  std::string_view name;  // raw bytes as on disk, 1 to 255; until the reader's next call
+  FileFacts facts;        // of the target when it is a link
+  bool isLink = false;    // its target may lie anywhere: the caller decides whether it may be told of
+};
+
+//   DirectoryReader files(folder, EntryKind::kFile);
+//   while (const auto entry = files.Next()) Show(entry->name, entry->facts.size);
+class DirectoryReader {
+ public:
+  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved.
+  DirectoryReader(const OpenFile& directory, EntryKind wanted);
+  DirectoryReader(const DirectoryReader&) = delete;
+  DirectoryReader& operator=(const DirectoryReader&) = delete;
+  ~DirectoryReader();
+
+  // False when the pass could not begin.
+  bool IsOpen() const { return stream_ != nullptr; }
+
+  // The next regular file or folder, in the system's own order, which no call sorts; nothing at the end. "." and ".."
+  // are folders like others. A link counts as what it leads to, one that leads to neither is left out. Attributes kept
+  // in the extended attribute are asked for files only and need /proc; where it is not mounted there are none.
+  std::optional<DirectoryEntry> Next();
+
+ private:
+  struct Stream;  // the system's own
+
+  std::optional<DirectoryEntry> Describe(const char* name, unsigned char type);
+  std::uint32_t KeptAttributes(const char* name, bool isLink);
+
+  int directory_;
+  EntryKind wanted_;
+  std::unique_ptr<Stream> stream_;
+  std::string procPath_;         // of the folder, "/" behind it, then a name while one is asked for
+  std::size_t procPathLength_;   // of the folder's part
+  bool keepsAttributes_ = true;  // false once the file system has said that it has none
+};
+
+}  // namespace TesselServer

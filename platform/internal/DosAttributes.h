@@ -1,0 +1,31 @@
+// The attributes that Linux has no permission bit for, kept in the extended attribute "user.DOSATTRIB", where file
+// sharing with other systems keeps them: "0x" and hexadecimal digits, with other bytes behind them or not.
+//
+// Thread:    any.
+// Ownership: values; descriptors stay the caller's.
+// Errors:    none: a file without the attribute, a file system without extended attributes and a value of another form
+//            are all no attribute, 0.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace TesselServer {
+
+// The number in a value of the extended attribute.
+std::uint32_t ParseDosAttributes(std::string_view value);
+
+// The number that the open file, or the file at `path` (a link's target), has.
+std::uint32_t DosAttributesOf(int descriptor);
+std::uint32_t DosAttributesOf(const std::string& path);
+
+// The same, and false in `supported` when the file system of `path` keeps no extended attributes: whoever asks for
+// many files of one folder need not go on.
+std::uint32_t DosAttributesOf(const std::string& path, bool& supported);
+
+// Writes the number to the file at `path`. Whatever stood there is replaced, the bytes behind it too, since they may
+// repeat the old number. False when the file system or the file's permissions refuse.
+bool WriteDosAttributes(const std::string& path, std::uint32_t attributes);
+
+}  // namespace TesselServer
