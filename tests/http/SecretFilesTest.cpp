@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "http/SecretFiles.h"
+#include "tests/kit/TemporaryTree.h"
+
+namespace TesselServer {
+namespace {
+
+class SecretFilesTest : public testing::Test {
+ protected:
+  SecretFilesTest() {
+    passwords_ = tree_.Write("docs/users.txt", "user:password");
+    tree_.Write("docs/htaccess.txt", "user:password");
+    tree_.Write("docs/page.htm", "page");
+  }
+
+  FoundEntry Find(std::string_view name) const { return RootFolder(tree_.Text()).Find(name); }
+
+  Kit::TemporaryTree tree_;
+  std::string passwords_;
+};
+
+TEST_F(SecretFilesTest, AFoldersPasswordFileIsSecretByEveryName) {
+  std::filesystem::create_symlink("htaccess.txt", tree_.Path() / "docs/link.txt");
+  std::filesystem::create_symlink("docs/link.txt", tree_.Path() / "linked.txt");
+  std::filesystem::create_symlink("docs/page.htm", tree_.Path() / "HTAccess.txt");
+  const SecretFiles secrets("HtAccess.txt", e_AuthSource::DirectoryFile, "");
+  for (const char* name : {"docs/htaccess.txt", "DOCS/HTACCESS.TXT", "docs/link.txt", "linked.txt", "HTAccess.txt"}) {
+    EXPECT_TRUE(secrets.Contains(Find(name))) << name;
+  }
+  for (const char* name : {"docs/page.htm", "docs/users.txt", "docs", ""}) {
+    EXPECT_FALSE(secrets.Contains(Find(name))) << name;
+  }
+}
+
+TEST_F(SecretFilesTest, TheControlsPasswordFileIsSecretByEveryName) {
+  std::filesystem::create_symlink("users.txt", tree_.Path() / "docs/link.txt");
+  std::filesystem::create_hard_link(passwords_, tree_.Path() / "same.txt");
+  for (const auto source : {e_AuthSource::GolbalFile, e_AuthSource::DirectoryFile, e_AuthSource::LocalACL}) {
+    for (const std::string& path : {passwords_, tree_.Text() + "\\DOCS\\USERS.TXT"}) {
+      const SecretFiles secrets("htaccess.txt", source, path);
+      for (const char* name : {"docs/users.txt", "docs/link.txt", "same.txt"}) {
+        EXPECT_TRUE(secrets.Contains(Find(name))) << name;
+      }
+      EXPECT_FALSE(secrets.Contains(Find("docs/page.htm")));
+    }
+  }
+}
+
+TEST_F(SecretFilesTest, AFileThatIsNotThereHidesNothing) {
+  const SecretFiles secrets("htaccess.txt", e_AuthSource::GolbalFile, tree_.Text() + "/missing.txt");
+  EXPECT_FALSE(secrets.Contains(Find("docs/page.htm")));
+  EXPECT_FALSE(secrets.Contains(Find("missing.txt")));
+  EXPECT_TRUE(secrets.Contains(Find("docs/htaccess.txt")));
+}
+
+TEST_F(SecretFilesTest, ANameIsEnoughWhereTheFileCannotBeRead) {
+  const SecretFiles secrets("htaccess.txt", e_AuthSource::GolbalFile, "");
+  FoundEntry entry;
+  entry.kind = EntryKind::kFile;
+  entry.name = "docs/htaccess.txt";
+  EXPECT_TRUE(secrets.Contains(entry));
+  entry.name = "docs/page.htm";
+  EXPECT_FALSE(secrets.Contains(entry));
+}
+
+TEST_F(SecretFilesTest, AreEqualWhenTheyHideTheSame) {
+  const SecretFiles secrets("a", e_AuthSource::GolbalFile, "b");
+  EXPECT_TRUE(secrets == SecretFiles("a", e_AuthSource::GolbalFile, "b"));
+  EXPECT_FALSE(secrets == SecretFiles("x", e_AuthSource::GolbalFile, "b"));
+  EXPECT_FALSE(secrets == SecretFiles("a", e_AuthSource::DirectoryFile, "b"));
+  EXPECT_FALSE(secrets == SecretFiles("a", e_AuthSource::GolbalFile, "x"));
+}
+
+}  // namespace
+}  // namespace TesselServer
