@@ -94,8 +94,8 @@ std::string cls_WinSock::HostNameFromAddress(std::string_view text) const {
 }
 
 std::int32_t cls_WinSock::AddressFromText(std::string_view text) const {
-  const std::int32_t dotted = AddressFromDottedText(text);
-  if (dotted != kNoAddress || !CanBeLookedUp(text)) return dotted;
+  if (const auto dotted = ParseDotted(text)) return static_cast<std::int32_t>(NetworkOrder(*dotted));
+  if (!CanBeLookedUp(text)) return kNoAddress;
   const auto found = world_.AddressOf(text);
   return found ? static_cast<std::int32_t>(*found) : kNoAddress;
 }

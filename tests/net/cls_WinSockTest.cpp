@@ -3,11 +3,15 @@
 
 #include <bit>
 #include <limits>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "net/cls_WinSock.h"
+#include "platform/EventLoop.h"
 #include "platform/SocketErrors.h"
 #include "tests/kit/FakeWorld.h"
+#include "tests/kit/RawClient.h"
 
 namespace TesselServer {
 namespace {
@@ -183,6 +187,83 @@ TEST_F(cls_WinSockTest, AnAddressIsWrittenDotted) {
   EXPECT_EQ(cls_WinSock::AddressText(sockets_.AddressFromText("10.66051")), "10.1.2.3");
 }
 
+TEST_F(cls_WinSockTest, DottedTextsAloneAskNobody) {
+  const AskedWorld world;
+  const cls_WinSock sockets(world);
+  EXPECT_EQ(cls_WinSock::AddressFromDottedText("127.1"), Address(127, 0, 0, 1));
+  for (const std::string_view text : {"localhost", "", "255.255.255.255", "1.2.3.256"}) {
+    EXPECT_EQ(sockets.AddressFromDottedText(text), -1) << text;
+  }
+  EXPECT_TRUE(world.names.empty());
+}
+
+TEST_F(cls_WinSockTest, AnAddressInTheMachinesOrderIsWrittenDotted) {
+  struct {
+    std::int64_t number;
+    std::string_view text;
+    const char* why;
+  } const cases[] = {
+      {2130706433, "127.0.0.1", "positive"},
+      {0, "0.0.0.0", "nothing"},
+      {1, "0.0.0.1", "the last number is the lowest byte"},
+      {3221225991, "192.0.2.7", "without a sign"},
+      {-1073741305, "192.0.2.7", "the same with a sign"},
+      {-1, "255.255.255.255", "all bits, with a sign"},
+      {4294967295, "255.255.255.255", "and without"},
+      {-2147483648, "128.0.0.0", "the least"},
+      {4294967296, "0.0.0.0", "too large"},
+      {-2147483649, "0.0.0.0", "too small"},
+      {std::numeric_limits<std::int64_t>::max(), "0.0.0.0", "much too large"},
+      {std::numeric_limits<std::int64_t>::min(), "0.0.0.0", "much too small"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(cls_WinSock::HostOrderAddressText(c.number), c.text) << c.why;
+}
+
+TEST_F(cls_WinSockTest, ThisMachineHasANameOrIsUnknown) {
+  world_.localHostName = "testhost";
+  EXPECT_EQ(sockets_.LocalHostName(), "testhost");
+  world_.localHostName = "";
+  EXPECT_EQ(sockets_.LocalHostName(), "Unknown");
+}
+
+TEST_F(cls_WinSockTest, ProtocolsAndServicesHaveNumbers) {
+  struct {
+    std::string_view name;
+    std::int32_t protocol, service;
+    const char* why;
+  } const cases[] = {
+      {"tcp", 6, -1, "a protocol"},
+      {"http", -1, 80, "a service"},
+      {"0", 0, 0, "digits stand for themselves"},
+      {"255", 255, 255, "the largest protocol"},
+      {"256", -1, 256, "no protocol any more"},
+      {"65535", -1, 65535, "the largest port"},
+      {"65536", -1, -1, "no port any more"},
+      {"0080", 80, 80, "leading zeros mean nothing"},
+      {"4294967376", -1, -1, "does not wrap"},
+      {"99999999999999999999", -1, -1, "more than any number"},
+      {"", -1, -1, "nothing"},
+      {"-1", -1, -1, "a sign"},
+      {"+80", -1, -1, "a sign"},
+      {" 80", -1, -1, "a blank"},
+      {"80x", -1, -1, "a letter"},
+      {"0x50", -1, -1, "no decimal number"},
+      {"no-such-name", -1, -1, "no name"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(cls_WinSock::ProtocolNumber(c.name), c.protocol) << c.name << ": " << c.why;
+    EXPECT_EQ(cls_WinSock::ServicePort(c.name), c.service) << c.name << ": " << c.why;
+  }
+}
+
+TEST_F(cls_WinSockTest, AServiceIsLookedForOverItsProtocol) {
+  EXPECT_EQ(cls_WinSock::ServicePort("domain", "udp"), 53);
+  EXPECT_EQ(cls_WinSock::ServicePort("http", ""), 80);
+  EXPECT_EQ(cls_WinSock::ServicePort("8080", "udp"), 8080);
+  EXPECT_EQ(cls_WinSock::ServicePort("http", "icmp"), -1);
+  EXPECT_EQ(cls_WinSock::ServicePort("8080", "icmp"), -1);
+}
+
 TEST_F(cls_WinSockTest, TwoWordsMakeOneNumber) {
   EXPECT_EQ(cls_WinSock::LongFromWords(0x5678, 0x1234), 0x12345678);
   EXPECT_EQ(cls_WinSock::LongFromWords(1, 0), 1);
@@ -199,6 +280,107 @@ TEST_F(cls_WinSockTest, SocketErrorsHaveThePlatformsTexts) {
   EXPECT_EQ(cls_WinSock::SocketErrorText(10054), "Connection reset by peer.");
   EXPECT_EQ(cls_WinSock::SocketErrorText(10000), "");
   EXPECT_EQ(cls_WinSock::SocketErrorText(10072), "");
+}
+
+// ---- Sockets.
+
+class cls_WinSockSocketTest : public cls_WinSockTest {
+ protected:
+  cls_WinSockSocketTest() {
+    SocketHandlers listening;
+    listening.Accepted = [this](NotifyingSocket connection) { accepted_.push_back(std::move(connection)); };
+    listener_.Handlers(std::move(listening));
+    SocketHandlers connecting;
+    connecting.Connected = [this] { heard_ += "connected "; };
+    connecting.Data = [this](std::string_view bytes) { heard_ += bytes; };
+    connecting.Closed = [this] { heard_ += " closed"; };
+    connecting.Failed = [this](std::int32_t number, const std::string&) {
+      heard_ += "failed " + std::to_string(number);
+    };
+    client_.Handlers(std::move(connecting));
+    world_.addresses["here"] = static_cast<std::uint32_t>(Address(127, 0, 0, 1));
+  }
+
+  std::uint16_t Listen() {
+    EXPECT_TRUE(sockets_.ListenOnSocket(listener_, 0, "127.0.0.1"));
+    return cls_WinSock::OwnAddress(listener_).port;
+  }
+
+  EventLoop loop_;
+  NotifyingSocket listener_{loop_};
+  NotifyingSocket client_{loop_};
+  std::vector<NotifyingSocket> accepted_;
+  std::string heard_;
+};
+
+TEST_F(cls_WinSockSocketTest, AConnectionIsMadeByNameAndTalks) {
+  EXPECT_TRUE(sockets_.ConnectSocket(client_, "here", Listen()));
+  EXPECT_EQ(heard_, "") << "never inside the call";
+  ASSERT_TRUE(Kit::RunUntil(loop_, [this] { return !accepted_.empty() && !heard_.empty(); }));
+  EXPECT_TRUE(cls_WinSock::SendBytes(accepted_.front(), "hello"));
+  ASSERT_TRUE(Kit::RunUntil(loop_, [this] { return heard_ == "connected hello"; }));
+  EXPECT_EQ(cls_WinSock::PeerAddress(client_), cls_WinSock::OwnAddress(listener_));
+  EXPECT_EQ(cls_WinSock::OwnAddress(client_), cls_WinSock::PeerAddress(accepted_.front()));
+  accepted_.clear();
+  EXPECT_TRUE(Kit::RunUntil(loop_, [this] { return heard_ == "connected hello closed"; }));
+}
+
+TEST_F(cls_WinSockSocketTest, AConnectionThatIsRefusedIsTold) {
+  const std::uint16_t port = Listen();
+  listener_.Close();
+  EXPECT_TRUE(sockets_.ConnectSocket(client_, "127.0.0.1", port));
+  EXPECT_TRUE(Kit::RunUntil(loop_, [this] { return heard_ == "failed 10061"; })) << heard_;
+}
+
+TEST_F(cls_WinSockSocketTest, WithoutAnAddressOrAPortNothingIsOpened) {
+  struct {
+    const char* host;
+    std::int32_t port;
+  } const cases[] = {{"no.such.host", 80}, {"", 80},   {"255.255.255.255", 80}, {"here", 0}, {"here", -1},
+                     {"here", 65536},      {"a b", 80}};
+  for (const auto& c : cases) {
+    EXPECT_TRUE(sockets_.ConnectSocket(client_, "127.0.0.1", Listen()));
+    EXPECT_FALSE(sockets_.ConnectSocket(client_, c.host, c.port)) << c.host << " " << c.port;
+    EXPECT_EQ(client_.Status(), NotifyingSocket::State::kClosed) << "and what was there is closed";
+  }
+  Kit::Settle(loop_);
+  EXPECT_EQ(heard_, "");
+  EXPECT_FALSE(sockets_.ListenOnSocket(client_, -1));
+  EXPECT_FALSE(sockets_.ListenOnSocket(client_, 65536));
+  EXPECT_FALSE(sockets_.ListenOnSocket(client_, 0, "no.such.host"));
+  EXPECT_FALSE(sockets_.ListenOnSocket(client_, Listen(), "127.0.0.1")) << "in use";
+  EXPECT_EQ(client_.LastError(), 10048);
+}
+
+TEST_F(cls_WinSockSocketTest, AListenerHearsOnAllAddressesOrOnOne) {
+  EXPECT_TRUE(sockets_.ListenOnSocket(listener_, 0));
+  EXPECT_EQ(cls_WinSock::OwnAddress(listener_).address, 0u);
+  EXPECT_TRUE(sockets_.ConnectSocket(client_, "127.9.9.9", cls_WinSock::OwnAddress(listener_).port));
+  EXPECT_TRUE(Kit::RunUntil(loop_, [this] { return !accepted_.empty(); }));
+  EXPECT_TRUE(sockets_.ListenOnSocket(listener_, 0, "127.9.9.9"));
+  EXPECT_EQ(cls_WinSock::SocketAddressText(cls_WinSock::OwnAddress(listener_)).substr(0, 10), "127.9.9.9:");
+}
+
+TEST_F(cls_WinSockSocketTest, AnAddressWithAPortIsText) {
+  EXPECT_EQ(cls_WinSock::SocketAddressText({static_cast<std::uint32_t>(Address(192, 0, 2, 7)), 80}), "192.0.2.7:80");
+  EXPECT_EQ(cls_WinSock::SocketAddressText({0, 65535}), "0.0.0.0:65535");
+  EXPECT_EQ(cls_WinSock::SocketAddressText({}), "255.255.255.255:0");
+}
+
+TEST_F(cls_WinSockSocketTest, AClosedSocketHasItsFallbacks) {
+  EXPECT_EQ(cls_WinSock::SocketAddressText(cls_WinSock::PeerAddress(client_)), "255.255.255.255:0");
+  EXPECT_EQ(static_cast<std::int32_t>(cls_WinSock::OwnAddress(client_).address), cls_WinSock::kNoAddress);
+  EXPECT_FALSE(cls_WinSock::SendBytes(client_, "x"));
+  EXPECT_EQ(cls_WinSock::SocketErrorText(client_.LastError()), "Socket is not connected.");
+  EXPECT_EQ(cls_WinSock::GetSocketOption(client_, SocketOption::kKeepAlive), std::nullopt);
+  EXPECT_FALSE(cls_WinSock::SetSocketOption(client_, SocketOption::kKeepAlive, 1));
+}
+
+TEST_F(cls_WinSockSocketTest, OptionsOfAnOpenSocketAreReadAndSet) {
+  Listen();
+  EXPECT_EQ(cls_WinSock::GetSocketOption(listener_, SocketOption::kKeepAlive), 0);
+  EXPECT_TRUE(cls_WinSock::SetSocketOption(listener_, SocketOption::kKeepAlive, 1));
+  EXPECT_EQ(cls_WinSock::GetSocketOption(listener_, SocketOption::kKeepAlive), 1);
 }
 
 }  // namespace

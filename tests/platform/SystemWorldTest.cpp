@@ -1,11 +1,9 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <nss.h>
 #include <resolv.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -18,9 +16,9 @@
 
 #include "platform/CRegSettings.h"
 #include "platform/World.h"
-#include "platform/internal/UniqueDescriptor.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
+#include "tests/kit/NameServer.h"
 
 namespace TesselServer {
 namespace {
@@ -91,59 +89,9 @@ TEST(SystemWorldTest, FindsTheLocalHostByName) {
   EXPECT_EQ(SystemWorld().AddressOf("localhost"), Address("127.0.0.1"));
 }
 
-// This process asks a socket on the loopback for names, and nothing else. For a child: it is never undone.
-class OwnNameServer {
- public:
-  OwnNameServer() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    const timeval patience{3, 0};
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    isReady_ = bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), size) == 0 &&
-               getsockname(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &size) == 0 && res_init() == 0 &&
-               __nss_configure_lookup("hosts", "dns") == 0;
-    _res.nscount = 2;
-    _res.nsaddr_list[0] = _res.nsaddr_list[1] = address;
-    _res.retrans = 7;
-    _res.retry = 3;
-  }
-
-  bool IsReady() const { return isReady_; }
-
-  // Answers one question for a name with `label`.example; false when none comes.
-  bool AnswerWithName(const std::string& label) const {
-    std::array<char, 512> packet{};
-    sockaddr_in from{};
-    socklen_t size = sizeof from;
-    const ssize_t length =
-        recvfrom(socket_.Get(), packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&from), &size);
-    if (length < 12) return false;
-    std::string answer(packet.data(), static_cast<std::size_t>(length));
-    answer.resize(answer.find('\0', 12) + 5);               // the header, the question's name, type and class
-    answer.replace(2, 10, "\x81\x80\0\1\0\1\0\0\0\0", 10);  // a response without error: one question, one answer
-    const std::string name = static_cast<char>(label.size()) + label + std::string("\7example\0", 9);
-    answer += std::string("\xC0\x0C\0\x0C\0\1\0\0\0\x3C\0", 11) + static_cast<char>(name.size()) + name;
-    return sendto(socket_.Get(), answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&from), size) > 0;
-  }
-
-  // How many questions came so far.
-  int CountQuestions() const {
-    std::array<char, 512> packet{};
-    int count = 0;
-    while (recv(socket_.Get(), packet.data(), packet.size(), MSG_DONTWAIT) > 0) ++count;
-    return count;
-  }
-
- private:
-  UniqueDescriptor socket_;
-  bool isReady_ = false;
-};
-
 TEST(SystemWorldTest, FindsTheNameOfAnAddress) {
   const int status = Kit::InChild([] {
-    const OwnNameServer server;
+    const Kit::NameServer server;
     if (!server.IsReady()) return 1;
     std::thread answering([&server] { server.AnswerWithName("client-7"); });
     const auto name = SystemWorld().HostNameOf(Address("192.0.2.7"));
@@ -156,7 +104,7 @@ TEST(SystemWorldTest, FindsTheNameOfAnAddress) {
 TEST(SystemWorldTest, ANameServerThatKeepsSilentIsGivenUpAndTheResolverIsAsBefore) {
   const auto start = std::chrono::steady_clock::now();
   const int status = Kit::InChild([] {
-    const OwnNameServer server;
+    const Kit::NameServer server;
     if (!server.IsReady()) return 1;
     if (SystemWorld().HostNameOf(Address("192.0.2.8"))) return 2;
     if (server.CountQuestions() != 1) return 3;
@@ -168,7 +116,7 @@ TEST(SystemWorldTest, ANameServerThatKeepsSilentIsGivenUpAndTheResolverIsAsBefor
 
 TEST(SystemWorldTest, DigitsAndDotsAreNeverAskedAbout) {
   const int status = Kit::InChild([] {
-    const OwnNameServer server;
+    const Kit::NameServer server;
     if (!server.IsReady()) return 1;
     if (SystemWorld().AddressOf("1.2.3.999")) return 2;
     return server.CountQuestions() == 0 ? 0 : 3;

@@ -1,0 +1,59 @@
+// A network of its own for a child process (tests/kit/Child.h): nothing but a loopback, whose settings the child may
+// change without harm to anybody.
+#pragma once
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/internal/UniqueDescriptor.h"
+
+namespace TesselServer::Kit {
+
+constexpr int kNoNamespace = 201;  // what a child returns when this machine gives it no network of its own
+
+inline bool WriteSetting(const std::string& path, const std::string& value) {
+  const UniqueDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  return write(file.Get(), value.data(), value.size()) == static_cast<ssize_t>(value.size());
+}
+
+// Moves this process into a fresh network, as root or as the root of a user namespace of its own. False when the
+// machine does not allow it.
+inline bool EnterOwnNetwork(bool loopbackUp) {
+  const std::string user = "0 " + std::to_string(geteuid()) + " 1";
+  const std::string group = "0 " + std::to_string(getegid()) + " 1";
+  const bool entered = unshare(CLONE_NEWNET) == 0 ||
+                       (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 && WriteSetting("/proc/self/uid_map", user) &&
+                        WriteSetting("/proc/self/setgroups", "deny") && WriteSetting("/proc/self/gid_map", group));
+  if (!entered || !loopbackUp) return entered;
+  const UniqueDescriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq loopback{};
+  std::strcpy(loopback.ifr_name, "lo");
+  loopback.ifr_flags = IFF_UP | IFF_RUNNING;
+  return ioctl(control.Get(), SIOCSIFFLAGS, &loopback) == 0;
+}
+
+// Who may have ping sockets in the network this process is in.
+inline bool AllowPingSockets(bool allow) {
+  return WriteSetting("/proc/sys/net/ipv4/ping_group_range", allow ? "0 0" : "1 0");
+}
+
+// Hosts of the network this process is in answer no echo.
+inline bool IgnoreEchoes() { return WriteSetting("/proc/sys/net/ipv4/icmp_echo_ignore_all", "1"); }
+
+// Gives up every right that root has beyond others.
+inline bool DropRights() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  const __user_cap_data_struct none[2] = {};
+  return syscall(SYS_capset, &header, none) == 0;
+}
+
+}  // namespace TesselServer::Kit
