@@ -1,4 +1,6 @@
 set(SOURCES
+  CFileInfo.cpp
   cls_Base64.cpp
+  cls_DirListing.cpp
 )
 set(PUBLIC_HEADERS)

@@ -1,0 +1,166 @@
+#include "files/cls_DirListing.h"
+
+#include <string_view>
+#include <utility>
+
+#include "platform/DirectoryReader.h"
+#include "platform/Error.h"
+#include "support/Text.h"
+#include "support/mURLEncode.h"
+
+namespace TesselServer {
+namespace {
+
+// kept: the style sheet names classes in upper case that the cells name in lower case, and one rule that no cell uses.
+constexpr std::string_view kBeforeTitle =
+    "<html>\r\n"
+    "<head>\r\n"
+    "   <meta http-equiv=\"Content-Type\" content=\"text/html; charset=iso-8859-1\">\r\n"
+    "   <title>Directory Listing: ";
+constexpr std::string_view kBeforeHeading =
+    "</title>\r\n"
+    "   <STYLE TYPE=\"text/css\">\r\n"
+    "       H2 {font-size: larger; font-family:Verdana,Arial,Helvetica; color: #3366CC; text-decoration: none;}\r\n"
+    "       .TH0 {font-size: 16px; font-family:Verdana,Arial,Helvetica; font-weight: bold; background-color: #6699CC; "
+    "color: #FFFFFF; text-decoration: none; padding-bottom : 2px; padding-top : 2px;}\r\n"
+    "       .TH1 {font-family:Verdana,Arial,Helvetica; font-weight: bold; background-color: #003399; color: #FFFFFF; "
+    "text-decoration: none; padding-bottom : 2px; padding-top : 2px;}\r\n"
+    "       .TH2 {font-family:Verdana,Arial,Helvetica; font-weight: bold; background-color: #003399; color: #FFFFFF; "
+    "text-decoration: none; padding-bottom : 2px; padding-top : 2px;}\r\n"
+    "       TD {font-family:Verdana,Arial,Helvetica; color: #003399; text-decoration: none;}\r\n"
+    "       TR {font-family:Verdana,Arial,Helvetica; color: #003399; text-decoration: none;}\r\n"
+    "       A {text-decoration: underline; color: blue;}\r\n"
+    "       A:Hover {text-decoration: underline; color: red;}\r\n"
+    "   </STYLE>\r\n"
+    "</head>\r\n\r\n"
+    "<body bgcolor=\"#FFFFFF\" leftmargin=\"1\" topmargin=\"1\" MARGINHEIGHT=\"1\" MARGINWIDTH=\"1\">\r\n\r\n"
+    "<table border=\"0\" bordercolor=\"#DDDDDD\" width=\"100%\" bgcolor=\"#FFFFFF\" style=\"font-family: Arial; "
+    "font-size: 9pt; border-style: solid; border-color: #FFFFFF\" cellpadding=\"0\">\r\n"
+    "   <tr>\r\n"
+    "       <td colspan=3 class=th0>&nbsp;";
+constexpr std::string_view kBehindHeading =
+    "</td>\r\n"
+    "   </tr>\r\n"
+    "   <tr>\r\n"
+    "       <td class=th1>&nbsp;Name</td>\r\n"
+    "       <td align=right width = 25% class=th2>&nbsp;File Size (KB)&nbsp;</td>\r\n"
+    "       <td align=right width = 25% class=th2>&nbsp;Date&nbsp;</td>\r\n"
+    "   </tr>\r\n";
+// kept: no closing tag of the body.
+constexpr std::string_view kEnd =
+    "</table>\r\n"
+    "</html>\r\n";
+
+constexpr std::string_view kRowBegin =
+    "   <tr>\r\n"
+    "       <td>&nbsp;<a href = ";
+constexpr std::string_view kNameEnd = "</a></td>\r\n";
+constexpr std::string_view kRightCell = "       <td align=\"right\">";
+constexpr std::string_view kCellEnd = "&nbsp;</td>";
+constexpr std::string_view kRowEnd =
+    "\r\n"
+    "   </tr>\r\n";
+
+constexpr std::size_t kUsualPageBytes = 16 * 1024;  // room for some fifty rows
+
+void AppendParentRow(std::string& page, std::string_view urlPath) {
+  const std::size_t slash = urlPath.rfind('/');
+  if (slash == std::string_view::npos || Trim(urlPath).size() < 2) return;
+  page.append("   <tr><td><a href = ").append(urlPath.substr(0, slash + 1));
+  page.append(">[Parent Directory]</a></td><td></td><td></td></tr>\r\n");
+}
+
+// Begins a row with its first cell, a link to `address`, which stands behind the folder's own.
+void AppendNameCell(std::string& page, std::string_view urlPath, std::string_view address, std::string_view name) {
+  page.append(kRowBegin).append(urlPath).append("/").append(address).append(">").append(name).append(kNameEnd);
+}
+
+// Takes the row that begins at `start` away again when it passes the limit. Whether it may stay.
+bool Fits(std::string& page, std::size_t start, std::size_t limit) {
+  if (page.size() <= limit) return true;
+  page.resize(start);
+  return false;
+}
+
+}  // namespace
+
+std::string cls_DirListing::GetDirListing(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName) {
+  if (!LocalDir.ends_with('\\')) LocalDir += '\\';
+  const std::string heading = ServerName + " - " + UrlPath;
+  std::string page;
+  page.reserve(kUsualPageBytes);
+  page.append(kBeforeTitle).append(heading).append(kBeforeHeading).append(heading).append(kBehindHeading);
+  if (UrlPath.ends_with('/')) UrlPath.pop_back();
+  AppendParentRow(page, UrlPath);
+  const Rows rows{page, LocalDir, UrlPath, kMaxListingBytes - kEnd.size()};
+  AppendSubDirectories(rows);
+  AppendFiles(rows);
+  return page.append(kEnd);
+}
+
+std::string cls_DirListing::ListSubDirectories(std::string& LocalDir, std::string& UrlPath, const std::string&) {
+  std::string rows;
+  AppendSubDirectories({rows, LocalDir, UrlPath, kMaxListingBytes});
+  return rows;
+}
+
+std::string cls_DirListing::ListFiles(std::string& LocalDir, std::string& UrlPath, const std::string&) {
+  std::string rows;
+  AppendFiles({rows, LocalDir, UrlPath, kMaxListingBytes});
+  return rows;
+}
+
+void cls_DirListing::AppendSubDirectories(const Rows& rows) {
+  DirectoryReader folders(directory_, EntryKind::kDirectory);
+  while (const auto entry = folders.Next()) {
+    if (entry->name.starts_with('.') || !IsListed(*entry)) continue;
+    LookAt(rows, *entry);
+    const std::size_t start = rows.page.size();
+    AppendNameCell(rows.page, rows.urlPath, URLEncode(entry->name, false), entry->name);
+    rows.page.append(kRightCell).append("&lt;dir&gt;").append(kCellEnd).append("\r\n");
+    rows.page.append(DateCell()).append(kRowEnd);
+    if (!Fits(rows.page, start, rows.limit)) return;
+  }
+}
+
+void cls_DirListing::AppendFiles(const Rows& rows) {
+  DirectoryReader files(directory_, EntryKind::kFile);
+  while (const auto entry = files.Next()) {
+    if (entry->name == rules_.authFileName || entry->facts.identity == rules_.neverListed || !IsListed(*entry))
+      continue;
+    LookAt(rows, *entry);
+    if (fileInfo_.attrHidden()) continue;
+    const std::size_t start = rows.page.size();
+    AppendNameCell(rows.page, rows.urlPath, entry->name, entry->name);
+    // kept: the date cell follows on the same line.
+    rows.page.append(kRightCell).append(fileInfo_.FormatFileSize(fileInfo_.FileSize())).append(kCellEnd);
+    rows.page.append(DateCell()).append(kRowEnd);
+    if (!Fits(rows.page, start, rows.limit)) return;
+  }
+}
+
+// A link that cannot be followed just now, for want of descriptors, is not listed.
+bool cls_DirListing::IsListed(const DirectoryEntry& entry) const {
+  if (!entry.isLink) return true;
+  try {
+    return rules_.linkIsServed && rules_.linkIsServed(std::string(entry.name));
+  } catch (const Error&) {
+    return false;
+  }
+}
+
+void cls_DirListing::LookAt(const Rows& rows, const DirectoryEntry& entry) {
+  std::string path;
+  path.reserve(rows.localDir.size() + entry.name.size());
+  path.append(rows.localDir).append(entry.name);
+  fileInfo_.SetEntry(std::move(path), entry.facts);
+}
+
+std::string cls_DirListing::DateCell() const {
+  const Date modified = fileInfo_.ModifyTime();
+  std::string cell(kRightCell);
+  cell.append(fileInfo_.FormatFileDateOnlyShort(modified, "YYYY/MM/DD")).append("&nbsp;&nbsp;&nbsp;");
+  return cell.append(fileInfo_.FormatFileTimeOnlyShort(modified)).append(kCellEnd);
+}
+
+}  // namespace TesselServer

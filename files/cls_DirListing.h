@@ -1,0 +1,86 @@
+// The page that shows a folder: a heading, a link to the parent folder, a row for each sub-folder and for each file.
+//
+// kept: names stand in the page as they are on disk, neither escaped nor, in the links of files, encoded. Who may name
+// a file in a served folder may put markup into its listing.
+//
+// Thread:    the host's thread only. Reads two passes over the folder, which hold the thread: see kMaxListingBytes.
+// Ownership: keeps references to the world and the open folder; nothing is kept between calls.
+// Errors:    none; a folder that cannot be read has no rows, an entry that vanishes is left out. No error text stands
+//            in the page.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "files/CFileInfo.h"
+#include "platform/FileSystem.h"
+
+namespace TesselServer {
+
+class World;
+struct DirectoryEntry;
+
+// What is left out of a listing besides hidden files.
+struct ListingRules {
+  // Files of exactly this name.
+  // kept: the same name in another case is listed.
+  std::string authFileName;
+
+  // This file, whatever its name.
+  std::optional<FileIdentity> neverListed;
+
+  // Links of which this does not say, by their name in the folder, that a request would be served. Without it no link
+  // is listed, since the target may lie anywhere.
+  std::function<bool(const std::string& name)> linkIsServed;
+};
+
+//   cls_DirListing listing(world, found.file, {"htaccess.txt", {}, {}});
+//   std::string page = listing.GetDirListing(localDir, urlPath, "My server");
+class cls_DirListing {
+ public:
+  // The longest page. The first row that would make it longer ends the rows; the page is closed as ever. So a folder of
+  // any size costs bounded memory, and little time beyond the last row.
+  static constexpr std::size_t kMaxListingBytes = 64 * 1024 * 1024;
+
+  // `directory` is the folder as it was opened: nothing is looked up by path again.
+  cls_DirListing(const World& world, const OpenFile& directory, ListingRules rules)
+      : directory_(directory), rules_(std::move(rules)), fileInfo_(world) {}
+
+  // The whole page. `LocalDir`, the folder's full path, gets a "\" at its end unless it has one. `UrlPath`, the path of
+  // the URL as the client sent it, loses one "/" at its end when it has one; the title shows it as it came.
+  // `ServerName` stands in title and heading.
+  std::string GetDirListing(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
+
+  // The rows for sub-folders: those whose name does not begin with ".", hidden ones too, in the order of the system.
+  // Their links are `UrlPath`, "/" and the encoded name. For `LocalDir` and `UrlPath` as GetDirListing leaves them,
+  // which they stay; `ServerName` is not used.
+  std::string ListSubDirectories(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
+
+  // The rows for files, dot files too, but for hidden ones and those that the rules name. Their links are `UrlPath`,
+  // "/" and the name as it is.
+  std::string ListFiles(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
+
+ private:
+  // Where rows go to and what they are made with.
+  struct Rows {
+    std::string& page;
+    const std::string& localDir;
+    const std::string& urlPath;
+    std::size_t limit;  // length of `page` that no row may pass
+  };
+
+  void AppendSubDirectories(const Rows& rows);
+  void AppendFiles(const Rows& rows);
+  bool IsListed(const DirectoryEntry& entry) const;
+  void LookAt(const Rows& rows, const DirectoryEntry& entry);
+  std::string DateCell() const;
+
+  const OpenFile& directory_;
+  ListingRules rules_;
+  CFileInfo fileInfo_;  // points at each entry in turn
+};
+
+}  // namespace TesselServer
