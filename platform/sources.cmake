@@ -1,4 +1,7 @@
 set(SOURCES
+    AccessList.cpp
+    AccessObject.cpp
+    Accounts.cpp
     CRegSettings.cpp
     ChildPrograms.cpp
     DirectoryReader.cpp
@@ -14,6 +17,7 @@ set(SOURCES
     RegistryStore.cpp
     SocketArray.cpp
     SocketErrors.cpp
+    SystemErrorText.cpp
     SystemWorld.cpp
     Timer.cpp
     internal/ChildEnvironment.cpp

@@ -10,8 +10,8 @@ namespace TesselServer::Kit {
 
 class TemporaryTree {
  public:
-  TemporaryTree() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tessel-test-XXXXXX").string();
+  explicit TemporaryTree(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string pattern = (parent / "tessel-test-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
     path_ = pattern;
   }
