@@ -29,10 +29,14 @@ constexpr std::size_t kMaxHostName = 255;  // nothing longer is a host name (RFC
 
 // Makes this thread's resolver ask one server once and wait one second, as long as it lives: a look-up holds the only
 // thread. What the host has set comes back afterwards.
+//
+// For a name that may be in one of our search domains the resolver has two questions, and it would ask the second when
+// nobody answers the first. They are asked for apart, so that one without an answer is the last.
 class ShortPatience {
  public:
   ShortPatience() {
     if ((_res.options & RES_INIT) == 0) res_init();
+    options_ = _res.options;
     retrans_ = _res.retrans;
     retry_ = _res.retry;
     servers_ = _res.nscount;
@@ -43,12 +47,25 @@ class ShortPatience {
   ShortPatience(const ShortPatience&) = delete;
   ShortPatience& operator=(const ShortPatience&) = delete;
   ~ShortPatience() {
+    _res.options = options_;
     _res.retrans = retrans_;
     _res.retry = retry_;
     _res.nscount = servers_;
   }
 
+  // Asks for names as they are, or in our search domains.
+  void AskAsItIs(bool asItIs) {
+    constexpr auto kSearching = static_cast<unsigned long>(RES_DEFNAMES | RES_DNSRCH);
+    _res.options = asItIs ? options_ & ~kSearching : options_ | RES_NOTLDQUERY;
+  }
+
+  // Whether the system asks for `name` as it is before it looks into our search domains.
+  static bool IsAskedAsItIsFirst(std::string_view name) {
+    return static_cast<std::size_t>(std::count(name.begin(), name.end(), '.')) >= _res.ndots;
+  }
+
  private:
+  unsigned long options_;
   int retrans_;
   int retry_;
   int servers_;
@@ -134,12 +151,17 @@ class RealWorld final : public World {
     hints.ai_socktype = SOCK_STREAM;
     // Digits and dots are an address or a slip of the pen; no name service is asked about them.
     if (name.find_first_not_of("0123456789.") == std::string_view::npos) hints.ai_flags = AI_NUMERICHOST;
-    const ShortPatience patience;
-    addrinfo* first = nullptr;
-    if (getaddrinfo(std::string(name).c_str(), nullptr, &hints, &first) != 0) return std::nullopt;
-    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> all(first, &freeaddrinfo);
-    if (first == nullptr || first->ai_family != AF_INET) return std::nullopt;
-    return AddressIn(first->ai_addr);
+    ShortPatience patience;
+    const bool asItIsFirst = ShortPatience::IsAskedAsItIsFirst(name);
+    for (const bool asItIs : {asItIsFirst, !asItIsFirst}) {
+      patience.AskAsItIs(asItIs);
+      addrinfo* first = nullptr;
+      const int error = getaddrinfo(std::string(name).c_str(), nullptr, &hints, &first);
+      const std::unique_ptr<addrinfo, void (*)(addrinfo*)> all(error == 0 ? first : nullptr, &freeaddrinfo);
+      if (error == 0 && first != nullptr && first->ai_family == AF_INET) return AddressIn(first->ai_addr);
+      if (error == EAI_AGAIN) break;  // nobody answers
+    }
+    return std::nullopt;
   }
 
   RegistryStore& Registry() override { return registry_; }

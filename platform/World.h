@@ -45,9 +45,9 @@ class World {
   // is given up after about one second.
   virtual std::optional<std::string> HostNameOf(std::uint32_t address) const = 0;
 
-  // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time for
-  // each question (a name without a dot is one question for each of the system's search domains). Digits and dots are
-  // read as an address and never asked about.
+  // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time.
+  // A name may be asked for as it is and in the system's search domains, but a question that nobody answers is the last
+  // one. Digits and dots are read as an address and never asked about.
   virtual std::optional<std::uint32_t> AddressOf(std::string_view name) const = 0;
 
   // The store that answers registry look-ups.

@@ -9,7 +9,9 @@
 #include <sys/time.h>
 
 #include <array>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/internal/UniqueDescriptor.h"
 
@@ -32,24 +34,23 @@ class NameServer {
     _res.nsaddr_list[0] = _res.nsaddr_list[1] = address;
     _res.retrans = 7;
     _res.retry = 3;
+    _res.ndots = 1;
   }
 
   bool IsReady() const { return isReady_; }
 
-  // Answers one question for a name with `label`.example; false when none comes.
+  // Answers one question for the name of an address with `label`.example; false when none comes.
   bool AnswerWithName(const std::string& label) const {
-    std::array<char, 512> packet{};
-    sockaddr_in from{};
-    socklen_t size = sizeof from;
-    const ssize_t length =
-        recvfrom(socket_.Get(), packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&from), &size);
-    if (length < 12) return false;
-    std::string answer(packet.data(), static_cast<std::size_t>(length));
-    answer.resize(answer.find('\0', 12) + 5);               // the header, the question's name, type and class
-    answer.replace(2, 10, "\x81\x80\0\1\0\1\0\0\0\0", 10);  // a response without error: one question, one answer
     const std::string name = static_cast<char>(label.size()) + label + std::string("\7example\0", 9);
-    answer += std::string("\xC0\x0C\0\x0C\0\1\0\0\0\x3C\0", 11) + static_cast<char>(name.size()) + name;
-    return sendto(socket_.Get(), answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&from), size) > 0;
+    return !Answer([&](const std::string&) { return Record('\x0C', name); }).empty();
+  }
+
+  // Answers one question for the address of a name: 192.0.2.7 when it is `name`, else that there is no such name. The
+  // name asked for, "" when no question comes.
+  std::string AnswerWhetherItIs(const std::string& name) const {
+    return Answer([&](const std::string& asked) {
+      return asked == name ? Record('\1', std::string_view("\xC0\0\2\7", 4)) : std::string();
+    });
   }
 
   // How many questions came so far.
@@ -61,6 +62,42 @@ class NameServer {
   }
 
  private:
+  // A record of `type` for the name that was asked for.
+  static std::string Record(char type, std::string_view data) {
+    return std::string("\xC0\x0C\0", 3) + type + std::string("\0\1\0\0\0\x3C\0", 7) + static_cast<char>(data.size()) +
+           std::string(data);
+  }
+
+  // The name in a question, with dots between its labels.
+  static std::string NameIn(const std::string& question) {
+    std::string name;
+    for (std::size_t place = 12; place < question.size() && question[place] != '\0';) {
+      const auto length = static_cast<std::size_t>(question[place]);
+      name += (name.empty() ? "" : ".") + question.substr(place + 1, length);
+      place += length + 1;
+    }
+    return name;
+  }
+
+  // Answers one question with the record that `find` has for its name, or that there is no such name when it has none.
+  // The name asked for, "" when no question comes.
+  std::string Answer(const std::function<std::string(const std::string&)>& find) const {
+    std::array<char, 512> packet{};
+    sockaddr_in from{};
+    socklen_t size = sizeof from;
+    const ssize_t length =
+        recvfrom(socket_.Get(), packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&from), &size);
+    if (length < 12) return {};
+    std::string answer(packet.data(), static_cast<std::size_t>(length));
+    const std::string name = NameIn(answer);
+    const std::string record = find(name);
+    answer.resize(answer.find('\0', 12) + 5);  // the header, the question's name, type and class
+    answer.replace(2, 10, record.empty() ? "\x81\x83\0\1\0\0\0\0\0\0" : "\x81\x80\0\1\0\1\0\0\0\0", 10);
+    answer += record;
+    sendto(socket_.Get(), answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&from), size);
+    return name;
+  }
+
   UniqueDescriptor socket_;
   bool isReady_ = false;
 };

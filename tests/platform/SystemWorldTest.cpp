@@ -13,6 +13,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/CRegSettings.h"
 #include "platform/World.h"
@@ -112,6 +113,58 @@ TEST(SystemWorldTest, ANameServerThatKeepsSilentIsGivenUpAndTheResolverIsAsBefor
   });
   EXPECT_EQ(status, 0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+TEST(SystemWorldTest, ANameThatNobodyAnswersForIsAskedForOnce) {
+  for (const char* name : {"silent", "silent.example"}) {
+    const auto start = std::chrono::steady_clock::now();
+    const int status = Kit::InChild([name] {
+      const Kit::NameServer server;
+      if (!server.IsReady()) return 1;
+      char domains[2][16] = {"one.example", "two.example"};
+      _res.dnsrch[0] = domains[0];
+      _res.dnsrch[1] = domains[1];
+      _res.dnsrch[2] = nullptr;
+      const auto options = _res.options;
+      if (SystemWorld().AddressOf(name)) return 2;
+      if (server.CountQuestions() != 1) return 3;
+      return _res.options == options ? 0 : 4;
+    });
+    EXPECT_EQ(status, 0) << name;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1900)) << name;
+  }
+}
+
+TEST(SystemWorldTest, ANameIsLookedForAsItIsAndInTheSearchDomains) {
+  struct {
+    const char* name;
+    std::vector<std::string> asked;
+    const char* why;
+  } const cases[] = {
+      {"far", {"far.one.example", "far"}, "without a dot: a machine of ours is meant"},
+      {"far.example", {"far.example", "far.example", "far.example.one.example"}, "with a dot: it is meant as it is"},
+      {"near", {"near.one.example"}, "found in our domain"},
+      {"near.one.example", {"near.one.example"}, "found as it is"},
+      {"near.one", {"near.one", "near.one", "near.one.one.example"}, "found nowhere"},
+  };
+  for (const auto& c : cases) {
+    const int status = Kit::InChild([&c] {
+      const Kit::NameServer server;
+      if (!server.IsReady()) return 1;
+      char domain[] = "one.example";
+      _res.dnsrch[0] = domain;
+      _res.dnsrch[1] = nullptr;
+      std::vector<std::string> asked;
+      std::thread answering([&] {
+        for (std::size_t i = 0; i < c.asked.size(); ++i) asked.push_back(server.AnswerWhetherItIs("near.one.example"));
+      });
+      const auto address = SystemWorld().AddressOf(c.name);
+      answering.join();
+      if (asked != c.asked || server.CountQuestions() != 0) return 2;
+      return address.has_value() == (c.asked.back() == "near.one.example") ? 0 : 3;
+    });
+    EXPECT_EQ(status, 0) << c.name << ": " << c.why;
+  }
 }
 
 TEST(SystemWorldTest, DigitsAndDotsAreNeverAskedAbout) {
