@@ -20,7 +20,7 @@ namespace TesselServer {
 //   AccessList list = AccessList::FromMode(0);
 //   if (object.Read(list) != std::errc()) return;
 //   list.Put(trustee, AccessList::kRead);
-//   object.Write(list);
+//   const std::errc error = object.Write(list);
 class AccessObject {
  public:
   // Finds the object by the rules of OpenPath: "\" and "/" both separate, the spelling given is tried first, then other
