@@ -69,8 +69,11 @@ class Waiting {
   // Reads once. Returns how many bytes came; the output is not looked at again after its end or a failure.
   std::size_t Read() {
     char bytes[kReadBytes];
-    const ssize_t count = read(output_, bytes, sizeof bytes);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
+    ssize_t count = 0;
+    do {
+      count = read(output_, bytes, sizeof bytes);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0 && errno == EAGAIN) return 0;
     if (count < 0) result_.error = errno;
     if (count <= 0) {
       output_ = -1;

@@ -1,12 +1,16 @@
 #include "tests/kit/FailNth.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <string_view>
 #include <utility>
 
@@ -58,6 +62,12 @@ int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
   return Fails("bind") ? -1 : real(descriptor, address, size);
 }
 
+// As the library calls it: without the pointers that some flags ask for.
+int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) noexcept {
+  static const auto real = Real<decltype(&clone)>("clone");
+  return Fails("clone") ? -1 : real(function, stack, flags, argument);
+}
+
 int epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) noexcept {
   static const auto real = Real<decltype(&epoll_ctl)>("epoll_ctl");
   return Fails("epoll_ctl") ? -1 : real(epoll, operation, descriptor, event);
@@ -73,9 +83,33 @@ int listen(int descriptor, int backlog) noexcept {
   return Fails("listen") ? -1 : real(descriptor, backlog);
 }
 
+int open(const char* path, int flags, ...) {
+  static const auto real = Real<decltype(&open)>("open");
+  va_list more;
+  va_start(more, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
+  va_end(more);
+  return Fails("open") ? -1 : real(path, flags, mode);
+}
+
+int pipe2(int* ends, int flags) noexcept {
+  static const auto real = Real<decltype(&pipe2)>("pipe2");
+  return Fails("pipe2") ? -1 : real(ends, flags);
+}
+
+int poll(pollfd* watched, nfds_t count, int milliseconds) {
+  static const auto real = Real<decltype(&poll)>("poll");
+  return Fails("poll") ? -1 : real(watched, count, milliseconds);
+}
+
 ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t offset) {
   static const auto real = Real<decltype(&pread)>("pread");
   return Fails("pread") ? -1 : real(descriptor, bytes, size, offset);
+}
+
+ssize_t read(int descriptor, void* bytes, std::size_t size) {
+  static const auto real = Real<decltype(&read)>("read");
+  return Fails("read") ? -1 : real(descriptor, bytes, size);
 }
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags) {

@@ -1,9 +1,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 
 #include <cstddef>
@@ -15,6 +12,7 @@
 #include "platform/internal/UniqueDescriptor.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
+#include "tests/kit/SystemCallFilter.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -94,23 +92,11 @@ TEST_F(OpenPathsTest, TellsThePathOfADescriptor) {
   EXPECT_EQ(PathOfDescriptor(first.Get()), "") << "a pipe has no path";
 }
 
-// From here on the kernel answers openat2 with `error`, in this process.
-bool RefuseOpenat2(std::uint32_t error) {
-  sock_filter rules[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  const sock_fprog program{4, rules};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-}
-
 TEST_F(OpenPathsTest, WithoutOpenat2TheRootIsHeldByTheWalk) {
   constexpr int kNoFilter = 100;
   for (const int error : {ENOSYS, EPERM}) {
     const int status = Kit::InChild([this, error] {
-      if (!RefuseOpenat2(static_cast<std::uint32_t>(error))) return kNoFilter;
+      if (!Kit::RefuseSystemCall(SYS_openat2, error)) return kNoFilter;
       const RootFolder root(tree_.Text());
       std::string bytes;
       if (!root.Find("A\\B\\FILE").file.ReadAll(bytes, 100) || bytes != "inside") return 1;
