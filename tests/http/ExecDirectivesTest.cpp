@@ -210,6 +210,9 @@ TEST_F(ExecDirectivesTest, ALinkInsideTheFolderIsFollowed) {
   std::filesystem::create_symlink("tools/deep.exe", Path("cgi/link.exe"));
   EXPECT_EQ(Processed("<!--#execcgi=link.exe-->"), "OUT");
   EXPECT_EQ(Started(), Lines({Path("cgi/tools/deep.exe")}));
+  std::filesystem::create_symlink("show.exe", Path("cgi/link.bat"));
+  EXPECT_EQ(Processed("<!--#execcgi=link.bat?a&b-->"), "OUT");
+  EXPECT_EQ(Started(), Lines({Path("cgi/show.exe") + "|a|b"})) << "it is no batch file that is run";
 }
 
 TEST_F(ExecDirectivesTest, WithoutAFolderNothingIsRun) {
