@@ -16,8 +16,10 @@ set(SOURCES
     internal/RequestTarget.cpp
     internal/Sending.cpp
     internal/Settings.cpp
+    internal/SlotTarget.cpp
     internal/TesselCore.cpp
-    internal/TimeOuts.cpp)
+    internal/TimeOuts.cpp
+    internal/Trapping.cpp)
 set(PUBLIC_HEADERS
     Event.h
     Tessel.h)

@@ -5,8 +5,8 @@
 
 #include "control/internal/AnswerPrograms.h"
 #include "control/internal/RecordSetup.h"
-#include "control/internal/RequestTarget.h"
-#include "platform/AsciiCase.h"
+#include "control/internal/SlotTarget.h"
+#include "control/internal/Trapping.h"
 #include "platform/Error.h"
 #include "support/PathText.h"
 #include "support/Text.h"
@@ -14,20 +14,6 @@
 namespace TesselServer {
 
 namespace {
-
-// The path below the root as FileRequest tells it: what was found there, or what was asked for where nothing was; ""
-// for a path with "..", since a host that joins it to a folder of its own must not be led out of it.
-std::string PathForHost(const Slot& slot, const std::string& requestPath) {
-  if (slot.Target.kind != EntryKind::kNone && !slot.TargetIsInCGIDirectory) return slot.Target.name;
-  std::string path = ReplaceAll(ReplaceAll(requestPath, "\\", "/"), "%20", " ");
-  if (("/" + path + "/").find("/../") != std::string::npos) return {};
-  return path.starts_with('/') ? path.substr(1) : path;
-}
-
-std::string UserAuthentication(const RequestFields& request) {
-  std::string text = request.AuthUser + ":" + request.AuthPassword;
-  return Trim(text) == ":" ? std::string() : text;
-}
 
 // One leading separator goes, unless nothing else is there: the root keeps its name.
 void DropLeadingSeparator(std::string& path) {
@@ -52,52 +38,27 @@ void Dispatch::Begin(std::int32_t Index) {
   if (slot == nullptr) return;
   slot->QueryParser.QueryString(slot->Fields().RequestQuery);
   try {
-    FindTarget(*slot);
+    FindTarget(state_, *slot);
   } catch (const Error&) {
     // SendWebPage looks again, and answers for what it meets
   }
-  std::string fileName = PathForHost(*slot, slot->Fields().RequestPath);
-  if (!slot->Fields().RequestPath.empty() && IsTrapped(*slot, fileName)) {
-    OfferToHost(Index, *slot, std::move(fileName));
+  if (state_.reporter.FileRequestIsHeard() && IsTrapped(*slot, state_.settings)) {
+    OfferToHost(Index, *slot);
     return;
   }
   slot->NotTrapped = true;
   SendWebPage(Index, "", false);
 }
 
-void Dispatch::FindTarget(Slot& slot) {
-  const RequestFields& request = slot.Fields();
-  if (request.RequestPath.empty()) return;
-  const auto secrets = state_.Secrets();
-  const auto isSecret = [&secrets](const FoundEntry& entry) { return secrets->Contains(entry); };
-  slot.Target = ResolveTarget(*state_.Root(), request.RequestPath, state_.settings.IndexPageNames, isSecret);
-  slot.TargetIsInCGIDirectory = false;
-  if (slot.Target.kind == EntryKind::kNone && state_.settings.CGIEnable &&
-      IsProgramRequest(request.RequestPath, request.RequestQuery)) {
-    slot.Target = FindProgram(RootFolder(state_.settings.CGIDirectory), request.RequestPath, isSecret);
-    slot.TargetIsInCGIDirectory = slot.Target.kind != EntryKind::kNone;
-  }
-  slot.ScriptName = ScriptNameOf(slot.Target, request.RequestPath);
-  slot.TargetIsKnown = true;
-}
-
-bool Dispatch::IsTrapped(const Slot& slot, std::string_view fileName) const {
-  if (!state_.settings.TrapFileEnable || !state_.reporter.FileRequestIsHeard()) return false;
-  if (Trim(state_.settings.TrapFileTypes).empty()) return true;
-  const bool found = slot.Target.kind != EntryKind::kNone;
-  const std::string_view extension = TrapExtension(slot.Target, found ? slot.Target.name : fileName);
-  // kept: an extension that is part of a listed one is trapped too
-  return !extension.empty() && FindNoCase(state_.settings.TrapFileTypes, extension) != std::string_view::npos;
-}
-
-void Dispatch::OfferToHost(std::int32_t Index, Slot& slot, std::string fileName) {
+void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   const auto slots = state_.slots;
   const std::uint64_t generation = state_.sckWS.Generation(Index);
+  std::string path = PathForHost(slot);
   slot.NotTrapped = false;
   slot.TrapOutstanding = true;
   slot.Target = {};  // the answer may take its time: nothing stays open until then
   slot.TargetIsKnown = false;
-  const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(fileName), UserAuthentication(slot.Fields()));
+  const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(path), UserAuthentication(slot.Fields()));
   if (heard || state_.sckWS.Generation(Index) != generation || !slot.TrapOutstanding) return;
   slot.TrapOutstanding = false;
   SendWebPage(Index, "500", true);
@@ -142,7 +103,7 @@ Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, boo
   }
   if (!call.slot.NotTrapped) return HostAnswer(call);
   if (request.RequestPath.empty()) return {};
-  if (!call.slot.TargetIsKnown) FindTarget(call.slot);  // the host handed the request back
+  if (!call.slot.TargetIsKnown) FindTarget(state_, call.slot);  // the host handed the request back
   DropLeadingSeparator(request.RequestPath);
   switch (call.slot.Target.kind) {
     case EntryKind::kNone:

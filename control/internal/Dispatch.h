@@ -35,9 +35,7 @@ class Dispatch {
   };
   struct Call;
 
-  void FindTarget(Slot& slot);
-  bool IsTrapped(const Slot& slot, std::string_view fileName) const;
-  void OfferToHost(std::int32_t Index, Slot& slot, std::string fileName);
+  void OfferToHost(std::int32_t Index, Slot& slot);
 
   void MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus);
   Decision Decide(Call& call, std::string_view statusCode, bool forceStatus);

@@ -1,6 +1,7 @@
 #include "control/internal/HostAnswers.h"
 
 #include "control/internal/RecordSetup.h"
+#include "control/internal/SlotTarget.h"
 #include "platform/Error.h"
 #include "support/Text.h"
 

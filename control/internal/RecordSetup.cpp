@@ -3,8 +3,6 @@
 #include <string>
 #include <utility>
 
-#include "control/internal/RequestTarget.h"
-
 namespace TesselServer {
 
 namespace {
@@ -38,12 +36,6 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   record.Root(state.Root());
   record.Secrets(state.Secrets());
   return slot.Record;
-}
-
-std::string MappedFileOf(const ControlState& state, Slot& slot) {
-  const bool found = slot.Target.kind != EntryKind::kNone;
-  if (found && slot.TargetIsInCGIDirectory) return MapPath(state.settings.CGIDirectory, slot.Target.name);
-  return MapPath(state.settings.VirtualPath, found ? slot.Target.name : slot.Fields().RequestPath);
 }
 
 RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, std::string file) {

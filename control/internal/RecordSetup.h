@@ -15,10 +15,6 @@ namespace TesselServer {
 // the slot lets go of it when the server stops.
 std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t Index);
 
-// The local file that the slot's request leads to, as the system writes it; of one that leads nowhere, the path asked
-// for.
-std::string MappedFileOf(const ControlState& state, Slot& slot);
-
 // The values of the slot's request as its record takes them. `file` is the local file that answers it.
 RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, std::string file);
 
