@@ -1,6 +1,7 @@
 // Pages of one tag each, with every kind of value put in their places, and cut at every point.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "http/TagNormaliser.h"
@@ -16,6 +17,18 @@ const std::string kHostile =
     "<%= Request.ServerVariables(\"SERVER_PORT\") %><%=Request.QueryString(a)%><%= Function F( \"x\" ) %>"
     "<%=FunctionF()%><%=CreateObject(public.x)%>-->%>)%>\"";
 
+// Some file systems flush a file that is cut short, so the old one is removed.
+void GiveFile(Kit::PageSite& site, const std::string& value) {
+  std::filesystem::remove(site.tree.Path() / "value.txt");
+  site.tree.Write("value.txt", value);
+}
+
+void GiveAnswer(Kit::PageSite& site, const std::string& value) {
+  site.host.answer = [value](const auto&) { return value; };
+}
+
+void GiveOutput(Kit::PageSite& site, const std::string& value) { site.programs.output = value; }
+
 // A tag, and where its value comes from.
 struct TagCase {
   const char* tag;
@@ -30,32 +43,14 @@ const TagCase kTags[] = {
      [](auto& site, const auto& value) { site.request.QueryString = "v=" + value; }},
     {"<!--#echo var=\"QUERY_STRING\" -->", [](auto& site, const auto& value) { site.request.QueryString = value; }},
     {"<%= QUERY_STRING %>", [](auto& site, const auto& value) { site.request.QueryString = value; }},
-    {"<!--#include file=\"value.txt\" -->", [](auto& site, const auto& value) { site.tree.Write("value.txt", value); }},
-    {"<!--#include virtual=\"/value.txt\" -->",
-     [](auto& site, const auto& value) { site.tree.Write("value.txt", value); }},
-    {"<!--#include=\"value.txt\" -->", [](auto& site, const auto& value) { site.tree.Write("value.txt", value); }},
-    {"<!--#include file=\"echoing.htm\" -->",
-     [](auto& site, const auto& value) {
-       site.tree.Write("echoing.htm", "<%= HTTP_REFERER %>");
-       site.request.Referer = value;
-     }},
-    {"<!--#include file=\"asking.htm\" -->",
-     [](auto& site, const auto& value) {
-       site.tree.Write("asking.htm", "<%= Function Value() %>");
-       site.host.answer = [value](const auto&) { return value; };
-     }},
-    {"<%= Function Value( \"1\" ) %>",
-     [](auto& site, const auto& value) { site.host.answer = [value](const auto&) { return value; }; }},
-    {"<!--#exec cgi=\"value.exe\" -->",
-     [](auto& site, const auto& value) {
-       site.cgi.Write("value.exe", "");
-       site.programs.output = value;
-     }},
-    {"<!--#exec cmd=\"value.exe\" -->",
-     [](auto& site, const auto& value) {
-       site.tree.Write("value.exe", "");
-       site.programs.output = value;
-     }},
+    {"<!--#include file=\"value.txt\" -->", GiveFile},
+    {"<!--#include virtual=\"/value.txt\" -->", GiveFile},
+    {"<!--#include=\"value.txt\" -->", GiveFile},
+    {"<!--#include file=\"echoing.htm\" -->", [](auto& site, const auto& value) { site.request.Referer = value; }},
+    {"<!--#include file=\"asking.htm\" -->", GiveAnswer},
+    {"<%= Function Value( \"1\" ) %>", GiveAnswer},
+    {"<!--#exec cgi=\"value.exe\" -->", GiveOutput},
+    {"<!--#exec cmd=\"value.exe\" -->", GiveOutput},
 };
 
 class PageValuesTest : public testing::Test {
@@ -63,6 +58,10 @@ class PageValuesTest : public testing::Test {
   PageValuesTest() {
     site_.AllSwitchesOn();
     site_.tree.Write("secret.htm", "SECRET");
+    site_.tree.Write("echoing.htm", "<%= HTTP_REFERER %>");
+    site_.tree.Write("asking.htm", "<%= Function Value() %>");
+    site_.tree.Write("value.exe", "");
+    site_.cgi.Write("value.exe", "");
   }
 
   // How often the host or a program has been asked since the last time.

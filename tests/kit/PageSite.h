@@ -1,6 +1,7 @@
 // A small site, and all that its pages can call upon: a host that answers functions, programs, a world.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -87,6 +88,7 @@ class PageSite {
 
   // What becomes of a page of that text, in the file page.htm.
   std::string Page(std::string_view text) {
+    std::filesystem::remove(tree.Path() / "page.htm");  // some file systems flush a file that is cut short
     tree.Write("page.htm", text);
     return Get("page.htm");
   }
