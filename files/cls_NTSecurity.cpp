@@ -78,6 +78,7 @@ std::optional<std::uint32_t> NumberOf(std::string_view text) {
   return number;
 }
 
+// True as well for "", which is no number that there is.
 bool IsNumber(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
@@ -87,7 +88,7 @@ bool IsNumber(std::string_view text) {
 std::errc FindTrustee(Accounts& accounts, std::string_view text, Trustee& trustee) {
   const bool isMarked = text.starts_with(kGroupMark);
   if (isMarked) text.remove_prefix(1);
-  if (text.empty() || text.find('\0') != std::string_view::npos) return std::errc::invalid_argument;
+  if (text.find('\0') != std::string_view::npos) return std::errc::invalid_argument;
   trustee.kind = isMarked ? Trustee::Kind::kGroup : Trustee::Kind::kUser;
   std::optional<std::uint32_t> id;
   if (IsNumber(text)) {

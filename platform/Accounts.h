@@ -21,11 +21,12 @@ namespace TesselServer {
 
 class Accounts {
  public:
-  // A record that needs more memory is not read. A group's holds the names of all its members.
+  // A record that needs more memory is not read (result_out_of_range). A group's holds the names of all its members.
   static constexpr std::size_t kMaxRecordBytes = 1024 * 1024;
 
   // Looks for the user or group called `name`, which must hold no NUL. Success with no number in `id` when there is
-  // none; any error when the databases cannot be asked, so that nobody is taken for missing who may be there.
+  // none; any error, and no number, when the databases cannot be asked: then nobody is taken for missing who may be
+  // there.
   [[nodiscard]] std::errc Find(Trustee::Kind kind, const std::string& name, std::optional<std::uint32_t>& id);
 
   // The name of a user or group. Null when it has none or the databases cannot be asked.

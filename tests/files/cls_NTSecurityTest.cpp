@@ -235,6 +235,7 @@ TEST_F(cls_NTSecurityTest, ATrusteeWhomNobodyIsIsRefused) {
     EXPECT_FALSE(Grant(trustee, kRead)) << trustee;
     EXPECT_EQ(security_.LastErrorCode(), EINVAL) << trustee;
     EXPECT_EQ(security_.LastErrorText(), "Invalid argument") << trustee;
+    EXPECT_FALSE(Grant(trustee, 0, kRevoke)) << trustee;
     EXPECT_FALSE(HasOwnList()) << trustee;
   }
   EXPECT_FALSE(Grant(std::string(1'000'000, 'x'), kRead));
@@ -377,7 +378,7 @@ TEST_F(cls_NTSecurityTest, OnlyTheOwnerAndRootChangeAList) {
       if (Grant("daemon", kChange, mode) || security_.LastErrorCode() != EPERM) return 2;
       if (security_.LastErrorText() != "Operation not permitted") return 3;
     }
-    return 0;
+    return Grant("nobody", 0, kRevoke) ? 0 : 4;  // there is none, so nothing is written
   });
   EXPECT_EQ(result, 0);
   EXPECT_EQ(Named(), list);

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/Accounts.h"
+#include "tests/kit/Child.h"
 #include "tests/kit/Limits.h"
+#include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
 namespace {
@@ -62,6 +67,34 @@ TEST(AccountsTest, WhoCannotBeLookedUpIsNotTakenForMissing) {
     EXPECT_EQ(accounts.Name({kUser, 1}), nullptr);
   }
   EXPECT_STREQ(accounts.Name({kUser, 1}), "daemon");
+}
+
+// Puts `groups` in the place of the machine's own for this process and those that it starts.
+bool HasOwnGroups(const std::string& groups) {
+  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST(AccountsTest, GroupsOfManyMembersAreReadUpToTheLimit) {
+  constexpr int kCannotMount = 100;
+  std::string members = "somebody";
+  while (members.size() < 100'000) members += ",somebody";
+  const Kit::TemporaryTree tree;
+  const std::string large = tree.Write("large", "crowd:x:4000:" + members + "\n");
+  while (members.size() < Accounts::kMaxRecordBytes) members += "," + members;
+  const std::string huge = tree.Write("huge", "crowd:x:4000:" + members + "\n");
+  const int result = Kit::InChild([&] {
+    Accounts accounts;
+    std::optional<std::uint32_t> id;
+    if (!HasOwnGroups(large)) return kCannotMount;
+    if (accounts.Find(kGroup, "crowd", id) != std::errc() || id != 4000) return 1;
+    if (accounts.Name({kGroup, 4000}) != std::string_view("crowd")) return 2;
+    if (!HasOwnGroups(huge)) return kCannotMount;
+    if (accounts.Find(kGroup, "crowd", id) != std::errc::result_out_of_range || id) return 3;
+    return accounts.Name({kGroup, 4000}) == nullptr ? 0 : 4;
+  });
+  if (result == kCannotMount) GTEST_SKIP() << "no right to put another file in the place of /etc/group";
+  EXPECT_EQ(result, 0);
 }
 
 }  // namespace
