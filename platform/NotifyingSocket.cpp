@@ -219,8 +219,8 @@ void NotifyingSocket::Core::OnEvents(std::uint64_t, std::uint32_t events) {
   }
 }
 
-void NotifyingSocket::Core::OnNotice(std::uint64_t generation) {
-  if (generation != generation_) return;
+// What is due was due when the socket was last used; a socket that was closed since has nothing due.
+void NotifyingSocket::Core::OnNotice(std::uint64_t) {
   const auto self = shared_from_this();
   if (failureDue_ != 0) {
     Fail(failureDue_);
@@ -250,7 +250,7 @@ bool NotifyingSocket::Core::Refuse(std::int32_t number) {
 void NotifyingSocket::Core::FailLater(int error) {
   Shut(State::kFailed);
   lastError_ = failureDue_ = SocketErrorOf(error);
-  loop_.Post(*this, generation_);
+  loop_.Post(*this, 0);
 }
 
 void NotifyingSocket::Core::Fail(std::int32_t number) {
@@ -349,7 +349,7 @@ bool NotifyingSocket::Core::Send(std::string bytes) {
   }
   if (waiting_.empty()) {
     sentDue_ = true;
-    loop_.Post(*this, generation_);
+    loop_.Post(*this, 0);
   } else {
     UpdateWatch();
   }

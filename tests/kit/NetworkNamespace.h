@@ -41,10 +41,8 @@ inline bool EnterOwnNetwork(bool loopbackUp) {
   return ioctl(control.Get(), SIOCSIFFLAGS, &loopback) == 0;
 }
 
-// Who may have ping sockets in the network this process is in.
-inline bool AllowPingSockets(bool allow) {
-  return WriteSetting("/proc/sys/net/ipv4/ping_group_range", allow ? "0 0" : "1 0");
-}
+// Lets root have ping sockets in the network this process is in; in a fresh one nobody may.
+inline bool AllowPingSockets() { return WriteSetting("/proc/sys/net/ipv4/ping_group_range", "0 0"); }
 
 // Hosts of the network this process is in answer no echo.
 inline bool IgnoreEchoes() { return WriteSetting("/proc/sys/net/ipv4/icmp_echo_ignore_all", "1"); }

@@ -210,7 +210,8 @@ TEST_F(cls_INetTest, AHostThatIsNotFoundIsNotAskedForAnEcho) {
 int StatusInOwnNetwork(const std::string& host, bool pingSockets, bool rights, bool silent) {
   return Kit::InChild([&] {
     if (!Kit::EnterOwnNetwork(true)) return Kit::kNoNamespace;
-    if (!Kit::AllowPingSockets(pingSockets) || (silent && !Kit::IgnoreEchoes()) || (!rights && !Kit::DropRights())) {
+    if ((pingSockets && !Kit::AllowPingSockets()) || (silent && !Kit::IgnoreEchoes()) ||
+        (!rights && !Kit::DropRights())) {
       return 100;
     }
     Kit::FakeWorld world;

@@ -5,11 +5,14 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -47,7 +50,7 @@ bool IsAnswered(const EchoReply& reply) {
 
 TEST(EchoTest, AHostAnswersThroughAPingSocket) {
   IN_OWN_NETWORK(true, [] {
-    if (!Kit::AllowPingSockets(true) || !Kit::DropRights()) return 1;
+    if (!Kit::AllowPingSockets() || !Kit::DropRights()) return 1;
     if (!IsAnswered(Ask("127.0.0.1"))) return 2;
     return IsAnswered(Ask("127.1.2.3")) ? 0 : 3;
   });
@@ -55,7 +58,6 @@ TEST(EchoTest, AHostAnswersThroughAPingSocket) {
 
 TEST(EchoTest, AHostAnswersThroughARawSocketWhereThereIsNoPingSocket) {
   IN_OWN_NETWORK(true, [] {
-    if (!Kit::AllowPingSockets(false)) return 1;
     if (!IsAnswered(Ask("127.0.0.1"))) return 2;
     return IsAnswered(Ask("127.1.2.3")) ? 0 : 3;
   });
@@ -63,7 +65,7 @@ TEST(EchoTest, AHostAnswersThroughARawSocketWhereThereIsNoPingSocket) {
 
 TEST(EchoTest, WithoutARightToEitherSocketNothingIsSent) {
   IN_OWN_NETWORK(true, [] {
-    if (!Kit::AllowPingSockets(false) || !Kit::DropRights()) return 1;
+    if (!Kit::DropRights()) return 1;
     const EchoReply reply = Ask("127.0.0.1");
     return reply.outcome == EchoOutcome::kNotSent && reply.milliseconds == 0 ? 0 : 2;
   });
@@ -87,7 +89,7 @@ int TimesOut() {
 TEST(EchoTest, AHostThatKeepsSilentIsGivenUp) {
   for (const bool ping : {true, false}) {
     IN_OWN_NETWORK(true, [ping] {
-      if (!Kit::IgnoreEchoes() || !Kit::AllowPingSockets(ping)) return 1;
+      if (!Kit::IgnoreEchoes() || (ping && !Kit::AllowPingSockets())) return 1;
       return TimesOut();
     });
   }
@@ -104,6 +106,49 @@ TEST(EchoTest, SignalsNeitherEndTheWaitNorMakeItLonger) {
     if (setitimer(ITIMER_REAL, &often, nullptr) != 0) return 3;
     const int result = TimesOut();
     return result == 0 && signals < 3 ? 4 : result;
+  });
+}
+
+TEST(EchoTest, ASignalLateInTheWaitDoesNotMakeItLonger) {
+  IN_OWN_NETWORK(true, [] {
+    if (!Kit::IgnoreEchoes()) return 1;
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    if (sigaction(SIGALRM, &action, nullptr) != 0) return 2;
+    const itimerval late{{0, 0}, {0, 500'000}};
+    if (setitimer(ITIMER_REAL, &late, nullptr) != 0) return 3;
+    const auto start = Clock::now();
+    if (SendEcho(htonl(INADDR_LOOPBACK), kPayload, 600).outcome != EchoOutcome::kTimedOut) return 4;
+    return Clock::now() - start < std::chrono::milliseconds(950) ? 0 : 5;  // 1100 if it began anew
+  });
+}
+
+// The eight bytes of header and the payload of the next request that `listener`, a raw socket, hears.
+std::string NextRequest(int listener) {
+  std::array<char, 2048> packet;
+  for (int left = 10; left > 0; --left) {
+    const ssize_t count = recv(listener, packet.data(), packet.size(), MSG_DONTWAIT);
+    if (count < 0) return {};
+    const std::string_view message =
+        WithoutInternetHeader(std::string_view(packet.data(), static_cast<std::size_t>(count)));
+    if (message.starts_with('\x08')) return std::string(message);
+  }
+  return {};
+}
+
+TEST(EchoTest, EachRequestHasTheProcesssNumberAndOneOfItsOwn) {
+  IN_OWN_NETWORK(true, [] {
+    const UniqueDescriptor listener(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+    if (!IsAnswered(Ask("127.0.0.1"))) return 1;
+    const std::string first = NextRequest(listener.Get());
+    if (!IsAnswered(Ask("127.0.0.1"))) return 2;
+    const std::string second = NextRequest(listener.Get());
+    if (first.size() != 18 || second.size() != 18 || first.substr(8) != kPayload) return 3;
+    const auto word = [](const std::string& text, std::size_t place) {
+      return static_cast<unsigned char>(text[place]) * 256 + static_cast<unsigned char>(text[place + 1]);
+    };
+    if (word(first, 4) != (getpid() & 0xFFFF) || word(second, 4) != word(first, 4)) return 4;
+    return word(second, 6) == word(first, 6) + 1 ? 0 : 5;
   });
 }
 
@@ -141,7 +186,6 @@ class Babble {
 
 TEST(EchoTest, AnswersToOthersAreSkippedAndDoNotMakeTheWaitLonger) {
   IN_OWN_NETWORK(true, [] {
-    if (!Kit::AllowPingSockets(false)) return 1;
     const Babble babble;
     if (!IsAnswered(Ask("127.0.0.1"))) return 2;
     if (!Kit::IgnoreEchoes()) return 3;
@@ -152,7 +196,6 @@ TEST(EchoTest, AnswersToOthersAreSkippedAndDoNotMakeTheWaitLonger) {
 
 TEST(EchoTest, TwoEchoesAtOnceKeepTheirAnswers) {
   IN_OWN_NETWORK(true, [] {
-    if (!Kit::AllowPingSockets(false)) return 1;
     std::atomic<int> answered = 0;
     std::vector<std::thread> asking;
     for (int i = 0; i < 4; ++i) {

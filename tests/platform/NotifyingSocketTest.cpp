@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -82,6 +83,7 @@ class NotifyingSocketTest : public testing::Test {
     client_.socket.Connect(Local(Listen()));
     EXPECT_TRUE(Kit::RunUntil(loop_, [this] { return !client_.heard.empty() && !listener_.accepted.empty(); }));
     EXPECT_EQ(client_.heard, Lines{"connected"});
+    EXPECT_FALSE(loop_.RunOnce(0)) << "and that is all";
     client_.heard.clear();
     return *listener_.accepted.front();
   }
@@ -266,6 +268,67 @@ TEST_F(NotifyingSocketTest, TextsStayInOrder) {
   }
   EXPECT_TRUE(Kit::RunUntil(loop_, [&] { return other.received.size() >= all.size(); }));
   EXPECT_TRUE(other.received == all);
+}
+
+TEST_F(NotifyingSocketTest, SentIsToldOnlyWhenNothingWaits) {
+  Hearing& other = Connect();
+  std::vector<std::size_t> waiting;
+  client_.then = [&](const std::string& what) {
+    if (what == "sent") waiting.push_back(client_.socket.WaitingBytes());
+  };
+  EXPECT_TRUE(client_.socket.Send("at once"));
+  EXPECT_TRUE(client_.socket.Send(Kit::Pattern(8 * 1024 * 1024)));
+  EXPECT_TRUE(Kit::RunUntil(loop_, [&] { return other.received.size() >= 8 * 1024 * 1024 + 7 && !waiting.empty(); }));
+  Kit::Settle(loop_);
+  EXPECT_EQ(waiting, std::vector<std::size_t>{0});
+}
+
+// Gives the client's other end bytes to read in every turn, and takes what it sends, until it has heard of the last
+// byte sent, where `atSent` is done.
+void TalkUntilSent(EventLoop& loop, Kit::RawClient& client, Hearing& other, const std::function<void()>& atSent) {
+  bool sent = false;
+  other.then = [&](const std::string& what) {
+    if (what != "sent") return;
+    sent = true;
+    atSent();
+  };
+  ASSERT_TRUE(other.socket.Send(Kit::Pattern(8 * 1024 * 1024)));
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!sent && std::chrono::steady_clock::now() < limit) {
+    client.Poll();
+    ASSERT_EQ(send(client.Descriptor(), "x", 1, MSG_NOSIGNAL), 1);
+    loop.RunOnce(2);
+  }
+  EXPECT_TRUE(sent);
+}
+
+TEST_F(NotifyingSocketTest, OnceClosedInAHandlerItHearsNothingMoreInThatTurn) {
+  const std::uint16_t port = Listen();
+  for (const bool destroyed : {false, true}) {
+    listener_.accepted.clear();
+    Kit::RawClient client(port);
+    ASSERT_TRUE(Kit::RunUntil(loop_, [this] { return !listener_.accepted.empty(); }));
+    Hearing& other = *listener_.accepted.front();
+    TalkUntilSent(loop_, client, other, [&] {
+      if (destroyed) {
+        other.socket = NotifyingSocket(loop_);
+      } else {
+        other.socket.Close();
+      }
+    });
+    EXPECT_TRUE(other.Heard("sent")) << other.heard.back();
+    EXPECT_EQ(other.socket.LastError(), 0);
+  }
+}
+
+TEST_F(NotifyingSocketTest, AListenerThatIsClosedInItsHandlerTakesNoMore) {
+  listener_.then = [this](const std::string&) { listener_.socket.Close(); };
+  const std::uint16_t port = Listen();
+  const Kit::RawClient first(port);
+  const Kit::RawClient second(port);
+  EXPECT_TRUE(Kit::RunUntil(loop_, [this] { return !listener_.accepted.empty(); }));
+  EXPECT_EQ(listener_.accepted.size(), 1u);
+  EXPECT_EQ(listener_.socket.LastError(), 0);
 }
 
 TEST_F(NotifyingSocketTest, TheNumberOfWaitingTextsIsBounded) {
