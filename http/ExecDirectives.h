@@ -16,8 +16,7 @@ class cls_HTTP;
 // TARGET is a program, or a program, "?" and its arguments; for a ".bat" program "?" and "&" among the arguments
 // separate words. A path that leads out of its folder is not run; a link is run as the file it leads to. In the output
 // each CR LF becomes "<br>". A program is run once for all directives of a page that are equal without regard to case.
-// A directive ends at the next ">", which
-// "--" must precede.
+// A directive ends at the next ">", which "--" must precede.
 void RunExecDirectives(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer
