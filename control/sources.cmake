@@ -8,6 +8,7 @@ set(SOURCES
     internal/HeaderFields.cpp
     internal/HostAnswers.cpp
     internal/Lifecycle.cpp
+    internal/Listing.cpp
     internal/Persistence.cpp
     internal/Reception.cpp
     internal/RecordSetup.cpp

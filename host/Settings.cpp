@@ -172,14 +172,6 @@ void ApplyFiles(Tessel& tessel, const Options& options) {
   if (!users.empty()) tessel.AuthenticationSourceFile(users);
 }
 
-// Whoever names passwords expects to be asked for one.
-void RemarkOnPasswords(const Tessel& tessel, std::vector<std::string>& remarks) {
-  const auto source = tessel.AuthenticationSource();
-  const bool named = source == e_AuthSource::GolbalFile && !tessel.AuthenticationSourceFile().empty();
-  if (!named && source != e_AuthSource::DirectoryFile) return;
-  remarks.emplace_back("this version asks for no passwords yet; every file below the folder is served to everybody");
-}
-
 }  // namespace
 
 std::vector<std::string> ApplySettings(Tessel& tessel, const Options& options) {
@@ -200,7 +192,6 @@ std::vector<std::string> ApplySettings(Tessel& tessel, const Options& options) {
   // what the command line says, else what the configuration says, else the working folder
   tessel.VirtualPath(options.directory ? FolderOf("DIRECTORY", *options.directory)
                                        : ExistingFolder(tessel.VirtualPath()));
-  RemarkOnPasswords(tessel, remarks);
   return remarks;
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "control/internal/AnswerPrograms.h"
+#include "control/internal/Listing.h"
 #include "control/internal/RecordSetup.h"
 #include "control/internal/SlotTarget.h"
 #include "control/internal/Trapping.h"
@@ -105,14 +106,11 @@ Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, boo
   if (request.RequestPath.empty()) return {};
   if (!call.slot.TargetIsKnown) FindTarget(state_, call.slot);  // the host handed the request back
   DropLeadingSeparator(request.RequestPath);
-  switch (call.slot.Target.kind) {
-    case EntryKind::kNone:
-      return Refusal(*call.record, "404");
-    case EntryKind::kDirectory:
-      return DirectoryAnswer(call);
-    default:
-      return FileAnswer(call);
-  }
+  const FoundEntry& target = call.slot.Target;
+  if (target.kind == EntryKind::kNone) return Refusal(*call.record, "404");
+  const Admission admission =
+      AdmissionTo(target, state_.settings, state_.authFileName, request.AuthUser, request.AuthPassword);
+  return target.kind == EntryKind::kDirectory ? DirectoryAnswer(call, admission) : FileAnswer(call, admission);
 }
 
 // The error page, or with VerboseErrorsEnable off the bare header. The page's own status line says 200, the header's
@@ -133,10 +131,25 @@ Dispatch::Decision Dispatch::HostAnswer(Call& call) const {
   return {{std::move(head), std::exchange(slot.TrapData, {})}, slot.TrapStatusCode, false};
 }
 
-// A folder without an index page is forbidden.
-Dispatch::Decision Dispatch::DirectoryAnswer(Call& call) const { return Refusal(*call.record, "403"); }
+// The header that asks for a name and a password. `field` is the name of its line, which ends the header.
+Dispatch::Decision Dispatch::Challenge(const cls_HTTP& record, std::string_view field, const std::string& realm) const {
+  std::string head = record.BuildHeader("401", 0, "text/html", false, "");
+  head.append(field).append(": Basic realm=").append(realm).append("\r\n\r\n");
+  return {{std::move(head), std::string()}, "401", true};
+}
 
-Dispatch::Decision Dispatch::FileAnswer(Call& call) const {
+// A folder without an index page is listed, or forbidden.
+Dispatch::Decision Dispatch::DirectoryAnswer(Call& call, const Admission& admission) {
+  if (!state_.settings.DirectoryBrowseEnable) return Refusal(*call.record, "403");
+  // kept: written otherwise than for a file
+  if (!admission.granted) return Challenge(*call.record, "WWW-authenticate", admission.realm);
+  std::string page = ListingOf(state_, call.slot);
+  std::string head = call.record->BuildHeader("200", static_cast<std::int64_t>(page.size()), "text/html", true, "");
+  return {{std::move(head), std::move(page)}, "200", true};
+}
+
+Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) const {
+  if (!admission.granted) return Challenge(*call.record, "WWW-Authenticate", admission.realm);
   if (!call.slot.Target.readable) return Refusal(*call.record, "403");
   const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);

@@ -1,4 +1,4 @@
-// Which answer a complete request gets: a forced error, the host's data, 404, 403, a folder's page or a file.
+// Which answer a complete request gets: a forced error, the host's data, 404, 401, 403, a folder's page or a file.
 //
 // Thread:    the host's thread.
 // Ownership: keeps references to the control's state and its sending part.
@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "control/internal/Authentication.h"
 #include "control/internal/ControlState.h"
 #include "control/internal/Sending.h"
 #include "platform/Answer.h"
@@ -42,8 +43,9 @@ class Dispatch {
   Answer ErrorAnswer(cls_HTTP& record, std::string_view statusCode) const;
   Decision Refusal(cls_HTTP& record, std::string_view statusCode) const;
   Decision HostAnswer(Call& call) const;
-  Decision DirectoryAnswer(Call& call) const;
-  Decision FileAnswer(Call& call) const;
+  Decision Challenge(const cls_HTTP& record, std::string_view field, const std::string& realm) const;
+  Decision DirectoryAnswer(Call& call, const Admission& admission);
+  Decision FileAnswer(Call& call, const Admission& admission) const;
   void Deliver(Call& call, Decision decision);
 
   ControlState& state_;

@@ -136,7 +136,7 @@ TEST_F(DispatchHostileTest, TheControlsOwnPasswordFileIsServedUnderNoName) {
   }
   tessel.IndexPageNames("users.lst");
   EXPECT_THAT(control.Get("/docs/"), HasSubstr("HTPP 403: Forbidden"));
-  EXPECT_EQ(BodyOf(control.Get("/a.txt")), "text");
+  EXPECT_EQ(BodyOf(control.Ask("GET /a.txt HTTP/1.0\r\nAuthorization: Basic dXNlcjpwdw==\r\n\r\n")), "text");
 }
 
 TEST_F(DispatchHostileTest, NothingOfTheRequestComesBackInAnErrorPage) {

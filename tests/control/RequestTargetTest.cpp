@@ -203,5 +203,69 @@ TEST_F(ResolveTargetTest, LinksLeadNowhereOutside) {
   EXPECT_EQ(Resolve("in.htm"), "F in.htm");
 }
 
+TEST(IsProgramRequestTest, TheEndOfThePathOrExeAndAMarkAnywhere) {
+  struct {
+    const char *path, *query;
+    bool is;
+    const char* why;
+  } const cases[] = {
+      {"cgi/prog.exe", "", true, "the end"},
+      {"PROG.EXE", "", true, "in any case"},
+      {"cgi/prog.exe", "x=1", true, "with a query"},
+      {".exe", "", true, "nothing else"},
+      {"prog.exe/x", "", false, "a folder of that name"},
+      {"prog.exe ", "", false, "another name"},
+      {"exe", "", false, "no dot"},
+      {"prog.bat", "", false, "another kind"},
+      {"secret.ini", "a=.exe?b", true, "in the query"},
+      {"secret.ini", "a=.EXE?", true, "in any case"},
+      {"secret.ini", "a=.exe", false, "no mark behind it"},
+      {"", "", false, "nothing"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(IsProgramRequest(c.path, c.query), c.is) << c.path << "?" << c.query << ": " << c.why;
+}
+
+class FindProgramTest : public testing::Test {
+ protected:
+  FindProgramTest() {
+    for (const char* name : {"tool.exe", "my tool.exe", "secret.ini", "sub/deep.exe", "hidden.exe"})
+      tree.Write(name, "x");
+    tree.MakeFolder("folder.exe");
+  }
+
+  std::string Found(const std::string& path) const {
+    const FoundEntry entry =
+        FindProgram(RootFolder(tree.Text()), path, [](const FoundEntry& found) { return found.name == "hidden.exe"; });
+    return entry.kind == EntryKind::kFile ? entry.name : "none";
+  }
+
+  Kit::TemporaryTree tree;
+};
+
+TEST_F(FindProgramTest, IsAProgramOfThatNameInTheFolderItself) {
+  struct {
+    const char *path, *found, *why;
+  } const cases[] = {
+      {"tool.exe", "tool.exe", "there"},
+      {"TOOL.Exe", "tool.exe", "in any case"},
+      {"a/b/tool.exe", "tool.exe", "its name alone counts"},
+      {"..\\tool.exe", "tool.exe", "its name alone counts"},
+      {"my%20tool.exe", "my tool.exe", "a blank"},
+      {"t%6Fol.exe", "tool.exe", "decoded"},
+      {"..%2Ftool.exe", "none", "no separator is decoded"},
+      {"tool%2Eini", "none", "another name"},
+      {"secret.ini", "none", "no program"},
+      {"deep.exe", "none", "in a folder below"},
+      {"sub/deep.exe", "none", "in a folder below"},
+      {"folder.exe", "none", "a folder"},
+      {"hidden.exe", "none", "a secret"},
+      {"tool.exe/", "none", "no name"},
+      {"", "none", "no name"},
+      {"..", "none", "no program"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Found(c.path), c.found) << c.path << ": " << c.why;
+}
+
 }  // namespace
 }  // namespace TesselServer
