@@ -27,7 +27,7 @@ void Include(cls_HTTP& record, Page& page, std::string_view opener, bool fromRoo
   const auto textOf = [&](std::string_view written) -> Page::SharedText {
     const std::string name = NameBelowRoot(record, fromRoot, written);
     if (name.empty()) return nullptr;
-    auto text = record.IncludedText(record.FindFile(record.VirtualPath(), name));
+    auto text = record.IncludedText(name);
     return text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
   };
   ReplaceTags(page, {opener, "", "--"}, textOf,

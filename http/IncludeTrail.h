@@ -15,10 +15,10 @@ namespace TesselServer {
 // directive.
 struct IncludeRoom {
   static constexpr std::int64_t kMaxBytes = 16 * 1024 * 1024;  // more than any reader wants, less than hurts the host
-  static constexpr std::int32_t kMaxFiles = 4096;  // bounds pages whose includes take in nothing but each other
+  static constexpr std::int32_t kMaxNames = 4096;  // bounds the look-ups, and pages that take in nothing but each other
 
   std::int64_t bytes = kMaxBytes;
-  std::int32_t files = kMaxFiles;
+  std::int32_t names = kMaxNames;  // what is not there counts as well
 };
 
 struct IncludeTrail {

@@ -200,13 +200,14 @@ FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) 
   return found;
 }
 
-std::optional<std::string> cls_HTTP::IncludedText(FoundEntry found) {
-  if (trail_ == nullptr || found.file.Kind() != EntryKind::kFile) return std::nullopt;
-  if (trail_->depth == IncludeTrail::kMaxDepth || trail_->Holds(found.file.Identity())) return std::nullopt;
+std::optional<std::string> cls_HTTP::IncludedText(std::string_view name) {
+  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth || trail_->room->names == 0) return std::nullopt;
   IncludeRoom& room = *trail_->room;
+  room.names -= 1;
+  FoundEntry found = FindFile(settings_.virtualPath, name);
+  if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return std::nullopt;
+  if (found.file.Size() > room.bytes) return std::nullopt;
   const std::int64_t roomBefore = room.bytes;
-  if (found.file.Size() > room.bytes || room.files == 0) return std::nullopt;
-  room.files -= 1;
   room.bytes -= found.file.Size();  // while it takes in its own; what it has become counts where it is put in
   cls_HTTP record(world_);
   record.settings_ = settings_;

@@ -232,10 +232,11 @@ class cls_HTTP {
   // The path by which the file that was found is run; "" when it is no file that can be read.
   std::string ProgramPath(const FoundEntry& found) const;
 
-  // What a file becomes that the document includes: its own answer without a header, made by a record with these
-  // settings and request values. Nothing when there is no such file, when it or a page that includes it is that file
-  // already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the room for includes is taken.
-  std::optional<std::string> IncludedText(FoundEntry found);
+  // What the file `name` below VirtualPath becomes that the document includes: its own answer without a header, made by
+  // a record with these settings and request values. Nothing when there is no such file, when the document or a page
+  // that includes it is that file already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the
+  // room for includes is taken.
+  std::optional<std::string> IncludedText(std::string_view name);
 
   // Takes room for `size` bytes of an included file. False, and nothing is taken, when there is less.
   bool TakeIncludeRoom(std::size_t size);

@@ -309,17 +309,24 @@ TEST_F(FileInclusionTest, AnIncludeNamedTwentyThousandTimesIsNotCopiedForEach) {
   EXPECT_EQ(result.size(), 16 * kMebibyte + (20'000 - 16) * 25);
 }
 
-TEST_F(FileInclusionTest, NoMoreFilesAreReadThanThePageMayName) {
+TEST_F(FileInclusionTest, NoMoreNamesAreLookedForThanThePageMayHave) {
   site_.tree.Write("f.txt", "f");
   std::string page;
-  for (int i = 0; i < IncludeRoom::kMaxFiles + 3; ++i) {
+  for (int i = 0; i < IncludeRoom::kMaxNames + 3; ++i) {
     std::string name;  // another one each time for the same file
-    for (int bit = 1; bit <= IncludeRoom::kMaxFiles; bit *= 2) name += (i & bit) != 0 ? "./" : "/";
+    for (int bit = 1; bit <= IncludeRoom::kMaxNames; bit *= 2) name += (i & bit) != 0 ? "./" : "/";
     page += "<!--#includefile=" + name + "f.txt-->\n";
   }
   const std::string result = site_.Page(page);
-  EXPECT_EQ(CountOf(result, "f\n"), static_cast<std::size_t>(IncludeRoom::kMaxFiles));
+  EXPECT_EQ(CountOf(result, "f\n"), static_cast<std::size_t>(IncludeRoom::kMaxNames));
   EXPECT_EQ(CountOf(result, "f.txt-->\n"), 3u);
+}
+
+TEST_F(FileInclusionTest, NamesThatAreNotThereCountAsWell) {
+  std::string page;
+  for (int i = 0; i < IncludeRoom::kMaxNames; ++i) page += "<!--#include=missing" + std::to_string(i) + "-->";
+  EXPECT_TRUE(site_.Page("<!--#includefile=part.htm-->" + page + "<!--#include=part.htm-->") ==
+              "part" + page + "<!--#include=part.htm-->");
 }
 
 TEST_F(FileInclusionTest, PagesThatFanOutAreBounded) {
@@ -331,7 +338,7 @@ TEST_F(FileInclusionTest, PagesThatFanOutAreBounded) {
     }
     site_.tree.Write("l" + std::to_string(level) + ".htm", page);
   }
-  EXPECT_EQ(CountOf(site_.Get("l0.htm"), "@"), 1u + IncludeRoom::kMaxFiles);
+  EXPECT_EQ(CountOf(site_.Get("l0.htm"), "@"), 1u + IncludeRoom::kMaxNames);
 }
 
 }  // namespace
