@@ -14,11 +14,11 @@
 namespace TesselServer {
 
 struct ProgramStart {
-  std::string file;                         // its path; nothing is searched for
+  std::string file;                         // its path; nothing is searched for, and none has a NUL in it
   std::vector<std::string> arguments = {};  // behind its name, one word each: no shell takes them apart
 
   // Name and value, in addition to the environment of this process; a name that is there already gets the new value.
-  // Values are cut at their first NUL.
+  // Values, as arguments, are cut at their first NUL; a name that no environment can hold is left out.
   std::vector<std::pair<std::string, std::string>> environment = {};
 
   std::int64_t waitMilliseconds = 0;  // how long its end is waited for; 0: not at all
@@ -30,7 +30,7 @@ struct ProgramResult {
 
   Failure failure = Failure::kNone;  // what could not be done
   std::int32_t error = 0;            // the system's number for it (errno(3))
-  bool ended = false;                // False: it was still running when the time was over, and runs on
+  bool ended = false;                // False: it was not started, or still ran when the time was over, and runs on
   std::string output;                // the beginning of its standard output
 };
 

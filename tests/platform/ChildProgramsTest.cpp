@@ -82,6 +82,13 @@ TEST_F(ChildProgramsTest, KeepsTheBeginningOfMuchOutput) {
   EXPECT_TRUE(Exists("marker")) << "it came to its end";
 }
 
+TEST_F(ChildProgramsTest, AGrandchildThatHoldsThePipeIsNotWaitedFor) {
+  ExpectEnded(Run(Write("parent", "(read go < $here/gate; echo > $here/marker) & printf output")), "output");
+  EXPECT_FALSE(Exists("marker"));
+  gate_.Open();
+  EXPECT_TRUE(Kit::Eventually([this] { return Exists("marker"); }));
+}
+
 TEST_F(ChildProgramsTest, AHundredLeaveNoChildAndNoDescriptor) {
   const std::string program = Write("program", "echo \"$NUMBER\"");
   const std::size_t descriptors = Kit::CountDescriptors();

@@ -6,11 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "platform/internal/StartChild.h"
 #include "platform/internal/UniqueDescriptor.h"
@@ -197,6 +199,27 @@ TEST_F(StartChildTest, SignalsAreAtTheirDefaultsButThatOfABrokenPipe) {
     if (Field(found, "SigBlk") != "0000000000000000") return 2;
     if (Field(found, "SigCgt") != "0000000000000000") return 3;
     return 0;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+// The child shares the host's memory until the program has taken over: what a handler did there would be done here.
+TEST_F(StartChildTest, HandlersOfTheHostDoNotRunInTheChild) {
+  static volatile pid_t host = -1;
+  static volatile std::sig_atomic_t strangers = 0;
+  const int status = Kit::InChild([] {
+    setpgid(0, 0);  // the signals are for this group only
+    host = getpid();
+    std::signal(
+        SIGUSR1, +[](int) { strangers = strangers + (getpid() == host ? 0 : 1); });
+    std::atomic<bool> done = false;
+    std::thread sender([&done] {
+      while (!done) kill(0, SIGUSR1);
+    });
+    for (int i = 0; i < 300; ++i) OutputOf({.file = "/nonexistent"});
+    done = true;
+    sender.join();
+    return strangers == 0 ? 0 : 1;
   });
   EXPECT_EQ(status, 0);
 }
