@@ -1,7 +1,6 @@
 #include "http/cls_HTTP.h"
 
 #include <exception>
-#include <system_error>
 
 #include "http/CGIOutput.h"
 #include "http/ContentTypes.h"
@@ -17,6 +16,7 @@
 #include "http/cls_CGI.h"
 #include "http/cls_ErrorFiles.h"
 #include "platform/AsciiCase.h"
+#include "platform/SystemErrorText.h"
 #include "support/PathText.h"
 #include "support/Text.h"
 #include "support/cls_WinUtil.h"
@@ -25,7 +25,6 @@ namespace TesselServer {
 namespace {
 
 constexpr std::int32_t kMaxCGITimeoutSeconds = 2'000'000;  // 23 days stand for ever; more would not fit in milliseconds
-constexpr std::size_t kMaxSystemErrorBytes = 255;          // texts are for one line of a page
 constexpr std::int64_t kFirstNTPlatform = 2;
 constexpr std::string_view kHtmlType = "text/html";
 constexpr std::string_view kFallbackType = "application/octet-stream";
@@ -62,12 +61,7 @@ std::string cls_HTTP::ServerVariables(std::string_view Name, std::string_view Se
   return all;
 }
 
-std::string cls_HTTP::SystemErrorText(std::int32_t Code) const {
-  const std::string text = std::generic_category().message(Code);
-  // A number that the system does not know has a text that ends in the number, in every language.
-  if (text.empty() || text.ends_with(std::to_string(Code))) return "Unknown error.";
-  return std::string(Trim(std::string_view(text).substr(0, kMaxSystemErrorBytes)));
-}
+std::string cls_HTTP::SystemErrorText(std::int32_t Code) const { return TesselServer::SystemErrorText(Code); }
 
 std::string cls_HTTP::BuildHeader(std::string_view StatusCode, std::int64_t ContentLength, std::string_view ContentType,
                                   bool EndHeader, std::string_view ExtraHeaders) const {
