@@ -15,6 +15,7 @@ import shutil
 import signal
 import sys
 import tempfile
+import time
 import unittest
 import urllib.error
 import urllib.parse
@@ -46,15 +47,22 @@ DRAWING = """const drawing = document.getElementById('drawing');
 PAPER = "rgb(253, 250, 243)"  # what the style sheet says; without it the page is transparent
 
 
-def is_page(address):
-    return re.search(r"(?i)(/|\.html)$", urllib.parse.urlsplit(address).path) is not None
+ROWS_OF_LIST = """return Array.from(document.querySelectorAll('tr')).slice(2)
+    .map(row => Array.from(row.cells).map(cell => cell.innerText.trim()))"""
+
+
+def path_of(address):
+    """The path of an address, without codes."""
+    return urllib.parse.unquote(urllib.parse.urlsplit(address).path)
 
 
 class Site:
     """What holds for the site however it is served; the classes that follow say how."""
 
     tessel = host = programs = screenshots = None  # set from the command line
-    LIVE = r"(?i)/(live/.*|status\.json|requests\.svg|form\.echo|[^/]*\.exe)$"  # what is no file as it lies there
+    # What is not sent as it lies there.
+    LIVE = r"(?i)/(live/.*|status\.json|requests\.svg|form\.echo|[^/]*\.exe|htaccess\.txt)$"
+    FORBIDDEN = ()  # folders that are not for show
 
     @classmethod
     def switches(cls):
@@ -97,9 +105,14 @@ class Site:
             files.update(src for src, *_ in pages[address]["pictures"])
             for link in run(LINKS):
                 link = urllib.parse.urldefrag(link).url
-                if link.startswith(cls.program.address) and cls.follows(urllib.parse.urlsplit(link).path):
-                    ahead.append(link) if is_page(link) else files.add(link)
+                if link.startswith(cls.program.address) and cls.follows(path_of(link)):
+                    ahead.append(link) if cls.is_page(link) else files.add(link)
         return pages, files
+
+    @classmethod
+    def is_page(cls, address):
+        path = path_of(address)
+        return path.lower().endswith(("/", ".html")) or (cls.site / path.lstrip("/")).is_dir()
 
     def open(self, path):
         self.driver.get(self.program.address + path)
@@ -116,10 +129,13 @@ class Site:
             self.assertGreater(target.stat().st_size, 1000)
 
     def is_error(self, address):
-        return address.lower().endswith(("/no-such-page.html", "/unlisted/"))
+        return address.lower().endswith(("/no-such-page.html",) + self.FORBIDDEN)
+
+    def is_list(self, address):
+        return self.pages[address]["title"].startswith("Directory Listing:")
 
     def test_every_page_of_the_site_is_reached(self):
-        reached = {urllib.parse.unquote(urllib.parse.urlsplit(address).path).lower() for address in self.pages}
+        reached = {path_of(address).lower() for address in self.pages}
         for path in self.site.rglob("*.html"):
             name = "/" + path.relative_to(self.site).as_posix()
             if name.startswith(("/parts/", "/live/nested/")) or not self.follows(name):
@@ -129,7 +145,7 @@ class Site:
     def test_every_picture_arrives_and_the_style_sheet_applies(self):
         count = 0
         for address, page in self.pages.items():
-            if self.is_error(address):
+            if self.is_error(address) or self.is_list(address):
                 continue
             with self.subTest(address):
                 self.assertEqual(page["background"], PAPER)
@@ -146,14 +162,13 @@ class Site:
         self.assertGreaterEqual(len(files), 15)
         for address in files:
             with self.subTest(address), urllib.request.urlopen(address, timeout=20) as answer:
-                path = urllib.parse.unquote(urllib.parse.urlsplit(address).path).lstrip("/")
-                self.assertEqual(answer.read(), (self.site / path).read_bytes())
+                self.assertEqual(answer.read(), (self.site / path_of(address).lstrip("/")).read_bytes())
 
     def test_the_access_log_has_every_page_with_its_status(self):
         for address in self.pages:
             parts = urllib.parse.urlsplit(address)
             path = parts.path + ("?" + parts.query if parts.query else "")
-            status = "404" if path.endswith("no-such-page.html") else "403" if path == "/unlisted/" else "200"
+            status = "404" if path.endswith("no-such-page.html") else "403" if path in self.FORBIDDEN else "200"
             pattern = r'^127\.0\.0\.1 - - \[\d\d/\d\d/\d{4}:\d\d:\d\d:\d\d [+-]\d{4}\] "GET %s HTTP/1\.1" %s \d+ "' % (
                 re.escape(path), status)
             self.program.wait_for_output(pattern)
@@ -166,14 +181,19 @@ class Site:
 class WithNothingSwitchedOn(Site, unittest.TestCase):
     """`tessel host/site`: the pages that need no switch are whole, and those that do say so."""
 
+    FORBIDDEN = ("/unlisted/", "/shelf/", "/members/papers/")
+
     @classmethod
     def follows(cls, path):
         return not re.search(cls.LIVE, path)
 
     def test_errors_are_shown(self):
-        for path, heading in (("docs/no-such-page.html", "HTTP 404: File Not Found"),
-                              ("unlisted/", "HTPP 403: Forbidden")):
-            self.assertIn(heading, self.pages[self.program.address + path]["text"])
+        self.assertIn("HTTP 404: File Not Found", self.pages[self.program.address + "docs/no-such-page.html"]["text"])
+        for path in self.FORBIDDEN:
+            self.assertIn("HTPP 403: Forbidden", self.pages[self.program.address + path[1:]]["text"])
+
+    def test_nobody_is_asked_for_a_password(self):
+        self.assertIn("Welcome, member", self.pages[self.program.address + "members/"]["text"])
 
     def test_a_live_page_says_what_it_wants(self):
         self.open("live/")
@@ -188,17 +208,116 @@ class WithNothingSwitchedOn(Site, unittest.TestCase):
 class WithEverythingSwitchedOn(Site, unittest.TestCase):
     """The switches of ./run without arguments."""
 
+    ASKS_OR_CUTS = r"^/(members/|shelf/cut links/.)"  # places with passwords, and files whose links are cut
+    MEMBER = "ada:tiles-and-grout"
+
     @classmethod
     def switches(cls):
         return ["--ssi-enable", "--html-functions-enable", "--cgi-enable", "--cgi-directory", cls.programs,
-                "--directory-browse-enable", "--error-files-enable", "--verbose-errors-enable", "--application-folder",
-                cls.host, "--trap-file-enable", "--trap-file-types", "json,svg,echo"]
+                "--directory-browse-enable", "--authentication-source", "directory-file", "--error-files-enable",
+                "--verbose-errors-enable", "--application-folder", cls.host, "--trap-file-enable", "--trap-file-types",
+                "json,svg,echo"]
+
+    @classmethod
+    def follows(cls, path):
+        return not re.search(cls.ASKS_OR_CUTS, path)
+
+    def list(self):
+        """What the list shows that is open now: its rows without the parent's, [name, size, date]."""
+        return [row for row in self.driver.execute_script(ROWS_OF_LIST) if row[0] != "[Parent Directory]"]
+
+    def click(self, text):
+        """Follows a link of a list, and waits for where it leads."""
+        link = next(each for each in self.driver.find_elements(By.TAG_NAME, "a") if each.text == text)
+        address = link.get_attribute("href")
+        link.click()
+        WebDriverWait(self.driver, PAGE_SECONDS).until(lambda driver: driver.current_url == address)
 
     def test_the_switches_are_those_of_run(self):
         run = (self.host.parent / "run").read_text()
         demonstration = re.search(r"^demonstration=\((.*?)^\)", run, re.MULTILINE | re.DOTALL).group(1)
-        self.assertEqual(re.findall(r"--[a-z-]+", demonstration),
-                         [word for word in map(str, self.switches()) if word.startswith("--")])
+        shown = [str(each) for each in self.switches()]
+        self.assertEqual(re.findall(r"--[a-z-]+", demonstration), [word for word in shown if word.startswith("--")])
+        self.assertIn("--authentication-source directory-file", demonstration)
+
+    def test_the_shelf_is_browsed_three_floors_down_and_back(self):
+        self.open("docs/folders.html")
+        self.driver.find_element(By.LINK_TEXT, "/shelf/").click()
+        floors = ("first floor", "second floor", "third floor")
+        for floor in floors:
+            self.click(floor)
+        self.assertEqual(path_of(self.driver.current_url), "/shelf/" + "/".join(floors))
+        self.assertEqual([row[0] for row in self.list()], ["treasure.txt"])
+        self.click("treasure.txt")
+        self.assertIn("three levels down", self.text())
+        self.driver.back()
+        for folder in ("/shelf/first floor/second floor/", "/shelf/first floor/", "/shelf/", "/"):
+            self.click("[Parent Directory]")
+            self.assertEqual(path_of(self.driver.current_url), folder)
+        self.assertIn("It works", self.text())
+
+    def test_a_list_shows_names_sizes_and_dates(self):
+        self.open("shelf/sizes/")
+        rows = {name: (size, date) for name, size, date in self.list()}
+        self.assertEqual({name: size for name, (size, _) in rows.items()}, {
+            "empty.txt": "0 bytes", "512-bytes.txt": "512 bytes", "1023-bytes.txt": "1,023 bytes",
+            "1024-bytes.txt": "1.00KB", "1536-bytes.txt": "1.50KB", "10239-bytes.txt": "10.00KB",
+            "10240-bytes.txt": "10.0KB", "102399-bytes.txt": "100.0KB", "102400-bytes.txt": "100KB"})
+        for name, (_, date) in rows.items():
+            changed = time.localtime((self.site / "shelf" / "sizes" / name).stat().st_mtime)
+            self.assertTrue(date.startswith(time.strftime("%Y/%m/%d", changed)), date)
+        self.open("shelf/")
+        names = [row[0] for row in self.list()]
+        self.assertEqual(sorted(names[:4]), ["cut links", "first floor", "odd names", "sizes"])
+        self.assertEqual(sorted(names[4:]), [".begins-with-a-dot", "read-me-first.txt"])
+
+    def test_every_odd_name_is_reached(self):
+        reached = {path_of(address) for address in [*self.pages, *self.files]}
+        odd = [path for path in (self.site / "shelf").rglob("*") if path.is_file() and "odd names" in path.parts]
+        self.assertEqual(len(odd), 8)
+        for path in odd:
+            self.assertIn("/" + path.relative_to(self.site).as_posix(), reached)
+
+    def test_links_of_some_names_are_cut_and_their_files_are_there(self):
+        listed = {}
+        self.open("shelf/cut links/")
+        for name, address in self.driver.execute_script("return Array.from(document.links).map(a => [a.text, a.href])"):
+            listed[name.encode("cp1252").decode()] = address  # the page says that its letters are Western ones
+        folder = self.site / "shelf" / "cut links"
+        self.assertEqual(set(listed), {"[Parent Directory]"} | {path.name for path in folder.iterdir()})
+        for path in folder.iterdir():
+            self.driver.get(listed[path.name])
+            self.assertIn("This page is missing", self.text())
+            address = self.program.address + urllib.parse.quote("shelf/cut links/" + path.name)
+            with urllib.request.urlopen(address, timeout=20) as answer:
+                self.assertEqual(answer.read(), path.read_bytes())
+
+    def test_members_log_in(self):
+        """Without a name and a password nothing is shown, with those that the page tells everything is."""
+        self.open("docs/passwords.html")
+        user, password = (each.text for each in self.driver.find_elements(By.CSS_SELECTOR, "td > code")[:2])
+        self.assertEqual(user + ":" + password, self.MEMBER)
+        with_password = self.program.address.replace("://", "://%s:%s@" % (user, password))
+        for path in ("members/", "members/minutes.txt", "members/papers/"):
+            refused = '"GET /%s HTTP/1.1" 401 ' % path
+            # With a password the browser asks without it first, then with it.
+            for address, refusals in ((self.program.address, 1), (with_password.replace(password, "wrong"), 3)):
+                self.driver.get(address + path)
+                self.assertNotRegex(self.driver.page_source, "Welcome, member|Minutes of|statutes")
+                WebDriverWait(self.driver, PAGE_SECONDS).until(
+                    lambda _: sum(refused in line for line in self.program.output) >= refusals, refused)
+        self.driver.get(with_password + "members/")
+        self.assertIn("Welcome, member", self.text())
+        self.driver.find_element(By.LINK_TEXT, "minutes").click()
+        WebDriverWait(self.driver, PAGE_SECONDS).until(lambda driver: driver.current_url.endswith("minutes.txt"))
+        self.assertIn("Minutes of the tile society", self.text())
+        self.driver.get(with_password + "members/papers/")
+        self.assertEqual(sorted(row[0] for row in self.list()), ["accounts.csv", "statutes.txt"])
+        self.click("statutes.txt")
+        self.assertIn("A tile is a tile.", self.text())
+        self.take_screenshots("members", (("page", "members/"), ("papers", "members/papers/")))
+        self.open("members/htaccess.txt")
+        self.assertIn("This page is missing", self.text())
 
     def test_no_tag_is_left(self):
         live = [address for address in self.pages if "/live/" in address]
@@ -292,7 +411,10 @@ class WithEverythingSwitchedOn(Site, unittest.TestCase):
     def test_screenshots(self):
         self.take_screenshots("live", [("start", "")] + [(name, "live/%s.html" % name) for name in (
             "index", "variables", "includes", "functions", "form", "programs")] + [
-                ("missing", "no-such-page.html"), ("forbidden", "unlisted/"), ("requests", "requests.svg"),
+                ("missing", "no-such-page.html"), ("unlisted", "unlisted/"), ("requests", "requests.svg"),
+                ("folders", "docs/folders.html"), ("passwords", "docs/passwords.html"), ("errors", "docs/errors.html"),
+                ("shelf", "shelf/"), ("third-floor", "shelf/first floor/second floor/third floor"),
+                ("sizes", "shelf/sizes"), ("odd-names", "shelf/odd names"), ("cut-links", "shelf/cut links"),
                 ("shell", "shell.exe?name=Ada"), ("python", "python.exe?item=7"),
                 ("environment", "environment.exe?a=1&b=%3Ctwo%3E")])
 
