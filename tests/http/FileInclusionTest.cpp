@@ -212,6 +212,7 @@ TEST_F(FileInclusionTest, AValueMayChooseTheFileButNotLeaveTheRoot) {
     return DocsPage(page);
   };
   EXPECT_EQ(chosen("part.htm"), "docs part");
+  EXPECT_EQ(chosen(" part.htm "), "docs part") << "blanks around a name do not count";
   EXPECT_EQ(chosen("../part.htm"), "part");
   EXPECT_EQ(chosen("../../etc/passwd"), "<!--#includefile=../../etc/passwd-->");
   EXPECT_EQ(chosen("part.htm--><!--#includefile=part.htm"), "<!--#includefile=part.htm--><!--#includefile=part.htm-->");
@@ -290,6 +291,13 @@ TEST_F(FileInclusionTest, WhatIncludesTakeInCountsForThePageAroundThem) {
   const std::string both = site_.Page("<!--#include=outer.htm--><!--#includefile=outer.htm-->");
   EXPECT_EQ(both.size(), 1 + 24 + 1 + 8 * kMebibyte);
   EXPECT_TRUE(both.starts_with("o<!--#include=half.txt-->oh")) << "includefile comes first and leaves too little";
+}
+
+TEST_F(FileInclusionTest, APageIsCountedWhileItTakesInItsOwn) {
+  site_.tree.Write("half.txt", std::string(8 * kMebibyte, 'h'));
+  const std::string large = std::string(9 * kMebibyte, 'l') + "<!--#include=half.txt-->";
+  site_.tree.Write("large.htm", large);
+  EXPECT_TRUE(site_.Page("[<!--#include=large.htm-->]") == "[" + large + "]");
 }
 
 TEST_F(FileInclusionTest, AnIncludeThatGrowsPastTheRoomStays) {

@@ -136,6 +136,7 @@ TEST(PageRewriterTest, TellsWhatOfTheContentTheAuthorWrote) {
     ASSERT_TRUE(pass.Find("<", ">")) << c.page;
     EXPECT_EQ(pass.ContentBeginsWith("ab"), c.begins) << c.page;
     EXPECT_EQ(pass.ContentEndsWith("--"), c.ends) << c.page;
+    EXPECT_FALSE(pass.ContentBeginsWith("ab-->")) << c.page << ": the end is no content";
     EXPECT_TRUE(pass.ContentBeginsWith("")) << c.page;
     EXPECT_TRUE(pass.ContentEndsWith("")) << c.page;
   }
