@@ -406,6 +406,25 @@ TEST_F(cls_DirListingTest, APageEndsAtItsLimitWithWholeRows) {
   EXPECT_LE(listing.ListSubDirectories(localDir, path, "").size(), cls_DirListing::kMaxListingBytes);
 }
 
+TEST_F(cls_DirListingTest, APageOfExactlyTheLimitIsWhole) {
+  constexpr std::size_t kRows = 333;  // odd, so that a URL path one byte longer makes an odd number more
+  std::string urlPath = "/" + std::string(199'000, 'p');
+  const std::size_t before = Page(urlPath, "").size();
+  Write("100");
+  std::size_t row = Page(urlPath, "").size() - before;
+  std::size_t whole = before + kRows * row;
+  if (whole % 2 != 0) {
+    urlPath += 'p';
+    row += 1;
+    whole += 2 + kRows;
+  }
+  ASSERT_LT(whole, cls_DirListing::kMaxListingBytes);
+  for (std::size_t i = 1; i <= kRows; ++i) Write(std::to_string(100 + i));            // one more than fits
+  const std::string serverName((cls_DirListing::kMaxListingBytes - whole) / 2, 's');  // it stands there twice
+  EXPECT_EQ(Page(urlPath, serverName).size(), cls_DirListing::kMaxListingBytes);
+  EXPECT_EQ(Page(urlPath, serverName + "s").size(), cls_DirListing::kMaxListingBytes + 2 - row) << "a row less";
+}
+
 TEST_F(cls_DirListingTest, LeavesNoDescriptorBehind) {
   Write("a");
   const std::size_t before = Kit::CountDescriptors();

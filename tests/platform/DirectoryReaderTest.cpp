@@ -121,6 +121,20 @@ TEST_F(DirectoryReaderTest, TellsHiddenFilesWithoutOpeningThem) {
   EXPECT_THAT(seen, UnorderedElementsAre("hidden", "plain", "link"));
 }
 
+TEST_F(DirectoryReaderTest, ALinkToAFileSystemWithoutExtendedAttributesSaysNothingOfTheOthers) {
+  constexpr int kEach = 20;  // in whatever order they come, some file comes behind a link
+  for (int i = 0; i < kEach; ++i) {
+    tree_.Write("hidden" + std::to_string(i), "x");
+    if (!Kit::SetDosAttributes(At("hidden" + std::to_string(i)), "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
+    fs::create_symlink("/proc/self/status", At("link" + std::to_string(i)));
+  }
+  const OpenFile folder = OpenPath(tree_.Text());
+  DirectoryReader reader(folder, EntryKind::kFile);
+  int hidden = 0;
+  while (const auto entry = reader.Next()) hidden += (entry->facts.attributes & FileAttribute::kHidden) != 0 ? 1 : 0;
+  EXPECT_EQ(hidden, kEach);
+}
+
 TEST_F(DirectoryReaderTest, AFileSystemWithoutExtendedAttributesIsReadAllTheSame) {
   const OpenFile folder = OpenPath("/proc/self");
   DirectoryReader reader(folder, EntryKind::kFile);
