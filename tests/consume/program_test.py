@@ -277,6 +277,43 @@ class Serving(ProgramTest):
             self.assertEqual(get(program.port, "/"), (200, b"another start"))
             self.assertEqual(get(program.port, "/none")[0], 404)
 
+    def test_a_folder_is_listed_only_when_that_is_switched_on(self):
+        (self.site / "shelf" / "two words").mkdir(parents=True)
+        (self.site / "shelf" / "book.txt").write_text("a book")
+        with self.serve("--no-verbose-errors-enable", self.site) as program:
+            self.assertEqual(get(program.port, "/shelf/"), (403, b""))
+            program.wait_for_output('"GET /shelf/ HTTP/1.1" 403 ')
+        with self.serve("--directory-browse-enable", "--server-name=my own", self.site) as program:
+            status, page = get(program.port, "/shelf/")
+            self.assertEqual(status, 200)
+            for part in (b"<title>Directory Listing: my own - /shelf/</title>", b"<a href = />[Parent Directory]</a>",
+                         b"<a href = /shelf/two%20words>two words</a>", b"<a href = /shelf/book.txt>book.txt</a>"):
+                self.assertIn(part, page)
+            self.assertEqual(get(program.port, "/"), (200, (self.site / "index.html").read_bytes()))
+
+    def test_passwords_are_asked_for_where_the_source_says(self):
+        (self.site / "members").mkdir()
+        (self.site / "members" / "page.txt").write_text("for members")
+        (self.site / "members" / "htaccess.txt").write_text("ann:secret\n")
+        users = self.folder / "users.txt"
+        users.write_text("bob:other\n")
+        ann = {"Authorization": "Basic YW5uOnNlY3JldA=="}
+        bob = {"Authorization": "Basic Ym9iOm90aGVy"}
+        everywhere = ["--authentication-source=global-file", "--authentication-source-file", users]
+        by_folder = ["--authentication-source=directory-file"]
+        for options, path, who in (([], "/", (True, True, True)),
+                                   ([], "/members/page.txt", (True, True, True)),
+                                   (by_folder, "/", (True, True, True)),
+                                   (by_folder, "/members/page.txt", (False, True, False)),
+                                   (everywhere, "/", (False, False, True)),
+                                   (everywhere, "/members/page.txt", (False, False, True)),
+                                   (["--authentication-source=local-acl"], "/members/page.txt", (True, True, True)),
+                                   (["--authentication-source=domain-acl"], "/members/page.txt", (True, True, True))):
+            with self.subTest(options=options, path=path), self.serve(*options, self.site) as program:
+                answers = [get(program.port, path, headers) for headers in ({}, ann, bob)]
+                self.assertEqual([status for status, _ in answers], [200 if served else 401 for served in who])
+                self.assertEqual([body != b"" for _, body in answers], list(who))
+
     def test_trapped_requests_are_served_as_files(self):
         with self.serve("--trap-file-enable", self.site) as program:
             self.assertEqual(get(program.port, "/"), (200, (self.site / "index.html").read_bytes()))
