@@ -299,4 +299,6 @@ void Tessel::MaxBodyBytes(std::int64_t value) {
 
 std::string Tessel::RequestBody(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestBody(Index); }
 
+std::uint64_t Tessel::RequestNumber(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestNumber(Index); }
+
 }  // namespace TesselServer

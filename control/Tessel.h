@@ -175,7 +175,8 @@ class Tessel {
 
   // Answers a FileRequest event, inside it or later. With Process True the file is served as if it had not been
   // trapped; else Data, any bytes, goes out with the content type. An answer for a connection that waits for none,
-  // because it was answered before or its client has gone, is ignored; so is an Index that is no connection.
+  // because it was answered before or its client has gone, is ignored; so is an Index that is no connection. When
+  // another client waits on the same Index by then, RequestNumber tells them apart.
   void TrapFileData(std::int32_t Index, const std::string& Data, bool Process = true,
                     const std::string& ContentType = "text/html");
 
@@ -269,6 +270,11 @@ class Tessel {
   // The body of the request on this connection, from the moment it is complete until its answer is handed over: inside
   // FileRequest and CallFunction, and after FileRequest for as long as the answer is due. "" at any other time.
   std::string RequestBody(std::int32_t Index) const;
+
+  // The number of the request that is waiting on this connection for TrapFileData, 0 when none is. No two requests of a
+  // control have the same. A host that answers later notes it in FileRequest and compares before it answers: the client
+  // may have gone, and another one be waiting under the same Index.
+  std::uint64_t RequestNumber(std::int32_t Index) const;
 
  private:
   std::shared_ptr<TesselCore> core_;

@@ -112,7 +112,9 @@ std::string cls_DirListing::ListFiles(std::string& LocalDir, std::string& UrlPat
 
 void cls_DirListing::AppendSubDirectories(const Rows& rows) {
   DirectoryReader folders(directory_, EntryKind::kDirectory);
+  std::int32_t left = kMaxEntries;
   while (const auto entry = folders.Next()) {
+    if (left-- == 0) return;
     if (entry->name.starts_with('.') || !IsListed(*entry)) continue;
     LookAt(rows, *entry);
     const std::size_t start = rows.page.size();
@@ -125,7 +127,9 @@ void cls_DirListing::AppendSubDirectories(const Rows& rows) {
 
 void cls_DirListing::AppendFiles(const Rows& rows) {
   DirectoryReader files(directory_, EntryKind::kFile);
+  std::int32_t left = kMaxEntries;
   while (const auto entry = files.Next()) {
+    if (left-- == 0) return;
     if (entry->name == rules_.authFileName || entry->facts.identity == rules_.neverListed || !IsListed(*entry))
       continue;
     LookAt(rows, *entry);
@@ -140,10 +144,12 @@ void cls_DirListing::AppendFiles(const Rows& rows) {
 }
 
 // A link that cannot be followed just now, for want of descriptors, is not listed.
-bool cls_DirListing::IsListed(const DirectoryEntry& entry) const {
+bool cls_DirListing::IsListed(const DirectoryEntry& entry) {
   if (!entry.isLink) return true;
+  if (links_ == kMaxLinks) return false;
+  ++links_;
   try {
-    return rules_.linkIsServed && rules_.linkIsServed(std::string(entry.name));
+    return rules_.linkIsServed && rules_.linkIsServed(std::string(entry.name), entry.facts.identity);
   } catch (const Error&) {
     return false;
   }

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -32,9 +33,9 @@ struct ListingRules {
   // This file, whatever its name.
   std::optional<FileIdentity> neverListed;
 
-  // Links of which this does not say, by their name in the folder, that a request would be served. Without it no link
-  // is listed, since the target may lie anywhere.
-  std::function<bool(const std::string& name)> linkIsServed;
+  // Links of which this does not say, by their name in the folder and what they lead to, that a request would be served
+  // by it. Without it no link is listed, since the target may lie anywhere.
+  std::function<bool(const std::string& name, const FileIdentity& target)> linkIsServed;
 };
 
 //   cls_DirListing listing(world, found.file, {"htaccess.txt", {}, {}});
@@ -42,8 +43,13 @@ struct ListingRules {
 class cls_DirListing {
  public:
   // The longest page. The first row that would make it longer ends the rows; the page is closed as ever. So a folder of
-  // any size costs bounded memory, and little time beyond the last row.
+  // any size costs bounded memory.
   static constexpr std::size_t kMaxListingBytes = 64 * 1024 * 1024;
+
+  // How many entries of one kind, listed or not, and how many links of both kinds are looked at; what comes behind is
+  // not listed. A link costs several times what another entry costs.
+  static constexpr std::int32_t kMaxEntries = 500'000;
+  static constexpr std::int32_t kMaxLinks = 10'000;
 
   // `directory` is the folder as it was opened: nothing is looked up by path again.
   cls_DirListing(const World& world, const OpenFile& directory, ListingRules rules)
@@ -74,13 +80,14 @@ class cls_DirListing {
 
   void AppendSubDirectories(const Rows& rows);
   void AppendFiles(const Rows& rows);
-  bool IsListed(const DirectoryEntry& entry) const;
+  bool IsListed(const DirectoryEntry& entry);
   void LookAt(const Rows& rows, const DirectoryEntry& entry);
   std::string DateCell() const;
 
   const OpenFile& directory_;
   ListingRules rules_;
-  CFileInfo fileInfo_;  // points at each entry in turn
+  CFileInfo fileInfo_;      // points at each entry in turn
+  std::int32_t links_ = 0;  // that have been looked at
 };
 
 }  // namespace TesselServer

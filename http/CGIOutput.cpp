@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/AsciiCase.h"
+#include "support/Text.h"
 
 namespace TesselServer {
 namespace {
@@ -43,7 +44,7 @@ bool IsTokenByte(char c) {
          std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
-bool IsControl(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F; }
+bool EndsValues(char c) { return IsControl(c) && c != '\t'; }
 
 // Splits "Name: value". False when the line is no header field (RFC 9110, section 5).
 bool SplitField(std::string_view line, std::string_view& name, std::string_view& value) {
@@ -51,7 +52,7 @@ bool SplitField(std::string_view line, std::string_view& name, std::string_view&
   if (colon == std::string_view::npos || colon == 0) return false;
   name = line.substr(0, colon);
   value = WithoutOuterBlanks(line.substr(colon + 1));
-  return std::all_of(name.begin(), name.end(), IsTokenByte) && std::none_of(value.begin(), value.end(), IsControl);
+  return std::all_of(name.begin(), name.end(), IsTokenByte) && std::none_of(value.begin(), value.end(), EndsValues);
 }
 
 // The code that a "Status" begins with, "" when that is none an answer can have: a client takes one below 200 for a

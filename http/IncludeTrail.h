@@ -15,10 +15,14 @@ namespace TesselServer {
 // directive.
 struct IncludeRoom {
   static constexpr std::int64_t kMaxBytes = 16 * 1024 * 1024;  // more than any reader wants, less than hurts the host
-  static constexpr std::int32_t kMaxNames = 4096;  // bounds the look-ups, and pages that take in nothing but each other
+  static constexpr std::int32_t kMaxNames = 4096;              // bounds pages that take in nothing but each other
+  // A name that is not there costs a walk over its folder, so there are fewer of those; behind the last nothing more is
+  // looked for.
+  static constexpr std::int32_t kMaxMissing = 128;
 
   std::int64_t bytes = kMaxBytes;
-  std::int32_t names = kMaxNames;  // what is not there counts as well
+  std::int32_t names = kMaxNames;
+  std::int32_t missing = kMaxMissing;
 };
 
 struct IncludeTrail {

@@ -11,7 +11,7 @@ Page::Page(std::string authorText) {
 }
 
 bool Page::AppendInserted(SharedText text) {
-  if (!HasRoomFor(text->size())) return false;
+  if (!HasRoomFor(text->size()) || pieces_.size() >= kMaxPieces) return false;
   if (text->empty()) return true;
   const std::string_view whole = *text;
   if (texts_.empty() || texts_.back() != text) texts_.push_back(std::move(text));

@@ -21,6 +21,10 @@ class Page {
   // thousand echoes would turn one long header of a client into gigabytes.
   static constexpr std::size_t kMaxInsertedBytes = 64 * 1024 * 1024;
 
+  // How many pieces a page may come apart into; a tag beyond it stays. A page of millions of tags would cost many times
+  // its size otherwise.
+  static constexpr std::size_t kMaxPieces = 1'000'000;
+
   using SharedText = std::shared_ptr<const std::string>;
 
   enum class Source {
@@ -45,7 +49,7 @@ class Page {
   bool HasRoomFor(std::size_t size) const { return size <= kMaxInsertedBytes - insertedBytes_; }
 
   // Adds `text` at the end, without copying it; "" adds nothing. False, and nothing is added, when HasRoomFor its size
-  // is False.
+  // is False or the page has kMaxPieces pieces.
   bool AppendInserted(SharedText text);
 
   // All pieces joined.

@@ -1,4 +1,6 @@
-// Runs a program for a request and takes what it prints.
+// Runs a program for a request and takes what it prints. It is started by its path and not by the file that was opened:
+// a script's interpreter needs a name to open, and the script wants to know its own. Whoever can change files in a
+// program folder can run what he likes anyway.
 //
 // Thread:    the host's thread only; it waits inside the call for as long as the record's CGITimeout.
 // Errors:    none; a program that cannot be run gives a text that says so.

@@ -195,21 +195,20 @@ FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) 
 }
 
 std::optional<std::string> cls_HTTP::IncludedText(std::string_view name) {
-  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth || trail_->room->names == 0) return std::nullopt;
+  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) return std::nullopt;
   IncludeRoom& room = *trail_->room;
+  if (room.names == 0 || room.missing == 0) return std::nullopt;
   room.names -= 1;
   FoundEntry found = FindFile(settings_.virtualPath, name);
+  if (found.kind == EntryKind::kNone) room.missing -= 1;
   if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return std::nullopt;
   if (found.file.Size() > room.bytes) return std::nullopt;
-  const std::int64_t roomBefore = room.bytes;
-  room.bytes -= found.file.Size();  // while it takes in its own; what it has become counts where it is put in
   cls_HTTP record(world_);
   record.settings_ = settings_;
   record.IncludeChild(true);
   record.outerTrail_ = trail_;
   const std::string path = settings_.virtualPath + "\\" + found.name;
-  Answer answer = record.ProcessFile(std::move(found), path, "200", false, "", request_, "");
-  room.bytes = roomBefore;
+  Answer answer = record.ProcessInside(room, std::move(found), path, request_);
   if (auto* text = std::get_if<std::string>(&answer.body)) {
     if (static_cast<std::int64_t>(text->size()) > room.bytes) return std::nullopt;
     return std::move(*text);
@@ -218,6 +217,18 @@ std::optional<std::string> cls_HTTP::IncludedText(std::string_view name) {
   const auto* body = std::get_if<FileBody>(&answer.body);
   if (body == nullptr || !body->file.ReadAll(bytes, room.bytes)) return std::nullopt;
   return bytes;
+}
+
+// Processes a file that takes in its own includes. What they take does not count further: what the file has become
+// counts where it is put in.
+Answer cls_HTTP::ProcessInside(IncludeRoom& room, FoundEntry found, const std::string& path, const RequestInfo& info) {
+  struct Restored {
+    std::int64_t& bytes;
+    const std::int64_t before;
+    ~Restored() { bytes = before; }
+  } const restored{room.bytes, room.bytes};
+  room.bytes -= found.file.Size();
+  return ProcessFile(std::move(found), path, "200", false, "", info, "");
 }
 
 bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
@@ -245,6 +256,7 @@ Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusC
     return answer;
   }
   CGIOutput output = ParseCGIOutput(RunCGI(ProgramPath(found), ""));
+  if (output.statusCode == "204" || output.statusCode == "304") output.body.clear();  // RFC 9110: these have none
   if (wantHeader && output.isWholeResponse) {
     answer.head = std::move(output.wholeHead);
   } else if (wantHeader) {

@@ -247,6 +247,7 @@ class cls_HTTP {
   Answer ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
                        std::string_view extraHeaders);
   bool ProcessPage(const OpenFile& file, std::string& text);
+  Answer ProcessInside(IncludeRoom& room, FoundEntry found, const std::string& path, const RequestInfo& info);
   void RunProcessors(Page& page);
 
   World& world_;

@@ -7,7 +7,9 @@
 //
 // A child that outlives its time is not killed; it is collected later (waitpid(2) with its own number), by a timer that
 // runs only while there is one. SIGCHLD and other children of the host are never touched. A host that ignores SIGCHLD,
-// or that waits for every child itself, may: then only the end of the child is known.
+// or that waits for every child itself, may: then only the end of the child is known. (Should such a host get a new
+// child with the number of one that it collected for us, within the second until our timer looks, that one may be
+// collected too.)
 //
 // Thread:    the loop's thread.
 // Ownership: the loop outlives it. Children that still run when it is destroyed run on; the next object of this kind in

@@ -23,18 +23,11 @@ std::string SystemPath(std::string_view path) {
   return path.find('\0') == std::string_view::npos ? WithSlashes(path) : std::string();
 }
 
-// Raises the error of a call that failed for want of descriptors or memory: what it asked for may well be there.
-int OrRaise(int opened) {
-  if (opened == -EMFILE || opened == -ENFILE || opened == -ENOMEM) throw SystemError(-opened);
+// As OpenAnywhereOrRaise; raises the lack of permission as well.
+int OpenPermittedOrRaise(int folder, const std::string& path, int flags) {
+  const int opened = OpenAnywhereOrRaise(folder, path, flags);
+  if (opened == -EACCES) throw SystemError(EACCES);
   return opened;
-}
-
-int OpenBeneathOrRaise(int folder, const std::string& path, int flags) {
-  return OrRaise(OpenBeneath(folder, path, flags));
-}
-
-int OpenAnywhereOrRaise(int folder, const std::string& path, int flags) {
-  return OrRaise(OpenAnywhere(folder, path, flags));
 }
 
 // Opens a path that no root holds. Closed when there is nothing, or a file where only a folder can be meant.
@@ -161,8 +154,9 @@ PathIdentity IdentifyPath(std::string_view path) {
   struct stat status;
   if (stat(text.c_str(), &status) == 0) return {State::kFound, IdentityOf(status)};
   if (errno != ENOENT && errno != ENOTDIR) return {State::kUnknown, {}};
+  if (lstat(text.c_str(), &status) == 0) return {State::kUnknown, {}};  // a link to what is not there just now
   try {
-    const auto spelling = TrueSpelling(&OpenAnywhereOrRaise, AT_FDCWD, text);
+    const auto spelling = TrueSpelling(&OpenPermittedOrRaise, AT_FDCWD, text);
     if (!spelling || stat(spelling->c_str(), &status) != 0) return {};
     return {State::kFound, IdentityOf(status)};
   } catch (const Error&) {

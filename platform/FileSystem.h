@@ -128,7 +128,8 @@ OpenFile OpenPath(std::string_view path);
 EntryKind KindOfPath(std::string_view path);
 
 // Which file or folder stands at `path`, with the case rule of OpenPath, asked without opening it. kUnknown when that
-// cannot be told, for want of descriptors or permission: whoever protects the file must then take any file for it.
+// cannot be told, for want of descriptors or permission, or because a link leads nowhere there: whoever protects the
+// file must then take any file for it.
 struct PathIdentity {
   enum class State { kMissing, kFound, kUnknown };
   State state = State::kMissing;

@@ -10,6 +10,7 @@ set(SOURCES
     FileFacts.cpp
     FileSystem.cpp
     HostProcess.cpp
+    NeighbourFile.cpp
     NetworkNames.cpp
     NetworkSubsystem.cpp
     NotifyingSocket.cpp

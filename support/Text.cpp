@@ -62,8 +62,9 @@ std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size
   if (from > text.size() || needle.size() > text.size() - from) return std::string_view::npos;
   if (needle.empty()) return from;
   const std::size_t end = text.size() - needle.size() + 1;  // behind the last place where the needle fits
+  const char first = UpperAscii(needle.front());
   for (std::size_t at = from; at < end; ++at) {
-    at = FindByteNoCase(text, needle.front(), at, end);
+    if (UpperAscii(text[at]) != first) at = FindByteNoCase(text, needle.front(), at, end);
     if (at < end && EqualNoCase(text.substr(at, needle.size()), needle)) return at;
   }
   return std::string_view::npos;

@@ -17,6 +17,9 @@ namespace TesselServer {
 // Empties `text` and gives its memory back, which an assignment of an empty text does not.
 inline void Release(std::string& text) { std::string().swap(text); }
 
+// A byte below 0x20, or 0x7F.
+constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
 // `text` without the blanks (0x20 only) at its two ends. Tabs and line ends stay.
 std::string_view Trim(std::string_view text);
 

@@ -1,9 +1,10 @@
 #include "control/internal/Authentication.h"
 
 #include <algorithm>
-#include <optional>
+#include <functional>
 
-#include "support/PathText.h"
+#include "platform/AsciiCase.h"
+#include "platform/NeighbourFile.h"
 #include "support/Text.h"
 
 namespace TesselServer {
@@ -12,54 +13,74 @@ namespace {
 
 constexpr std::string_view kRealmKey = "realm:";
 
-// The password file that guards the target, "" for none. Nothing when that cannot be told.
-std::optional<std::string> PasswordFileFor(const FoundEntry& target, const Settings& settings,
-                                           const std::string& folderFile) {
+// The passwords that guard a target: none, a text, or a file that lets nobody in.
+struct Passwords {
+  enum class State { kNone, kRead, kClosed };
+  State state = State::kNone;
+  std::string text;
+};
+
+Passwords ReadPasswords(const OpenFile& file) {
+  Passwords passwords;
+  const bool isRead = file.Kind() == EntryKind::kFile && file.ReadAll(passwords.text, kMaxPasswordFileBytes);
+  passwords.state = isRead ? Passwords::State::kRead : Passwords::State::kClosed;
+  return passwords;
+}
+
+Passwords PasswordsOfSite(const std::string& path) {
+  if (path.empty() || IdentifyPath(path).state == PathIdentity::State::kMissing) return {};
+  if (KindOfPath(path) == EntryKind::kDirectory) return {};
+  return ReadPasswords(OpenPath(path));
+}
+
+Passwords PasswordsOfFolder(const FoundEntry& target, const std::string& folderFile) {
+  const NeighbourFile found = FindBeside(target.file, folderFile);
+  if (found.state == NeighbourFile::State::kMissing) return {};
+  return ReadPasswords(found.file);
+}
+
+Passwords PasswordsFor(const FoundEntry& target, const Settings& settings, const std::string& folderFile) {
   switch (settings.AuthenticationSource) {
     case e_AuthSource::GolbalFile:
-      return settings.AuthenticationSourceFile;
-    case e_AuthSource::DirectoryFile: {
-      const std::string path = target.file.CanonicalPath();
-      if (path.empty()) return std::nullopt;
-      return (target.kind == EntryKind::kDirectory ? path + "/" : std::string(FolderOf(path))) + folderFile;
-    }
+      return PasswordsOfSite(settings.AuthenticationSourceFile);
+    case e_AuthSource::DirectoryFile:
+      return PasswordsOfFolder(target, folderFile);
     default:
-      return "";
+      return {};
   }
 }
-
-bool IsThere(const std::string& path) {
-  if (path.empty() || IdentifyPath(path).state == PathIdentity::State::kMissing) return false;
-  return KindOfPath(path) != EntryKind::kDirectory;
-}
-
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 }  // namespace
 
 bool HoldsPassword(std::string_view text, const std::string& user, const std::string& password) {
-  return !user.empty() && FindNoCase(text, user + ":" + password) != std::string_view::npos;
+  if (user.empty()) return false;
+  const std::string wanted = Lower(user + ":" + password);
+  const std::string searched = Lower(text);
+  // linear whatever the client sends; a plain search is not, where the file repeats itself
+  const std::boyer_moore_searcher search(wanted.begin(), wanted.end());
+  return std::search(searched.begin(), searched.end(), search) != searched.end();
 }
 
 std::string RealmOf(std::string_view text) {
-  const std::size_t key = FindNoCase(text, kRealmKey);
-  if (key == std::string_view::npos) return std::string(kDefaultRealm);
-  const std::string_view behind = text.substr(key + kRealmKey.size());
-  std::string realm(Trim(behind.substr(0, behind.find_first_of("\r\n"))));
-  realm.erase(std::remove_if(realm.begin(), realm.end(), IsControl), realm.end());
-  return realm.empty() ? std::string(kDefaultRealm) : realm;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+    const std::string_view line = Trim(text.substr(0, end));
+    if (EqualNoCase(line.substr(0, kRealmKey.size()), kRealmKey)) {
+      std::string realm(Trim(line.substr(kRealmKey.size())));
+      realm.erase(std::remove_if(realm.begin(), realm.end(), IsControl), realm.end());
+      return realm.empty() ? std::string(kDefaultRealm) : realm;
+    }
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return std::string(kDefaultRealm);
 }
 
 Admission AdmissionTo(const FoundEntry& target, const Settings& settings, const std::string& folderFile,
                       const std::string& user, const std::string& password) {
-  const std::optional<std::string> path = PasswordFileFor(target, settings, folderFile);
-  if (!path) return {false, std::string(kDefaultRealm)};
-  if (!IsThere(*path)) return {};
-  const OpenFile file = OpenPath(*path);
-  std::string text;
-  const bool isRead = file.Kind() == EntryKind::kFile && file.ReadAll(text, kMaxPasswordFileBytes);
-  if (!isRead) text.clear();
-  return {isRead && HoldsPassword(text, user, password), RealmOf(text)};
+  const Passwords passwords = PasswordsFor(target, settings, folderFile);
+  if (passwords.state == Passwords::State::kNone) return {};
+  if (passwords.state == Passwords::State::kClosed) return {false, std::string(kDefaultRealm)};
+  return {HoldsPassword(passwords.text, user, password), RealmOf(passwords.text)};
 }
 
 }  // namespace TesselServer

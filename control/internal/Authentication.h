@@ -2,7 +2,8 @@
 //
 // Thread:    the host's thread.
 // Ownership: values only.
-// Errors:    none; a password file that cannot be read lets nobody in.
+// Errors:    the socket errors 10024 and 10055 when the process has run out of descriptors or memory. A password file
+//            that cannot be read, or of which it cannot be told whether it is there, lets nobody in.
 #pragma once
 
 #include <string>
@@ -35,7 +36,7 @@ Admission AdmissionTo(const FoundEntry& target, const Settings& settings, const 
 // kept: "user:password" may stand anywhere in it, across a part of a longer entry too, in any case.
 bool HoldsPassword(std::string_view text, const std::string& user, const std::string& password);
 
-// What follows the first "realm:" (any case) up to the end of its line, trimmed and without control characters;
+// What follows "realm:" (any case) on the first line that begins with it, trimmed and without control characters;
 // kDefaultRealm when that is nothing.
 std::string RealmOf(std::string_view text);
 

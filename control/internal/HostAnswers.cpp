@@ -116,6 +116,11 @@ std::string HostAnswers::RequestBody(std::int32_t Index) {
   return slot != nullptr && !slot->Fields().BodyPending ? slot->Fields().RequestBody : std::string();
 }
 
+std::uint64_t HostAnswers::RequestNumber(std::int32_t Index) {
+  Slot* slot = Find(Index);
+  return slot != nullptr && slot->TrapOutstanding ? state_.sckWS.Generation(Index) : 0;
+}
+
 std::string HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
                                            const std::string& Params) {
   const auto slots = state_.slots;

@@ -38,6 +38,7 @@ class HostAnswers {
   std::string CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter);
   std::string HTTPHeader(std::int32_t Index, const std::string& HeaderField);
   std::string RequestBody(std::int32_t Index);
+  std::uint64_t RequestNumber(std::int32_t Index);
 
   // See ParentControl. Only a connection whose page is being made right now has function tags to raise.
   std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Params);

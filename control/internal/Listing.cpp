@@ -14,9 +14,10 @@ ListingRules RulesFor(ControlState& state, const std::string& folder) {
   rules.authFileName = state.authFileName;
   const PathIdentity passwords = IdentifyPath(state.settings.AuthenticationSourceFile);
   if (passwords.state == PathIdentity::State::kFound) rules.neverListed = passwords.identity;
-  rules.linkIsServed = [root = state.Root(), secrets = state.Secrets(), folder](const std::string& name) {
+  rules.linkIsServed = [root = state.Root(), secrets = state.Secrets(), folder](const std::string& name,
+                                                                                const FileIdentity& target) {
     const FoundEntry entry = root->Find(folder + "/" + name);
-    return entry.kind != EntryKind::kNone && !secrets->Contains(entry);
+    return entry.readable && entry.file.Identity() == target && !secrets->Contains(entry);
   };
   return rules;
 }

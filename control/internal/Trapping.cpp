@@ -1,5 +1,6 @@
 #include "control/internal/Trapping.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "control/internal/RequestTarget.h"
@@ -21,7 +22,8 @@ std::string PathForHost(const Slot& slot) {
   if (slot.Target.kind != EntryKind::kNone && !slot.TargetIsInCGIDirectory) return slot.Target.name;
   std::string path = ReplaceAll(ReplaceAll(slot.Request.Fields().RequestPath, "\\", "/"), "%20", " ");
   if (("/" + path + "/").find("/../") != std::string::npos) return {};
-  return path.starts_with('/') ? path.substr(1) : path;
+  if (std::any_of(path.begin(), path.end(), IsControl)) return {};
+  return path.substr(std::min(path.find_first_not_of('/'), path.size()));
 }
 
 std::string UserAuthentication(const RequestFields& request) {

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "platform/internal/SystemErrors.h"
 #include "platform/internal/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -34,6 +35,12 @@ int KernelOpen(int folder, const char* path, int flags, std::uint64_t resolve) {
 bool IsRefusedBySandbox() {
   const UniqueDescriptor probe(KernelOpen(AT_FDCWD, "/", O_PATH | O_CLOEXEC, 0));
   return probe.Get() == -EPERM;
+}
+
+// Raises the error of a call that failed for want of descriptors or memory.
+int OrRaise(int opened) {
+  if (opened == -EMFILE || opened == -ENFILE || opened == -ENOMEM) throw SystemError(-opened);
+  return opened;
 }
 
 }  // namespace
@@ -67,6 +74,14 @@ int OpenWithoutLinks(int folder, const std::string& path, int flags) {
     parent = next;
     rest.remove_prefix(end + 1);
   }
+}
+
+int OpenAnywhereOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenAnywhere(folder, path, flags));
+}
+
+int OpenBeneathOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenBeneath(folder, path, flags));
 }
 
 std::string PathOfDescriptor(int descriptor) {

@@ -23,6 +23,11 @@ int OpenBeneath(int folder, const std::string& path, int flags);
 // ".." is never found.
 int OpenWithoutLinks(int folder, const std::string& path, int flags);
 
+// These two raise a lack of descriptors or memory as the socket errors 10024 and 10055: what they ask for may well be
+// there.
+int OpenAnywhereOrRaise(int folder, const std::string& path, int flags);
+int OpenBeneathOrRaise(int folder, const std::string& path, int flags);
+
 // The absolute path without links that leads to an open descriptor, "" when it cannot be told (/proc is not mounted,
 // the path is too long or lies outside this process's root). " (deleted)" stands behind a name that is gone.
 std::string PathOfDescriptor(int descriptor);

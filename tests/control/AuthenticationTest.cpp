@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
 #include "control/internal/Authentication.h"
+#include "tests/kit/Child.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -52,7 +54,8 @@ TEST(RealmOfTest, IsTheRestOfItsLine) {
       {"ann:x\nREALM:Members", "Members", "any case, any line, up to the end"},
       {"realm:\"Quoted\"", "\"Quoted\"", "quotes are the author's"},
       {"realm:One\nrealm:Two", "One", "the first"},
-      {"xrealm:One", "One", "found inside a word"},
+      {"xrealm:One\nann:x", "Tessel", "inside a word it may be a password"},
+      {"ann:x\n  realm:Members", "Members", "blanks before it"},
       {"realm:A\tB\x01\x7F"
        "C",
        "ABC", "control characters go"},
@@ -124,6 +127,57 @@ TEST_F(AuthenticationTest, AFileThatIsThereButCannotBeReadLetsNobodyIn) {
   EXPECT_EQ(To("a.html").realm, "Tessel");
   std::filesystem::resize_file(large, static_cast<std::uintmax_t>(kMaxPasswordFileBytes));
   EXPECT_TRUE(To("a.html", "ann", "secret").granted);
+}
+
+TEST_F(AuthenticationTest, WhatCannotBeToldLetsNobodyIn) {
+  settings_.AuthenticationSource = e_AuthSource::DirectoryFile;
+  for (const char* folder : {"dangling", "loop", "fifo", "empty"}) tree_.Write(std::string(folder) + "/a.html", "a");
+  std::filesystem::create_symlink("/nonexistent/passwords", tree_.Path() / "dangling/htaccess.txt");
+  std::filesystem::create_symlink("htaccess.txt", tree_.Path() / "loop/htaccess.txt");
+  ASSERT_EQ(mkfifo((tree_.Path() / "fifo/HTACCESS.txt").c_str(), 0600), 0);
+  for (const char* name : {"dangling/a.html", "loop/a.html", "fifo/a.html", "dangling", "loop", "fifo"}) {
+    EXPECT_FALSE(To(name, "ann", "secret").granted) << name;
+  }
+  EXPECT_TRUE(To("empty/a.html").granted);
+  settings_.AuthenticationSource = e_AuthSource::GolbalFile;
+  settings_.AuthenticationSourceFile = (tree_.Path() / "dangling/htaccess.txt").string();
+  EXPECT_FALSE(To("empty/a.html").granted) << "a link to what is not there just now";
+}
+
+TEST_F(AuthenticationTest, PermissionsThatHideThePasswordFileLetNobodyIn) {
+  settings_.AuthenticationSource = e_AuthSource::DirectoryFile;
+  tree_.Write("closed/htaccess.txt", "ann:secret");
+  tree_.Write("closed/a.html", "a");
+  tree_.Write("searched/HTACCESS.TXT", "ann:secret");
+  tree_.Write("searched/a.html", "a");
+  std::filesystem::permissions(tree_.Path(), std::filesystem::perms(0755));
+  std::filesystem::permissions(tree_.Path() / "closed/htaccess.txt", std::filesystem::perms(0));
+  std::filesystem::permissions(tree_.Path() / "searched", std::filesystem::perms(0311));
+  const int status = Kit::InUnprivilegedChild([this] {
+    return (To("closed/a.html", "ann", "secret").granted ? 1 : 0) +
+           (To("searched/a.html", "ann", "secret").granted ? 2 : 0);
+  });
+  std::filesystem::permissions(tree_.Path() / "searched", std::filesystem::perms(0755));
+  if (status == Kit::kCannotDropUser) GTEST_SKIP() << "no second user to change to";
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(AuthenticationTest, ABackslashInTheTrueNameOfAFolderHidesNothing) {
+  settings_.AuthenticationSource = e_AuthSource::DirectoryFile;
+  tree_.Write("guarded/a\\b/htaccess.txt", "ann:secret");
+  tree_.Write("guarded/a\\b/page.html", "a");
+  std::filesystem::create_directory_symlink("guarded/a\\b", tree_.Path() / "alias");
+  std::filesystem::create_symlink("guarded/a\\b/page.html", tree_.Path() / "link.html");
+  for (const char* name : {"alias", "alias/page.html", "link.html"}) {
+    EXPECT_FALSE(To(name).granted) << name;
+    EXPECT_TRUE(To(name, "ann", "secret").granted) << name;
+  }
+}
+
+TEST_F(AuthenticationTest, AFileThatRepeatsItselfIsSearchedInLinearTime) {
+  tree_.Write("a.html", "a");
+  settings_.AuthenticationSourceFile = tree_.Write("users.txt", std::string(16'000'000, 'a'));
+  EXPECT_FALSE(To("a.html", std::string(3000, 'a'), std::string(3000, 'a')).granted);
 }
 
 TEST_F(AuthenticationTest, AFolderOfThatNameIsNoPasswordFile) {

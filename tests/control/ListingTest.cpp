@@ -105,6 +105,12 @@ TEST_F(ListingTest, ALinkIsListedWhenARequestWouldBeServed) {
   for (const char* name : {">outside.txt<", ">broken.txt<", ">etc<"}) EXPECT_THAT(page, Not(HasSubstr(name)));
 }
 
+TEST_F(ListingTest, ALinkWithABackslashInItsNameIsNotTakenForAnother) {
+  control.tree.Write("a/x/y", "served");
+  std::filesystem::create_symlink("/etc/passwd", control.tree.Path() / "a/x\\y");
+  EXPECT_THAT(BodyOf(Get("/a/")), Not(HasSubstr("x\\y")));
+}
+
 TEST_F(ListingTest, AnIndexPageWinsOverTheListing) {
   control.tree.Write("a/index.html", "the index");
   EXPECT_EQ(BodyOf(Get("/a/")), "the index");

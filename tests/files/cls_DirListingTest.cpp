@@ -241,7 +241,7 @@ TEST_F(cls_DirListingTest, LinksAreListedAsTheirTargetWhenTheyAreServed) {
   fs::create_symlink("/etc/passwd", At("outside"));
   EXPECT_THAT(LinksOfRoot(), IsEmpty()) << "nobody says that they are";
   std::vector<std::string> asked;
-  rules_.linkIsServed = [&asked](const std::string& name) {
+  rules_.linkIsServed = [&asked](const std::string& name, const FileIdentity&) {
     asked.push_back(name);
     return name != "outside";
   };
@@ -255,7 +255,7 @@ TEST_F(cls_DirListingTest, LinksAreListedAsTheirTargetWhenTheyAreServed) {
 TEST_F(cls_DirListingTest, ALinkToTheFileThatIsNeverListedIsNotListed) {
   const std::string users = tree_.Write("users", "a:b");
   fs::create_symlink("../users", At("link"));
-  rules_.linkIsServed = [](const std::string&) { return true; };
+  rules_.linkIsServed = [](const std::string&, const FileIdentity&) { return true; };
   rules_.neverListed = OpenPath(users).Identity();
   EXPECT_THAT(LinksOfRoot(), IsEmpty());
 }
@@ -263,7 +263,9 @@ TEST_F(cls_DirListingTest, ALinkToTheFileThatIsNeverListedIsNotListed) {
 TEST_F(cls_DirListingTest, ALinkThatCannotBeFollowedForWantOfDescriptorsIsLeftOut) {
   Write("file");
   fs::create_symlink("file", At("link"));
-  rules_.linkIsServed = [](const std::string&) -> bool { throw Error(10024, "Too many open files."); };
+  rules_.linkIsServed = [](const std::string&, const FileIdentity&) -> bool {
+    throw Error(10024, "Too many open files.");
+  };
   EXPECT_THAT(LinksOfRoot(), ElementsAre("/file>file"));
 }
 

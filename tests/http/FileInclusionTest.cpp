@@ -332,7 +332,9 @@ TEST_F(FileInclusionTest, NoMoreNamesAreLookedForThanThePageMayHave) {
 
 TEST_F(FileInclusionTest, NamesThatAreNotThereCountAsWell) {
   std::string page;
-  for (int i = 0; i < IncludeRoom::kMaxNames; ++i) page += "<!--#include=missing" + std::to_string(i) + "-->";
+  for (int i = 1; i < IncludeRoom::kMaxMissing; ++i) page += "<!--#include=missing" + std::to_string(i) + "-->";
+  EXPECT_TRUE(site_.Page("<!--#includefile=part.htm-->" + page + "<!--#include=part.htm-->") == "part" + page + "part");
+  page += "<!--#include=missing0-->";
   EXPECT_TRUE(site_.Page("<!--#includefile=part.htm-->" + page + "<!--#include=part.htm-->") ==
               "part" + page + "<!--#include=part.htm-->");
 }

@@ -71,5 +71,14 @@ TEST(PageTest, KeepsEveryByte) {
   EXPECT_EQ(page.Text(), bytes);
 }
 
+TEST(PageTest, ComesApartIntoABoundedNumberOfPieces) {
+  const auto text = std::make_shared<const std::string>("x");
+  Page page;
+  for (std::size_t i = 0; i < Page::kMaxPieces; ++i) ASSERT_TRUE(page.AppendInserted(text));
+  EXPECT_FALSE(page.AppendInserted(text));
+  EXPECT_FALSE(page.AppendInserted(std::make_shared<const std::string>()));
+  EXPECT_EQ(page.Pieces().size(), Page::kMaxPieces);
+}
+
 }  // namespace
 }  // namespace TesselServer

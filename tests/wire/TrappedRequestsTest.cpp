@@ -82,7 +82,25 @@ TEST_F(TrappedRequestsTest, AClientThatDoesNotWaitCostsNobodyAnything) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(BodyOf(control.Get("/plain.txt")), "plain");
 }
 
-TEST_F(TrappedRequestsTest, ALateAnswerNeverReachesTheNextClient) {
+TEST_F(TrappedRequestsTest, TheRequestNumberTellsTwoClientsOfOneSlotApart) {
+  const auto first = Wait();
+  const std::uint64_t number = control.tessel.RequestNumber(waiting[0]);
+  EXPECT_NE(number, 0u);
+  first->Abort();
+  Kit::Settle(loop);
+  EXPECT_EQ(control.tessel.RequestNumber(waiting[0]), 0u) << "nobody waits";
+  const auto second = Wait();
+  ASSERT_EQ(waiting[0], waiting[1]) << "the same slot";
+  EXPECT_NE(control.tessel.RequestNumber(waiting[1]), number);
+  EXPECT_NE(control.tessel.RequestNumber(waiting[1]), 0u);
+  control.tessel.TrapFileData(waiting[1], "for the second", false);
+  EXPECT_EQ(BodyOf(second->ReceiveAll(loop)), "for the second");
+  EXPECT_EQ(control.tessel.RequestNumber(waiting[1]), 0u) << "answered";
+  EXPECT_EQ(control.tessel.RequestNumber(0), 0u) << "no connection";
+  EXPECT_EQ(control.tessel.RequestNumber(-1), 0u);
+}
+
+TEST_F(TrappedRequestsTest, AnAnswerAfterAStopReachesNobody) {
   const auto first = Wait();
   first->Abort();
   Kit::Settle(loop);

@@ -1,0 +1,70 @@
+#include "platform/NeighbourFile.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <string_view>
+
+#include "platform/AsciiCase.h"
+#include "platform/internal/EntryStatus.h"
+#include "platform/internal/OpenPaths.h"
+#include "platform/internal/UniqueDescriptor.h"
+
+namespace TesselServer {
+namespace {
+
+using State = NeighbourFile::State;
+
+// The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be had.
+UniqueDescriptor FolderOfEntry(const OpenFile& entry) {
+  if (entry.Kind() == EntryKind::kDirectory) {
+    return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  std::string path = entry.CanonicalPath();
+  const std::size_t cut = path.rfind('/');
+  if (cut == std::string::npos) return UniqueDescriptor(-1);
+  path.resize(cut == 0 ? 1 : cut);
+  return UniqueDescriptor(OpenAnywhereOrRaise(AT_FDCWD, path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+// The name in the folder that is `name` in another spelling, "" for none. False when the folder cannot be read.
+bool FindOtherSpelling(int folder, std::string_view name, std::string& found) {
+  UniqueDescriptor descriptor(OpenAnywhereOrRaise(folder, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  if (!descriptor.IsOpen()) return false;
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(descriptor.Get()), &closedir);
+  if (!entries) return false;
+  descriptor.Release();
+  errno = 0;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string_view candidate = entry->d_name;
+    if (EqualNoCase(candidate, name) && (found.empty() || candidate < found)) found = candidate;
+  }
+  return errno == 0;
+}
+
+NeighbourFile OpenNamed(int folder, const std::string& name, const struct stat& status) {
+  if (KindOf(status) == EntryKind::kDirectory) return {State::kMissing, {}};
+  return {State::kFound, OpenFile(OpenAnywhereOrRaise(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))};
+}
+
+}  // namespace
+
+NeighbourFile FindBeside(const OpenFile& entry, const std::string& name) {
+  const UniqueDescriptor folder = FolderOfEntry(entry);
+  if (!folder.IsOpen()) return {State::kUnknown, {}};
+  struct stat status;
+  if (fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    return OpenNamed(folder.Get(), name, status);
+  }
+  if (errno != ENOENT) return {State::kUnknown, {}};
+  std::string other;
+  if (!FindOtherSpelling(folder.Get(), name, other)) return {State::kUnknown, {}};
+  if (other.empty()) return {State::kMissing, {}};
+  if (fstatat(folder.Get(), other.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {State::kUnknown, {}};
+  return OpenNamed(folder.Get(), other, status);
+}
+
+}  // namespace TesselServer
