@@ -88,7 +88,8 @@ class Tessel {
   void AuthenticationSource(e_AuthSource value);
 
   // The file of user:password pairs for the source GolbalFile. Setting it reads the file; when that fails, the name
-  // stays as it was. Default: "".
+  // stays as it was. It is read again for each request. A client gets in when "user:password" stands anywhere in it,
+  // without regard to case: the beginning of a password is enough. Default: "".
   std::string AuthenticationSourceFile() const;
   void AuthenticationSourceFile(const std::string& value);
 

@@ -130,13 +130,13 @@ class CommandLine {
 
   void AddProtection() {
     group_ = "Protection";
-    AddChoice<e_AuthSource>(
-        "--authentication-source", options_.authenticationSource,
-        {{"global-file", e_AuthSource::GolbalFile},
-         {"directory-file", e_AuthSource::DirectoryFile},
-         {"local-acl", e_AuthSource::LocalACL},
-         {"domain-acl", e_AuthSource::DomainACL}},
-        "Passwords from: global-file, directory-file, local-acl, domain-acl\n(default: global-file)");
+    AddChoice<e_AuthSource>("--authentication-source", options_.authenticationSource,
+                            {{"global-file", e_AuthSource::GolbalFile},
+                             {"directory-file", e_AuthSource::DirectoryFile},
+                             {"local-acl", e_AuthSource::LocalACL},
+                             {"domain-acl", e_AuthSource::DomainACL}},
+                            "Passwords from: global-file, directory-file; local-acl and domain-acl\nprotect nothing "
+                            "(default: global-file)");
     AddText("--authentication-source-file", "F", options_.authenticationSourceFile,
             "The file of passwords, 'user:password' a line");
   }

@@ -49,8 +49,8 @@ class cls_INet {
   // Ends what SocketsInitialize began. False, after a message box, when that fails.
   bool SocketsShutdown();
 
-  // Each of these starts the network, and ends it again when it had started. One that does not start is told as
-  // SocketsInitialize does, and the fallback is the answer.
+  // Each of these starts the network, and ends it again when SocketsInitialize was content with it. Else the message
+  // box has told why, and the fallback is the answer.
 
   // The first address of this machine as dotted text, one of the loopback network only when it has no other. Fallback:
   // "".

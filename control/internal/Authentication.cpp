@@ -22,7 +22,8 @@ struct Passwords {
 
 Passwords ReadPasswords(const OpenFile& file) {
   Passwords passwords;
-  const bool isRead = file.Kind() == EntryKind::kFile && file.ReadAll(passwords.text, kMaxPasswordFileBytes);
+  const bool isRead = file.Kind() == EntryKind::kFile && file.Size() <= kMaxPasswordFileBytes &&
+                      file.ReadAll(passwords.text, kMaxPasswordFileBytes);
   passwords.state = isRead ? Passwords::State::kRead : Passwords::State::kClosed;
   return passwords;
 }
