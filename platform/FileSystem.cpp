@@ -154,7 +154,7 @@ PathIdentity IdentifyPath(std::string_view path) {
   struct stat status;
   if (stat(text.c_str(), &status) == 0) return {State::kFound, IdentityOf(status)};
   if (errno != ENOENT && errno != ENOTDIR) return {State::kUnknown, {}};
-  if (lstat(text.c_str(), &status) == 0) return {State::kUnknown, {}};  // a link to what is not there just now
+  if (lstat(text.c_str(), &status) == 0) return {State::kDangling, {}};
   try {
     const auto spelling = TrueSpelling(&OpenPermittedOrRaise, AT_FDCWD, text);
     if (!spelling || stat(spelling->c_str(), &status) != 0) return {};

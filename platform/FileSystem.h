@@ -127,11 +127,14 @@ OpenFile OpenPath(std::string_view path);
 // counts as well.
 EntryKind KindOfPath(std::string_view path);
 
-// Which file or folder stands at `path`, with the case rule of OpenPath, asked without opening it. kUnknown when that
-// cannot be told, for want of descriptors or permission, or because a link leads nowhere there: whoever protects the
-// file must then take any file for it.
+// Which file or folder stands at `path`, with the case rule of OpenPath, asked without opening it.
 struct PathIdentity {
-  enum class State { kMissing, kFound, kUnknown };
+  enum class State {
+    kMissing,
+    kFound,
+    kDangling,  // a link stands there that leads nowhere just now
+    kUnknown,   // it cannot be told, for want of descriptors or permission; to be safe, any file may be it
+  };
   State state = State::kMissing;
   FileIdentity identity;
 };

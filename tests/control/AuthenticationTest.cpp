@@ -141,7 +141,7 @@ TEST_F(AuthenticationTest, WhatCannotBeToldLetsNobodyIn) {
   EXPECT_TRUE(To("empty/a.html").granted);
   settings_.AuthenticationSource = e_AuthSource::GolbalFile;
   settings_.AuthenticationSourceFile = (tree_.Path() / "dangling/htaccess.txt").string();
-  EXPECT_FALSE(To("empty/a.html").granted) << "a link to what is not there just now";
+  EXPECT_FALSE(To("empty/a.html").granted) << "a link that leads nowhere just now";
 }
 
 TEST_F(AuthenticationTest, PermissionsThatHideThePasswordFileLetNobodyIn) {

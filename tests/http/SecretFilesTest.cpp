@@ -56,6 +56,15 @@ TEST_F(SecretFilesTest, AFileThatIsNotThereHidesNothing) {
   EXPECT_TRUE(secrets.Contains(Find("docs/htaccess.txt")));
 }
 
+TEST_F(SecretFilesTest, ALinkThatLeadsNowhereHidesNothing) {
+  const auto link = tree_.Path() / "users";
+  std::filesystem::create_symlink("docs/users.txt", link);
+  const SecretFiles secrets("htaccess.txt", e_AuthSource::GolbalFile, link.string());
+  EXPECT_TRUE(secrets.Contains(Find("docs/users.txt")));
+  std::filesystem::remove(passwords_);
+  EXPECT_FALSE(secrets.Contains(Find("docs/page.htm")));
+}
+
 TEST_F(SecretFilesTest, ANameIsEnoughWhereTheFileCannotBeRead) {
   const SecretFiles secrets("htaccess.txt", e_AuthSource::GolbalFile, "");
   FoundEntry entry;

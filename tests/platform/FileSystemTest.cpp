@@ -279,6 +279,37 @@ TEST_F(OpenPathTest, KindKnowsATrailingSeparator) {
   EXPECT_EQ(KindOfPath(tree_.Text() + "/docs\\"), EntryKind::kDirectory);
 }
 
+TEST_F(OpenPathTest, IdentifiesWhatStandsAtAPath) {
+  using State = PathIdentity::State;
+  const std::string root = tree_.Text();
+  fs::create_symlink("Docs/Page.htm", tree_.Path() / "link");
+  fs::create_symlink("gone", tree_.Path() / "dangling");
+  fs::create_symlink("loop", tree_.Path() / "loop");
+  const FileIdentity page = OpenPath(root + "/Docs/Page.htm").Identity();
+  for (const char* path : {"/Docs/Page.htm", "/DOCS\\page.HTM", "/link"}) {
+    EXPECT_EQ(IdentifyPath(root + path).state, State::kFound) << path;
+    EXPECT_EQ(IdentifyPath(root + path).identity, page) << path;
+  }
+  EXPECT_EQ(IdentifyPath(root + "/none").state, State::kMissing);
+  EXPECT_EQ(IdentifyPath(root + "/Docs/Page.htm/none").state, State::kMissing);
+  EXPECT_EQ(IdentifyPath("").state, State::kMissing);
+  EXPECT_EQ(IdentifyPath(root + "/dangling").state, State::kDangling);
+  EXPECT_EQ(IdentifyPath(root + "/loop").state, State::kUnknown);
+}
+
+TEST_F(OpenPathTest, WhatPermissionsHideCannotBeTold) {
+  tree_.Write("closed/file", "f");
+  fs::permissions(tree_.Path(), fs::perms(0755));
+  for (const int mode : {0000, 0311}) {
+    fs::permissions(tree_.Path() / "closed", fs::perms(mode));
+    const int status = Kit::InUnprivilegedChild(
+        [this] { return IdentifyPath(tree_.Text() + "/closed/FILE").state == PathIdentity::State::kUnknown ? 0 : 1; });
+    fs::permissions(tree_.Path() / "closed", fs::perms(0755));
+    if (status == Kit::kCannotDropUser) GTEST_SKIP() << "root, and no other user to be had";
+    EXPECT_EQ(status, 0) << mode;
+  }
+}
+
 TEST_F(OpenPathTest, LeavesNoDescriptorBehind) {
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 250; ++i) {
