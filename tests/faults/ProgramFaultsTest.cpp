@@ -55,7 +55,8 @@ TEST_P(ProgramFaultsTest, AreToldOrOvercome) {
     if (failed && expected.failure != Failure::kNone) {
       EXPECT_EQ(result.failure, expected.failure) << nth;
       EXPECT_EQ(result.error, expected.error) << nth;
-      EXPECT_FALSE(result.ended) << nth;
+      // the last read comes when the program may have ended by itself
+      if (expected.failure != Failure::kRead) EXPECT_FALSE(result.ended) << nth;
     } else {
       ExpectWhole(result);
     }
