@@ -55,8 +55,10 @@ TEST_P(ProgramFaultsTest, AreToldOrOvercome) {
     if (failed && expected.failure != Failure::kNone) {
       EXPECT_EQ(result.failure, expected.failure) << nth;
       EXPECT_EQ(result.error, expected.error) << nth;
-      // the program may have ended by itself before the read that fails
-      EXPECT_TRUE(!result.ended || expected.failure == Failure::kRead) << nth;
+      // before a read that fails the program was started, and may have ended by itself: else it is left over
+      const bool started = expected.failure == Failure::kRead;
+      EXPECT_EQ(programs_.LeftOver(), started && !result.ended ? 1u : 0u) << nth;
+      EXPECT_TRUE(started || !result.ended) << nth;
     } else {
       ExpectWhole(result);
     }
