@@ -1,0 +1,94 @@
+#include "benchmarks/comparison/LoopWatch.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <time.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include <TesselServer/EventLoop.h>
+#include <TesselServer/Timer.h>
+
+namespace Comparison {
+namespace {
+
+volatile sig_atomic_t reportWanted = 0;
+volatile sig_atomic_t stopWanted = 0;
+
+extern "C" void WantReport(int) { reportWanted = 1; }
+extern "C" void WantStop(int) { stopWanted = 1; }
+
+double Milliseconds(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+}
+
+// A moment on both clocks.
+struct Moment {
+  double wall = Milliseconds(CLOCK_MONOTONIC);
+  double cpu = Milliseconds(CLOCK_THREAD_CPUTIME_ID);
+};
+
+class LoopWatch {
+ public:
+  explicit LoopWatch(TesselServer::EventLoop& loop) : loop_(loop), timer_(loop) {
+    timer_.OnTick([this] { Tick(); });
+    timer_.Interval(1);
+    timer_.Enabled(true);
+  }
+
+  // The timer ends every wait within a millisecond, so a signal is seen soon.
+  void Run() {
+    pollfd watched{loop_.Descriptor(), POLLIN, 0};
+    while (stopWanted == 0) {
+      if (poll(&watched, 1, -1) > 0) Turn();
+      if (reportWanted != 0) Report();
+    }
+  }
+
+ private:
+  void Turn() {
+    const Moment begin;
+    loop_.RunOnce(0);
+    const Moment end;
+    ++turns_;
+    turnWall_ = std::max(turnWall_, end.wall - begin.wall);
+    turnCpu_ = std::max(turnCpu_, end.cpu - begin.cpu);
+  }
+
+  void Tick() {
+    const Moment now;
+    const double late = std::max(now.wall - lastTick_.wall - 1, 0.0);
+    tickWall_ = std::max(tickWall_, late);
+    tickCpu_ = std::max(tickCpu_, std::min(late, now.cpu - lastTick_.cpu));
+    lastTick_ = now;
+  }
+
+  void Report() {
+    reportWanted = 0;
+    std::cout << "{\"turns\": " << turns_ << ", \"turn_wall_ms\": " << turnWall_ << ", \"turn_cpu_ms\": " << turnCpu_
+              << ", \"tick_wall_ms\": " << tickWall_ << ", \"tick_cpu_ms\": " << tickCpu_ << "}" << std::endl;
+    turns_ = 0;
+    turnWall_ = turnCpu_ = tickWall_ = tickCpu_ = 0;
+    lastTick_ = {};
+  }
+
+  TesselServer::EventLoop& loop_;
+  TesselServer::Timer timer_;
+  long turns_ = 0;
+  double turnWall_ = 0, turnCpu_ = 0, tickWall_ = 0, tickCpu_ = 0;
+  Moment lastTick_;
+};
+
+}  // namespace
+
+void RunWatched(TesselServer::EventLoop& loop) {
+  signal(SIGUSR1, WantReport);
+  signal(SIGTERM, WantStop);
+  signal(SIGINT, WantStop);
+  LoopWatch(loop).Run();
+}
+
+}  // namespace Comparison
