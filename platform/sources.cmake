@@ -25,6 +25,7 @@ set(SOURCES
     internal/ChildWait.cpp
     internal/DosAttributes.cpp
     internal/EchoPacket.cpp
+    internal/FileStamp.cpp
     internal/FindBeneath.cpp
     internal/LeftOverChildren.cpp
     internal/Lingering.cpp

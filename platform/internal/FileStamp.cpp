@@ -1,0 +1,60 @@
+#include "platform/internal/FileStamp.h"
+
+#include <linux/magic.h>
+#include <sys/vfs.h>
+#include <time.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace TesselServer {
+namespace {
+
+constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+constexpr std::uint32_t kZfsMagic = 0x2FC12FC1;  // zfs is not among the system's own
+
+struct KnownFileSystem {
+  std::uint32_t magic;
+  bool attributesToo;
+};
+constexpr KnownFileSystem kKnownFileSystems[] = {
+    {EXT4_SUPER_MAGIC, true},  // ext2 and ext3 have the same
+    {XFS_SUPER_MAGIC, true},  {BTRFS_SUPER_MAGIC, true},     {TMPFS_MAGIC, true},
+    {kZfsMagic, false},       {OVERLAYFS_SUPER_MAGIC, true}, {F2FS_SUPER_MAGIC, false},
+};
+
+std::int64_t Nanoseconds(const timespec& moment) {
+  return std::int64_t{moment.tv_sec} * kNanosecondsPerSecond + moment.tv_nsec;
+}
+
+const KnownFileSystem* FileSystemOf(int descriptor) {
+  struct statfs facts;
+  if (fstatfs(descriptor, &facts) != 0) return nullptr;
+  const auto magic = static_cast<std::uint32_t>(facts.f_type);  // it is signed on some machines
+  const auto* const found = std::find_if(std::begin(kKnownFileSystems), std::end(kKnownFileSystems),
+                                         [magic](const KnownFileSystem& each) { return each.magic == magic; });
+  return found == std::end(kKnownFileSystems) ? nullptr : found;
+}
+
+}  // namespace
+
+FileStamp FileStampOf(const struct stat& status) {
+  return {status.st_dev, status.st_ino, status.st_size, Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim),
+          status.st_mode};
+}
+
+std::int64_t FileClockNow() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return Nanoseconds(now);
+}
+
+bool KeepsChangeTimes(int descriptor) { return FileSystemOf(descriptor) != nullptr; }
+
+bool KeepsAttributeChangeTimes(int descriptor) {
+  const KnownFileSystem* const known = FileSystemOf(descriptor);
+  return known != nullptr && known->attributesToo;
+}
+
+}  // namespace TesselServer
