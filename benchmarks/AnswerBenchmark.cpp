@@ -1,11 +1,10 @@
-// What it costs to write the fixed parts of an answer: its header, its log line, encoded names.
+// What it costs to write the fixed parts of an answer: its header, its log line.
 
 #include <benchmark/benchmark.h>
 
 #include "control/internal/AccessLog.h"
 #include "http/cls_HTTP.h"
 #include "platform/World.h"
-#include "support/mURLEncode.h"
 
 namespace TesselServer {
 namespace {
@@ -36,11 +35,6 @@ void FindBuiltInContentType(benchmark::State& state) {
 BENCHMARK(FindBuiltInContentType)
     ->Arg(static_cast<int>(e_ContentTypeSource::Registry))
     ->Arg(static_cast<int>(e_ContentTypeSource::Internal));
-
-void EncodeName(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(URLEncode("Harbour view (morning) - 2026-11-15.png", false));
-}
-BENCHMARK(EncodeName);
 
 }  // namespace
 }  // namespace TesselServer

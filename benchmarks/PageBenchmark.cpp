@@ -4,13 +4,20 @@
 
 #include <string>
 
+#include "http/TagNormaliser.h"
+#include "http/VariableEcho.h"
 #include "tests/kit/PageSite.h"
 
 namespace TesselServer {
 namespace {
 
 constexpr int kManyTags = 20'000;
+constexpr std::size_t kKibibyte = 1024;
 constexpr std::size_t kMebibyte = 1024 * 1024;
+
+const std::string kEcho = "<!--#echo var=\"SERVER_PORT\" -->";
+const std::string kInclude = "<!--#include file=\"part.txt\" -->";
+const std::string kIncludedPage = "<!--#include file=\"part.htm\" -->";
 
 // A site whose page.htm has that text and whose host answers with its arguments.
 struct BenchmarkSite : Kit::PageSite {
@@ -40,17 +47,60 @@ std::string Repeated(const std::string& text, int times) {
   return all;
 }
 
-void PageWithoutTags(benchmark::State& state) {
-  BenchmarkSite site(std::string(1024, 'x'));
-  Process(state, site);
+// HTML of that size without a tag of the server's, in lines of usual length.
+std::string PlainHtml(std::size_t size) {
+  const std::string line = "<p class=\"note\">The harbour lies <a href=\"view.htm\">below the hill</a>.</p>\r\n";
+  return Repeated(line, static_cast<int>(size / line.size()));
 }
-BENCHMARK(PageWithoutTags);
 
-void PageOfOneKibibyteWithFourEchoes(benchmark::State& state) {
-  BenchmarkSite site(Repeated(std::string(220, 'x') + "<!--#echo var=\"SERVER_PORT\" -->", 4));
+// `text` with `count` times the same tag spread over it.
+std::string WithTags(const std::string& text, const std::string& tag, std::size_t count) {
+  std::string all;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t begin = text.size() * i / count;
+    all.append(text, begin, text.size() * (i + 1) / count - begin).append(tag);
+  }
+  return all;
+}
+
+void NormalisePage(benchmark::State& state, const std::string& page) {
+  for (auto _ : state) benchmark::DoNotOptimize(NormaliseTags(page));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(page.size()));
+}
+BENCHMARK_CAPTURE(NormalisePage, OneKibibyteWithoutTags, PlainHtml(kKibibyte));
+BENCHMARK_CAPTURE(NormalisePage, OneKibibyteWithFourTags, WithTags(PlainHtml(kKibibyte), kEcho, 4));
+BENCHMARK_CAPTURE(NormalisePage, SixtyFourKibibytesWithoutTags, PlainHtml(64 * kKibibyte));
+BENCHMARK_CAPTURE(NormalisePage, SixtyFourKibibytesWithFourTags, WithTags(PlainHtml(64 * kKibibyte), kEcho, 4));
+BENCHMARK_CAPTURE(NormalisePage, TwentyThousandTags, Repeated(kEcho + "\n", kManyTags));
+
+void EchoIntoPage(benchmark::State& state, const std::string& text) {
+  BenchmarkSite site("");
+  const std::string compact = NormaliseTags(text);
+  for (auto _ : state) {
+    Page page(compact);
+    EchoVariables(site.record, page);
+    benchmark::DoNotOptimize(page.Text());
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+BENCHMARK_CAPTURE(EchoIntoPage, OneKibibyteWithoutTags, PlainHtml(kKibibyte));
+BENCHMARK_CAPTURE(EchoIntoPage, OneKibibyteWithFourTags, WithTags(PlainHtml(kKibibyte), kEcho, 4));
+BENCHMARK_CAPTURE(EchoIntoPage, SixtyFourKibibytesWithoutTags, PlainHtml(64 * kKibibyte));
+BENCHMARK_CAPTURE(EchoIntoPage, SixtyFourKibibytesWithFourTags, WithTags(PlainHtml(64 * kKibibyte), kEcho, 4));
+
+// The files are read anew each time.
+void WholePage(benchmark::State& state, const std::string& text) {
+  BenchmarkSite site(text);
+  site.tree.Write("part.txt", PlainHtml(600));
+  site.tree.Write("part.htm", PlainHtml(600));
   Process(state, site);
 }
-BENCHMARK(PageOfOneKibibyteWithFourEchoes);
+BENCHMARK_CAPTURE(WholePage, OneKibibyteWithoutTags, PlainHtml(kKibibyte));
+BENCHMARK_CAPTURE(WholePage, OneKibibyteWithFourEchoes, WithTags(PlainHtml(kKibibyte), kEcho, 4));
+BENCHMARK_CAPTURE(WholePage, OneEchoOneInclude, WithTags(PlainHtml(300), kEcho, 1) + kInclude);
+BENCHMARK_CAPTURE(WholePage, OneEchoOneIncludedPage, WithTags(PlainHtml(300), kEcho, 1) + kIncludedPage);
+BENCHMARK_CAPTURE(WholePage, SixtyFourKibibytesWithoutTags, PlainHtml(64 * kKibibyte));
+BENCHMARK_CAPTURE(WholePage, SixtyFourKibibytesWithFourEchoes, WithTags(PlainHtml(64 * kKibibyte), kEcho, 4));
 
 void TwentyThousandDifferentEchoes(benchmark::State& state) {
   std::string page;

@@ -1,13 +1,11 @@
-// What it costs to turn a connection's bytes into a request and a path into an open file.
+// What it costs to turn a connection's bytes into a request.
 
 #include <benchmark/benchmark.h>
 
 #include <string>
+#include <string_view>
 
 #include "control/internal/Reception.h"
-#include "control/internal/RequestTarget.h"
-#include "platform/FileSystem.h"
-#include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
 namespace {
@@ -20,6 +18,12 @@ const std::string kBrowserRequest =
     "Referer: http://127.0.0.1:8080/pictures/index.html\r\nAccept-Encoding: gzip, deflate, br\r\n"
     "Accept-Language: en-US,en;q=0.9\r\n\r\n";
 
+// A form with a body of that length.
+std::string PostOf(std::size_t length) {
+  return "POST /form HTTP/1.0\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
+         std::to_string(length) + "\r\n\r\n" + std::string(length, 'b');
+}
+
 void ReceiveGet(benchmark::State& state) {
   for (auto _ : state) {
     Reception reception;
@@ -29,11 +33,21 @@ void ReceiveGet(benchmark::State& state) {
 }
 BENCHMARK(ReceiveGet);
 
+// The work that one client can make of a request by sending each of its bytes alone.
+void ReceiveByteByByte(benchmark::State& state, const std::string& request) {
+  const std::string_view bytes = request;
+  for (auto _ : state) {
+    Reception reception;
+    for (std::size_t i = 0; i < bytes.size(); ++i) benchmark::DoNotOptimize(reception.Data(bytes.substr(i, 1)));
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
+}
+BENCHMARK_CAPTURE(ReceiveByteByByte, Get, kBrowserRequest);
+BENCHMARK_CAPTURE(ReceiveByteByByte, Post, PostOf(1'000));
+BENCHMARK_CAPTURE(ReceiveByteByByte, LongHeader, "PUT / HTTP/1.0\r\nX: " + std::string(60'000, 'x') + "\r\n\r\n");
+
 void ReceivePost(benchmark::State& state) {
-  const auto length = static_cast<std::size_t>(state.range(0));
-  const std::string request =
-      "POST /form HTTP/1.0\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
-      std::to_string(length) + "\r\n\r\n" + std::string(length, 'b');
+  const std::string request = PostOf(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     Reception reception;
     benchmark::DoNotOptimize(reception.Data(request));
@@ -41,24 +55,6 @@ void ReceivePost(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(request.size()));
 }
 BENCHMARK(ReceivePost)->Arg(100)->Arg(50'000);
-
-void MapRequestPath(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(MapPath("/srv/www", "pictures/harbour%20view.png"));
-}
-BENCHMARK(MapRequestPath);
-
-// 0: as spelled on disk; 1: in another case; 2: with a code that only the second look-up decodes
-void ResolveRequestPath(benchmark::State& state) {
-  const Kit::TemporaryTree tree;
-  tree.Write("docs/a b-c.htm", "page");
-  const RootFolder root(tree.Text());
-  const char* const paths[] = {"docs/a%20b-c.htm", "DOCS/A%20B-C.HTM", "docs/a%20b%2Dc.htm"};
-  const auto isSecret = [](const FoundEntry&) { return false; };
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(ResolveTarget(root, paths[state.range(0)], "index.html", isSecret));
-  }
-}
-BENCHMARK(ResolveRequestPath)->DenseRange(0, 2);
 
 }  // namespace
 }  // namespace TesselServer
