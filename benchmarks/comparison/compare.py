@@ -1,11 +1,13 @@
 """Runs this server beside others on this machine, in turns, and prints what each costs as tables in Markdown."""
 
 import argparse
+import contextlib
 import os
 import pathlib
 import platform
 import re
 import signal
+import subprocess
 import sys
 import tempfile
 
@@ -22,6 +24,8 @@ EXTRAS = {
     "away": "how long tessel keeps its host waiting",
     "start": "start and stop with 10,000 slots",
 }
+BEGIN_MARK = "<!-- tables of benchmarks/compare -->"
+END_MARK = "<!-- end of the tables -->"
 NAMES = [w.name for w in site_tree.WORKLOADS] + list(EXTRAS)
 
 
@@ -32,19 +36,20 @@ def options():
         prog="benchmarks/compare", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter,
         epilog="workloads:\n%s\n\nservers: %s\n\nFor the front of the command: --build-dir FOLDER uses another build "
                "folder than build/release." % (listed, ", ".join(servers.NAMES)))
-    parser.add_argument("--rounds", type=int, help="how often every server is measured (default 5)")
-    parser.add_argument("--seconds", type=float, help="how long one measurement is (default 1)")
+    parser.add_argument("--rounds", type=int, help="how often every server is measured (default 11)")
+    parser.add_argument("--seconds", type=float, help="how long one measurement is (default 0.4)")
     parser.add_argument("--requests", type=int, help="how many requests one measurement is, in place of --seconds")
     parser.add_argument("--workload", action="append", choices=NAMES, metavar="NAME", help="only this one; repeatable")
     parser.add_argument("--server", action="append", choices=servers.NAMES, metavar="NAME",
                         help="only this one; repeatable. Ratios need floor, nginx and lighttpd")
     parser.add_argument("--quick", action="store_true",
                         help="one round of 0.3 seconds, no count of system calls: for people who are changing the code")
-    parser.add_argument("--output", type=pathlib.Path, help="writes the tables to a file as well")
+    parser.add_argument("--output", type=pathlib.Path,
+                        help="writes the tables to a file as well; into docs/performance.md at their place")
     parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     chosen = parser.parse_args()
-    chosen.rounds = max(chosen.rounds or (1 if chosen.quick else 5), 1)
-    chosen.seconds = chosen.seconds or (0.3 if chosen.quick else 1.0)
+    chosen.rounds = max(chosen.rounds or (1 if chosen.quick else 11), 1)
+    chosen.seconds = chosen.seconds or (0.3 if chosen.quick else 0.4)
     return chosen
 
 
@@ -72,7 +77,12 @@ def wanted_servers(setting, chosen):
     return [name for name in wanted if name not in missing]
 
 
-def run(name, context, chosen):
+def workloads_watched(chosen):
+    """The workloads under which the host's waiting is measured: those chosen, or all."""
+    return [w for w in site_tree.WORKLOADS if w.name in (chosen or [])] or site_tree.WORKLOADS
+
+
+def run(name, context, watched):
     """One experiment by name."""
     context.say(name)
     if name == "latency":
@@ -84,45 +94,70 @@ def run(name, context, chosen):
     if name == "start":
         return experiments.start_stop(context)
     if name == "away":
-        asked = [w for w in site_tree.WORKLOADS if not chosen or w.name in chosen] or site_tree.WORKLOADS
-        return experiments.away(context, asked)
+        return experiments.away(context, watched)
     return experiments.load(context, experiments.workload_named(name))
 
 
-def write(findings, chosen, output):
-    """All tables as one text."""
+def setting_of(chosen, load):
+    """How and on what it was measured, a line each."""
     amount = "%d requests" % chosen.requests if chosen.requests else "%g s" % chosen.seconds
-    parts = ["Machine: %s." % machine(),
-             "%d rounds, %s each. Medians; in brackets the least and the greatest; ratios are medians of the ratios "
-             "round by round." % (chosen.rounds, amount)]
+    return ["- Machine: %s; load average at the beginning: %.1f." % (machine(), load),
+            "- Beside it: %s." % ", ".join(versions()),
+            "- %d rounds, %s for each measurement (three times as much for 10 MiB and the listing of 10,000)."
+            % (chosen.rounds, amount)]
+
+
+def versions():
+    """The packages of the other servers, as far as Debian's tool knows them."""
+    with contextlib.suppress(OSError):
+        done = subprocess.run(["dpkg-query", "-W", "-f", "${source:Package} ${Version}\n", "nginx", "lighttpd",
+                               "libmicrohttpd-dev", "libcivetweb-dev"], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, text=True, check=False)
+        return done.stdout.split("\n")[:-1] or ["packages unknown"]
+    return ["packages unknown"]
+
+
+def tables(findings, setting):
+    """All tables as one text."""
+    parts = ["\n".join(setting)]
     met = goals.table(findings)
     if met:
         parts += ["## Goals", met]
     for finding in findings.values():
         parts += ["## " + finding.title] + ([finding.note] if finding.note else []) + [finding.table]
-    text = "\n\n".join(parts) + "\n"
-    print(text)
-    if output:
-        output.write_text(text)
+    return "\n\n".join(parts) + "\n"
+
+
+def put(text, path):
+    """Writes the tables; in a file that has the two marks, in place of what stands between them."""
+    old = path.read_text() if path.exists() else ""
+    before, found, rest = old.partition(BEGIN_MARK)
+    _, ended, after = rest.partition(END_MARK)
+    path.write_text("%s%s\n%s\n%s%s" % (before, BEGIN_MARK, text, END_MARK, after) if found and ended else text)
 
 
 def main():
     chosen = options()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # so that servers are stopped
     server_cpu, client_cpu = processors()
+    load = os.getloadavg()[0]
     with tempfile.TemporaryDirectory(prefix="comparison-") as folder:
         folder = pathlib.Path(folder)
         folder.chmod(0o755)
         root = folder / "site"
         root.mkdir()
-        site_tree.build(root)
+        names = chosen.workload or NAMES
+        watched = workloads_watched(chosen.workload) if "away" in names else []
+        site_tree.build(root, chosen.programs, site_tree.LISTED.keys() & {*names, *(w.name for w in watched)})
         setting = servers.Setting(chosen.programs, root, folder, server_cpu)
-        amount = (["--requests", str(chosen.requests)] if chosen.requests else
-                  ["--milliseconds", str(int(chosen.seconds * 1000))])
         context = experiments.Context(setting, measure.Client(chosen.programs / "comparison_load", client_cpu, folder),
-                                      wanted_servers(setting, chosen.server), chosen.rounds, amount, chosen.quick)
-        findings = {name: run(name, context, chosen.workload) for name in chosen.workload or NAMES}
-    write(findings, chosen, chosen.output)
+                                      wanted_servers(setting, chosen.server), chosen.rounds, chosen.seconds,
+                                      chosen.requests, chosen.quick)
+        findings = {name: run(name, context, watched) for name in names}
+    text = tables(findings, setting_of(chosen, load))
+    print(text)
+    if chosen.output:
+        put(text, chosen.output)
 
 
 if __name__ == "__main__":

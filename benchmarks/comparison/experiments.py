@@ -16,7 +16,9 @@ import servers
 import site_tree
 
 HELD = 9000            # connections that hold half a request
+SETTLE_SECONDS = 0.5   # until a server has seen that they came or went
 START_STOPS = 21
+MEMORY_ROUNDS = 3      # memory hardly differs from round to round
 
 
 @dataclasses.dataclass
@@ -27,8 +29,15 @@ class Context:
     client: measure.Client
     names: list                   # the servers wanted
     rounds: int
-    amount: list                  # arguments of the generator: how long one measurement is
+    seconds: float                # how long one measurement is
+    requests: int                 # or how many requests, None to go by `seconds`
     quick: bool
+
+    def amount(self, workload):
+        """Arguments of the generator: how long one measurement of a workload is."""
+        if self.requests:
+            return ["--requests", str(self.requests)]
+        return ["--milliseconds", str(int(self.seconds * 1000 * workload.longer))]
 
     def variants(self, workload, quiet=True):
         """The variants that take part; those without a log only where `quiet`."""
@@ -88,7 +97,7 @@ def load(context, workload):
 
         def step(server):
             context.client.run(*arguments[server], "--requests", str(workload.warm_requests))
-            found = measure.loaded(context.client, server, arguments[server], context.amount)
+            found = measure.loaded(context.client, server, arguments[server], context.amount(workload))
             results[server.variant].append(found)
             context.say("  %s: %.1f us" % (server.variant.label, found["cpu_us"]))
 
@@ -139,7 +148,7 @@ def latency(context):
 
         def step(server):
             context.client.run("--mode", "latency", *arguments[server], "--requests", "200")
-            found = context.client.run("--mode", "latency", *arguments[server], *context.amount)
+            found = context.client.run("--mode", "latency", *arguments[server], *context.amount(workload))
             medians[server.variant].append(found["median_us"])
             tails[server.variant].append(found["p99_us"])
             context.say("  %s: %.1f us" % (server.variant.label, found["median_us"]))
@@ -185,21 +194,27 @@ def held(context):
 
 
 def _hold_once(context, workload, server, results):
+    """Alone, beside the held ones, and alone again, so that a drift of the machine falls on both."""
     arguments, _ = context.client.learn(server, workload)
     arguments += ["--at-once", str(workload.at_once)]
-    context.client.run(*arguments, "--requests", "2000")
-    results["alone"].append(measure.loaded(context.client, server, arguments, context.amount)["cpu_us"])
+
+    def cost():
+        context.client.run(*arguments, "--requests", "2000")
+        return measure.loaded(context.client, server, arguments, context.amount(workload))["cpu_us"]
+
+    alone = cost()
     before = measure.memory_kib(server.pid, "VmRSS")
     holder = context.client.hold(server.port, HELD)
     try:
-        time.sleep(0.3)
+        time.sleep(SETTLE_SECONDS)
         results["bytes"].append((measure.memory_kib(server.pid, "VmRSS") - before) * 1024 / HELD)
-        context.client.run(*arguments, "--requests", str(workload.warm_requests))
-        results["beside"].append(measure.loaded(context.client, server, arguments, context.amount)["cpu_us"])
+        results["beside"].append(cost())
     finally:
         kept = context.client.release(holder)
     if kept != HELD:
         raise RuntimeError("%s let go of %d held connections" % (server.variant.label, HELD - kept))
+    time.sleep(SETTLE_SECONDS)
+    results["alone"].append((alone + cost()) / 2)
 
 
 # ---- Memory under large files.
@@ -209,7 +224,7 @@ def memory(context):
     workload = workload_named("10m")
     variants = context.variants(workload, quiet=False)
     peaks = {v: {2: [], 200: []} for v in variants}
-    for _ in range(context.rounds):
+    for _ in range(min(context.rounds, MEMORY_ROUNDS)):
         for variant in variants:
             for at_once in (2, 200):
                 with context.running(variant) as server:
@@ -241,7 +256,7 @@ def away(context, workloads):
             context.client.run(*arguments, "--requests", str(workload.warm_requests))
             for _ in range(context.rounds):
                 _away_report(server)
-                context.client.run(*arguments, *context.amount)
+                context.client.run(*arguments, *context.amount(workload))
                 found.append(_away_report(server))
         context.say("  %s: %.2f ms" % (workload.name, report.median([f["turn_cpu_ms"] for f in found])))
         rows.append([workload.title] + [report.spread([f[key] for f in found], 2) for key in (
@@ -251,8 +266,8 @@ def away(context, workloads):
                    report.table(["workload", "turn, processor time", "turn, wall", "timer late, processor time",
                                  "timer late, wall"], rows),
                    "The longest of each measurement; the median of those, least and greatest. A turn is one "
-                   "`RunOnce(0)` of a host with a loop of its own. The timer of 1 ms hangs on the same loop, whose clock "
-                   "counts whole milliseconds. Wall times have other programs of this machine in them.", facts)
+                   "`RunOnce(0)` of a host with a loop of its own. The timer of 1 ms hangs on the same loop, whose "
+                   "clock counts whole milliseconds. Wall times have other programs of this machine in them.", facts)
 
 
 def _away_report(server):

@@ -1,4 +1,4 @@
-"""What the server is meant to reach, and whether a run reached it. With the access log on unless a goal says otherwise."""
+"""What the server is meant to reach, and whether a run reached it; with the access log on."""
 
 import dataclasses
 import typing

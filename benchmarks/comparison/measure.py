@@ -36,6 +36,7 @@ class Client:
     def __init__(self, program, cpu, folder):
         self.command = ["taskset", "-c", str(cpu), str(program)]
         self.folder = folder
+        self.labels = {}  # port -> whose it is, for complaints
 
     def ask(self, port, path):
         """One request: (status, body)."""
@@ -47,11 +48,12 @@ class Client:
 
     def learn(self, server, workload):
         """Asks once, checks the answer, and keeps its body as what all further answers must be."""
+        self.labels[str(server.port)] = "%s, %s" % (server.variant.label, workload.title)
         path = workload.path_for(server.variant.name)
         status, body = self.ask(server.port, path)
         wrong = "status %s" % status if status != workload.status else workload.check(body)
         if wrong:
-            raise RuntimeError("%s, %s: %s" % (server.variant.label, workload.title, wrong))
+            raise RuntimeError("%s: %s" % (self.labels[str(server.port)], wrong))
         file = self.folder / ("body-%d" % server.pid)
         file.write_bytes(body)
         return ["--port", str(server.port), "--path", path, "--status", status, "--body", str(file)], len(body)
@@ -61,7 +63,8 @@ class Client:
         done = subprocess.run(self.command + list(arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                               timeout=SILENCE_SECONDS, text=True)
         if done.returncode != 0:
-            raise RuntimeError("a load failed: %s %s" % (done.stdout.strip(), done.stderr.strip()))
+            port = arguments[arguments.index("--port") + 1]
+            raise RuntimeError("%s: %s %s" % (self.labels[port], done.stdout.strip(), done.stderr.strip()))
         return json.loads(done.stdout)
 
     def hold(self, port, connections, source="127.0.0.3"):
