@@ -26,6 +26,22 @@ std::string WithBackslashes(std::string_view path) {
   return text;
 }
 
+std::string FormatBytes(std::int32_t size) {
+  const bool needsComma = size <= -1000 || size >= 1000;
+  return (needsComma ? FormatNumber(size, "#,##0") : std::to_string(size)) + " bytes";
+}
+
+// `size` in units of `unit` bytes with so many decimals, half a unit of the last place rounded up. Whole numbers all
+// the way, since a listing shows many sizes.
+std::string FormatUnits(std::int64_t size, std::int64_t unit, std::size_t decimals) {
+  std::int64_t scale = 1;
+  for (std::size_t i = 0; i < decimals; ++i) scale *= 10;
+  std::string text = std::to_string((size * scale + unit / 2) / unit);
+  if (decimals == 0) return text;
+  if (text.size() <= decimals) text.insert(0, decimals + 1 - text.size(), '0');
+  return text.insert(text.size() - decimals, 1, '.');
+}
+
 }  // namespace
 
 void CFileInfo::FullPathName(std::string_view path) {
@@ -35,8 +51,8 @@ void CFileInfo::FullPathName(std::string_view path) {
   Refresh();
 }
 
-void CFileInfo::SetEntry(std::string fullPathName, const FileFacts& facts) {
-  fullPathName_ = std::move(fullPathName);
+void CFileInfo::SetEntry(std::string_view folder, std::string_view name, const FileFacts& facts) {
+  fullPathName_.assign(folder).append(name);
   Take(facts);
 }
 
@@ -99,26 +115,26 @@ std::string CFileInfo::FormatFileDateOnlyShort(Date date, std::string_view forma
 
 std::string CFileInfo::FormatFileSize(std::int32_t size) const {
   constexpr std::int32_t kBytesPerKB = 1024;
-  constexpr double kBytesPerMB = 1048576;
-  if (size < kBytesPerKB) return FormatNumber(size, "#,##0") + " bytes";
+  constexpr std::int64_t kBytesPerMB = 1024 * 1024;
+  if (size < kBytesPerKB) return FormatBytes(size);
   struct Form {
     std::int32_t below;  // whole KB
-    double unit;         // bytes
-    const char* picture;
-    const char* word;
+    std::int64_t unit;   // bytes
+    std::size_t decimals;
+    std::string_view word;
   };
   static constexpr Form kForms[] = {
-      {10, kBytesPerKB, "0.00", "KB"},
-      {100, kBytesPerKB, "0.0", "KB"},
-      {1000, kBytesPerKB, "0", "KB"},
-      {10'000, kBytesPerMB, "0.00", "MB"},
-      {100'000, kBytesPerMB, "0.0", "MB"},
-      {1'000'000, kBytesPerMB, "0", "MB"},
-      {10'000'000, kBytesPerMB * 1024, "0.00", "GB"},
+      {10, kBytesPerKB, 2, "KB"},
+      {100, kBytesPerKB, 1, "KB"},
+      {1000, kBytesPerKB, 0, "KB"},
+      {10'000, kBytesPerMB, 2, "MB"},
+      {100'000, kBytesPerMB, 1, "MB"},
+      {1'000'000, kBytesPerMB, 0, "MB"},
+      {10'000'000, kBytesPerMB * 1024, 2, "GB"},
   };
   const std::int32_t wholeKB = size / kBytesPerKB;
   for (const Form& form : kForms) {
-    if (wholeKB < form.below) return FormatNumber(size / form.unit, form.picture) + form.word;
+    if (wholeKB < form.below) return FormatUnits(size, form.unit, form.decimals).append(form.word);
   }
   return {};  // no size of 32 bits comes here
 }

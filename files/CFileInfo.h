@@ -38,9 +38,9 @@ class CFileInfo {
   const std::string& FullPathName() const { return fullPathName_; }
   void FullPathName(std::string_view path);
 
-  // What is known already of the entry at `fullPathName`: takes the place of setting FullPathName where the entry was
-  // met in a folder, and saves looking it up by name once more.
-  void SetEntry(std::string fullPathName, const FileFacts& facts);
+  // What is known already of the entry at `folder` followed by `name`: takes the place of setting FullPathName where
+  // the entry was met in a folder, and saves looking it up by name once more.
+  void SetEntry(std::string_view folder, std::string_view name, const FileFacts& facts);
 
   // Always "".
   std::string FileName() const { return {}; }

@@ -1,10 +1,12 @@
 #include "files/cls_DirListing.h"
 
+#include <array>
+#include <cstring>
 #include <string_view>
-#include <utility>
 
 #include "platform/DirectoryReader.h"
 #include "platform/Error.h"
+#include "support/Dates.h"
 #include "support/Text.h"
 #include "support/mURLEncode.h"
 
@@ -54,12 +56,25 @@ constexpr std::string_view kEnd =
 constexpr std::string_view kRowBegin =
     "   <tr>\r\n"
     "       <td>&nbsp;<a href = ";
-constexpr std::string_view kNameEnd = "</a></td>\r\n";
-constexpr std::string_view kRightCell = "       <td align=\"right\">";
-constexpr std::string_view kCellEnd = "&nbsp;</td>";
-constexpr std::string_view kRowEnd =
-    "\r\n"
+constexpr std::string_view kNameEnd =
+    "</a></td>\r\n"
+    "       <td align=\"right\">";
+constexpr std::string_view kSizeOfFolder = "&lt;dir&gt;";
+constexpr std::string_view kSizeOfFolderEnd =
+    "&nbsp;</td>\r\n"
+    "       <td align=\"right\">";
+// kept: the date cell of a file follows on the same line.
+constexpr std::string_view kSizeOfFileEnd =
+    "&nbsp;</td>"
+    "       <td align=\"right\">";
+
+// The end of a row, with room for the digits of a year up to 9999.
+constexpr char kDateAndRowEnd[] =
+    "0000/00/00&nbsp;&nbsp;&nbsp;00:00:00&nbsp;</td>\r\n"
     "   </tr>\r\n";
+constexpr std::size_t kYearDigits = 4;
+constexpr std::size_t kMonthAt = 5, kDayAt = 8;
+constexpr std::size_t kHourAt = 28, kMinuteAt = 31, kSecondAt = 34;
 
 constexpr std::size_t kUsualPageBytes = 16 * 1024;  // room for some fifty rows
 
@@ -70,9 +85,27 @@ void AppendParentRow(std::string& page, std::string_view urlPath) {
   page.append(">[Parent Directory]</a></td><td></td><td></td></tr>\r\n");
 }
 
-// Begins a row with its first cell, a link to `address`, which stands behind the folder's own.
-void AppendNameCell(std::string& page, std::string_view urlPath, std::string_view address, std::string_view name) {
-  page.append(kRowBegin).append(urlPath).append("/").append(address).append(">").append(name).append(kNameEnd);
+void PutTwoDigits(char* at, std::int64_t number) {
+  at[0] = static_cast<char>('0' + number / 10 % 10);
+  at[1] = static_cast<char>('0' + number % 10);
+}
+
+void AppendDateAndRowEnd(std::string& page, const CivilTime& date) {
+  std::array<char, sizeof kDateAndRowEnd - 1> text;
+  std::memcpy(text.data(), kDateAndRowEnd, text.size());
+  PutTwoDigits(text.data(), date.year / 100);
+  PutTwoDigits(text.data() + 2, date.year);
+  PutTwoDigits(text.data() + kMonthAt, date.month);
+  PutTwoDigits(text.data() + kDayAt, date.day);
+  PutTwoDigits(text.data() + kHourAt, date.hour);
+  PutTwoDigits(text.data() + kMinuteAt, date.minute);
+  PutTwoDigits(text.data() + kSecondAt, date.second);
+  std::string_view shown(text.data(), text.size());
+  if (date.year > 9999) {  // the moment behind the last year of four digits
+    page.append(std::to_string(date.year));
+    shown.remove_prefix(kYearDigits);
+  }
+  page.append(shown);
 }
 
 // Takes the row that begins at `start` away again when it passes the limit. Whether it may stay.
@@ -92,7 +125,7 @@ std::string cls_DirListing::GetDirListing(std::string& LocalDir, std::string& Ur
   page.append(kBeforeTitle).append(heading).append(kBeforeHeading).append(heading).append(kBehindHeading);
   if (UrlPath.ends_with('/')) UrlPath.pop_back();
   AppendParentRow(page, UrlPath);
-  const Rows rows{page, LocalDir, UrlPath, kMaxListingBytes - kEnd.size()};
+  const Rows rows(page, LocalDir, UrlPath, kMaxListingBytes - kEnd.size());
   AppendSubDirectories(rows);
   AppendFiles(rows);
   return page.append(kEnd);
@@ -100,14 +133,19 @@ std::string cls_DirListing::GetDirListing(std::string& LocalDir, std::string& Ur
 
 std::string cls_DirListing::ListSubDirectories(std::string& LocalDir, std::string& UrlPath, const std::string&) {
   std::string rows;
-  AppendSubDirectories({rows, LocalDir, UrlPath, kMaxListingBytes});
+  AppendSubDirectories(Rows(rows, LocalDir, UrlPath, kMaxListingBytes));
   return rows;
 }
 
 std::string cls_DirListing::ListFiles(std::string& LocalDir, std::string& UrlPath, const std::string&) {
   std::string rows;
-  AppendFiles({rows, LocalDir, UrlPath, kMaxListingBytes});
+  AppendFiles(Rows(rows, LocalDir, UrlPath, kMaxListingBytes));
   return rows;
+}
+
+cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most)
+    : page(rowsGoTo), localDir(folder), limit(most) {
+  begin.append(kRowBegin).append(urlPath).append("/");
 }
 
 void cls_DirListing::AppendSubDirectories(const Rows& rows) {
@@ -116,11 +154,11 @@ void cls_DirListing::AppendSubDirectories(const Rows& rows) {
   while (const auto entry = folders.Next()) {
     if (left-- == 0) return;
     if (entry->name.starts_with('.') || !IsListed(*entry)) continue;
-    LookAt(rows, *entry);
+    fileInfo_.SetEntry(rows.localDir, entry->name, entry->facts);
     const std::size_t start = rows.page.size();
-    AppendNameCell(rows.page, rows.urlPath, URLEncode(entry->name, false), entry->name);
-    rows.page.append(kRightCell).append("&lt;dir&gt;").append(kCellEnd).append("\r\n");
-    rows.page.append(DateCell()).append(kRowEnd);
+    rows.page.append(rows.begin).append(URLEncode(entry->name, false)).append(">").append(entry->name);
+    rows.page.append(kNameEnd).append(kSizeOfFolder).append(kSizeOfFolderEnd);
+    AppendDateAndRowEnd(rows.page, CivilFromDate(fileInfo_.ModifyTime()));
     if (!Fits(rows.page, start, rows.limit)) return;
   }
 }
@@ -132,13 +170,12 @@ void cls_DirListing::AppendFiles(const Rows& rows) {
     if (left-- == 0) return;
     if (entry->name == rules_.authFileName || entry->facts.identity == rules_.neverListed || !IsListed(*entry))
       continue;
-    LookAt(rows, *entry);
+    fileInfo_.SetEntry(rows.localDir, entry->name, entry->facts);
     if (fileInfo_.attrHidden()) continue;
     const std::size_t start = rows.page.size();
-    AppendNameCell(rows.page, rows.urlPath, entry->name, entry->name);
-    // kept: the date cell follows on the same line.
-    rows.page.append(kRightCell).append(fileInfo_.FormatFileSize(fileInfo_.FileSize())).append(kCellEnd);
-    rows.page.append(DateCell()).append(kRowEnd);
+    rows.page.append(rows.begin).append(entry->name).append(">").append(entry->name).append(kNameEnd);
+    rows.page.append(fileInfo_.FormatFileSize(fileInfo_.FileSize())).append(kSizeOfFileEnd);
+    AppendDateAndRowEnd(rows.page, CivilFromDate(fileInfo_.ModifyTime()));
     if (!Fits(rows.page, start, rows.limit)) return;
   }
 }
@@ -153,20 +190,6 @@ bool cls_DirListing::IsListed(const DirectoryEntry& entry) {
   } catch (const Error&) {
     return false;
   }
-}
-
-void cls_DirListing::LookAt(const Rows& rows, const DirectoryEntry& entry) {
-  std::string path;
-  path.reserve(rows.localDir.size() + entry.name.size());
-  path.append(rows.localDir).append(entry.name);
-  fileInfo_.SetEntry(std::move(path), entry.facts);
-}
-
-std::string cls_DirListing::DateCell() const {
-  const Date modified = fileInfo_.ModifyTime();
-  std::string cell(kRightCell);
-  cell.append(fileInfo_.FormatFileDateOnlyShort(modified, "YYYY/MM/DD")).append("&nbsp;&nbsp;&nbsp;");
-  return cell.append(fileInfo_.FormatFileTimeOnlyShort(modified)).append(kCellEnd);
 }
 
 }  // namespace TesselServer

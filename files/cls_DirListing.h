@@ -14,6 +14,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "files/CFileInfo.h"
@@ -72,17 +73,17 @@ class cls_DirListing {
  private:
   // Where rows go to and what they are made with.
   struct Rows {
+    Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most);
+
     std::string& page;
-    const std::string& localDir;
-    const std::string& urlPath;
+    std::string_view localDir;
+    std::string begin;  // of each row, up to the entry's own address
     std::size_t limit;  // length of `page` that no row may pass
   };
 
   void AppendSubDirectories(const Rows& rows);
   void AppendFiles(const Rows& rows);
   bool IsListed(const DirectoryEntry& entry);
-  void LookAt(const Rows& rows, const DirectoryEntry& entry);
-  std::string DateCell() const;
 
   const OpenFile& directory_;
   ListingRules rules_;

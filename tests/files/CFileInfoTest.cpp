@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -191,13 +192,13 @@ TEST_F(CFileInfoTest, TakesFactsThatAreKnownAlready) {
   facts.size = 42;
   facts.attributes = 34;
   facts.modified = kMoment;
-  info_.SetEntry("/nowhere\\a", facts);
+  info_.SetEntry("/nowhere\\", "a", facts);
   EXPECT_EQ(info_.FullPathName(), "/nowhere\\a");
   EXPECT_TRUE(info_.FileExists());
   EXPECT_EQ(info_.FileSize(), 42);
   EXPECT_TRUE(info_.attrHidden());
   EXPECT_EQ(Shown(info_.ModifyTime()), "2026/11/15 18:20:05");
-  info_.SetEntry("/nowhere\\b", {});
+  info_.SetEntry("/nowhere\\", "b", {});
   EXPECT_FALSE(info_.FileExists());
   EXPECT_EQ(info_.FileSize(), 42);
 }
@@ -267,6 +268,42 @@ TEST_F(CFileInfoTest, FormatsSizesWithThreeDigits) {
       {kLeast, "-2,147,483,648 bytes"},
   };
   for (const auto& c : cases) EXPECT_EQ(info_.FormatFileSize(c.size), c.text) << c.size;
+}
+
+TEST_F(CFileInfoTest, SizesAreRoundedAsAnyNumberIs) {
+  constexpr std::int32_t kKB = 1024, kMB = kKB * 1024, kGB = kMB * 1024;
+  struct {
+    std::int32_t from, to;
+    std::int32_t unit;
+    const char* picture;
+    const char* word;
+  } const cases[] = {
+      {-70'000, kKB - 1, 1, "#,##0", " bytes"},
+      {kKB, 10 * kKB - 1, kKB, "0.00", "KB"},
+      {10 * kKB, 100 * kKB - 1, kKB, "0.0", "KB"},
+      {100 * kKB, 1000 * kKB - 1, kKB, "0", "KB"},
+      {1000 * kKB, 10'000 * kKB - 1, kMB, "0.00", "MB"},
+      {10'000 * kKB, 100'000 * kKB - 1, kMB, "0.0", "MB"},
+      {100'000 * kKB, 1'000'000 * kKB - 1, kMB, "0", "MB"},
+      {1'000'000 * kKB, std::numeric_limits<std::int32_t>::max(), kGB, "0.00", "GB"},
+  };
+  constexpr std::int64_t kEach = 20'000;
+  for (const auto& c : cases) {
+    const std::int64_t step = std::max<std::int64_t>((std::int64_t{c.to} - c.from) / kEach, 1);
+    for (std::int64_t each = c.from; each <= c.to; each += step) {
+      const auto size = static_cast<std::int32_t>(each);
+      const std::string expected = FormatNumber(static_cast<double>(size) / c.unit, c.picture) + c.word;
+      ASSERT_EQ(info_.FormatFileSize(size), expected) << size;
+    }
+  }
+  for (std::int64_t eighth = 8; eighth * (kMB / 8) <= 10'000LL * kKB; ++eighth) {
+    for (const std::int64_t away : {-1, 0, 1}) {  // the halves of a hundredth, which lie on an eighth, and beside them
+      const auto size = static_cast<std::int32_t>(eighth * (kMB / 8) + away);
+      if (size >= 10'000 * kKB) continue;
+      const std::string expected = FormatNumber(static_cast<double>(size) / kMB, "0.00") + "MB";
+      ASSERT_EQ(info_.FormatFileSize(size), expected) << size;
+    }
+  }
 }
 
 TEST_F(CFileInfoTest, FormatsDates) {
@@ -365,7 +402,7 @@ TEST_F(CFileInfoTest, FlagsAreBitsOfTheAttributes) {
   };
   for (const auto& set : flags) {
     facts.attributes = set.bit;
-    info_.SetEntry("a", facts);
+    info_.SetEntry("", "a", facts);
     for (const auto& flag : flags) EXPECT_EQ((info_.*flag.read)(), flag.bit == set.bit) << flag.bit;
   }
 }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -300,6 +301,20 @@ TEST_F(cls_DirListingTest, DatesAreLocalTimeAcrossTheChangeToSummerTime) {
   EXPECT_THAT(Page("/"), HasSubstr(">2026/03/29&nbsp;&nbsp;&nbsp;01:59:59&nbsp;<"));
   Kit::SetModified(At("file"), kSummerBegins);
   EXPECT_THAT(Page("/"), HasSubstr(">2026/03/29&nbsp;&nbsp;&nbsp;03:00:00&nbsp;<"));
+}
+
+TEST_F(cls_DirListingTest, DatesBeyondTheCalendarAreItsEnds) {
+  constexpr std::int32_t kFarAway = std::numeric_limits<std::int32_t>::max();  // more than 4000 years in minutes
+  world_.bias = [](std::int64_t) { return kFarAway; };
+  Write("file");
+  Kit::SetModified(At("file"), kMoment - kFarAway);
+  EXPECT_THAT(Page("/"), HasSubstr(">0100/01/01&nbsp;&nbsp;&nbsp;00:00:00&nbsp;<"));
+  const Kit::TemporaryTree memory("/dev/shm");  // where it is one, any time can be kept
+  constexpr std::int64_t kTooFar = 400'000'000'000;
+  Kit::SetModified(memory.Write("file", ""), kTooFar);
+  folder_ = memory.Text();
+  if (FactsOfPath(At("file")).facts.modified != kTooFar) GTEST_SKIP() << "a file system that keeps no such time";
+  EXPECT_THAT(Page("/"), HasSubstr(">10000/01/01&nbsp;&nbsp;&nbsp;00:00:00&nbsp;<"));
 }
 
 TEST_F(cls_DirListingTest, TheTwoKindsOfRowsCanBeHadAlone) {
