@@ -149,7 +149,7 @@ cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view folder, std::
 }
 
 void cls_DirListing::AppendSubDirectories(const Rows& rows) {
-  DirectoryReader folders(directory_, EntryKind::kDirectory);
+  DirectoryReader folders(directory_, EntryKind::kDirectory, memory_);
   std::int32_t left = kMaxEntries;
   while (const auto entry = folders.Next()) {
     if (left-- == 0) return;
@@ -164,7 +164,7 @@ void cls_DirListing::AppendSubDirectories(const Rows& rows) {
 }
 
 void cls_DirListing::AppendFiles(const Rows& rows) {
-  DirectoryReader files(directory_, EntryKind::kFile);
+  DirectoryReader files(directory_, EntryKind::kFile, memory_);
   std::int32_t left = kMaxEntries;
   while (const auto entry = files.Next()) {
     if (left-- == 0) return;

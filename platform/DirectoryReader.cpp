@@ -1,46 +1,47 @@
 #include "platform/DirectoryReader.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "platform/DirectoryMemory.h"
 #include "platform/internal/DosAttributes.h"
 #include "platform/internal/EntryStatus.h"
 #include "platform/internal/FactsOfStatus.h"
-#include "platform/internal/UniqueDescriptor.h"
+#include "platform/internal/FileStamp.h"
+#include "platform/internal/FolderRecord.h"
+#include "platform/internal/FolderStream.h"
 
 namespace TesselServer {
-namespace {
 
-struct CloseStream {
-  void operator()(DIR* stream) const { closedir(stream); }
-};
-
-}  // namespace
-
-struct DirectoryReader::Stream {
-  std::unique_ptr<DIR, CloseStream> entries;
-};
-
-DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted)
+DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, DirectoryMemory* memory)
     : directory_(directory.Descriptor()), wanted_(wanted) {
-  procPath_ = "/proc/self/fd/" + std::to_string(directory_) + '/';
-  procPathLength_ = procPath_.size();
   if (directory.Kind() != EntryKind::kDirectory) return;
-  UniqueDescriptor own(openat(directory_, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
-  if (!own.IsOpen()) return;
-  std::unique_ptr<DIR, CloseStream> entries(fdopendir(own.Get()));
-  if (!entries) return;
-  own.Release();
-  stream_ = std::make_unique<Stream>(Stream{std::move(entries)});
+  if (memory != nullptr) {
+    begun_ = memory->Now();
+    record_ = memory->NamesOf(directory_);
+  }
+  if (record_) return;
+  stream_ = std::make_unique<FolderStream>(directory_);
+  if (!stream_->IsOpen()) stream_.reset();
 }
 
 DirectoryReader::~DirectoryReader() = default;
 
+std::size_t DirectoryReader::ExpectedEntries() const { return record_ ? record_->Count() : 0; }
+
 std::optional<DirectoryEntry> DirectoryReader::Next() {
+  if (record_) return NextRemembered();
   if (!stream_) return std::nullopt;
-  while (const dirent* entry = readdir(stream_->entries.get())) {
+  while (const dirent* entry = stream_->Next()) {
     if (auto described = Describe(entry->d_name, entry->d_type)) return described;
+  }
+  return std::nullopt;
+}
+
+std::optional<DirectoryEntry> DirectoryReader::NextRemembered() {
+  while (next_ < record_->Count()) {
+    const std::size_t entry = next_++;
+    if (auto described = Describe(record_->Name(entry), record_->Type(entry))) return described;
   }
   return std::nullopt;
 }
@@ -54,16 +55,22 @@ std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsign
   const bool isLink = S_ISLNK(status.st_mode);
   if (isLink && fstatat(directory_, name, &status, 0) != 0) return std::nullopt;
   if (KindOf(status) != wanted_) return std::nullopt;
-  const std::uint32_t kept = wanted_ == EntryKind::kFile ? KeptAttributes(name, isLink) : 0;
+  const std::uint32_t kept = wanted_ == EntryKind::kFile ? KeptAttributes(name, status, isLink) : 0;
   return DirectoryEntry{name, FactsOfStatus(status, kept), isLink};
 }
 
-std::uint32_t DirectoryReader::KeptAttributes(const char* name, bool isLink) {
+// Of the file that Describe looks at. Those of a link's target are asked for each time: it may lie anywhere.
+std::uint32_t DirectoryReader::KeptAttributes(const char* name, const struct stat& status, bool isLink) {
+  if (isLink) return AskDosAttributes(directory_, name).attributes;
   if (!keepsAttributes_) return 0;
-  procPath_.resize(procPathLength_);
-  procPath_ += name;
-  if (isLink) return DosAttributesOf(procPath_);  // its target's file system may be another one
-  return DosAttributesOf(procPath_, keepsAttributes_);
+  const FileStamp stamp = FileStampOf(status);
+  if (record_) {
+    if (const auto known = record_->Attributes(next_ - 1, stamp)) return *known;
+  }
+  const DosAttributesAnswer answer = AskDosAttributes(directory_, name);
+  keepsAttributes_ = answer.isSupported;
+  if (record_ && answer.isCertain) record_->LearnAttributes(next_ - 1, stamp, begun_, answer.attributes);
+  return answer.attributes;
 }
 
 }  // namespace TesselServer

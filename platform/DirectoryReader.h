@@ -4,11 +4,13 @@
 // whatever happens to its path.
 //
 // Thread:    the host's thread only.
-// Ownership: has a descriptor of its own as long as it lives; the open folder must outlive it.
+// Ownership: has a descriptor of its own as long as it lives, unless the names are remembered; the open folder and the
+//            memory must outlive it.
 // Errors:    none; a folder that cannot be read, or has been removed, has no entries. An entry that vanishes during the
 //            pass is left out.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -18,7 +20,13 @@
 #include "platform/FileFacts.h"
 #include "platform/FileSystem.h"
 
+struct stat;
+
 namespace TesselServer {
+
+class DirectoryMemory;
+class FolderRecord;
+class FolderStream;
 
 struct DirectoryEntry {
   std::string_view name;  // raw bytes as on disk, 1 to 255; until the reader's next call
@@ -30,14 +38,18 @@ struct DirectoryEntry {
 //   while (const auto entry = files.Next()) Show(entry->name, entry->facts.size);
 class DirectoryReader {
  public:
-  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved.
-  DirectoryReader(const OpenFile& directory, EntryKind wanted);
+  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. With a memory
+  // what has been read before, and still holds, is not read again; with nullptr the folder is.
+  DirectoryReader(const OpenFile& directory, EntryKind wanted, DirectoryMemory* memory = nullptr);
   DirectoryReader(const DirectoryReader&) = delete;
   DirectoryReader& operator=(const DirectoryReader&) = delete;
   ~DirectoryReader();
 
   // False when the pass could not begin.
-  bool IsOpen() const { return stream_ != nullptr; }
+  bool IsOpen() const { return record_ != nullptr || stream_ != nullptr; }
+
+  // How many entries of any kind there are, where it is known before the pass; else 0.
+  std::size_t ExpectedEntries() const;
 
   // The next regular file or folder, in the system's own order, which no call sorts; nothing at the end. "." and ".."
   // are folders like others. A link counts as what it leads to, one that leads to neither is left out. Attributes kept
@@ -45,17 +57,17 @@ class DirectoryReader {
   std::optional<DirectoryEntry> Next();
 
  private:
-  struct Stream;  // the system's own
-
+  std::optional<DirectoryEntry> NextRemembered();
   std::optional<DirectoryEntry> Describe(const char* name, unsigned char type);
-  std::uint32_t KeptAttributes(const char* name, bool isLink);
+  std::uint32_t KeptAttributes(const char* name, const struct stat& status, bool isLink);
 
   int directory_;
   EntryKind wanted_;
-  std::unique_ptr<Stream> stream_;
-  std::string procPath_;         // of the folder, "/" behind it, then a name while one is asked for
-  std::size_t procPathLength_;   // of the folder's part
-  bool keepsAttributes_ = true;  // false once the file system has said that it has none
+  std::shared_ptr<FolderRecord> record_;  // what the pass goes through, where it is remembered
+  std::unique_ptr<FolderStream> stream_;  // and where it is not
+  std::size_t next_ = 0;                  // in the record
+  std::int64_t begun_ = 0;                // when the pass began, by the memory's clock
+  bool keepsAttributes_ = true;           // false once the file system has said that it has none
 };
 
 }  // namespace TesselServer

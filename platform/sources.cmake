@@ -4,6 +4,7 @@ set(SOURCES
     Accounts.cpp
     CRegSettings.cpp
     ChildPrograms.cpp
+    DirectoryMemory.cpp
     DirectoryReader.cpp
     Echo.cpp
     EventLoop.cpp
@@ -27,6 +28,8 @@ set(SOURCES
     internal/EchoPacket.cpp
     internal/FileStamp.cpp
     internal/FindBeneath.cpp
+    internal/FolderRecord.cpp
+    internal/FolderStream.cpp
     internal/LeftOverChildren.cpp
     internal/Lingering.cpp
     internal/LoopCore.cpp

@@ -14,6 +14,7 @@
 #include "control/internal/Statistics.h"
 #include "http/SecretFiles.h"
 #include "platform/ChildPrograms.h"
+#include "platform/DirectoryMemory.h"
 #include "platform/EventLoop.h"
 #include "platform/FileSystem.h"
 #include "platform/SocketArray.h"
@@ -44,7 +45,8 @@ struct ControlState {
   SocketArray sckWS;
   ChildPrograms programs;
   Timer tmrCheckConn;
-  cls_HTTP requestTemplate;  // the control-wide settings that records share
+  cls_HTTP requestTemplate;     // the control-wide settings that records share
+  DirectoryMemory directories;  // that listings have shown
   std::shared_ptr<SlotTable> slots;
 
   bool running = false;                  // from StartServer to StopServer, a failed start included

@@ -34,15 +34,16 @@ std::uint32_t DosAttributesOf(int descriptor) {
 }
 
 std::uint32_t DosAttributesOf(const std::string& path) {
-  bool supported = true;
-  return DosAttributesOf(path, supported);
+  Buffer value;
+  return Parse(value, getxattr(path.c_str(), kName, value.data(), value.size()));
 }
 
-std::uint32_t DosAttributesOf(const std::string& path, bool& supported) {
+DosAttributesAnswer AskDosAttributes(int folder, std::string_view name) {
+  const std::string path = std::string("/proc/self/fd/").append(std::to_string(folder)).append("/").append(name);
   Buffer value;
   const ssize_t length = getxattr(path.c_str(), kName, value.data(), value.size());
-  supported = length >= 0 || errno != ENOTSUP;
-  return Parse(value, length);
+  const int error = length < 0 ? errno : 0;
+  return {Parse(value, length), error == 0 || error == ENODATA, error != ENOTSUP};
 }
 
 bool WriteDosAttributes(const std::string& path, std::uint32_t attributes) {

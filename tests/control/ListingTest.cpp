@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "tests/kit/FileMarks.h"
 #include "tests/kit/TestControl.h"
 
 namespace TesselServer {
@@ -109,6 +110,21 @@ TEST_F(ListingTest, ALinkWithABackslashInItsNameIsNotTakenForAnother) {
   control.tree.Write("a/x/y", "served");
   std::filesystem::create_symlink("/etc/passwd", control.tree.Path() / "a/x\\y");
   EXPECT_THAT(BodyOf(Get("/a/")), Not(HasSubstr("x\\y")));
+}
+
+TEST_F(ListingTest, TheNextListingShowsEveryChange) {
+  control.tree.Write("a/x.txt", "x");
+  EXPECT_THAT(Get("/a/"), HasSubstr("x.txt</a>"));
+  control.tree.Write("a/y.txt", "x");
+  EXPECT_THAT(Get("/a/"), HasSubstr("y.txt</a>"));
+  control.tree.Write("a/y.txt", std::string(2048, 'x'));
+  EXPECT_THAT(Get("/a/"), HasSubstr("2.00KB&nbsp;</td>"));
+  std::filesystem::remove(control.tree.Path() / "a/x.txt");
+  EXPECT_THAT(Get("/a/"), Not(HasSubstr("x.txt</a>")));
+  if (!Kit::SetDosAttributes((control.tree.Path() / "a/y.txt").string(), "0x2")) {
+    GTEST_SKIP() << Kit::kNoExtendedAttributes;
+  }
+  EXPECT_THAT(Get("/a/"), Not(HasSubstr("y.txt</a>")));
 }
 
 TEST_F(ListingTest, AnIndexPageWinsOverTheListing) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "files/cls_DirListing.h"
+#include "platform/DirectoryMemory.h"
 #include "platform/Error.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
@@ -361,6 +362,29 @@ TEST_F(cls_DirListingTest, OneObjectListsAgainWhatIsThereNow) {
   EXPECT_THAT(Links(listing.GetDirListing(localDir, urlPath, "")), ElementsAre("/a>a"));
   fs::rename(At("a"), At("b"));
   EXPECT_THAT(Links(listing.GetDirListing(localDir, urlPath, "")), ElementsAre("/b>b"));
+}
+
+TEST_F(cls_DirListingTest, WithAMemoryThePageIsTheSame) {
+  MakeFolder("sub");
+  Write("a", "12345");
+  Write("htaccess.txt");
+  if (Kit::SetDosAttributes(At("a"), "0x0")) Kit::SetDosAttributes(At("htaccess.txt"), "0x2");
+  fs::create_symlink("a", At("link"));
+  rules_.linkIsServed = [](const std::string&, const FileIdentity&) { return true; };
+  DirectoryMemory memory;
+  const auto remembered = [&] {
+    const OpenFile folder = OpenPath(folder_);
+    cls_DirListing listing(world_, folder, rules_, &memory);
+    std::string localDir = folder_, urlPath = "/docs/";
+    return listing.GetDirListing(localDir, urlPath, "My server");
+  };
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(remembered(), Page("/docs/"));
+  Kit::SetDosAttributes(At("a"), "0x2");
+  EXPECT_EQ(remembered(), Page("/docs/")) << "hidden";
+  Kit::SetModified(At("a"), kMoment);
+  EXPECT_EQ(remembered(), Page("/docs/")) << "another time";
+  fs::rename(At("a"), At("b"));
+  EXPECT_EQ(remembered(), Page("/docs/")) << "another name";
 }
 
 TEST_F(cls_DirListingTest, AFolderThatIsGoneHasNoRows) {

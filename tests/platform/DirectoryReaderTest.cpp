@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/DirectoryMemory.h"
 #include "platform/DirectoryReader.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
@@ -30,6 +31,13 @@ class DirectoryReaderTest : public testing::Test {
     std::vector<std::string> names;
     DirectoryReader reader(folder, wanted);
     while (const auto entry = reader.Next()) names.emplace_back(entry->name);
+    DirectoryMemory memory;
+    DirectoryReader again(folder, wanted, &memory);
+    for (const std::string& name : names) {
+      const auto entry = again.Next();
+      EXPECT_TRUE(entry && entry->name == name) << name << " is there with a memory as well";
+    }
+    EXPECT_FALSE(again.Next());
     return names;
   }
   std::vector<std::string> Names(EntryKind wanted) const { return Names(OpenPath(tree_.Text()), wanted); }

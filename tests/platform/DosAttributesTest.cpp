@@ -1,8 +1,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <string>
+
 #include "platform/internal/DosAttributes.h"
 #include "platform/internal/UniqueDescriptor.h"
+#include "tests/kit/Child.h"
 #include "tests/kit/FileMarks.h"
 #include "tests/kit/TemporaryTree.h"
 
@@ -57,12 +61,49 @@ TEST(DosAttributesTest, WhatHasNoneHasNoAttributeSet) {
 }
 
 TEST(DosAttributesTest, AFileSystemWithoutThemSaysSo) {
-  bool supported = true;
-  EXPECT_EQ(DosAttributesOf("/proc/self/status", supported), 0U);
-  EXPECT_FALSE(supported);
-  EXPECT_EQ(DosAttributesOf("/nonexistent", supported), 0U);
-  EXPECT_TRUE(supported) << "a missing file says nothing of the file system";
+  const UniqueDescriptor made(open("/proc/self", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const DosAttributesAnswer none = AskDosAttributes(made.Get(), "status");
+  EXPECT_EQ(none.attributes, 0U);
+  EXPECT_FALSE(none.isSupported);
+  EXPECT_FALSE(none.isCertain);
+  const DosAttributesAnswer missing = AskDosAttributes(made.Get(), "nonexistent");
+  EXPECT_EQ(missing.attributes, 0U);
+  EXPECT_TRUE(missing.isSupported) << "a missing file says nothing of the file system";
+  EXPECT_FALSE(missing.isCertain) << "and nothing of itself";
+  EXPECT_EQ(DosAttributesOf("/proc/self/status"), 0U);
   EXPECT_FALSE(WriteDosAttributes("/proc/self/status", 2));
+}
+
+TEST(DosAttributesTest, AFileInAFolderAnswersForCertain) {
+  const Kit::TemporaryTree tree;
+  const std::string file = tree.Write("a b", "x");
+  const UniqueDescriptor folder(open(tree.Text().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!Kit::SetDosAttributes(file, "0x6")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
+  std::filesystem::create_symlink("a b", tree.Path() / "link");
+  for (const char* name : {"a b", "link"}) {
+    const DosAttributesAnswer answer = AskDosAttributes(folder.Get(), name);
+    EXPECT_EQ(answer.attributes, 6U) << name;
+    EXPECT_TRUE(answer.isCertain) << name;
+  }
+  tree.Write("plain", "x");
+  const DosAttributesAnswer plain = AskDosAttributes(folder.Get(), "plain");
+  EXPECT_EQ(plain.attributes, 0U);
+  EXPECT_TRUE(plain.isCertain) << "it has none, and says so";
+}
+
+TEST(DosAttributesTest, AFileThatMayNotBeReadDoesNotAnswer) {
+  const Kit::TemporaryTree tree;
+  const std::string file = tree.Write("a", "x");
+  if (!Kit::SetDosAttributes(file, "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
+  std::filesystem::permissions(tree.Path(), std::filesystem::perms(0755));
+  std::filesystem::permissions(file, std::filesystem::perms(0));
+  const int status = Kit::InUnprivilegedChild([&tree] {
+    const UniqueDescriptor folder(open(tree.Text().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const DosAttributesAnswer answer = AskDosAttributes(folder.Get(), "a");
+    return answer.attributes == 0 && !answer.isCertain && answer.isSupported ? 0 : 1;
+  });
+  if (status == Kit::kCannotDropUser) GTEST_SKIP() << "no other user to change to";
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace
