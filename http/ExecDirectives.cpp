@@ -40,6 +40,7 @@ void Execute(cls_HTTP& record, Page& page, std::string_view opener, const std::s
 }  // namespace
 
 void RunExecDirectives(cls_HTTP& record, Page& page) {
+  if (!page.HoldsDirectives()) return;
   Execute(record, page, "<!--#execcmd=", DocumentFolder(record));
   Execute(record, page, "<!--#execcgi=", record.CGIDirectory());
 }

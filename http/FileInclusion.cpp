@@ -26,9 +26,7 @@ std::string NameBelowRoot(const cls_HTTP& record, bool fromRoot, std::string_vie
 void Include(cls_HTTP& record, Page& page, std::string_view opener, bool fromRoot) {
   const auto textOf = [&](std::string_view written) -> Page::SharedText {
     const std::string name = NameBelowRoot(record, fromRoot, written);
-    if (name.empty()) return nullptr;
-    auto text = record.IncludedText(name);
-    return text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
+    return name.empty() ? nullptr : record.IncludedText(name);
   };
   ReplaceTags(page, {opener, "", "--"}, textOf,
               [&record](const std::string& text) { return record.TakeIncludeRoom(text.size()); });
@@ -37,7 +35,7 @@ void Include(cls_HTTP& record, Page& page, std::string_view opener, bool fromRoo
 }  // namespace
 
 void IncludeFiles(cls_HTTP& record, Page& page) {
-  if (record.VirtualPath().empty() || record.DocumentName().empty()) return;
+  if (!page.HoldsDirectives() || record.VirtualPath().empty() || record.DocumentName().empty()) return;
   Include(record, page, "<!--#includefile=", false);
   Include(record, page, "<!--#includevirtual=", true);
   Include(record, page, "<!--#include=", true);

@@ -32,6 +32,7 @@ std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
 }  // namespace
 
 void ReplaceFunctionTags(cls_HTTP& record, Page& page) {
+  if (!page.HoldsScripts()) return;
   ReplaceTags(page, {"<%=", "Function", "%"},
               [&record](std::string_view call) { return std::make_shared<const std::string>(AnswerOf(record, call)); });
 }

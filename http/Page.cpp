@@ -2,12 +2,16 @@
 
 #include <utility>
 
+#include "http/TagSearch.h"
+
 namespace TesselServer {
 
-Page::Page(std::string authorText) {
-  if (authorText.empty()) return;
-  texts_.push_back(std::make_shared<const std::string>(std::move(authorText)));
-  pieces_.push_back({Source::kAuthor, *texts_.back()});
+Page::Page(SharedText authorText) : authorText_(std::move(authorText)) {
+  const std::string_view whole = *authorText_;
+  if (whole.empty()) return;
+  pieces_.push_back({Source::kAuthor, whole});
+  holdsDirectives_ = FindOpener(whole, kDirectiveStart) != std::string_view::npos;
+  holdsScripts_ = FindOpener(whole, kScriptStart) != std::string_view::npos;
 }
 
 bool Page::AppendInserted(SharedText text) {
@@ -27,6 +31,12 @@ std::string Page::Text() const {
   text.reserve(size);
   for (const Piece& piece : pieces_) text += piece.text;
   return text;
+}
+
+Page::SharedText Page::Result() const {
+  const bool isUnchanged =
+      pieces_.size() == 1 && pieces_[0].source == Source::kAuthor && pieces_[0].text.size() == authorText_->size();
+  return isUnchanged ? authorText_ : std::make_shared<const std::string>(Text());
 }
 
 }  // namespace TesselServer

@@ -1,7 +1,8 @@
 // A page under processing: a sequence of pieces, each the author's text or text that a processor has put in.
 //
 // Thread:    any; a value that can be moved, not copied.
-// Ownership: keeps the texts that its pieces look into. A text that stands in the page many times is kept once.
+// Ownership: keeps the texts that its pieces look into, the author's included, which never moves. A text that stands in
+//            the page many times is kept once.
 // Errors:    none.
 #pragma once
 
@@ -9,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace TesselServer {
@@ -37,13 +39,19 @@ class Page {
   };
 
   Page() = default;
-  explicit Page(std::string authorText);
+  explicit Page(SharedText authorText);
+  explicit Page(std::string authorText) : Page(std::make_shared<const std::string>(std::move(authorText))) {}
   Page(Page&&) = default;
   Page& operator=(Page&&) = default;
   Page(const Page&) = delete;
   Page& operator=(const Page&) = delete;
 
   const std::vector<Piece>& Pieces() const { return pieces_; }
+
+  // Whether "<!--#" or "<%" stands anywhere in the author's text. What has been put in does not count, and a tag that
+  // has been replaced still does: a processor need not look at a page without its kind of tag.
+  bool HoldsDirectives() const { return holdsDirectives_; }
+  bool HoldsScripts() const { return holdsScripts_; }
 
   // Whether `size` more bytes may be put in.
   bool HasRoomFor(std::size_t size) const { return size <= kMaxInsertedBytes - insertedBytes_; }
@@ -55,11 +63,17 @@ class Page {
   // All pieces joined.
   std::string Text() const;
 
+  // The same, without a copy when the page is the author's text still.
+  SharedText Result() const;
+
  private:
   friend class PageRewriter;
 
   std::vector<Piece> pieces_;
-  std::vector<SharedText> texts_;  // what the pieces look into
+  SharedText authorText_;          // what the author's pieces look into
+  std::vector<SharedText> texts_;  // what the others look into
+  bool holdsDirectives_ = false;
+  bool holdsScripts_ = false;
   std::size_t insertedBytes_ = 0;
 };
 

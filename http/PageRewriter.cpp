@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "http/TagSearch.h"
 #include "platform/AsciiCase.h"
-#include "support/Text.h"
 
 namespace TesselServer {
 namespace {
@@ -13,16 +13,10 @@ constexpr std::size_t kMaxPiecesOfOneTag = 3;  // the text in front of it, what 
 
 }  // namespace
 
-PageRewriter::PageRewriter(Page& page) : page_(page) {
-  new_.pieces_.reserve(page.pieces_.size() + kMaxPiecesOfOneTag);  // may throw, so the page is taken over behind it
-  old_ = std::exchange(page, Page());
-  new_.texts_ = std::move(old_.texts_);
-  new_.insertedBytes_ = old_.insertedBytes_;  // what stands further on counts as well
-}
+PageRewriter::PageRewriter(Page& page) : page_(page) {}
 
 PageRewriter::~PageRewriter() {
-  CopyUntil({old_.pieces_.size(), 0});
-  page_ = std::move(new_);
+  if (begun_) CopyUntil({old_.size(), 0});
 }
 
 bool PageRewriter::Find(std::string_view opener, std::string_view end) {
@@ -35,11 +29,11 @@ bool PageRewriter::Find(std::string_view opener, std::string_view end) {
 }
 
 std::string_view PageRewriter::Opener() const {
-  return old_.pieces_[tag_.piece].text.substr(tag_.offset, contentBegin_.offset - tag_.offset);
+  return Pieces()[tag_.piece].text.substr(tag_.offset, contentBegin_.offset - tag_.offset);
 }
 
 bool PageRewriter::ContentBeginsWith(std::string_view text) const {
-  const std::string_view piece = old_.pieces_[contentBegin_.piece].text;
+  const std::string_view piece = Pieces()[contentBegin_.piece].text;
   const std::size_t end = contentEnd_.piece == contentBegin_.piece ? contentEnd_.offset : piece.size();
   return end - contentBegin_.offset >= text.size() &&
          EqualNoCase(piece.substr(contentBegin_.offset, text.size()), text);
@@ -47,36 +41,39 @@ bool PageRewriter::ContentBeginsWith(std::string_view text) const {
 
 bool PageRewriter::ContentEndsWith(std::string_view text) const {
   const std::size_t begin = contentEnd_.piece == contentBegin_.piece ? contentBegin_.offset : 0;
-  const std::string_view piece = old_.pieces_[contentEnd_.piece].text;
+  const std::string_view piece = Pieces()[contentEnd_.piece].text;
   return piece.substr(begin, contentEnd_.offset - begin).ends_with(text);
 }
 
 void PageRewriter::Replace(Page::SharedText text) {
+  if (!begun_) Begin();
   ReserveForRest();
   CopyUntil(tag_);
-  if (new_.AppendInserted(std::move(text))) {
-    next_ = tagEnd_;
-  } else {
-    Keep();
-  }
+  if (page_.AppendInserted(std::move(text))) copied_ = tagEnd_;
+  next_ = tagEnd_;
 }
 
-void PageRewriter::Keep() {
-  ReserveForRest();
-  CopyUntil(tagEnd_);
+void PageRewriter::Keep() { next_ = tagEnd_; }
+
+void PageRewriter::Begin() {
+  old_.reserve(page_.pieces_.size() + kMaxPiecesOfOneTag);  // may throw, so the page is taken over behind it
+  old_.swap(page_.pieces_);
+  begun_ = true;
 }
 
 // The destructor must find room for what is left without asking for memory.
 void PageRewriter::ReserveForRest() {
-  const std::size_t needed = new_.pieces_.size() + (old_.pieces_.size() - next_.piece) + kMaxPiecesOfOneTag;
-  if (new_.pieces_.capacity() < needed) new_.pieces_.reserve(std::max(needed, new_.pieces_.capacity() * 2));
+  std::vector<Page::Piece>& pieces = page_.pieces_;
+  const std::size_t needed = pieces.size() + (old_.size() - copied_.piece) + kMaxPiecesOfOneTag;
+  if (pieces.capacity() < needed) pieces.reserve(std::max(needed, pieces.capacity() * 2));
 }
 
 bool PageRewriter::FindAuthor(std::string_view needle, Place from, bool anyCase, Place& found) const {
-  for (; from.piece < old_.pieces_.size(); from = {from.piece + 1, 0}) {
-    const Page::Piece& piece = old_.pieces_[from.piece];
+  const std::vector<Page::Piece>& pieces = Pieces();
+  for (; from.piece < pieces.size(); from = {from.piece + 1, 0}) {
+    const Page::Piece& piece = pieces[from.piece];
     if (piece.source != Page::Source::kAuthor) continue;
-    const std::size_t at = anyCase ? FindNoCase(piece.text, needle, from.offset) : piece.text.find(needle, from.offset);
+    const std::size_t at = anyCase ? FindOpener(piece.text, needle, from.offset) : piece.text.find(needle, from.offset);
     if (at == std::string_view::npos) continue;
     found = {from.piece, at};
     return true;
@@ -85,36 +82,36 @@ bool PageRewriter::FindAuthor(std::string_view needle, Place from, bool anyCase,
 }
 
 void PageRewriter::CollectContent() {
+  const std::vector<Page::Piece>& pieces = Pieces();
   if (contentBegin_.piece == contentEnd_.piece) {
-    content_ =
-        old_.pieces_[contentBegin_.piece].text.substr(contentBegin_.offset, contentEnd_.offset - contentBegin_.offset);
+    content_ = pieces[contentBegin_.piece].text.substr(contentBegin_.offset, contentEnd_.offset - contentBegin_.offset);
     return;
   }
-  joined_ = old_.pieces_[contentBegin_.piece].text.substr(contentBegin_.offset);
-  for (std::size_t i = contentBegin_.piece + 1; i < contentEnd_.piece; ++i) joined_ += old_.pieces_[i].text;
-  joined_ += old_.pieces_[contentEnd_.piece].text.substr(0, contentEnd_.offset);
+  joined_ = pieces[contentBegin_.piece].text.substr(contentBegin_.offset);
+  for (std::size_t i = contentBegin_.piece + 1; i < contentEnd_.piece; ++i) joined_ += pieces[i].text;
+  joined_ += pieces[contentEnd_.piece].text.substr(0, contentEnd_.offset);
   content_ = joined_;
 }
 
 void PageRewriter::CopyUntil(Place end) {
-  while (next_.piece < end.piece || (next_.piece == end.piece && next_.offset < end.offset)) {
-    const Page::Piece& piece = old_.pieces_[next_.piece];
-    const std::size_t stop = next_.piece == end.piece ? end.offset : piece.text.size();
-    if (stop > next_.offset) Append({piece.source, piece.text.substr(next_.offset, stop - next_.offset)});
-    next_ = next_.piece == end.piece ? end : Place{next_.piece + 1, 0};
+  while (copied_.piece < end.piece || (copied_.piece == end.piece && copied_.offset < end.offset)) {
+    const Page::Piece& piece = old_[copied_.piece];
+    const std::size_t stop = copied_.piece == end.piece ? end.offset : piece.text.size();
+    if (stop > copied_.offset) Append({piece.source, piece.text.substr(copied_.offset, stop - copied_.offset)});
+    copied_ = copied_.piece == end.piece ? end : Place{copied_.piece + 1, 0};
   }
 }
 
 // Slices of one text that follow each other become one piece again.
 void PageRewriter::Append(const Page::Piece& piece) {
-  if (!new_.pieces_.empty() && piece.source == Page::Source::kAuthor) {
-    Page::Piece& last = new_.pieces_.back();
+  if (!page_.pieces_.empty() && piece.source == Page::Source::kAuthor) {
+    Page::Piece& last = page_.pieces_.back();
     if (last.source == piece.source && last.text.data() + last.text.size() == piece.text.data()) {
       last.text = {last.text.data(), last.text.size() + piece.text.size()};
       return;
     }
   }
-  new_.pieces_.push_back(piece);
+  page_.pieces_.push_back(piece);
 }
 
 }  // namespace TesselServer

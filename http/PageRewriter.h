@@ -1,7 +1,7 @@
 // One pass over a page that replaces tags: finds them in the author's text, and leaves everything else as it is.
 //
 // Thread:    any.
-// Ownership: borrows the page until it is destroyed; the page is empty until then.
+// Ownership: borrows the page until it is destroyed; what the page holds until then is not defined.
 // Errors:    none but those of memory running out. An exception that ends the pass early loses nothing: what was
 //            replaced stays replaced, and the rest of the page stands behind it.
 #pragma once
@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "http/Page.h"
 
@@ -17,7 +18,8 @@ namespace TesselServer {
 //   PageRewriter pass(page);
 //   while (pass.Find("<!--#echovar=", "-->")) pass.Replace(ValueOf(pass.Content()));
 //
-// The pass goes forward only, so it costs one walk over the page however many tags there are.
+// The pass goes forward only, so it costs one walk over the page however many tags there are. One that replaces
+// nothing asks for no memory and leaves the page as it is.
 class PageRewriter {
  public:
   explicit PageRewriter(Page& page);
@@ -51,16 +53,19 @@ class PageRewriter {
     std::size_t offset = 0;
   };
 
+  const std::vector<Page::Piece>& Pieces() const { return begun_ ? old_ : page_.pieces_; }
   bool FindAuthor(std::string_view needle, Place from, bool anyCase, Place& found) const;
   void CollectContent();
-  void CopyUntil(Place end);
+  void Begin();
   void ReserveForRest();
+  void CopyUntil(Place end);
   void Append(const Page::Piece& piece);
 
   Page& page_;
-  Page old_;
-  Page new_;
-  Place next_;  // everything in front of it is in new_ already
+  bool begun_ = false;            // whether anything was replaced
+  std::vector<Page::Piece> old_;  // the page's pieces as they were, once the pass has begun; the page has the new ones
+  Place next_;                    // where the search goes on
+  Place copied_;                  // everything in front of it is in the page already, once the pass has begun
   Place tag_;
   Place contentBegin_;
   Place contentEnd_;

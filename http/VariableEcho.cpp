@@ -68,7 +68,8 @@ void EchoPlainTags(Page& page, Values& values) {
 void EchoVariables(cls_HTTP& record, Page& page) {
   Values variables([&record](std::string_view name) { return record.ServerVariable(name); });
   Values items([&record](std::string_view name) { return QueryItem(record.Request().QueryString, name); });
-  EchoAll(page, "<!--#echovar=", "-->", variables);
+  if (page.HoldsDirectives()) EchoAll(page, "<!--#echovar=", "-->", variables);
+  if (!page.HoldsScripts()) return;
   EchoAll(page, "<%=Request.ServerVariables(", ")%>", variables);
   EchoQueryItems(page, items);
   EchoPlainTags(page, variables);

@@ -12,6 +12,7 @@
 #include "http/RunCGI.h"
 #include "http/ServerVariables.h"
 #include "http/TagNormaliser.h"
+#include "http/TagSearch.h"
 #include "http/VariableEcho.h"
 #include "http/cls_CGI.h"
 #include "http/cls_ErrorFiles.h"
@@ -31,6 +32,12 @@ constexpr std::string_view kFallbackType = "application/octet-stream";
 
 // A requested name as the file system knows it. "%20" is the only encoding undone here.
 std::string LocalName(std::string_view file) { return ReplaceAll(ReplaceAll(file, "/", "\\"), "%20", " "); }
+
+// The whole file; null when it is longer than `limit` bytes or cannot be read.
+Page::SharedText ContentsOf(const OpenFile& file, std::int64_t limit) {
+  auto bytes = std::make_shared<std::string>();
+  return file.ReadAll(*bytes, limit) ? bytes : nullptr;
+}
 
 }  // namespace
 
@@ -137,9 +144,10 @@ Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::str
     return answer;
   }
   std::string type = ContentTypeOf(path);
-  std::string page;
-  if (type == kHtmlType && ProcessPage(found.file, page)) {
-    answer.body = std::move(page);
+  Page::SharedText page;
+  if (type == kHtmlType && found.file.Size() <= kMaxPageBytes) page = ContentsOf(found.file, kMaxPageBytes);
+  if (page) {
+    answer.body = ProcessPage(std::move(page), found.file.Identity());
   } else {
     const std::int64_t size = found.file.Size();
     answer.body = FileBody{std::move(found.file), size};
@@ -151,12 +159,13 @@ Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::str
 
 // ---- Pages.
 
-// Reads the page and runs the processors on it. False when it shall go out as it is on disk.
-bool cls_HTTP::ProcessPage(const OpenFile& file, std::string& text) {
-  if (file.Size() > kMaxPageBytes || !file.ReadAll(text, kMaxPageBytes)) return false;
-  Page page(NormaliseTags(std::move(text)));
+// Runs the processors on the text of a page.
+Page::SharedText cls_HTTP::ProcessPage(Page::SharedText text, const FileIdentity& file) {
+  if (!HoldsTags(*text)) return text;
+  Page page(NormaliseTags(*text));
+  text.reset();  // so that no large page is in memory twice
   IncludeRoom room;
-  IncludeTrail trail{file.Identity(), outerTrail_, 0, &room};
+  IncludeTrail trail{file, outerTrail_, 0, &room};
   if (outerTrail_ != nullptr) {
     trail.depth = outerTrail_->depth + 1;
     trail.room = outerTrail_->room;
@@ -164,8 +173,7 @@ bool cls_HTTP::ProcessPage(const OpenFile& file, std::string& text) {
   trail_ = &trail;
   RunProcessors(page);
   trail_ = nullptr;
-  text = page.Text();
-  return true;
+  return page.Result();
 }
 
 // Each switch as it is when its turn comes: the host may change them inside an event.
@@ -194,41 +202,45 @@ FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) 
   return found;
 }
 
-std::optional<std::string> cls_HTTP::IncludedText(std::string_view name) {
-  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) return std::nullopt;
+Page::SharedText cls_HTTP::IncludedText(std::string_view name) {
+  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) return nullptr;
   IncludeRoom& room = *trail_->room;
-  if (room.names == 0 || room.missing == 0) return std::nullopt;
+  if (room.names == 0 || room.missing == 0) return nullptr;
   room.names -= 1;
   FoundEntry found = FindFile(settings_.virtualPath, name);
   if (found.kind == EntryKind::kNone) room.missing -= 1;
-  if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return std::nullopt;
-  if (found.file.Size() > room.bytes) return std::nullopt;
-  cls_HTTP record(world_);
-  record.settings_ = settings_;
-  record.IncludeChild(true);
-  record.outerTrail_ = trail_;
-  const std::string path = settings_.virtualPath + "\\" + found.name;
-  Answer answer = record.ProcessInside(room, std::move(found), path, request_);
-  if (auto* text = std::get_if<std::string>(&answer.body)) {
-    if (static_cast<std::int64_t>(text->size()) > room.bytes) return std::nullopt;
-    return std::move(*text);
-  }
-  std::string bytes;
-  const auto* body = std::get_if<FileBody>(&answer.body);
-  if (body == nullptr || !body->file.ReadAll(bytes, room.bytes)) return std::nullopt;
-  return bytes;
+  if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return nullptr;
+  if (found.file.Size() > room.bytes) return nullptr;
+  Page::SharedText text = TextForPage(found);
+  return text && static_cast<std::int64_t>(text->size()) <= room.bytes ? text : nullptr;
 }
 
-// Processes a file that takes in its own includes. What they take does not count further: what the file has become
-// counts where it is put in.
-Answer cls_HTTP::ProcessInside(IncludeRoom& room, FoundEntry found, const std::string& path, const RequestInfo& info) {
+// What the file becomes as a document of its own; null when it cannot be read or is longer than the room.
+Page::SharedText cls_HTTP::TextForPage(const FoundEntry& found) {
+  if (IsProgramName(found.name)) {
+    return std::make_shared<const std::string>(std::get<std::string>(ProgramAnswer(found, "200", false, "").body));
+  }
+  Page::SharedText text = ContentsOf(found.file, trail_->room->bytes);
+  if (!text || !HoldsTags(*text) || ContentTypeOf(LocalName(found.name)) != kHtmlType) return text;
+  return ProcessedInside(found, std::move(text));
+}
+
+// A page that takes in its own includes. What they take does not count further: what the page has become counts where
+// it is put in.
+Page::SharedText cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) const {
   struct Restored {
     std::int64_t& bytes;
     const std::int64_t before;
     ~Restored() { bytes = before; }
-  } const restored{room.bytes, room.bytes};
-  room.bytes -= found.file.Size();
-  return ProcessFile(std::move(found), path, "200", false, "", info, "");
+  } const restored{trail_->room->bytes, trail_->room->bytes};
+  trail_->room->bytes -= found.file.Size();
+  cls_HTTP record(world_);
+  record.settings_ = settings_;
+  record.request_ = request_;
+  record.documentName_ = found.name;
+  record.outerTrail_ = trail_;
+  record.IncludeChild(true);
+  return record.ProcessPage(std::move(text), found.file.Identity());
 }
 
 bool cls_HTTP::TakeIncludeRoom(std::size_t size) {

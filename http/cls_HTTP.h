@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -233,10 +232,10 @@ class cls_HTTP {
   std::string ProgramPath(const FoundEntry& found) const;
 
   // What the file `name` below VirtualPath becomes that the document includes: its own answer without a header, made by
-  // a record with these settings and request values. Nothing when there is no such file, when the document or a page
-  // that includes it is that file already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the
-  // room for includes is taken.
-  std::optional<std::string> IncludedText(std::string_view name);
+  // a record with these settings and request values. Null when there is no such file, when the document or a page that
+  // includes it is that file already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the room
+  // for includes is taken.
+  Page::SharedText IncludedText(std::string_view name);
 
   // Takes room for `size` bytes of an included file. False, and nothing is taken, when there is less.
   bool TakeIncludeRoom(std::size_t size);
@@ -246,8 +245,9 @@ class cls_HTTP {
   Answer ErrorFilePage(std::string_view code) const;
   Answer ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
                        std::string_view extraHeaders);
-  bool ProcessPage(const OpenFile& file, std::string& text);
-  Answer ProcessInside(IncludeRoom& room, FoundEntry found, const std::string& path, const RequestInfo& info);
+  Page::SharedText ProcessPage(Page::SharedText text, const FileIdentity& file);
+  Page::SharedText TextForPage(const FoundEntry& found);
+  Page::SharedText ProcessedInside(const FoundEntry& found, Page::SharedText text) const;
   void RunProcessors(Page& page);
 
   World& world_;

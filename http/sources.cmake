@@ -14,6 +14,7 @@ set(SOURCES
   ServerVariables.cpp
   TagNormaliser.cpp
   TagReplacement.cpp
+  TagSearch.cpp
   VariableEcho.cpp
   cls_CGI.cpp
   cls_ErrorFiles.cpp

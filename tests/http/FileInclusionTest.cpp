@@ -300,6 +300,27 @@ TEST_F(FileInclusionTest, APageIsCountedWhileItTakesInItsOwn) {
   EXPECT_TRUE(site_.Page("[<!--#include=large.htm-->]") == "[" + large + "]");
 }
 
+TEST_F(FileInclusionTest, OnlyPagesAreProcessedInside) {
+  site_.record.ServerPort("8080");
+  const std::string tags = "<!--#include file = \"part.htm\" --><%= SERVER_PORT %>";
+  const struct {
+    const char *name, *result;
+  } cases[] = {
+      {"tags.htm", "part8080"}, {"tags.txt", tags.c_str()}, {"tags", tags.c_str()}, {"docs/a.html", "docs part8080"}};
+  for (const auto& c : cases) {
+    site_.tree.Write(c.name, tags);
+    EXPECT_EQ(site_.Page("[<!--#include=" + std::string(c.name) + "-->]"), "[" + std::string(c.result) + "]") << c.name;
+  }
+}
+
+TEST_F(FileInclusionTest, AnIncludeIsWhatItsFileIsNow) {
+  for (const char* const text : {"one", "<%=SERVER_PROTOCOL%>", "", "another one"}) {
+    const std::string result = *text == '<' ? "HTTP/1.0" : text;
+    site_.tree.Write("now.htm", text);
+    EXPECT_EQ(site_.Page("[<!--#include=now.htm-->]"), "[" + result + "]");
+  }
+}
+
 TEST_F(FileInclusionTest, AnIncludeThatGrowsPastTheRoomStays) {
   site_.request.Referer = std::string(kMebibyte, 'r');
   std::string growing;

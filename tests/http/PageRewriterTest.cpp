@@ -203,6 +203,32 @@ TEST(PageRewriterTest, KeptTagsLeaveOnePiece) {
   EXPECT_EQ(page.Text(), "1<a>2<b>3");
 }
 
+TEST(PageRewriterTest, KeptTagsInFrontOfAReplacedOneStay) {
+  Page page = Mixed("1<a>2|x|<b>3<c>4<d>5");
+  {
+    PageRewriter pass(page);
+    for (const char* value : {"", "", "C", ""}) {
+      ASSERT_TRUE(pass.Find("<", ">"));
+      if (*value == '\0') {
+        pass.Keep();
+      } else {
+        pass.Replace(Shared(value));
+      }
+    }
+  }
+  EXPECT_EQ(Show(page), "1<a>2|x|<b>3|C|4<d>5");
+}
+
+TEST(PageRewriterTest, APassWithoutAReplacementLeavesThePiecesWhereTheyAre) {
+  Page page = Mixed("1<a>2|x|<b>3");
+  const Page::Piece* const before = page.Pieces().data();
+  {
+    PageRewriter pass(page);
+    while (pass.Find("<", ">")) pass.Keep();
+  }
+  EXPECT_EQ(page.Pieces().data(), before);
+}
+
 TEST(PageRewriterTest, TwentyThousandTagsAreOneWalk) {
   constexpr int kTags = 20'000;
   std::string text, expected;

@@ -49,6 +49,36 @@ TEST(PageTest, DoesNotCopyWhatIsPutIn) {
   EXPECT_EQ(page.Text(), "texttexttext");
 }
 
+TEST(PageTest, TellsWhatKindsOfTagTheAuthorWrote) {
+  const struct {
+    const char* text;
+    bool directives, scripts;
+  } cases[] = {
+      {"", false, false},     {"<!-- a % # -->", false, false}, {"<!--#echo -->", true, false},
+      {"a<% b", false, true}, {"<!--#<%", true, true},
+  };
+  for (const auto& c : cases) {
+    Page page(c.text);
+    page.AppendInserted(Shared("<!--#<%"));
+    EXPECT_EQ(page.HoldsDirectives(), c.directives) << c.text;
+    EXPECT_EQ(page.HoldsScripts(), c.scripts) << c.text;
+  }
+  EXPECT_FALSE(Page().HoldsDirectives());
+  EXPECT_FALSE(Page().HoldsScripts());
+}
+
+TEST(PageTest, ItsResultIsTheAuthorsTextItselfWhileNothingElseStandsInIt) {
+  const Page::SharedText text = Shared("the author's");
+  Page page(text);
+  EXPECT_EQ(page.Result(), text);
+  page.AppendInserted(Shared("!"));
+  EXPECT_EQ(*page.Result(), "the author's!");
+  Page inserted;
+  EXPECT_EQ(*inserted.Result(), "");
+  inserted.AppendInserted(text);
+  EXPECT_EQ(*inserted.Result(), "the author's");
+}
+
 TEST(PageTest, TakesInNoMoreThanItsBound) {
   const Page::SharedText half = Shared(std::string(Page::kMaxInsertedBytes / 2, 'x'));
   Page page(std::string(1000, 'a'));  // what the author wrote does not count

@@ -142,9 +142,18 @@ TEST_F(ProcessFileTest, ReplacesTheRequestValues) {
 
 TEST_F(ProcessFileTest, APageIsNormalisedWhateverTheSwitchesSay) {
   const Answer answer = Process(tree_.Write("page.htm", "<%= SERVER_NAME %>"));
-  EXPECT_TRUE(std::holds_alternative<std::string>(answer.body));
+  EXPECT_TRUE(std::holds_alternative<Answer::SharedBytes>(answer.body));
   EXPECT_EQ(Kit::WholeText(answer),
             Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 16\r\n") + "<%=SERVER_NAME%>");
+}
+
+TEST_F(ProcessFileTest, APageWithoutTagsIsWhatItIsOnDiskNow) {
+  record_.SSIEnable(true);
+  for (const std::string text : {"<p class = \"a b\">#1: 100 %</p>", "", "another"}) {
+    const Answer answer = Process(tree_.Write("page.htm", text));
+    EXPECT_TRUE(std::holds_alternative<Answer::SharedBytes>(answer.body));
+    EXPECT_EQ(Kit::BodyText(answer), text);
+  }
 }
 
 TEST_F(ProcessFileTest, APageIsProcessedAndItsNewLengthAnnounced) {
