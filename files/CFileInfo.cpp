@@ -88,7 +88,7 @@ void CFileInfo::Take(const FileFacts& facts) {
   pathExists_ = true;
   fileSize_ = static_cast<std::int32_t>(static_cast<std::uint32_t>(facts.size));
   attributes_ = static_cast<std::int32_t>(facts.attributes);
-  modifyTime_ = FileTimeToDate(facts.modified, true);
+  modified_ = facts.modified;
 }
 
 std::string CFileInfo::DirModTime() const {

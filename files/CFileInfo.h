@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -79,7 +80,7 @@ class CFileInfo {
 
   // Property ModifyTime (read/write): the time of last write, to the second, what is beyond it dropped. Default: 0.
   // Setting it sets the file's, as with LastAccessTime.
-  Date ModifyTime() const { return modifyTime_; }
+  Date ModifyTime() const { return modified_ ? FileTimeToDate(*modified_, true) : 0; }
   void ModifyTime(Date date);
 
   // Property Attributes (read/write): a sum of 1 read-only, 2 hidden, 4 system, 16 folder, 32 archive, 256 temporary.
@@ -164,7 +165,7 @@ class CFileInfo {
   bool pathExists_ = false;
   std::int32_t fileSize_ = 0;
   std::int32_t attributes_ = 0;
-  Date modifyTime_ = 0;
+  std::optional<std::int64_t> modified_;  // a file time; made a date when it is asked for
 };
 
 }  // namespace TesselServer

@@ -1,5 +1,6 @@
 #include "files/cls_DirListing.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -59,8 +60,8 @@ constexpr std::string_view kRowBegin =
 constexpr std::string_view kNameEnd =
     "</a></td>\r\n"
     "       <td align=\"right\">";
-constexpr std::string_view kSizeOfFolder = "&lt;dir&gt;";
-constexpr std::string_view kSizeOfFolderEnd =
+constexpr std::string_view kSizeOfFolder =
+    "&lt;dir&gt;"
     "&nbsp;</td>\r\n"
     "       <td align=\"right\">";
 // kept: the date cell of a file follows on the same line.
@@ -77,6 +78,7 @@ constexpr std::size_t kMonthAt = 5, kDayAt = 8;
 constexpr std::size_t kHourAt = 28, kMinuteAt = 31, kSecondAt = 34;
 
 constexpr std::size_t kUsualPageBytes = 16 * 1024;  // room for some fifty rows
+constexpr std::size_t kUsualRowBytes = 224;         // without the folder's own address, for names of 20 bytes
 
 void AppendParentRow(std::string& page, std::string_view urlPath) {
   const std::size_t slash = urlPath.rfind('/');
@@ -107,6 +109,28 @@ void AppendDateAndRowEnd(std::string& page, const CivilTime& date) {
   }
   page.append(shown);
 }
+
+// The end of a row, from behind its size on. Entries of one folder often bear the same time, so the latest text is
+// kept.
+class RowEnd {
+ public:
+  // For what `entry` points at in turn. `beforeDate` stands in front.
+  RowEnd(const CFileInfo& entry, std::string_view beforeDate) : entry_(entry), beforeDate_(beforeDate) {}
+
+  const std::string& For(const FileFacts& facts) {
+    if (!text_.empty() && facts.modified == modified_) return text_;
+    modified_ = facts.modified;
+    text_ = beforeDate_;
+    AppendDateAndRowEnd(text_, CivilFromDate(entry_.ModifyTime()));
+    return text_;
+  }
+
+ private:
+  const CFileInfo& entry_;
+  std::string_view beforeDate_;
+  std::int64_t modified_ = 0;
+  std::string text_;
+};
 
 // Takes the row that begins at `start` away again when it passes the limit. Whether it may stay.
 bool Fits(std::string& page, std::size_t start, std::size_t limit) {
@@ -148,8 +172,15 @@ cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view folder, std::
   begin.append(kRowBegin).append(urlPath).append("/");
 }
 
+void cls_DirListing::Rows::Expect(std::size_t entries) const {
+  const std::size_t bytes = page.size() + entries * (begin.size() + kUsualRowBytes) + kEnd.size();
+  page.reserve(std::min(bytes, kMaxListingBytes));
+}
+
 void cls_DirListing::AppendSubDirectories(const Rows& rows) {
   DirectoryReader folders(directory_, EntryKind::kDirectory, memory_);
+  RowEnd end(fileInfo_, kSizeOfFolder);
+  rows.Expect(folders.ExpectedEntries());
   std::int32_t left = kMaxEntries;
   while (const auto entry = folders.Next()) {
     if (left-- == 0) return;
@@ -157,14 +188,15 @@ void cls_DirListing::AppendSubDirectories(const Rows& rows) {
     fileInfo_.SetEntry(rows.localDir, entry->name, entry->facts);
     const std::size_t start = rows.page.size();
     rows.page.append(rows.begin).append(URLEncode(entry->name, false)).append(">").append(entry->name);
-    rows.page.append(kNameEnd).append(kSizeOfFolder).append(kSizeOfFolderEnd);
-    AppendDateAndRowEnd(rows.page, CivilFromDate(fileInfo_.ModifyTime()));
+    rows.page.append(kNameEnd).append(end.For(entry->facts));
     if (!Fits(rows.page, start, rows.limit)) return;
   }
 }
 
 void cls_DirListing::AppendFiles(const Rows& rows) {
   DirectoryReader files(directory_, EntryKind::kFile, memory_);
+  RowEnd end(fileInfo_, kSizeOfFileEnd);
+  rows.Expect(files.ExpectedEntries());
   std::int32_t left = kMaxEntries;
   while (const auto entry = files.Next()) {
     if (left-- == 0) return;
@@ -174,8 +206,7 @@ void cls_DirListing::AppendFiles(const Rows& rows) {
     if (fileInfo_.attrHidden()) continue;
     const std::size_t start = rows.page.size();
     rows.page.append(rows.begin).append(entry->name).append(">").append(entry->name).append(kNameEnd);
-    rows.page.append(fileInfo_.FormatFileSize(fileInfo_.FileSize())).append(kSizeOfFileEnd);
-    AppendDateAndRowEnd(rows.page, CivilFromDate(fileInfo_.ModifyTime()));
+    rows.page.append(fileInfo_.FormatFileSize(fileInfo_.FileSize())).append(end.For(entry->facts));
     if (!Fits(rows.page, start, rows.limit)) return;
   }
 }

@@ -77,6 +77,9 @@ class cls_DirListing {
   struct Rows {
     Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most);
 
+    // Makes room for the rows of so many entries, as far as they may go.
+    void Expect(std::size_t entries) const;
+
     std::string& page;
     std::string_view localDir;
     std::string begin;  // of each row, up to the entry's own address
