@@ -53,7 +53,8 @@ class DirectoryReader {
 
   // The next regular file or folder, in the system's own order, which no call sorts; nothing at the end. "." and ".."
   // are folders like others. A link counts as what it leads to, one that leads to neither is left out. Attributes kept
-  // in the extended attribute are asked for files only and need /proc; where it is not mounted there are none.
+  // in the extended attribute are asked for files only; before Linux 6.13 that needs /proc, and where it is not mounted
+  // there are none.
   std::optional<DirectoryEntry> Next();
 
  private:

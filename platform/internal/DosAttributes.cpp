@@ -1,9 +1,12 @@
 #include "platform/internal/DosAttributes.h"
 
 #include <errno.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <charconv>
 
 #include "platform/AsciiCase.h"
@@ -17,6 +20,42 @@ using Buffer = std::array<char, 1024>;  // many times what anybody has been seen
 
 std::uint32_t Parse(const Buffer& value, ssize_t length) {
   return length > 0 ? ParseDosAttributes({value.data(), static_cast<std::size_t>(length)}) : 0;
+}
+
+// getxattrat(2) is younger than the C library that we build with.
+#if defined(SYS_getxattrat)
+constexpr long kGetAttributeAt = SYS_getxattrat;
+#elif defined(__LP64__) && (defined(__x86_64__) || defined(__aarch64__) || defined(__riscv))
+constexpr long kGetAttributeAt = 464;
+#else
+constexpr long kGetAttributeAt = -1;  // which no kernel has
+#endif
+
+struct AttributeRoom {  // the call's struct xattr_args
+  alignas(8) std::uint64_t value;
+  std::uint32_t size;
+  std::uint32_t flags;
+};
+
+// False once the kernel, or a sandbox, has refused the call as such. To read such an attribute of a file is never
+// refused with EPERM.
+std::atomic<bool> hasGetAttributeAt = true;
+
+// The length of the value, or a negative errno value.
+ssize_t AskAt(int folder, const char* name, Buffer& value) {
+  if (!hasGetAttributeAt.load(std::memory_order_relaxed)) return -ENOSYS;
+  AttributeRoom room{reinterpret_cast<std::uintptr_t>(value.data()), static_cast<std::uint32_t>(value.size()), 0};
+  const long length = syscall(kGetAttributeAt, folder, name, 0, kName, &room, sizeof room);
+  if (length >= 0) return length;
+  const int error = errno;
+  if (error == ENOSYS || error == EPERM) hasGetAttributeAt.store(false, std::memory_order_relaxed);
+  return -error;
+}
+
+ssize_t AskThroughProc(int folder, const char* name, Buffer& value) {
+  const std::string path = std::string("/proc/self/fd/").append(std::to_string(folder)).append("/").append(name);
+  const ssize_t length = getxattr(path.c_str(), kName, value.data(), value.size());
+  return length >= 0 ? length : -errno;
 }
 
 }  // namespace
@@ -38,12 +77,11 @@ std::uint32_t DosAttributesOf(const std::string& path) {
   return Parse(value, getxattr(path.c_str(), kName, value.data(), value.size()));
 }
 
-DosAttributesAnswer AskDosAttributes(int folder, std::string_view name) {
-  const std::string path = std::string("/proc/self/fd/").append(std::to_string(folder)).append("/").append(name);
+DosAttributesAnswer AskDosAttributes(int folder, const char* name) {
   Buffer value;
-  const ssize_t length = getxattr(path.c_str(), kName, value.data(), value.size());
-  const int error = length < 0 ? errno : 0;
-  return {Parse(value, length), error == 0 || error == ENODATA, error != ENOTSUP};
+  ssize_t length = AskAt(folder, name, value);
+  if (length == -ENOSYS || length == -EPERM) length = AskThroughProc(folder, name, value);
+  return {Parse(value, length), length >= 0 || length == -ENODATA, length != -ENOTSUP};
 }
 
 bool WriteDosAttributes(const std::string& path, std::uint32_t attributes) {

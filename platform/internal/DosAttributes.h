@@ -20,13 +20,14 @@ std::uint32_t ParseDosAttributes(std::string_view value);
 std::uint32_t DosAttributesOf(int descriptor);
 std::uint32_t DosAttributesOf(const std::string& path);
 
-// What the file `name` in the open folder `folder` (a link's target) answers. Needs /proc.
+// What the file `name` in the open folder `folder` (a link's target) answers. A kernel that has no getxattrat(2),
+// before Linux 6.13, and a sandbox that refuses it need /proc.
 struct DosAttributesAnswer {
   std::uint32_t attributes = 0;
   bool isCertain = false;   // the file has them, or has none; not refused for want of permission, for one
   bool isSupported = true;  // false: its file system keeps none, so whoever asks for many of them need not go on
 };
-DosAttributesAnswer AskDosAttributes(int folder, std::string_view name);
+DosAttributesAnswer AskDosAttributes(int folder, const char* name);
 
 // Writes the number to the file at `path`. Whatever stood there is replaced, the bytes behind it too, since they may
 // repeat the old number. False when the file system or the file's permissions refuse.

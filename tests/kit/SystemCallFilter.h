@@ -4,11 +4,17 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 
 #include <cstddef>
 #include <cstdint>
 
 namespace TesselServer::Kit {
+
+// Two ways to ask a file for an extended attribute; the second is younger than the headers of the C library, and has
+// this number on all machines that we build on.
+inline constexpr long kGetAttribute = SYS_getxattr;
+inline constexpr long kGetAttributeAt = 464;
 
 // From here on the kernel answers system call `number` with `error`, in this process and its children. False when it
 // takes no filter.

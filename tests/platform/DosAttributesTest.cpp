@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +9,7 @@
 #include "platform/internal/UniqueDescriptor.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/FileMarks.h"
+#include "tests/kit/SystemCallFilter.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -89,6 +91,29 @@ TEST(DosAttributesTest, AFileInAFolderAnswersForCertain) {
   const DosAttributesAnswer plain = AskDosAttributes(folder.Get(), "plain");
   EXPECT_EQ(plain.attributes, 0U);
   EXPECT_TRUE(plain.isCertain) << "it has none, and says so";
+}
+
+TEST(DosAttributesTest, AKernelWithoutTheCallForItAnswersTheSame) {
+  const Kit::TemporaryTree tree;
+  if (!Kit::SetDosAttributes(tree.Write("hidden", "x"), "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
+  tree.Write("plain", "x");
+  std::filesystem::create_symlink("/proc/self/status", tree.Path() / "link");
+  const UniqueDescriptor folder(open(tree.Text().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (const int refusal : {ENOSYS, EPERM}) {
+    const int status = Kit::InChild([&] {
+      if (!Kit::RefuseSystemCall(Kit::kGetAttributeAt, refusal)) return 1;
+      for (int i = 0; i < 2; ++i) {
+        const DosAttributesAnswer hidden = AskDosAttributes(folder.Get(), "hidden");
+        const DosAttributesAnswer plain = AskDosAttributes(folder.Get(), "plain");
+        if (hidden.attributes != 2 || !hidden.isCertain) return 2;
+        if (plain.attributes != 0 || !plain.isCertain) return 3;
+        if (AskDosAttributes(folder.Get(), "link").isSupported) return 4;
+        if (!AskDosAttributes(folder.Get(), "missing").isSupported) return 5;
+      }
+      return 0;
+    });
+    EXPECT_EQ(status, 0) << refusal;
+  }
 }
 
 TEST(DosAttributesTest, AFileThatMayNotBeReadDoesNotAnswer) {
