@@ -100,11 +100,11 @@ def run(name, context, watched):
 
 def setting_of(chosen, load):
     """How and on what it was measured, a line each."""
-    amount = "%d requests" % chosen.requests if chosen.requests else "%g s" % chosen.seconds
+    amount = "%d requests for each measurement" % chosen.requests if chosen.requests else (
+        "%g s for each measurement (three times as much for 10 MiB and the listing of 10,000)" % chosen.seconds)
     return ["- Machine: %s; load average at the beginning: %.1f." % (machine(), load),
             "- Beside it: %s." % ", ".join(versions()),
-            "- %d rounds, %s for each measurement (three times as much for 10 MiB and the listing of 10,000)."
-            % (chosen.rounds, amount)]
+            "- %d rounds, %s. Medians; in brackets the least and the greatest." % (chosen.rounds, amount)]
 
 
 def versions():
