@@ -17,6 +17,7 @@
 #include "platform/Error.h"
 #include "platform/EventLoop.h"
 #include "platform/SocketErrors.h"
+#include "platform/internal/DottedText.h"
 #include "platform/internal/SystemErrors.h"
 
 namespace TesselServer {
@@ -489,9 +490,7 @@ void SocketArray::Fail(Element& element, int error) {
 std::string SocketArray::RemoteHostIP(std::int32_t index) const {
   const Element* element = Find(index);
   if (element == nullptr || element->state != SocketState::kConnected) return {};
-  std::array<char, INET_ADDRSTRLEN> text{};
-  inet_ntop(AF_INET, &element->peerAddress, text.data(), text.size());
-  return text.data();
+  return DottedText(element->peerAddress);
 }
 
 }  // namespace TesselServer

@@ -20,6 +20,7 @@
 
 #include "platform/RegistryStore.h"
 #include "platform/World.h"
+#include "platform/internal/DottedText.h"
 #include "platform/internal/NoPipeSignal.h"
 
 namespace TesselServer {
@@ -81,12 +82,6 @@ bool IsLoopback(std::uint32_t address) { return ntohl(address) >> 24 == IN_LOOPB
 
 std::uint32_t AddressIn(const sockaddr* address) {
   return reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr;
-}
-
-std::string DottedText(std::uint32_t address) {
-  const std::uint32_t number = ntohl(address);
-  return std::to_string(number >> 24) + '.' + std::to_string(number >> 16 & 255) + '.' +
-         std::to_string(number >> 8 & 255) + '.' + std::to_string(number & 255);
 }
 
 class RealWorld final : public World {
