@@ -9,6 +9,7 @@ set(SOURCES
     internal/HostAnswers.cpp
     internal/Lifecycle.cpp
     internal/Listing.cpp
+    internal/LogStamp.cpp
     internal/Persistence.cpp
     internal/Reception.cpp
     internal/RecordSetup.cpp

@@ -10,7 +10,6 @@ namespace TesselServer {
 namespace {
 
 constexpr char kBlank = ' ';
-constexpr char kDelete = 0x7F;
 constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
 
 // How far FindNoCase looks for one case of a letter before it looks for the other. A bound, so that a text with only
@@ -38,7 +37,19 @@ std::size_t FindByteNoCase(std::string_view text, char wanted, std::size_t begin
   return end;
 }
 
+// Looks at every byte, without a branch for each, so that the compiler takes many at a time.
+bool HoldsControl(std::string_view text) {
+  unsigned found = 0;
+  for (const char c : text) found |= static_cast<unsigned>(IsControl(c));
+  return found != 0;
+}
+
 }  // namespace
+
+std::size_t FindLineEnd(std::string_view text, std::size_t from) {
+  if (from >= text.size()) return text.size();
+  return FindByte(text, '\r', from, FindByte(text, '\n', from, text.size()));
+}
 
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && text.front() == kBlank) text.remove_prefix(1);
@@ -99,15 +110,23 @@ std::optional<std::int64_t> LeadingNumber(std::string_view text) {
 std::string EscapeControls(std::string_view text) {
   std::string result;
   result.reserve(text.size());
+  AppendEscaped(result, text);
+  return result;
+}
+
+void AppendEscaped(std::string& result, std::string_view text) {
+  if (!HoldsControl(text)) {
+    result.append(text);
+    return;
+  }
   for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= kBlank && c != kDelete) {
-      result += c;
-    } else {
+    if (IsControl(c)) {
+      const auto byte = static_cast<unsigned char>(c);
       result.append("\\x").append(1, kUpperHexDigits[byte >> 4]).append(1, kUpperHexDigits[byte & 0x0F]);
+    } else {
+      result += c;
     }
   }
-  return result;
 }
 
 }  // namespace TesselServer

@@ -17,8 +17,20 @@ namespace TesselServer {
 // Empties `text` and gives its memory back, which an assignment of an empty text does not.
 inline void Release(std::string& text) { std::string().swap(text); }
 
+// Empties `text`; its memory stays for the next use unless it has room for more than `mostKept` bytes.
+inline void Empty(std::string& text, std::size_t mostKept) {
+  if (text.capacity() > mostKept) {
+    Release(text);
+  } else {
+    text.clear();
+  }
+}
+
 // A byte below 0x20, or 0x7F.
 constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
+// Where the first CR or LF at or behind `from` stands, the length of `text` when there is none.
+std::size_t FindLineEnd(std::string_view text, std::size_t from = 0);
 
 // `text` without the blanks (0x20 only) at its two ends. Tabs and line ends stay.
 std::string_view Trim(std::string_view text);
@@ -46,5 +58,8 @@ std::optional<std::int64_t> LeadingNumber(std::string_view text);
 // `text` with each byte below 0x20 and 0x7F written as "\xHH" (upper-case digits), so that a client's bytes can neither
 // end a log line nor steer a terminal. Everything else, the backslash too, is unchanged.
 std::string EscapeControls(std::string_view text);
+
+// Puts EscapeControls of `text` behind `result`.
+void AppendEscaped(std::string& result, std::string_view text);
 
 }  // namespace TesselServer

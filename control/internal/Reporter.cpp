@@ -68,6 +68,8 @@ bool Reporter::RaiseFileRequest(std::int32_t index, std::string fileName, std::s
   return Guard("FileRequest", [&](Tessel& owner) { owner.FileRequest.Raise(index, fileName, userAuthentication); });
 }
 
+bool Reporter::HTTPLogIsHeard() const { return owner_ != nullptr && owner_->HTTPLog.IsConnected(); }
+
 bool Reporter::FileRequestIsHeard() const { return owner_ != nullptr && owner_->FileRequest.IsConnected(); }
 
 void Reporter::ReportError(std::string_view prefix, const CaughtError& error) {

@@ -57,6 +57,7 @@ class Reporter {
   bool RaiseCallFunction(std::int32_t index, std::string name);
   bool RaiseFileRequest(std::int32_t index, std::string fileName, std::string userAuthentication);
   bool FileRequestIsHeard() const;
+  bool HTTPLogIsHeard() const;
 
   // prefix, number, "] ", description.
   void ReportError(std::string_view prefix, const CaughtError& error);

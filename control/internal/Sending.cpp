@@ -78,9 +78,9 @@ std::string Sending::LogTimestamp() const {
 void Sending::LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
-  if (slot == nullptr) return;
+  if (slot == nullptr || !state_.reporter.HTTPLogIsHeard()) return;
   const RequestFields& request = slot->Fields();
-  state_.reporter.RaiseHTTPLog(AccessLogLine(address, LogTimestamp(), request.RequestLine, status, size,
+  state_.reporter.RaiseHTTPLog(AccessLogLine(address, stamp_.Now(state_.world), request.RequestLine, status, size,
                                              request.RequestReferer, request.RequestUserAgent));
 }
 

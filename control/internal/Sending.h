@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "control/internal/ControlState.h"
+#include "control/internal/LogStamp.h"
 #include "platform/Answer.h"
 
 namespace TesselServer {
@@ -41,13 +42,14 @@ class Sending {
   // "[15/11/2026:18:20:05 +0100]": now, in local time.
   std::string LogTimestamp() const;
 
-  // Raises the access-log line of the connection's request.
+  // Raises the access-log line of the connection's request. The line is not even made when nobody hears it.
   void LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size);
 
  private:
   void Renew(std::int32_t Index);
 
   ControlState& state_;
+  LogStamp stamp_;  // of the lines of requests
 };
 
 }  // namespace TesselServer

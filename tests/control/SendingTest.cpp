@@ -163,6 +163,18 @@ TEST_F(SendingTest, TheLogStampIsOfTheMomentInLocalTime) {
   EXPECT_EQ(sending.LogTimestamp(), "[15/11/2026:20:20:05 +0100]");
 }
 
+TEST_F(SendingTest, WithoutALogTheBytesOfAnAnswerStillCount) {
+  control.owner.HTTPLog = nullptr;
+  const std::string answer = control.Get("/a.txt");
+  EXPECT_EQ(control.core.state.statistics.BytesSent, static_cast<double>(answer.size()));
+  EXPECT_THAT(control.log, IsEmpty());
+  control.owner.HTTPLog = [this](std::string& line) { control.log.push_back(line); };
+  control.Get("/a.txt");
+  EXPECT_THAT(control.log, ElementsAre("127.0.0.1 - - [15/11/2026:18:20:05 -0000] \"GET /a.txt HTTP/1.0\" 200 " +
+                                       std::to_string(answer.size()) + " \"\" \"\""))
+      << "connected again";
+}
+
 TEST_F(SendingTest, ARequestThatNobodyMadeIsNotLogged) {
   sending.LogRequest(2, "127.0.0.1", "200", 1);
   sending.LogRequest(99, "127.0.0.1", "200", 1);

@@ -166,6 +166,34 @@ TEST(TextTest, LeadingNumberReadsDigitsBehindBlanks) {
   EXPECT_EQ(LeadingNumber(std::string(65536, '9')), kMost);
 }
 
+TEST(TextTest, FindLineEndFindsTheFirstOfBoth) {
+  const struct {
+    std::string_view text;
+    std::size_t from, end;
+  } cases[] = {{"", 0, 0},   {"a", 0, 1},  {"a\r\nb", 0, 1}, {"a\nb\r", 0, 1}, {"a\rb\n", 0, 1},
+               {"\n", 0, 0}, {"\n", 1, 1}, {"\na\rb", 1, 2}, {"\na", 1, 2},    {"a", 5, 1}};
+  for (const auto& c : cases) EXPECT_EQ(FindLineEnd(c.text, c.from), c.end) << testing::PrintToString(c.text);
+}
+
+TEST(TextTest, EmptyKeepsSmallMemoryOnly) {
+  std::string small(100, 'a');
+  std::string large(101, 'a');
+  large.shrink_to_fit();
+  Empty(small, small.capacity());
+  Empty(large, 100);
+  EXPECT_EQ(small + large, "");
+  EXPECT_GE(small.capacity(), 100u);
+  EXPECT_LT(large.capacity(), 100u);
+}
+
+TEST(TextTest, AppendEscapedLeavesWhatStoodThere) {
+  std::string text = "\n|";
+  AppendEscaped(text, "plain, long enough for many bytes to be looked at in one go: \xC3\xA4|");
+  AppendEscaped(text, "a\tb|");
+  AppendEscaped(text, "");
+  EXPECT_EQ(text, "\n|plain, long enough for many bytes to be looked at in one go: \xC3\xA4|a\\x09b|");
+}
+
 TEST(TextTest, EscapeControlsShowsEveryControlCharacterAndNothingElse) {
   EXPECT_EQ(EscapeControls("GET /\r\n\x1B[2J \x7F \\ \" \xC3\xA4"), "GET /\\x0D\\x0A\\x1B[2J \\x7F \\ \" \xC3\xA4");
   const std::string bytes = AllBytes();
