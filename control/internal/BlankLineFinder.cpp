@@ -1,10 +1,13 @@
 #include "control/internal/BlankLineFinder.h"
 
+#include <algorithm>
+
 namespace TesselServer {
 
 std::size_t BlankLineFinder::Feed(std::string_view piece) {
   std::size_t used = 0;
   while (used < piece.size() && !Found()) {
+    if (matched_ == 0) used = std::min(piece.find(kBlankLine.front(), used), piece.size() - 1);
     const char c = piece[used++];
     if (c == kBlankLine[matched_]) {
       ++matched_;

@@ -4,6 +4,7 @@
 
 #include "control/internal/HeaderFields.h"
 #include "control/internal/RequestLine.h"
+#include "platform/AsciiCase.h"
 #include "support/Text.h"
 
 namespace TesselServer {
@@ -13,12 +14,21 @@ constexpr auto kNone = std::string_view::npos;
 constexpr std::string_view kGetMark = "GET ";
 
 // kept: a plain text search, so "Content-Length: 05" and "X-Content-Length: 0" count as well.
-constexpr std::string_view kNoBodyMark = "Content-Length: 0";
+constexpr std::string_view kNoBodyName = "Content-Length";
+constexpr std::string_view kNoBodyValue = ": 0";
+constexpr std::size_t kNoBodyMarkBytes = kNoBodyName.size() + kNoBodyValue.size();
 
-// Where a search goes on when `searched` bytes held no `needle`: its first bytes may lie among them.
-std::size_t Resume(std::size_t searched, std::string_view needle) {
-  return searched < needle.size() ? 0 : searched - (needle.size() - 1);
+// Whether "Content-Length: 0" stands in `text`, in any case, where its first `searched` bytes held none. Its value,
+// which has no letters, is rarer than any letter of its name.
+bool HoldsNoBodyMark(std::string_view text, std::size_t searched) {
+  const std::size_t from = searched < kNoBodyMarkBytes ? 0 : searched - (kNoBodyMarkBytes - 1);
+  for (auto at = text.find(kNoBodyValue, from); at != kNone; at = text.find(kNoBodyValue, at + 1)) {
+    if (EndsWithNoCase(text.substr(0, at), kNoBodyName)) return true;
+  }
+  return false;
 }
+
+bool EndsUrl(char c) { return c == ' ' || c == '\r' || c == '\n'; }
 
 }  // namespace
 
@@ -37,91 +47,95 @@ Reception::Outcome Reception::Data(std::string_view chunk) {
 }
 
 Reception::Outcome Reception::TimeUp() {
-  if (state_ == State::kHeader) return TakeHeader();
+  if (state_ == State::kHeader) return TakeHeader(held_);
   if (state_ == State::kBody && length_ - received_ <= kBodyTolerance) return Complete();
   return Outcome::kIgnored;
 }
 
 Reception::Outcome Reception::EndOfInput() {
-  if (state_ == State::kStart) return Text().size() > kGetMark.size() ? TakeAsGet() : Ignore();
+  if (state_ == State::kStart) return Trim(held_).size() > kGetMark.size() ? TakeAsGet(held_) : Ignore();
   if (state_ == State::kHeader) {
-    const auto outcome = TakeHeader();
+    const auto outcome = TakeHeader(held_);
     if (state_ == State::kTaken) return outcome;
   }
   if (state_ == State::kBody && length_ - received_ <= kBodyTolerance) return Complete();
   return Ignore();
 }
 
-// Holds what of the chunk fits and judges it; the rest is taken as a chunk of its own.
+// Judges what is held and what of the chunk still fits; the rest is taken as a chunk of its own. A request that is
+// complete with its first chunk is never held.
 Reception::Outcome Reception::Start(std::string_view chunk) {
   const std::size_t heldBefore = held_.size();
   const auto begin = chunk.substr(0, kMaxHeldBytes - heldBefore);
   const auto rest = chunk.substr(begin.size());
-  held_ += begin;
   blankLine_.Feed(begin);
-  const auto outcome = Judge(heldBefore, !rest.empty());
+  if (heldBefore != 0) held_ += begin;
+  const auto outcome = Judge(heldBefore != 0 ? held_ : begin, heldBefore, !rest.empty());
+  const bool undecided = state_ == State::kStart || state_ == State::kHeader;
+  if (undecided && heldBefore == 0) held_ = begin;
   if (rest.empty()) return outcome;
   if (state_ == State::kBody) return TakeBody(rest);
   inputMayCome_ = true;
   return outcome;
 }
 
-// Decides on the held text, of which `heldBefore` bytes were judged before; `full` says that no more can be held.
-Reception::Outcome Reception::Judge(std::size_t heldBefore, bool full) {
-  while (textStart_ < held_.size() && held_[textStart_] == ' ') ++textStart_;
-  const auto text = std::string_view(held_).substr(textStart_);
-  const std::size_t searched = heldBefore > textStart_ ? heldBefore - textStart_ : 0;
-  if (text.substr(0, kGetMark.size()) == kGetMark.substr(0, text.size())) return JudgeGet(searched, full);
-  return JudgeOther(searched, full);
+// Decides on the start of the request, of which `judgedBefore` bytes were judged before; `full` says that no more of it
+// can be held.
+Reception::Outcome Reception::Judge(std::string_view start, std::size_t judgedBefore, bool full) {
+  while (textStart_ < start.size() && start[textStart_] == ' ') ++textStart_;
+  const auto text = start.substr(textStart_);
+  const std::size_t searched = judgedBefore > textStart_ ? judgedBefore - textStart_ : 0;
+  if (text.substr(0, kGetMark.size()) == kGetMark.substr(0, text.size())) return JudgeGet(start, searched, full);
+  return JudgeOther(start, searched, full);
 }
 
-Reception::Outcome Reception::JudgeGet(std::size_t searched, bool full) {
-  const std::size_t from = textStart_ + std::max(searched, kGetMark.size());
-  if (held_.find_first_of(" \r\n", from) != kNone) return TakeAsGet();
+Reception::Outcome Reception::JudgeGet(std::string_view start, std::size_t searched, bool full) {
+  const auto unsearched = start.substr(std::min(start.size(), textStart_ + std::max(searched, kGetMark.size())));
+  if (std::any_of(unsearched.begin(), unsearched.end(), EndsUrl)) return TakeAsGet(start);
   if (!full) return Outcome::kWaiting;
-  ReadFields("GET");
+  ReadFields(start, "GET");
   return Bad();
 }
 
-Reception::Outcome Reception::JudgeOther(std::size_t searched, bool full) {
+Reception::Outcome Reception::JudgeOther(std::string_view start, std::size_t searched, bool full) {
   state_ = State::kHeader;
-  if (FindNoCase(held_, kNoBodyMark, textStart_ + Resume(searched, kNoBodyMark)) != kNone) return TakeAsGet();
-  if (blankLine_.Found() || full) return TakeHeader();
+  if (HoldsNoBodyMark(start.substr(textStart_), searched)) return TakeAsGet(start);
+  if (blankLine_.Found() || full) return TakeHeader(start);
   return Outcome::kHolding;
 }
 
-std::string_view Reception::Text() const { return Trim(held_); }
-
-std::string_view Reception::Behind() const {
-  return blankLine_.Found() ? std::string_view(held_).substr(blankLine_.End()) : std::string_view();
+std::string_view Reception::Behind(std::string_view start) const {
+  return blankLine_.Found() ? start.substr(blankLine_.End()) : std::string_view();
 }
 
-void Reception::ReadFields(std::string_view method) {
+// Returns the announced length.
+std::optional<std::int64_t> Reception::ReadFields(std::string_view start, std::string_view method) {
+  const auto text = Trim(start);
+  const std::size_t blankLine =
+      blankLine_.Found() ? blankLine_.End() - BlankLineFinder::kBlankLine.size() - textStart_ : kNone;
   fields_.RequestMethod = method;
-  ReadRequestLine(Text(), fields_);
-  ReadHeaderFields(Text(), fields_);
+  ReadRequestLine(text, fields_);
+  return ReadHeaderFields(text, blankLine, fields_);
 }
 
-Reception::Outcome Reception::TakeAsGet() {
-  ReadFields("GET");
-  const auto announced = AnnouncedLength(Text()).value_or(0);
-  inputMayCome_ = !blankLine_.Found() || static_cast<std::int64_t>(Behind().size()) != announced;
+Reception::Outcome Reception::TakeAsGet(std::string_view start) {
+  const auto announced = ReadFields(start, "GET").value_or(0);
+  inputMayCome_ = !blankLine_.Found() || static_cast<std::int64_t>(Behind(start).size()) != announced;
   Finish();
   return Outcome::kComplete;
 }
 
-// Takes the held text as the start of a request with a body, whether its blank line has come or not.
-Reception::Outcome Reception::TakeHeader() {
-  ReadFields("POST");
+// Takes the start of a request with a body, whether its blank line has come or not.
+Reception::Outcome Reception::TakeHeader(std::string_view start) {
+  const auto length = ReadFields(start, "POST");
   fields_.HeaderEndPos =
       blankLine_.Found() ? static_cast<std::int64_t>(blankLine_.End() - BlankLineFinder::kBlankLine.size()) + 1 : 0;
-  const auto length = AnnouncedLength(Text());
   if (!length || *length > std::min(maxBodyBytes_, kMaxBodyBytes)) return Bad();
   length_ = *length;
   fields_.ContentLengthText = std::to_string(length_);
   fields_.BodyPending = true;
   state_ = State::kBody;
-  Store(Behind());
+  Store(Behind(start));
   Release(held_);
   return BodyOutcome();
 }
@@ -170,6 +184,17 @@ void Reception::Finish() {
   state_ = State::kTaken;
   fields_.BodyPending = false;
   Release(held_);
+}
+
+void Reception::Reset() {
+  state_ = State::kStart;
+  inputMayCome_ = true;
+  Release(held_);
+  textStart_ = 0;
+  blankLine_ = BlankLineFinder();
+  length_ = 0;
+  received_ = 0;
+  fields_.Reset();
 }
 
 }  // namespace TesselServer

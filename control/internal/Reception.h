@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -65,8 +66,11 @@ class Reception {
   RequestFields& Fields() { return fields_; }
   const RequestFields& Fields() const { return fields_; }
 
-  // Forgets everything, for the next connection.
-  void Reset() { *this = Reception(maxBodyBytes_); }
+  // Property MaxBodyBytes (write): bodies longer than this are refused.
+  void MaxBodyBytes(std::int64_t value) { maxBodyBytes_ = value; }
+
+  // Forgets everything but that limit, for the next connection; see RequestFields::Reset for what memory stays.
+  void Reset();
 
  private:
   enum class State {
@@ -76,19 +80,18 @@ class Reception {
     kTaken,   // complete, bad or given up
   };
 
+  // `start` is what has come of the request until now, from its first byte.
   Outcome Start(std::string_view chunk);
-  Outcome Judge(std::size_t heldBefore, bool full);
-  Outcome JudgeGet(std::size_t searched, bool full);
-  Outcome JudgeOther(std::size_t searched, bool full);
+  Outcome Judge(std::string_view start, std::size_t judgedBefore, bool full);
+  Outcome JudgeGet(std::string_view start, std::size_t searched, bool full);
+  Outcome JudgeOther(std::string_view start, std::size_t searched, bool full);
 
-  // The held text without the blanks around it.
-  std::string_view Text() const;
-  // What is held behind the blank line.
-  std::string_view Behind() const;
-  void ReadFields(std::string_view method);
+  // What of it is behind the blank line.
+  std::string_view Behind(std::string_view start) const;
+  std::optional<std::int64_t> ReadFields(std::string_view start, std::string_view method);
 
-  Outcome TakeAsGet();
-  Outcome TakeHeader();
+  Outcome TakeAsGet(std::string_view start);
+  Outcome TakeHeader(std::string_view start);
   Outcome TakeBody(std::string_view bytes);
   void Store(std::string_view bytes);
   Outcome BodyOutcome();
@@ -101,8 +104,8 @@ class Reception {
   std::int64_t maxBodyBytes_;
   State state_ = State::kStart;
   bool inputMayCome_ = true;
-  std::string held_;           // the start of the request, until it is complete or its length is known
-  std::size_t textStart_ = 0;  // how many of the held bytes are leading blanks
+  std::string held_;           // the start of the request, while more of it must come
+  std::size_t textStart_ = 0;  // how many bytes of the start are leading blanks
   BlankLineFinder blankLine_;
   std::int64_t length_ = 0;    // announced length of the body
   std::int64_t received_ = 0;  // bytes behind the blank line, those beyond the length included

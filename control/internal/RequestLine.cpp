@@ -1,6 +1,7 @@
 #include "control/internal/RequestLine.h"
 
 #include "platform/AsciiCase.h"
+#include "support/Text.h"
 
 namespace TesselServer {
 namespace {
@@ -27,7 +28,7 @@ std::string_view WithoutHost(std::string_view url) {
 }  // namespace
 
 void ReadRequestLine(std::string_view text, RequestFields& fields) {
-  const auto line = text.substr(0, text.find_first_of("\r\n"));
+  const auto line = text.substr(0, FindLineEnd(text));
   fields.RequestLine = line;
   const auto url = WithoutHost(UrlOf(line));
   if (url.empty()) return;

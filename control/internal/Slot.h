@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "control/internal/Reception.h"
 #include "http/cls_HTTP.h"
 #include "platform/FileSystem.h"
 #include "platform/Timer.h"
+#include "support/Text.h"
 #include "support/cls_QueryString.h"
 
 namespace TesselServer {
@@ -39,16 +39,23 @@ struct Slot {
 
   RequestFields& Fields() { return Request.Fields(); }
 
-  // For the next client: all memory of the last one goes. Kept as they are: NotTrapped, SecondaryAccepted, LastActivity
-  // and the record; a record that is at work on an answer stays with that work.
+  // For the next client: all memory of the last one goes, but for what RequestFields::kKeptBytes lets each text keep.
+  // Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record; a record that is at work on an answer
+  // stays with that work.
   void Reset(std::int64_t maxBodyBytes) {
-    Slot fresh;
-    fresh.Request = Reception(maxBodyBytes);
-    fresh.LastActivity = LastActivity;
-    fresh.NotTrapped = NotTrapped;
-    fresh.SecondaryAccepted = SecondaryAccepted;
-    if (!BeingAnswered) fresh.Record = std::move(Record);
-    std::swap(*this, fresh);
+    if (BeingAnswered) Record.reset();
+    BeingAnswered = false;
+    Request.Reset();
+    Request.MaxBodyBytes(maxBodyBytes);
+    Target = {};
+    TargetIsKnown = TargetIsInCGIDirectory = TrapOutstanding = FunctionAnswered = false;
+    Empty(ScriptName, RequestFields::kKeptBytes);
+    for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
+      Release(*text);
+    }
+    QueryParser = {};
+    WaitTimer.reset();
+    WaitsFor = Reception::Outcome::kWaiting;
   }
 };
 

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <optional>
+#include <random>
 #include <string>
 
 #include "control/internal/HeaderFields.h"
 #include "files/cls_Base64.h"
+#include "support/Text.h"
 
 namespace TesselServer {
 namespace {
@@ -13,8 +16,15 @@ using namespace std::string_view_literals;
 
 RequestFields Read(std::string_view text) {
   RequestFields fields;
-  ReadHeaderFields(text, fields);
+  ReadHeaderFields(text, text.find("\r\n\r\n"), fields);
   return fields;
+}
+
+std::string AcceptValues(std::string_view text) { return Read(text).RequestAccept; }
+
+std::optional<std::int64_t> AnnouncedLength(std::string_view text) {
+  RequestFields fields;
+  return ReadHeaderFields(text, text.find("\r\n\r\n"), fields);
 }
 
 TEST(HeaderFieldsTest, HeaderBlockIsEveryLineWithItsEnd) {
@@ -179,6 +189,116 @@ TEST(HeaderFieldsTest, AnnouncedLength) {
       {"", kNone, "nothing"},
   };
   for (const auto& c : cases) EXPECT_EQ(AnnouncedLength(c.text).value_or(kNone), c.length) << c.why;
+}
+
+// ---- The one pass finds what a search of its own for each name finds.
+
+// The value behind the first `name` in `text`, both searched letter by letter.
+std::string_view ValueBehind(std::string_view text, std::size_t at, std::size_t nameSize) {
+  if (at == std::string_view::npos) return {};
+  const auto value = Trim(text.substr(at + nameSize, text.find("\r\n", at + nameSize) - (at + nameSize)));
+  return value.find('\0') == std::string_view::npos ? value : std::string_view();
+}
+
+std::string_view AnyCase(std::string_view text, std::string_view name) {
+  return ValueBehind(text, FindNoCase(text, name), name.size());
+}
+
+std::string_view ExactCase(std::string_view text, std::string_view name) {
+  return ValueBehind(text, text.find(name), name.size());
+}
+
+std::string SoughtAccepts(std::string_view text) {
+  std::string values;
+  for (auto at = FindNoCase(text, "accept:"); at != std::string_view::npos;
+       at = FindNoCase(text, "accept:", at + values.size())) {
+    values += Trim(text.substr(at + 7, text.find("\r\n", at + 7) - (at + 7)));
+    values += ", ";
+  }
+  if (values.find('\0') != std::string::npos) return {};
+  std::string_view result = Trim(values);
+  if (result.ends_with(',')) result.remove_suffix(1);
+  return std::string(result);
+}
+
+void ExpectAsSought(const std::string& text) {
+  const auto fields = Read(text);
+  const auto block = std::string_view(text).substr(0, text.find("\r\n\r\n"));
+  ASSERT_EQ(fields.RequestReferer, AnyCase(text, "referer:")) << testing::PrintToString(text);
+  ASSERT_EQ(fields.RequestUserAgent, ExactCase(text, "User-Agent:")) << testing::PrintToString(text);
+  ASSERT_EQ(fields.RequestContentType, AnyCase(block, "\r\nContent-Type:")) << testing::PrintToString(text);
+  ASSERT_EQ(fields.RequestAccept, SoughtAccepts(text)) << testing::PrintToString(text);
+  ASSERT_EQ(AnnouncedLength(text), LeadingNumber(AnyCase(text, "Content-Length:"))) << testing::PrintToString(text);
+  const auto field = text.find("Authorization:");
+  const auto scheme = field == std::string::npos ? field : text.find("Basic", field);
+  const std::string token(ValueBehind(text, scheme, 5));
+  const std::string pair = cls_Base64().DecodeStr(token);
+  const bool isUsed = token.size() <= kMaxCredentialBytes && pair.find(':') != std::string::npos &&
+                      pair.find('\0') == std::string::npos;
+  ASSERT_EQ(fields.AuthUser, isUsed ? Trim(std::string_view(pair).substr(0, pair.find(':'))) : "")
+      << testing::PrintToString(text);
+}
+
+TEST(HeaderFieldsTest, OnePassFindsWhatASearchForEachNameFinds) {
+  constexpr std::string_view kParts[] = {
+      "accept:",
+      "Accept:",
+      "ACCEPT:",
+      "accept",
+      "User-Agent:",
+      "user-agent:",
+      "User-Agent",
+      "Referer:",
+      "rEFERER:",
+      "referer",
+      ":",
+      "::",
+      "Content-Type:",
+      "content-type:",
+      "Content-Length:",
+      "content-LENGTH:",
+      "\r\n",
+      "\r\n",
+      "\r\n\r\n",
+      "\r",
+      "\n",
+      " ",
+      "  ",
+      "7",
+      "12abc",
+      "Basic",
+      "Authorization:",
+      "authorization:",
+      "dXNlcjpwYXNz",
+      "t:",
+      "r",
+      "e",
+      "n:",
+      "x",
+      "text/html",
+      "h:",
+      ", ",
+      ",",
+      "X-",
+      "\0"sv,
+      "\xC3\xA4",
+  };
+  std::minstd_rand random(20261115);
+  for (int round = 0; round < 20000; ++round) {
+    std::string text;
+    for (auto left = random() % 24; left > 0; --left) text += kParts[random() % std::size(kParts)];
+    ExpectAsSought(std::string(Trim(text)));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(HeaderFieldsTest, OnePassFindsTheFieldsOfRealClients) {
+  const std::string browser =
+      "GET /a.html HTTP/1.1\r\nHost: 127.0.0.1:8080\r\nUser-Agent: Mozilla/5.0 (X11; Linux x86_64; rv:120.0)\r\n"
+      "Accept: text/html,application/xhtml+xml;q=0.9,*/*;q=0.8\r\nAccept-Language: en-US,en;q=0.5\r\n"
+      "Accept-Encoding: gzip, deflate\r\nReferer: http://127.0.0.1:8080/\r\nConnection: keep-alive\r\n"
+      "Authorization: Basic dXNlcjpwYXNz\r\nContent-Type: a/b\r\nContent-Length: 12\r\n\r\naccept: body";
+  for (std::size_t size = 0; size <= browser.size(); ++size) ExpectAsSought(std::string(Trim(browser.substr(0, size))));
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 #include "control/internal/Reception.h"
+#include "support/Text.h"
 #include "tests/kit/Receptions.h"
 
 namespace TesselServer {
@@ -131,6 +133,35 @@ TEST(ReceptionTest, AnswersEveryKindOfStart) {
     EXPECT_EQ(reception.Fields().RequestMethod, c.method) << c.raw << ": " << c.why;
     EXPECT_EQ(reception.Fields().ContentLengthText, c.lengthText) << c.raw << ": " << c.why;
     EXPECT_EQ(reception.Fields().BodyPending, c.outcome == Outcome::kWaiting && !c.lengthText.empty()) << c.why;
+  }
+}
+
+TEST(ReceptionTest, TheMarkOfAnEmptyBodyIsFoundWhereverAPlainSearchFindsIt) {
+  constexpr std::string_view kParts[] = {"Content-Length: 0",
+                                         "content-LENGTH: 0",
+                                         "Content-Length:",
+                                         "Content-Length",
+                                         ": 0",
+                                         ":",
+                                         " ",
+                                         "0",
+                                         "h: 0",
+                                         "\r\n.",
+                                         "Content-",
+                                         "Length: 0",
+                                         "x",
+                                         "X-"};
+  std::minstd_rand random(20261115);
+  for (int round = 0; round < 5000; ++round) {
+    std::string text = "PUT /";
+    for (auto left = random() % 12; left > 0; --left) text += kParts[random() % std::size(kParts)];
+    const bool isMarked = FindNoCase(text, "Content-Length: 0") != std::string::npos;
+    for (const std::size_t cut : {std::size_t{5}, text.size() / 2, text.size()}) {
+      Reception reception;
+      const auto first = reception.Data(std::string_view(text).substr(0, cut));
+      const auto last = first == Outcome::kHolding ? reception.Data(std::string_view(text).substr(cut)) : first;
+      EXPECT_EQ(last == Outcome::kComplete && reception.Fields().RequestMethod == "GET", isMarked) << text;
+    }
   }
 }
 

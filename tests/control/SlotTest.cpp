@@ -33,6 +33,42 @@ TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
   EXPECT_FALSE(slot.FunctionAnswered || slot.TrapOutstanding || slot.TargetIsKnown || slot.TargetIsInCGIDirectory);
 }
 
+TEST(SlotTest, AResetGivesLargeMemoryBack) {
+  const std::string large(RequestFields::kKeptBytes + 1, 'x');
+  Slot slot;
+  RequestFields& fields = slot.Fields();
+  for (std::string* text : {&fields.RequestLine,        &fields.DocumentURI,    &fields.RequestPath,
+                            &fields.RequestQuery,       &fields.RequestMethod,  &fields.RequestHeader,
+                            &fields.RequestAccept,      &fields.RequestReferer, &fields.RequestUserAgent,
+                            &fields.RequestContentType, &fields.AuthUser,       &fields.AuthPassword,
+                            &fields.ContentLengthText,  &fields.RequestBody,    &slot.FunctionResult,
+                            &slot.ScriptName,           &slot.TrapData,         &slot.TrapContentType,
+                            &slot.TrapHeaderField,      &slot.TrapStatusCode}) {
+    *text = large;
+    slot.Reset(0);
+    EXPECT_EQ(*text, "");
+    EXPECT_LE(text->capacity(), RequestFields::kKeptBytes);
+  }
+}
+
+TEST(SlotTest, AResetKeepsSmallMemoryForTheNextRequest) {
+  Slot slot;
+  slot.Fields().RequestLine = std::string(RequestFields::kKeptBytes, 'x');
+  const char* const memory = slot.Fields().RequestLine.data();
+  slot.Reset(0);
+  slot.Fields().RequestLine = std::string_view("GET /a/path/that/is/no/longer/than/that HTTP/1.0");
+  EXPECT_EQ(slot.Fields().RequestLine.data(), memory);
+}
+
+TEST(SlotTest, AResetSetsTheLimitOfABody) {
+  Slot slot;
+  slot.Request.Data("POST / HT");
+  slot.Reset(5);
+  EXPECT_EQ(slot.Request.Data("POST / HTTP/1.0\r\nContent-Length: 6\r\n\r\n"), Reception::Outcome::kBad);
+  slot.Reset(6);
+  EXPECT_EQ(slot.Request.Data("POST / HTTP/1.0\r\nContent-Length: 6\r\n\r\nsix(6)"), Reception::Outcome::kComplete);
+}
+
 TEST(SlotTest, ARecordAtWorkStaysWithItsWork) {
   Kit::FakeWorld world;
   Slot slot;
