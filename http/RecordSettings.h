@@ -1,4 +1,4 @@
-// The server settings that a request record works with, copied from the control that owns it.
+// The server settings that request records work with. Records share one copy until one of them is given another value.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +11,11 @@
 namespace TesselServer {
 
 class ParentControl;
-class ProgramRunner;
 class RootFolder;
 class SecretFiles;
 
 // cls_HTTP documents each of them under the property of the same name.
 struct RecordSettings {
-  std::int16_t connectionIndex = 0;
   std::string virtualPath;
   std::string serverIP;
   std::string serverPort;
@@ -36,7 +34,6 @@ struct RecordSettings {
   std::string applicationFolder;
   std::shared_ptr<const RootFolder> root;
   std::shared_ptr<const SecretFiles> secretFiles;
-  ProgramRunner* programRunner = nullptr;
 };
 
 }  // namespace TesselServer

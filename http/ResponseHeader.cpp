@@ -9,6 +9,7 @@ namespace TesselServer {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::size_t kUsualBytes = 160;  // all but the texts that callers choose
 
 struct Reason {
   std::string_view code, phrase;
@@ -31,7 +32,7 @@ constexpr Reason kReasons[] = {
     {"503", "Service Unavailable"},
 };
 
-std::string_view FirstLine(std::string_view text) { return text.substr(0, text.find_first_of(kLineEnd)); }
+std::string_view FirstLine(std::string_view text) { return text.substr(0, FindLineEnd(text)); }
 
 // The date changes once a second, and answers come by the thousand.
 const std::string& DateText(std::int64_t utcSeconds) {
@@ -63,24 +64,24 @@ std::string WithoutBlankLines(std::string_view text) {
   return dropped ? kept : std::string(text);
 }
 
-void AppendLine(std::string& header, std::string_view name, std::string_view value) {
-  header.append(name).append(": ").append(value).append(kLineEnd);
-}
-
 }  // namespace
 
 std::string HeaderText(const HeaderFields& fields) {
   const std::string_view code = FirstLine(fields.statusCode);
   const std::string_view type = FirstLine(fields.contentType);
+  const std::string_view software = FirstLine(fields.software);
   std::string header;
-  header.reserve(256 + fields.extraHeaders.size());
-  header.append("HTTP/1.0 ").append(code).append(" ").append(ReasonPhrase(code)).append(kLineEnd);
-  AppendLine(header, "Server", FirstLine(fields.software));
-  AppendLine(header, "Date", DateText(fields.utcSeconds));
-  if (!Trim(type).empty()) AppendLine(header, "Content-Type", type);
-  header += WithoutBlankLines(Trim(fields.extraHeaders));
+  header.reserve(kUsualBytes + software.size() + type.size() + fields.extraHeaders.size());
+  header.append("HTTP/1.0 ").append(code).append(1, ' ').append(ReasonPhrase(code));
+  header.append("\r\nServer: ").append(software);
+  header.append("\r\nDate: ").append(DateText(fields.utcSeconds));
+  if (!Trim(type).empty()) header.append("\r\nContent-Type: ").append(type);
+  header += kLineEnd;
+  if (!fields.extraHeaders.empty()) header += WithoutBlankLines(Trim(fields.extraHeaders));
   // kept: no line for length 0; a caller that does not know the length passes 0
-  if (fields.contentLength != 0) AppendLine(header, "Content-Length", std::to_string(fields.contentLength));
+  if (fields.contentLength != 0) {
+    header.append("Content-Length: ").append(std::to_string(fields.contentLength)).append(kLineEnd);
+  }
   if (fields.endHeader) header += kLineEnd;
   return header;
 }

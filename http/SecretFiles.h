@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "http/Enumerations.h"
@@ -18,7 +19,10 @@ class SecretFiles {
   SecretFiles(std::string folderFile, e_AuthSource source, std::string sourceFile)
       : folderFile_(std::move(folderFile)), source_(source), sourceFile_(std::move(sourceFile)) {}
 
-  bool operator==(const SecretFiles&) const = default;
+  // Whether these are what the constructor would make of the same values.
+  bool AreOf(std::string_view folderFile, e_AuthSource source, std::string_view sourceFile) const {
+    return source_ == source && folderFile_ == folderFile && sourceFile_ == sourceFile;
+  }
 
   // Whether `entry` is a folder's password file, by its own name or that of a link to it, in any case, or the control's
   // by any name.

@@ -30,8 +30,16 @@ constexpr std::int64_t kFirstNTPlatform = 2;
 constexpr std::string_view kHtmlType = "text/html";
 constexpr std::string_view kFallbackType = "application/octet-stream";
 
+constexpr std::string_view kEncodedBlank = "%20";
+
 // A requested name as the file system knows it. "%20" is the only encoding undone here.
-std::string LocalName(std::string_view file) { return ReplaceAll(ReplaceAll(file, "/", "\\"), "%20", " "); }
+std::string LocalName(std::string_view file) { return ReplaceAll(ReplaceAll(file, "/", "\\"), kEncodedBlank, " "); }
+
+// What a new record has, shared by all of them until they are set.
+const std::shared_ptr<RecordSettings>& NewSettings() {
+  static const auto settings = std::make_shared<RecordSettings>();
+  return settings;
+}
 
 // The whole file; null when it is longer than `limit` bytes or cannot be read.
 Page::SharedText ContentsOf(const OpenFile& file, std::int64_t limit) {
@@ -41,22 +49,38 @@ Page::SharedText ContentsOf(const OpenFile& file, std::int64_t limit) {
 
 }  // namespace
 
-cls_HTTP::cls_HTTP(World& world)
-    : world_(world), isWinNT_(LeadingNumber(cls_WinUtil().PlatformIdText()).value_or(0) >= kFirstNTPlatform) {}
+cls_HTTP::cls_HTTP(World& world) : world_(world), settings_(NewSettings()) {}
+
+bool cls_HTTP::IsWinNT() const { return LeadingNumber(cls_WinUtil().PlatformIdText()).value_or(0) >= kFirstNTPlatform; }
+
+void cls_HTTP::TakeAfter(const cls_HTTP& outer) {
+  ShareSettings(outer);
+  connectionIndex_ = outer.connectionIndex_;
+  runner_ = outer.runner_;
+}
+
+RequestInfo& cls_HTTP::Info() {
+  if (!request_) request_ = std::make_unique<RequestInfo>();
+  return *request_;
+}
+
+const RequestInfo& cls_HTTP::Request() const {
+  static const RequestInfo none;
+  return request_ ? *request_ : none;
+}
 
 void cls_HTTP::CGITimeout(std::int32_t seconds) {
   if (seconds < 0 || seconds > kMaxCGITimeoutSeconds) seconds = kMaxCGITimeoutSeconds;
-  settings_.cgiTimeoutMilliseconds = seconds * 1000;
+  Set(&RecordSettings::cgiTimeoutMilliseconds, seconds * 1000);
 }
 
 void cls_HTTP::EndRequest() {
-  RequestInfo none;
-  std::swap(request_, none);  // an assignment would keep the memory of long texts
+  request_.reset();
   Release(documentName_);
 }
 
 std::string cls_HTTP::ServerVariable(std::string_view Name) {
-  return ServerVariableValue(Name, {settings_, request_, world_});
+  return ServerVariableValue(Name, {*settings_, Info(), world_});
 }
 
 std::string cls_HTTP::ServerVariables(std::string_view Name, std::string_view Separator) {
@@ -74,7 +98,7 @@ std::string cls_HTTP::BuildHeader(std::string_view StatusCode, std::int64_t Cont
                                   bool EndHeader, std::string_view ExtraHeaders) const {
   HeaderFields fields;
   fields.statusCode = StatusCode;
-  fields.software = settings_.serverSoftware;
+  fields.software = settings_->serverSoftware;
   fields.utcSeconds = world_.UtcSeconds();
   fields.contentType = ContentType;
   fields.extraHeaders = ExtraHeaders;
@@ -100,15 +124,15 @@ Answer cls_HTTP::BuiltInErrorPage(std::string_view code) const {
 }
 
 Answer cls_HTTP::ErrorFilePage(std::string_view code) const {
-  ErrorFile error = OpenErrorFile(settings_.applicationFolder, code);
+  ErrorFile error = OpenErrorFile(settings_->applicationFolder, code);
   FoundEntry found;
   found.kind = error.file.Kind();
   found.readable = error.file.IsOpen();
   found.name = "errors/" + std::string(LastComponent(error.path));
   found.file = std::move(error.file);
   cls_HTTP record(world_);
-  record.settings_ = settings_;
-  record.VirtualPath(settings_.applicationFolder + "\\html");
+  record.TakeAfter(*this);
+  record.VirtualPath(settings_->applicationFolder + "\\html");
   record.CGIEnable(false);
   record.CGIWarningEnable(false);
   return record.ProcessFile(std::move(found), error.path, "200", true, "", {}, "");
@@ -118,12 +142,12 @@ std::string cls_HTTP::ServerTooBusyPage() const { return cls_ErrorFiles().Server
 
 std::string cls_HTTP::ContentTypeOf(std::string_view File) const {
   const std::string_view extension = ExtensionOf(File);
-  switch (settings_.contentTypeSource) {
+  switch (settings_->contentTypeSource) {
     case e_ContentTypeSource::Registry:
       return RegistryContentType(world_.Registry(), extension);
     case e_ContentTypeSource::File:
-      if (!settings_.contentTypeLines) return {};
-      return std::string(FindContentType(*settings_.contentTypeLines, extension));
+      if (!settings_->contentTypeLines) return {};
+      return std::string(FindContentType(*settings_->contentTypeLines, extension));
     case e_ContentTypeSource::Internal:
       return std::string(FindContentType(BuiltInContentTypes(), extension));
   }
@@ -131,8 +155,8 @@ std::string cls_HTTP::ContentTypeOf(std::string_view File) const {
 }
 
 Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
-                             std::string_view ExtraHeaders, const RequestInfo& info, const std::string&) {
-  request_ = info;
+                             std::string_view ExtraHeaders, RequestInfo info, const std::string&) {
+  SetRequestInfo(std::move(info));
   const std::string path = LocalName(File);
   if (!found.file.IsOpen()) found.file = OpenPath(path);
   documentName_ = found.name;
@@ -143,7 +167,7 @@ Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::str
     if (WantHeader) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
     return answer;
   }
-  std::string type = ContentTypeOf(path);
+  const std::string type = ContentTypeOf(path);
   Page::SharedText page;
   if (type == kHtmlType && found.file.Size() <= kMaxPageBytes) page = ContentsOf(found.file, kMaxPageBytes);
   if (page) {
@@ -152,8 +176,24 @@ Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::str
     const std::int64_t size = found.file.Size();
     answer.body = FileBody{std::move(found.file), size};
   }
-  if (Trim(type).empty()) type = kFallbackType;
-  if (WantHeader) answer.head = BuildHeader(StatusCode, answer.BodySize(), type, true, ExtraHeaders);
+  if (WantHeader) answer.head = HeadOf(answer, type, StatusCode, ExtraHeaders);
+  return answer;
+}
+
+std::string cls_HTTP::HeadOf(const Answer& answer, std::string_view type, std::string_view code,
+                             std::string_view extraHeaders) const {
+  return BuildHeader(code, answer.BodySize(), Trim(type).empty() ? kFallbackType : type, true, extraHeaders);
+}
+
+std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const {
+  if (file.Kind() != EntryKind::kFile || IsProgramName(name)) return std::nullopt;
+  if (name.find(kEncodedBlank) != std::string_view::npos) return std::nullopt;
+  const std::string type = ContentTypeOf(name);
+  if (type == kHtmlType) return std::nullopt;
+  Answer answer;
+  const std::int64_t size = file.Size();
+  answer.body = FileBody{std::move(file), size};
+  answer.head = HeadOf(answer, type, StatusCode, "");
   return answer;
 }
 
@@ -196,9 +236,9 @@ void cls_HTTP::ExecDirectives(Page& page) { RunExecDirectives(*this, page); }
 void cls_HTTP::HTMLFunctions(Page& page) { ReplaceFunctionTags(*this, page); }
 
 FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) const {
-  const bool isRoot = settings_.root && settings_.root->Path() == folder;
-  FoundEntry found = isRoot ? settings_.root->Find(name) : RootFolder(folder).Find(name);
-  if (settings_.secretFiles && settings_.secretFiles->Contains(found)) return {};
+  const bool isRoot = settings_->root && settings_->root->Path() == folder;
+  FoundEntry found = isRoot ? settings_->root->Find(name) : RootFolder(folder).Find(name);
+  if (settings_->secretFiles && settings_->secretFiles->Contains(found)) return {};
   return found;
 }
 
@@ -207,7 +247,7 @@ Page::SharedText cls_HTTP::IncludedText(std::string_view name) {
   IncludeRoom& room = *trail_->room;
   if (room.names == 0 || room.missing == 0) return nullptr;
   room.names -= 1;
-  FoundEntry found = FindFile(settings_.virtualPath, name);
+  FoundEntry found = FindFile(settings_->virtualPath, name);
   if (found.kind == EntryKind::kNone) room.missing -= 1;
   if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return nullptr;
   if (found.file.Size() > room.bytes) return nullptr;
@@ -235,8 +275,8 @@ Page::SharedText cls_HTTP::ProcessedInside(const FoundEntry& found, Page::Shared
   } const restored{trail_->room->bytes, trail_->room->bytes};
   trail_->room->bytes -= found.file.Size();
   cls_HTTP record(world_);
-  record.settings_ = settings_;
-  record.request_ = request_;
+  record.TakeAfter(*this);
+  record.SetRequestInfo(Request());
   record.documentName_ = found.name;
   record.outerTrail_ = trail_;
   record.IncludeChild(true);
@@ -263,7 +303,7 @@ std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {
 Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
                                std::string_view extraHeaders) {
   Answer answer;
-  if (!settings_.cgiEnable) {
+  if (!settings_->cgiEnable) {
     if (wantHeader) answer.head = cls_CGI().CGIWarningPage();
     return answer;
   }

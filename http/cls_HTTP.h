@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -44,65 +45,65 @@ class cls_HTTP {
   // ---- Settings. Each is stored as given; texts are "" and switches False in a new record. ----
 
   // Property ConnectionIndex (read/write): the socket element that owns the record. Default: 0.
-  std::int16_t ConnectionIndex() const { return settings_.connectionIndex; }
-  void ConnectionIndex(std::int16_t value) { settings_.connectionIndex = value; }
+  std::int16_t ConnectionIndex() const { return connectionIndex_; }
+  void ConnectionIndex(std::int16_t value) { connectionIndex_ = value; }
 
   // Property VirtualPath (read/write): the document root, PATH_INFO and PATH_TRANSLATED.
-  const std::string& VirtualPath() const { return settings_.virtualPath; }
-  void VirtualPath(std::string value) { settings_.virtualPath = std::move(value); }
+  const std::string& VirtualPath() const { return settings_->virtualPath; }
+  void VirtualPath(std::string_view value) { Set(&RecordSettings::virtualPath, value); }
 
   // Property ServerIP (read/write): the address listened on, SERVER_IP.
-  const std::string& ServerIP() const { return settings_.serverIP; }
-  void ServerIP(std::string value) { settings_.serverIP = std::move(value); }
+  const std::string& ServerIP() const { return settings_->serverIP; }
+  void ServerIP(std::string_view value) { Set(&RecordSettings::serverIP, value); }
 
   // Property ServerPort (read/write): the port in decimal, SERVER_PORT.
-  const std::string& ServerPort() const { return settings_.serverPort; }
-  void ServerPort(std::string value) { settings_.serverPort = std::move(value); }
+  const std::string& ServerPort() const { return settings_->serverPort; }
+  void ServerPort(std::string_view value) { Set(&RecordSettings::serverPort, value); }
 
   // Property ServerSoftware (read/write): the "Server" header line and SERVER_SOFTWARE.
-  const std::string& ServerSoftware() const { return settings_.serverSoftware; }
-  void ServerSoftware(std::string value) { settings_.serverSoftware = std::move(value); }
+  const std::string& ServerSoftware() const { return settings_->serverSoftware; }
+  void ServerSoftware(std::string_view value) { Set(&RecordSettings::serverSoftware, value); }
 
   // Property ServerName (read/write): SERVER_NAME.
-  const std::string& ServerName() const { return settings_.serverName; }
-  void ServerName(std::string value) { settings_.serverName = std::move(value); }
+  const std::string& ServerName() const { return settings_->serverName; }
+  void ServerName(std::string_view value) { Set(&RecordSettings::serverName, value); }
 
   // Property HTMLFunctionsEnable (read/write): the host answers function tags in pages.
-  bool HTMLFunctionsEnable() const { return settings_.htmlFunctionsEnable; }
-  void HTMLFunctionsEnable(bool value) { settings_.htmlFunctionsEnable = value; }
+  bool HTMLFunctionsEnable() const { return settings_->htmlFunctionsEnable; }
+  void HTMLFunctionsEnable(bool value) { Set(&RecordSettings::htmlFunctionsEnable, value); }
 
   // Property SSIEnable (read/write): echo and include directives in pages are obeyed.
-  bool SSIEnable() const { return settings_.ssiEnable; }
-  void SSIEnable(bool value) { settings_.ssiEnable = value; }
+  bool SSIEnable() const { return settings_->ssiEnable; }
+  void SSIEnable(bool value) { Set(&RecordSettings::ssiEnable, value); }
 
   // Property CGIEnable (read/write): programs and exec directives are run.
-  bool CGIEnable() const { return settings_.cgiEnable; }
-  void CGIEnable(bool value) { settings_.cgiEnable = value; }
+  bool CGIEnable() const { return settings_->cgiEnable; }
+  void CGIEnable(bool value) { Set(&RecordSettings::cgiEnable, value); }
 
   // Property CGIDirectory (read/write): the folder of programs outside the root.
-  const std::string& CGIDirectory() const { return settings_.cgiDirectory; }
-  void CGIDirectory(std::string value) { settings_.cgiDirectory = std::move(value); }
+  const std::string& CGIDirectory() const { return settings_->cgiDirectory; }
+  void CGIDirectory(std::string_view value) { Set(&RecordSettings::cgiDirectory, value); }
 
   // Property CGITimeout (read/write): how long a program is waited for. Written in seconds, 0 to 2,000,000; a value
   // outside becomes 2,000,000. A new record does not wait.
   // kept: reads back in tens of seconds, cut off: 30 reads back as 3.
-  std::int32_t CGITimeout() const { return settings_.cgiTimeoutMilliseconds / 10000; }
+  std::int32_t CGITimeout() const { return settings_->cgiTimeoutMilliseconds / 10000; }
   void CGITimeout(std::int32_t seconds);
-  std::int32_t CGITimeoutMilliseconds() const { return settings_.cgiTimeoutMilliseconds; }  // as it is used
+  std::int32_t CGITimeoutMilliseconds() const { return settings_->cgiTimeoutMilliseconds; }  // as it is used
 
   // Property CGIWarningEnable (read/write): asks for the CGI warning while CGI is off.
-  bool CGIWarningEnable() const { return settings_.cgiWarningEnable; }
-  void CGIWarningEnable(bool value) { settings_.cgiWarningEnable = value; }
+  bool CGIWarningEnable() const { return settings_->cgiWarningEnable; }
+  void CGIWarningEnable(bool value) { Set(&RecordSettings::cgiWarningEnable, value); }
 
   // Property CGIExtraSetting (read/write): handed on to the records of included files; nothing else uses it.
-  const std::string& CGIExtraSetting() const { return settings_.cgiExtraSetting; }
-  void CGIExtraSetting(std::string value) { settings_.cgiExtraSetting = std::move(value); }
+  const std::string& CGIExtraSetting() const { return settings_->cgiExtraSetting; }
+  void CGIExtraSetting(std::string_view value) { Set(&RecordSettings::cgiExtraSetting, value); }
 
   // Property ParentControl (read/write): the control that answers function tags, null for none.
   class ParentControl* ParentControl() const {
-    return settings_.parentControl;
+    return settings_->parentControl;
   }
-  void ParentControl(class ParentControl* value) { settings_.parentControl = value; }
+  void ParentControl(class ParentControl* value) { Set(&RecordSettings::parentControl, value); }
 
   // Property IncludeChild (read/write): tells the record that it processes an included file.
   // kept: always reads back False, so what is written has no effect.
@@ -110,41 +111,47 @@ class cls_HTTP {
   void IncludeChild(bool) {}
 
   // Property IsWinNT (read): the platform number is 2 or more.
-  bool IsWinNT() const { return isWinNT_; }
+  bool IsWinNT() const;
 
   // Property ContentTypeSource (read/write): where ContentTypeOf looks. Default: Registry.
-  e_ContentTypeSource ContentTypeSource() const { return settings_.contentTypeSource; }
-  void ContentTypeSource(e_ContentTypeSource value) { settings_.contentTypeSource = value; }
+  e_ContentTypeSource ContentTypeSource() const { return settings_->contentTypeSource; }
+  void ContentTypeSource(e_ContentTypeSource value) { Set(&RecordSettings::contentTypeSource, value); }
 
   // Property ContentTypeLines (read/write): the lines that the source File searches, "extension,type" each, shared
   // with the control and all its records. Null is an empty list.
-  const std::shared_ptr<const std::vector<std::string>>& ContentTypeLines() const { return settings_.contentTypeLines; }
-  void ContentTypeLines(std::shared_ptr<const std::vector<std::string>> value) {
-    settings_.contentTypeLines = std::move(value);
+  const std::shared_ptr<const std::vector<std::string>>& ContentTypeLines() const {
+    return settings_->contentTypeLines;
+  }
+  void ContentTypeLines(const std::shared_ptr<const std::vector<std::string>>& value) {
+    Set(&RecordSettings::contentTypeLines, value);
   }
 
   // Property ApplicationFolder (read/write): the folder with the error files, in "html/errors" below it.
-  const std::string& ApplicationFolder() const { return settings_.applicationFolder; }
-  void ApplicationFolder(std::string value) { settings_.applicationFolder = std::move(value); }
+  const std::string& ApplicationFolder() const { return settings_->applicationFolder; }
+  void ApplicationFolder(std::string_view value) { Set(&RecordSettings::applicationFolder, value); }
 
   // Property Root (read/write): VirtualPath as an open folder, shared with the control. Null, or one of another path:
   // the folder is opened when it is needed. Default: null.
-  const std::shared_ptr<const RootFolder>& Root() const { return settings_.root; }
-  void Root(std::shared_ptr<const RootFolder> value) { settings_.root = std::move(value); }
+  const std::shared_ptr<const RootFolder>& Root() const { return settings_->root; }
+  void Root(const std::shared_ptr<const RootFolder>& value) { Set(&RecordSettings::root, value); }
 
   // Property Secrets (read/write): the files that no page may name, null for none. Default: null.
-  const std::shared_ptr<const SecretFiles>& Secrets() const { return settings_.secretFiles; }
-  void Secrets(std::shared_ptr<const SecretFiles> value) { settings_.secretFiles = std::move(value); }
+  const std::shared_ptr<const SecretFiles>& Secrets() const { return settings_->secretFiles; }
+  void Secrets(const std::shared_ptr<const SecretFiles>& value) { Set(&RecordSettings::secretFiles, value); }
 
   // Property Runner (read/write): what runs programs, null for nothing. Default: null.
-  ProgramRunner* Runner() const { return settings_.programRunner; }
-  void Runner(ProgramRunner* value) { settings_.programRunner = value; }
+  ProgramRunner* Runner() const { return runner_; }
+  void Runner(ProgramRunner* value) { runner_ = value; }
+
+  // Takes over all settings of `other` but ConnectionIndex and Runner. They are shared, not copied, until one of the
+  // two records is given another value.
+  void ShareSettings(const cls_HTTP& other) { settings_ = other.settings_; }
 
   // ---- The request ----
 
   // Replaces all request values.
-  void SetRequestInfo(const RequestInfo& info) { request_ = info; }
-  const RequestInfo& Request() const { return request_; }
+  void SetRequestInfo(RequestInfo info) { Info() = std::move(info); }
+  const RequestInfo& Request() const;
 
   // Forgets the request values and gives their memory back. The settings stay.
   void EndRequest();
@@ -201,7 +208,12 @@ class cls_HTTP {
   // A file without a type is sent as "application/octet-stream". `Body` is what the client sent behind its headers;
   // pages and programs never see it.
   Answer ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
-                     std::string_view ExtraHeaders, const RequestInfo& info, const std::string& Body);
+                     std::string_view ExtraHeaders, RequestInfo info, const std::string& Body);
+
+  // The same answer, header included, for a file that goes out as it is on disk and for which nobody asks for request
+  // values: it takes the open `file`, whose name is `name`. Nothing, and `file` stays, when ProcessFile must make the
+  // answer: for a program, a file of type "text/html", a name with "%20", and what is no open file.
+  std::optional<Answer> PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const;
 
   // ---- Programs ----
 
@@ -241,6 +253,20 @@ class cls_HTTP {
   bool TakeIncludeRoom(std::size_t size);
 
  private:
+  // Stores a setting, for this record alone where records share them.
+  template <typename Member, typename Value>
+  void Set(Member RecordSettings::*member, const Value& value) {
+    if ((*settings_).*member == value) return;
+    if (settings_.use_count() != 1) settings_ = std::make_shared<RecordSettings>(*settings_);
+    (*settings_).*member = value;
+  }
+  // Makes this the record of something that `outer` includes or stands for: its settings, connection and runner.
+  void TakeAfter(const cls_HTTP& outer);
+  // The request values, for writing.
+  RequestInfo& Info();
+
+  std::string HeadOf(const Answer& answer, std::string_view type, std::string_view code,
+                     std::string_view extraHeaders) const;
   Answer BuiltInErrorPage(std::string_view code) const;
   Answer ErrorFilePage(std::string_view code) const;
   Answer ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
@@ -251,9 +277,10 @@ class cls_HTTP {
   void RunProcessors(Page& page);
 
   World& world_;
-  RecordSettings settings_;
-  RequestInfo request_;
-  bool isWinNT_;
+  std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only
+  std::int16_t connectionIndex_ = 0;
+  ProgramRunner* runner_ = nullptr;
+  std::unique_ptr<RequestInfo> request_;  // null while there are none: most answers need none
   std::string documentName_;
   const IncludeTrail* outerTrail_ = nullptr;  // of the page that includes this record's document
   const IncludeTrail* trail_ = nullptr;       // of this record's document, while it is processed

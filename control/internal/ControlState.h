@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "control/internal/Reporter.h"
 #include "control/internal/Settings.h"
@@ -68,8 +67,10 @@ struct ControlState {
     return root_;
   }
   const std::shared_ptr<const SecretFiles>& Secrets() {
-    SecretFiles now(authFileName, settings.AuthenticationSource, settings.AuthenticationSourceFile);
-    if (!secrets_ || *secrets_ != now) secrets_ = std::make_shared<SecretFiles>(std::move(now));
+    const e_AuthSource source = settings.AuthenticationSource;
+    if (!secrets_ || !secrets_->AreOf(authFileName, source, settings.AuthenticationSourceFile)) {
+      secrets_ = std::make_shared<SecretFiles>(authFileName, source, settings.AuthenticationSourceFile);
+    }
     return secrets_;
   }
 

@@ -37,7 +37,6 @@ void Dispatch::Begin(std::int32_t Index) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
   if (slot == nullptr) return;
-  slot->QueryParser.QueryString(slot->Fields().RequestQuery);
   try {
     FindTarget(state_, *slot);
   } catch (const Error&) {
@@ -150,13 +149,14 @@ Dispatch::Decision Dispatch::DirectoryAnswer(Call& call, const Admission& admiss
 
 Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) const {
   if (!admission.granted) return Challenge(*call.record, "WWW-Authenticate", admission.realm);
-  if (!call.slot.Target.readable) return Refusal(*call.record, "403");
+  FoundEntry& target = call.slot.Target;
+  if (!target.readable) return Refusal(*call.record, "403");
+  if (auto plain = call.record->PlainFile(target.file, target.name, "200")) return {std::move(*plain), "200", true};
   const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);
-  FoundEntry& target = call.slot.Target;
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
-  Answer answer =
-      call.record->ProcessFile(std::move(found), file, "200", true, "", info, call.slot.Fields().RequestBody);
+  Answer answer = call.record->ProcessFile(std::move(found), file, "200", true, "", std::move(info),
+                                           call.slot.Fields().RequestBody);
   return {std::move(answer), "200", true};
 }
 

@@ -214,5 +214,36 @@ TEST_F(ProcessFileTest, OnlyTheLastFourCharactersMakeAProgram) {
   }
 }
 
+// ---- PlainFile.
+
+TEST_F(ProcessFileTest, APlainFileIsTheSameAnswer) {
+  for (const char* name :
+       {"a.txt", "B.TXT", "b.css", "c.unknown", "noextension", "d.x.json", "e%.txt", "f .txt", "g."}) {
+    tree_.Write(name, "some bytes of " + std::string(name));
+    for (const char* code : {"200", "404"}) {
+      const std::string whole = Kit::WholeText(Process(Path(name), code));
+      FoundEntry found = RootFolder(tree_.Text()).Find(name);
+      const auto plain = record_.PlainFile(found.file, found.name, code);
+      ASSERT_TRUE(plain) << name;
+      EXPECT_FALSE(found.file.IsOpen()) << "the answer has it";
+      EXPECT_EQ(Kit::WholeText(*plain), whole) << name;
+    }
+  }
+}
+
+TEST_F(ProcessFileTest, WhatNeedsMoreThanAHeaderIsNoPlainFile) {
+  tree_.Write("folder/x", "");
+  for (const char* name : {"page.html", "PAGE.HTM", "run.exe", "RUN.EXE", ".exe", "a%20b.txt", "a.t%20xt"}) {
+    tree_.Write(name, "bytes");
+  }
+  for (const char* name :
+       {"page.html", "PAGE.HTM", "run.exe", "RUN.EXE", ".exe", "a%20b.txt", "a.t%20xt", "folder", "missing.txt"}) {
+    FoundEntry found = RootFolder(tree_.Text()).Find(name);
+    const bool wasOpen = found.file.IsOpen();
+    EXPECT_FALSE(record_.PlainFile(found.file, found.name, "200")) << name;
+    EXPECT_EQ(found.file.IsOpen(), wasOpen) << name << ": it stays";
+  }
+}
+
 }  // namespace
 }  // namespace TesselServer

@@ -75,12 +75,12 @@ TEST_F(SecretFilesTest, ANameIsEnoughWhereTheFileCannotBeRead) {
   EXPECT_FALSE(secrets.Contains(entry));
 }
 
-TEST_F(SecretFilesTest, AreEqualWhenTheyHideTheSame) {
+TEST_F(SecretFilesTest, AreOfTheValuesTheyWereMadeOf) {
   const SecretFiles secrets("a", e_AuthSource::GolbalFile, "b");
-  EXPECT_TRUE(secrets == SecretFiles("a", e_AuthSource::GolbalFile, "b"));
-  EXPECT_FALSE(secrets == SecretFiles("x", e_AuthSource::GolbalFile, "b"));
-  EXPECT_FALSE(secrets == SecretFiles("a", e_AuthSource::DirectoryFile, "b"));
-  EXPECT_FALSE(secrets == SecretFiles("a", e_AuthSource::GolbalFile, "x"));
+  EXPECT_TRUE(secrets.AreOf("a", e_AuthSource::GolbalFile, "b"));
+  EXPECT_FALSE(secrets.AreOf("x", e_AuthSource::GolbalFile, "b"));
+  EXPECT_FALSE(secrets.AreOf("a", e_AuthSource::DirectoryFile, "b"));
+  EXPECT_FALSE(secrets.AreOf("a", e_AuthSource::GolbalFile, "x"));
 }
 
 }  // namespace

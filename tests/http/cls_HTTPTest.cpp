@@ -53,6 +53,50 @@ TEST_F(cls_HTTPTest, ANewRecordIsEmpty) {
   EXPECT_EQ(record.Runner(), nullptr);
 }
 
+TEST_F(cls_HTTPTest, SharedSettingsAreThoseOfTheMoment) {
+  cls_HTTP shared(world_);
+  shared.VirtualPath("/one");
+  shared.SSIEnable(true);
+  shared.CGITimeout(30);
+  record_.ConnectionIndex(7);
+  record_.ShareSettings(shared);
+  EXPECT_EQ(record_.VirtualPath(), "/one");
+  EXPECT_TRUE(record_.SSIEnable());
+  EXPECT_EQ(record_.CGITimeoutMilliseconds(), 30'000);
+  EXPECT_EQ(record_.ServerSoftware(), "") << "all settings are the other's";
+  EXPECT_EQ(record_.ConnectionIndex(), 7) << "but its connection is its own";
+  EXPECT_EQ(&record_.VirtualPath(), &shared.VirtualPath()) << "there is one copy";
+
+  shared.VirtualPath("/two");
+  shared.SSIEnable(false);
+  EXPECT_EQ(record_.VirtualPath(), "/one") << "changed for the other only";
+  EXPECT_TRUE(record_.SSIEnable());
+  record_.ShareSettings(shared);
+  EXPECT_EQ(record_.VirtualPath(), "/two");
+  record_.VirtualPath("/three");
+  EXPECT_EQ(shared.VirtualPath(), "/two");
+  EXPECT_EQ(cls_HTTP(world_).VirtualPath(), "") << "new records begin with nothing";
+}
+
+TEST_F(cls_HTTPTest, ASettingWrittenAgainKeepsTheSharedCopy) {
+  cls_HTTP shared(world_);
+  shared.VirtualPath("/one");
+  record_.ShareSettings(shared);
+  shared.VirtualPath("/one");
+  shared.SSIEnable(false);
+  EXPECT_EQ(&record_.VirtualPath(), &shared.VirtualPath());
+}
+
+TEST_F(cls_HTTPTest, TheServerLineFollowsItsSetting) {
+  const std::string before = record_.BuildHeader("200", 0, "", true, "");
+  EXPECT_EQ(before, Header("HTTP/1.0 200 OK", ""));
+  record_.ServerSoftware("other");
+  EXPECT_EQ(record_.BuildHeader("200", 0, "", true, ""),
+            "HTTP/1.0 200 OK\r\nServer: other\r\nDate: Sun, 15 Nov 2026 18:20:05 GMT\r\n\r\n");
+  record_.ServerSoftware("Orvane Tessel/1.1");
+  EXPECT_EQ(record_.BuildHeader("200", 0, "", true, ""), before);
+}
+
 TEST_F(cls_HTTPTest, EverySettingReadsBackAsWritten) {
   NoControl control;
   record_.ConnectionIndex(10000);
