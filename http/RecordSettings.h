@@ -10,6 +10,7 @@
 
 namespace TesselServer {
 
+class ContentTypeMemory;
 class ParentControl;
 class RootFolder;
 class SecretFiles;
@@ -31,6 +32,7 @@ struct RecordSettings {
   ParentControl* parentControl = nullptr;
   e_ContentTypeSource contentTypeSource = e_ContentTypeSource::Registry;
   std::shared_ptr<const std::vector<std::string>> contentTypeLines;
+  std::shared_ptr<ContentTypeMemory> typeMemory;
   std::string applicationFolder;
   std::shared_ptr<const RootFolder> root;
   std::shared_ptr<const SecretFiles> secretFiles;

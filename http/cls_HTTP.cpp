@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "http/CGIOutput.h"
+#include "http/ContentTypeMemory.h"
 #include "http/ContentTypes.h"
 #include "http/ErrorPages.h"
 #include "http/ExecDirectives.h"
@@ -142,6 +143,16 @@ std::string cls_HTTP::ServerTooBusyPage() const { return cls_ErrorFiles().Server
 
 std::string cls_HTTP::ContentTypeOf(std::string_view File) const {
   const std::string_view extension = ExtensionOf(File);
+  if (!settings_->typeMemory) return FoundContentType(extension);
+  ContentTypeMemory& memory = *settings_->typeMemory;
+  memory.ComesFrom(settings_->contentTypeSource, settings_->contentTypeLines, world_.Registry().Revision());
+  if (const auto known = memory.Find(extension)) return std::string(*known);
+  std::string type = FoundContentType(extension);
+  memory.Keep(extension, type);
+  return type;
+}
+
+std::string cls_HTTP::FoundContentType(std::string_view extension) const {
   switch (settings_->contentTypeSource) {
     case e_ContentTypeSource::Registry:
       return RegistryContentType(world_.Registry(), extension);

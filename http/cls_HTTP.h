@@ -126,6 +126,11 @@ class cls_HTTP {
     Set(&RecordSettings::contentTypeLines, value);
   }
 
+  // Property TypeMemory (read/write): remembers what ContentTypeOf found, shared with the control; null: nothing is
+  // remembered. Default: null.
+  const std::shared_ptr<ContentTypeMemory>& TypeMemory() const { return settings_->typeMemory; }
+  void TypeMemory(const std::shared_ptr<ContentTypeMemory>& value) { Set(&RecordSettings::typeMemory, value); }
+
   // Property ApplicationFolder (read/write): the folder with the error files, in "html/errors" below it.
   const std::string& ApplicationFolder() const { return settings_->applicationFolder; }
   void ApplicationFolder(std::string_view value) { Set(&RecordSettings::applicationFolder, value); }
@@ -265,6 +270,7 @@ class cls_HTTP {
   // The request values, for writing.
   RequestInfo& Info();
 
+  std::string FoundContentType(std::string_view extension) const;
   std::string HeadOf(const Answer& answer, std::string_view type, std::string_view code,
                      std::string_view extraHeaders) const;
   Answer BuiltInErrorPage(std::string_view code) const;

@@ -1,6 +1,7 @@
 set(SOURCES
   BuiltInContentTypes.cpp
   CGIOutput.cpp
+  ContentTypeMemory.cpp
   ContentTypes.cpp
   ErrorPages.cpp
   ExecDirectives.cpp

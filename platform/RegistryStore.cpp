@@ -143,6 +143,7 @@ std::optional<std::uint32_t> RegistryStore::RootHandle(std::string_view name) {
 
 void RegistryStore::PutBytes(std::uint32_t root, std::string_view key, std::string_view valueName,
                              std::string_view bytes) {
+  ++revision_;
   values_.insert_or_assign(IndexText(root, key, valueName), std::string(bytes));
 }
 
@@ -150,7 +151,7 @@ void RegistryStore::PutText(std::uint32_t root, std::string_view key, std::strin
                             std::string_view text) {
   std::string bytes(text);
   bytes += '\0';
-  values_.insert_or_assign(IndexText(root, key, valueName), std::move(bytes));
+  PutBytes(root, key, valueName, bytes);
 }
 
 std::int32_t RegistryStore::LoadFile(std::string_view path) {

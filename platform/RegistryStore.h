@@ -50,10 +50,14 @@ class RegistryStore {
   // unnamed default value.
   std::optional<std::string_view> Bytes(std::uint32_t root, std::string_view key, std::string_view valueName) const;
 
+  // Changes whenever a value is put.
+  std::uint64_t Revision() const { return revision_; }
+
  private:
   bool TakeLine(std::string_view line);
 
   std::map<std::string, std::string, std::less<>> values_;  // "root\key\\value", upper-cased -> bytes
+  std::uint64_t revision_ = 0;
 };
 
 }  // namespace TesselServer

@@ -11,6 +11,7 @@
 #include "control/internal/Settings.h"
 #include "control/internal/Slot.h"
 #include "control/internal/Statistics.h"
+#include "http/ContentTypeMemory.h"
 #include "http/SecretFiles.h"
 #include "platform/ChildPrograms.h"
 #include "platform/DirectoryMemory.h"
@@ -34,7 +35,9 @@ struct ControlState {
         sckWS(eventLoop, notifications),
         programs(eventLoop),
         tmrCheckConn(eventLoop),
-        requestTemplate(world) {}
+        requestTemplate(world) {
+    requestTemplate.TypeMemory(std::make_shared<ContentTypeMemory>());
+  }
 
   EventLoop& loop;
   World& world;

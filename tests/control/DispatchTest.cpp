@@ -302,6 +302,14 @@ TEST_F(DispatchTest, AChangedSettingHoldsForTheNextRequest) {
   EXPECT_EQ(BodyOf(Get("/a.txt")).find("two"), std::string::npos);
 }
 
+TEST_F(DispatchTest, ARegistryFileHoldsFromTheNextRequestOn) {
+  tree.Write("a.txt", "text");
+  Start();
+  EXPECT_EQ(Get("/a.txt"), Page("text/plain", "text"));
+  tessel.LoadRegistryFile(tree.Write("types.reg", "HKEY_CLASSES_ROOT\\.txt\\Content Type=text/x-own\n"));
+  EXPECT_EQ(Get("/a.txt"), Page("text/x-own", "text"));
+}
+
 TEST_F(DispatchTest, APasswordFileNamedWhileServingIsHiddenFromTheNextRequestOn) {
   const std::string path = tree.Write("secrets.txt", "user:password");
   tree.Write("page.html", "[<!--#include=secrets.txt-->]");

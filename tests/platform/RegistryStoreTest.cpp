@@ -125,5 +125,17 @@ TEST(RegistryStoreTest, TakesNothingFromAFileItCannotHave) {
   EXPECT_EQ(store.LoadFile(largest), 1);
 }
 
+TEST(RegistryStoreTest, TheRevisionChangesWithEveryValue) {
+  RegistryStore store;
+  const auto before = store.Revision();
+  store.Bytes(RegistryStore::kClassesRoot, ".txt", "Content Type");
+  EXPECT_EQ(store.Revision(), before) << "looking changes nothing";
+  store.PutText(RegistryStore::kClassesRoot, ".own", "Content Type", "a/b");
+  const auto put = store.Revision();
+  EXPECT_NE(put, before);
+  store.PutText(RegistryStore::kClassesRoot, ".own", "Content Type", "a/b");
+  EXPECT_NE(store.Revision(), put) << "the same value once more";
+}
+
 }  // namespace
 }  // namespace TesselServer
