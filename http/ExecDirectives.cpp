@@ -31,9 +31,11 @@ std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_vi
   return ReplaceAll(record.RunCGI(path, arguments), "\r\n", "<br>");
 }
 
-void Execute(cls_HTTP& record, Page& page, std::string_view opener, const std::string& folder) {
+// `folder` is asked for each tag: the settings of a record may change while a program runs.
+template <typename Folder>
+void Execute(cls_HTTP& record, Page& page, std::string_view opener, Folder&& folder) {
   ReplaceTags(page, {opener, "", "--"}, [&](std::string_view target) {
-    return std::make_shared<const std::string>(OutputOf(record, folder, target));
+    return std::make_shared<const std::string>(OutputOf(record, folder(), target));
   });
 }
 
@@ -41,8 +43,9 @@ void Execute(cls_HTTP& record, Page& page, std::string_view opener, const std::s
 
 void RunExecDirectives(cls_HTTP& record, Page& page) {
   if (!page.HoldsDirectives()) return;
-  Execute(record, page, "<!--#execcmd=", DocumentFolder(record));
-  Execute(record, page, "<!--#execcgi=", record.CGIDirectory());
+  const std::string documentFolder = DocumentFolder(record);
+  Execute(record, page, "<!--#execcmd=", [&] { return documentFolder; });
+  Execute(record, page, "<!--#execcgi=", [&] { return record.CGIDirectory(); });
 }
 
 }  // namespace TesselServer
