@@ -10,6 +10,7 @@
 
 #include "platform/internal/EntryStatus.h"
 #include "platform/internal/FindBeneath.h"
+#include "platform/internal/KnownBeneath.h"
 #include "platform/internal/OpenPaths.h"
 #include "platform/internal/PathWalk.h"
 #include "platform/internal/SystemErrors.h"
@@ -59,8 +60,15 @@ OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
   identity_ = IdentityOf(status);
 }
 
+OpenFile::OpenFile(std::shared_ptr<const KnownFile> known)
+    : known_(std::move(known)),
+      kind_(EntryKind::kFile),
+      size_(known_->stamp.size),
+      identity_{known_->stamp.device, known_->stamp.inode} {}
+
 OpenFile::OpenFile(OpenFile&& other) noexcept
     : descriptor_(std::exchange(other.descriptor_, -1)),
+      known_(std::move(other.known_)),
       kind_(std::exchange(other.kind_, EntryKind::kNone)),
       size_(std::exchange(other.size_, 0)),
       identity_(std::exchange(other.identity_, {})) {}
@@ -69,6 +77,7 @@ OpenFile& OpenFile::operator=(OpenFile&& other) noexcept {
   if (this == &other) return *this;
   Close();
   descriptor_ = std::exchange(other.descriptor_, -1);
+  known_ = std::move(other.known_);
   kind_ = std::exchange(other.kind_, EntryKind::kNone);
   size_ = std::exchange(other.size_, 0);
   identity_ = std::exchange(other.identity_, {});
@@ -82,6 +91,10 @@ bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
   if (kind_ != EntryKind::kFile) return false;
   constexpr std::size_t kLeastRoom = 4096;
   const auto most = static_cast<std::size_t>(std::max<std::int64_t>(limit, 0));
+  if (known_) {
+    bytes.assign(*known_->contents, 0, most);
+    return known_->contents->size() <= most;
+  }
   std::size_t length = 0;
   // One byte more than is expected: where it stays empty the end was seen.
   bytes.resize(std::min(static_cast<std::size_t>(size_), most) + 1);
@@ -97,29 +110,38 @@ bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
   }
 }
 
-std::string OpenFile::CanonicalPath() const { return IsOpen() ? PathOfDescriptor(descriptor_) : std::string(); }
+std::string OpenFile::CanonicalPath() const {
+  if (known_) return known_->canonicalPath;
+  return IsOpen() ? PathOfDescriptor(descriptor_) : std::string();
+}
+
+std::shared_ptr<const std::string> OpenFile::Contents() const { return known_ ? known_->contents : nullptr; }
 
 void OpenFile::Close() {
   if (descriptor_ >= 0) close(descriptor_);
   descriptor_ = -1;
+  known_.reset();
   kind_ = EntryKind::kNone;
   size_ = 0;
   identity_ = {};
 }
 
-RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
+RootFolder::RootFolder(std::string path)
+    : path_(std::move(path)), systemPath_(SystemPath(path_)), known_(std::make_unique<KnownBeneath>(systemPath_)) {}
 
 RootFolder::RootFolder(RootFolder&& other) noexcept
     : path_(std::move(other.path_)),
       systemPath_(std::move(other.systemPath_)),
       descriptor_(std::exchange(other.descriptor_, -1)),
-      identity_(std::exchange(other.identity_, {})) {}
+      identity_(std::exchange(other.identity_, {})),
+      known_(std::move(other.known_)) {}
 
 RootFolder& RootFolder::operator=(RootFolder&& other) noexcept {
   std::swap(path_, other.path_);
   std::swap(systemPath_, other.systemPath_);
   std::swap(descriptor_, other.descriptor_);
   std::swap(identity_, other.identity_);
+  std::swap(known_, other.known_);
   return *this;
 }
 
@@ -128,8 +150,20 @@ RootFolder::~RootFolder() {
 }
 
 FoundEntry RootFolder::Find(std::string_view relative) const {
+  const auto path = CollapsePath(relative);
+  if (!path || !known_) return {};
+  if (!path->asFolder) {
+    if (auto file = known_->files.Find(path->text))
+      return {EntryKind::kFile, path->text, true, OpenFile(std::move(file))};
+  }
+  if (known_->Lacks(path->text)) return {};
   const int root = Descriptor();
-  return root < 0 ? FoundEntry() : FindBeneath(&OpenBeneathOrRaise, root, relative);
+  if (root < 0) return {};
+  FoundEntry found = FindBeneath(&OpenBeneathOrRaise, root, relative, &known_->folders);
+  if (found.name == path->text && found.readable && found.kind == EntryKind::kFile) {
+    if (auto file = known_->files.Remember(path->text, found.file)) found.file = OpenFile(std::move(file));
+  }
+  return found;
 }
 
 int RootFolder::Descriptor() const {

@@ -9,10 +9,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
 namespace TesselServer {
+
+class KnownBeneath;
+struct KnownFile;
 
 // Which file it is, whatever name leads to it (st_dev and st_ino, inode(7)).
 struct FileIdentity {
@@ -23,13 +27,16 @@ struct FileIdentity {
 
 enum class EntryKind { kNone, kFile, kDirectory };
 
-// A file or directory that is open for reading, or nothing.
+// A file or directory that is open for reading, or nothing. A file whose contents are remembered counts as open and has
+// no descriptor.
 class OpenFile {
  public:
   OpenFile() = default;
   // Platform only: takes the descriptor over and asks it what it is; whatever is neither a regular file nor a directory
   // is closed at once.
   explicit OpenFile(int descriptor);
+  // Platform only: stands for the file that is remembered.
+  explicit OpenFile(std::shared_ptr<const KnownFile> known);
   OpenFile(OpenFile&& other) noexcept;
   OpenFile& operator=(OpenFile&& other) noexcept;
   OpenFile(const OpenFile&) = delete;
@@ -38,7 +45,7 @@ class OpenFile {
 
   // What it was when it was opened. kNone when nothing is open; only regular files and directories ever are.
   EntryKind Kind() const { return kind_; }
-  bool IsOpen() const { return descriptor_ >= 0; }
+  bool IsOpen() const { return kind_ != EntryKind::kNone; }
 
   // Length in bytes when it was opened; 0 for a directory.
   std::int64_t Size() const { return size_; }
@@ -54,13 +61,17 @@ class OpenFile {
   // protection check must then refuse. " (deleted)" stands behind the name of a file that has been removed since.
   std::string CanonicalPath() const;
 
+  // The whole contents where they are remembered, null otherwise.
+  std::shared_ptr<const std::string> Contents() const;
+
   void Close();
 
-  // Platform only.
+  // Platform only. -1 for a file whose contents are remembered.
   int Descriptor() const { return descriptor_; }
 
  private:
   int descriptor_ = -1;
+  std::shared_ptr<const KnownFile> known_;
   EntryKind kind_ = EntryKind::kNone;
   std::int64_t size_ = 0;
   FileIdentity identity_;
@@ -106,6 +117,8 @@ class RootFolder {
   // (extended attribute "user.DOSATTRIB"), and whatever is neither a regular file nor a directory. The kernel keeps
   // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it. Where
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
+  // Files and the names in folders are remembered (KnownFiles, KnownFolders), as long as the system says that they are
+  // what they were.
   FoundEntry Find(std::string_view relative) const;
 
  private:
@@ -115,6 +128,7 @@ class RootFolder {
   std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
   mutable int descriptor_ = -1;
   mutable FileIdentity identity_;
+  std::unique_ptr<KnownBeneath> known_;
 };
 
 // Opens the file or directory at `path`, absolute or below the working folder: in the spelling given, else with the

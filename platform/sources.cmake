@@ -28,8 +28,11 @@ set(SOURCES
     internal/EchoPacket.cpp
     internal/FileStamp.cpp
     internal/FindBeneath.cpp
+    internal/FolderNames.cpp
     internal/FolderRecord.cpp
     internal/FolderStream.cpp
+    internal/KnownFiles.cpp
+    internal/KnownFolders.cpp
     internal/LeftOverChildren.cpp
     internal/Lingering.cpp
     internal/LoopCore.cpp

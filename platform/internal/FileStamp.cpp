@@ -17,11 +17,12 @@ constexpr std::uint32_t kZfsMagic = 0x2FC12FC1;  // zfs is not among the system'
 struct KnownFileSystem {
   std::uint32_t magic;
   bool attributesToo;
+  bool contentsToo;
 };
 constexpr KnownFileSystem kKnownFileSystems[] = {
-    {EXT4_SUPER_MAGIC, true},  // ext2 and ext3 have the same
-    {XFS_SUPER_MAGIC, true},  {BTRFS_SUPER_MAGIC, true},     {TMPFS_MAGIC, true},
-    {kZfsMagic, false},       {OVERLAYFS_SUPER_MAGIC, true}, {F2FS_SUPER_MAGIC, false},
+    {EXT4_SUPER_MAGIC, true, true},  // ext2 and ext3 have the same
+    {XFS_SUPER_MAGIC, true, true},  {BTRFS_SUPER_MAGIC, true, true}, {OVERLAYFS_SUPER_MAGIC, true, true},
+    {TMPFS_MAGIC, true, false},     {kZfsMagic, false, false},       {F2FS_SUPER_MAGIC, false, false},
 };
 
 std::int64_t Nanoseconds(const timespec& moment) {
@@ -55,6 +56,11 @@ bool KeepsChangeTimes(int descriptor) { return FileSystemOf(descriptor) != nullp
 bool KeepsAttributeChangeTimes(int descriptor) {
   const KnownFileSystem* const known = FileSystemOf(descriptor);
   return known != nullptr && known->attributesToo;
+}
+
+bool KeepsContentChangeTimes(int descriptor) {
+  const KnownFileSystem* const known = FileSystemOf(descriptor);
+  return known != nullptr && known->contentsToo;
 }
 
 }  // namespace TesselServer

@@ -6,6 +6,8 @@
 //   2. The file system keeps change times (KeepsChangeTimes, or for extended attributes KeepsAttributeChangeTimes).
 //   3. No file's content is meant that somebody writes through a mapping: pages that are mapped for writing already are
 //      changed without any time being set. Folders, names and attributes have no such back door.
+//      KeepsContentChangeTimes leaves out the files that live by mappings; whoever remembers the contents of others
+//      reads them anew now and then.
 //
 // Thread:    any.
 // Ownership: values; descriptors stay the caller's.
@@ -50,5 +52,9 @@ bool KeepsChangeTimes(int descriptor);
 
 // Whether it does so for extended attributes as well: not all versions of f2fs and zfs do.
 bool KeepsAttributeChangeTimes(int descriptor);
+
+// Whether it does so for everything about a file, its contents among it: all of the above but tmpfs, where programs
+// meet in files that they map into their memory and no time is ever set.
+bool KeepsContentChangeTimes(int descriptor);
 
 }  // namespace TesselServer

@@ -38,14 +38,14 @@ void Describe(OpenFunction open, int root, int opened, FoundEntry& found) {
 
 }  // namespace
 
-FoundEntry FindBeneath(OpenFunction open, int root, std::string_view relative) {
+FoundEntry FindBeneath(OpenFunction open, int root, std::string_view relative, KnownFolders* known) {
   auto path = CollapsePath(relative);
   if (!path) return {};
   FoundEntry found;
   found.name = std::move(path->text);
   int opened = open(root, found.name, kReadFlags);
   if (MayBeSpelledOtherwise(opened)) {
-    auto spelling = TrueSpelling(open, root, found.name);
+    auto spelling = TrueSpelling(open, root, found.name, known);
     if (!spelling) return {};
     found.name = std::move(*spelling);
     opened = open(root, found.name, kReadFlags);

@@ -13,7 +13,10 @@
 
 namespace TesselServer {
 
-// What RootFolder::Find promises for the folder open as `root`, opened through `open`.
-FoundEntry FindBeneath(OpenFunction open, int root, std::string_view relative);
+class KnownFolders;
+
+// What RootFolder::Find promises for the folder open as `root`, opened through `open`. Names that have to be read are
+// taken from and kept in `known`, if there is one.
+FoundEntry FindBeneath(OpenFunction open, int root, std::string_view relative, KnownFolders* known = nullptr);
 
 }  // namespace TesselServer

@@ -28,6 +28,10 @@ std::string_view TextOf(const Answer& answer) {
 void ReadSmallFile(Answer& answer) {
   const auto* file = std::get_if<FileBody>(&answer.body);
   if (file == nullptr || file->size > Outgoing::kMaxReadFileBytes) return;
+  if (auto contents = file->file.Contents()) {
+    answer.body = std::move(contents);
+    return;
+  }
   std::string bytes;
   if (!file->file.ReadAll(bytes, file->size) || static_cast<std::int64_t>(bytes.size()) != file->size) return;
   answer.body = std::move(bytes);

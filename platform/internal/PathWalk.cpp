@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <vector>
 
 #include "platform/AsciiCase.h"
 #include "platform/FileSystem.h"
+#include "platform/internal/KnownFolders.h"
+#include "platform/internal/KnownPath.h"
 #include "platform/internal/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -42,20 +45,54 @@ void AppendName(std::string& path, std::string_view name) {
   path += name;
 }
 
-// The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
-std::string OtherSpelling(OpenFunction open, int folder, const std::string& path, std::string_view name) {
-  if (!HasLetter(name)) return {};
-  UniqueDescriptor descriptor(open(folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
-  if (!descriptor.IsOpen()) return {};
+struct Walk {
+  OpenFunction open;
+  int folder;
+  KnownFolders* known;
+};
+
+// The names of a folder while they are read, as long as they are few enough to be remembered.
+class NamesRead {
+ public:
+  void Add(std::string_view name) {
+    if (name == "." || name == "..") return;
+    bytes_ += sizeof(std::string) + name.size();
+    if (bytes_ <= KnownFolders::kMaxBytes) names_.emplace_back(name);
+  }
+  // Null when there were too many.
+  const std::vector<std::string>* All() const { return bytes_ <= KnownFolders::kMaxBytes ? &names_ : nullptr; }
+
+ private:
+  std::vector<std::string> names_;
+  std::size_t bytes_ = 0;
+};
+
+// As FirstSpelling, read from the folder, whose names are remembered if they can be.
+std::string ReadSpelling(const Walk& walk, const std::string& path, std::string_view name) {
+  UniqueDescriptor descriptor(walk.open(walk.folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  const auto before = StampOfDescriptor(descriptor.Get());
+  if (!before) return {};
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(descriptor.Get()), &closedir);
   if (!entries) return {};
   descriptor.Release();
   std::string best;
+  NamesRead names;
+  errno = 0;
   while (const dirent* entry = readdir(entries.get())) {
     const std::string_view candidate = entry->d_name;
     if (EqualNoCase(candidate, name) && (best.empty() || candidate < best)) best = candidate;
+    if (walk.known != nullptr) names.Add(candidate);
   }
+  const bool isWhole = errno == 0 && names.All() != nullptr;
+  if (isWhole && walk.known != nullptr) walk.known->Remember(path, dirfd(entries.get()), *before, *names.All());
   return best;
+}
+
+// The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
+std::string FirstSpelling(const Walk& walk, const std::string& path, std::string_view name) {
+  if (!HasLetter(name)) return {};
+  const FolderNames* known = walk.known != nullptr ? walk.known->Find(path) : nullptr;
+  return known != nullptr ? std::string(known->FirstEqual(name)) : ReadSpelling(walk, path, name);
 }
 
 // 0 when something stands at `path`, else the negative errno value.
@@ -83,18 +120,18 @@ bool ReplaceByTarget(int folder, std::string& path) {
 }
 
 // Goes from `walked` one component further, by its true name.
-bool WalkStep(OpenFunction open, int folder, std::string& walked, std::string_view component) {
+bool WalkStep(const Walk& walk, std::string& walked, std::string_view component) {
   const std::size_t length = walked.size();
   AppendName(walked, component);
-  int found = Probe(open, folder, walked);
+  int found = Probe(walk.open, walk.folder, walked);
   if (found == -ENOENT) {
     walked.resize(length);
-    const std::string name = OtherSpelling(open, folder, walked, component);
+    const std::string name = FirstSpelling(walk, walked, component);
     if (name.empty()) return false;
     AppendName(walked, name);
-    found = Probe(open, folder, walked);
+    found = Probe(walk.open, walk.folder, walked);
   }
-  if (found == -EXDEV) return ReplaceByTarget(folder, walked);
+  if (found == -EXDEV) return ReplaceByTarget(walk.folder, walked);
   return found == 0;
 }
 
@@ -121,11 +158,12 @@ std::string WithSlashes(std::string_view path) {
   return text;
 }
 
-std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path) {
+std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, KnownFolders* known) {
+  const Walk walk{open, folder, known};
   std::string walked = path.starts_with('/') ? "/" : "";
   while (!path.empty()) {
     const std::size_t end = std::min(path.find('/'), path.size());
-    if (end > 0 && !WalkStep(open, folder, walked, path.substr(0, end))) return std::nullopt;
+    if (end > 0 && !WalkStep(walk, walked, path.substr(0, end))) return std::nullopt;
     path.remove_prefix(std::min(end + 1, path.size()));
   }
   return walked;

@@ -14,6 +14,8 @@
 
 namespace TesselServer {
 
+class KnownFolders;
+
 // A path below a folder as it is looked up.
 struct CollapsedPath {
   std::string text;       // "/" separators, none leading, trailing or doubled, no "." or ".."; "" = the folder
@@ -30,7 +32,8 @@ std::string WithSlashes(std::string_view path);
 // The path that `path` ("/" separators) has on disk: each component in the spelling given, else as the first name in
 // byte order that is equal without regard to ASCII case. The text keeps the names of links that were followed, except
 // where `open` refuses one with EXDEV and the link ends beneath `folder` all the same: there the walk goes on at the
-// link's end.
-std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path);
+// link's end. The names of folders that are read are taken from and kept in `known`, if there is one.
+std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path,
+                                        KnownFolders* known = nullptr);
 
 }  // namespace TesselServer

@@ -148,11 +148,14 @@ TEST_F(FileStampTest, OnlyKnownFileSystemsKeepChangeTimes) {
   EXPECT_FALSE(KeepsAttributeChangeTimes(made.Get()));
   EXPECT_FALSE(KeepsChangeTimes(-1)) << "nothing";
   EXPECT_FALSE(KeepsAttributeChangeTimes(-1));
+  EXPECT_FALSE(KeepsContentChangeTimes(made.Get()));
+  EXPECT_FALSE(KeepsContentChangeTimes(-1));
   const UniqueDescriptor memory(open("/dev/shm", O_PATH | O_CLOEXEC));
   struct statfs facts {};
   if (fstatfs(memory.Get(), &facts) != 0 || facts.f_type != TMPFS_MAGIC) GTEST_SKIP() << "no tmpfs where it usually is";
   EXPECT_TRUE(KeepsChangeTimes(memory.Get()));
   EXPECT_TRUE(KeepsAttributeChangeTimes(memory.Get()));
+  EXPECT_FALSE(KeepsContentChangeTimes(memory.Get())) << "what is written through a mapping";
 }
 
 }  // namespace

@@ -1,0 +1,60 @@
+// Files beneath one root that were read before, with their contents, so that a file that has not changed is served
+// without being opened. One question to the system (stat(2)) tells whether it is the same still: which file it is, its
+// length, permissions and times, the change time among them, which nobody can set back.
+//
+// Only such files are remembered as the system can be trusted with: on a file system that keeps change times, not
+// changed within the last two seconds (the next change might bear the same time), and no longer than kMaxFileBytes.
+// What no time tells of (this process's rights, a program that writes through a shared mapping) counts after
+// kOpenAgainMilliseconds at the latest, since each file is then opened and read anew.
+//
+// Thread:    the host's thread only.
+// Ownership: a file that was found lives as long as somebody holds it.
+// Errors:    none; null for a file that is not remembered or has changed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/FileSystem.h"
+#include "platform/internal/FileStamp.h"
+#include "platform/internal/RecentlyUsed.h"
+
+namespace TesselServer {
+
+struct KnownFile {
+  std::string path;           // as the system takes it
+  std::string canonicalPath;  // OpenFile::CanonicalPath when it was read
+  FileStamp stamp;
+  std::shared_ptr<const std::string> contents;
+  std::int64_t openedAt = 0;  // milliseconds of the monotonic clock
+};
+
+class KnownFiles {
+ public:
+  // What all remembered files may take; those that were not asked for longest go first.
+  static constexpr std::size_t kMaxBytes = 16 * 1024 * 1024;
+  // The length up to which a file's contents are kept.
+  static constexpr std::int64_t kMaxFileBytes = 64 * 1024;
+  static constexpr std::int64_t kOpenAgainMilliseconds = 1000;
+
+  // `rootPath` as the system takes it, "" for none.
+  explicit KnownFiles(const std::string& rootPath) : rootPath_(rootPath) {}
+
+  // The file `name` ("/" separators) below the root, when it is remembered and still the same.
+  std::shared_ptr<const KnownFile> Find(std::string_view name);
+
+  // Reads and remembers `file`, which was opened by exactly this name. Null when it cannot be remembered.
+  std::shared_ptr<const KnownFile> Remember(std::string_view name, const OpenFile& file);
+
+  // What all of them take.
+  std::size_t Bytes() const { return files_.Bytes(); }
+
+ private:
+  std::string rootPath_;
+  RecentlyUsed<std::shared_ptr<const KnownFile>> files_{kMaxBytes};
+};
+
+}  // namespace TesselServer
