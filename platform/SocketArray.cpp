@@ -24,9 +24,10 @@ namespace TesselServer {
 
 namespace {
 
-// The notice that the listeners may have a free element now. Every other notice is a generation and an element's
-// number.
+// The notice that the listeners may have a free element now. Every notice but these two is a generation and an
+// element's number.
 constexpr std::uint64_t kResumeNotice = ~std::uint64_t{0};
+constexpr std::uint64_t kArrivalsNotice = kResumeNotice - 1;  // bytes that have arrived are still to be told of
 constexpr int kIndexBits = 16;
 
 Error SocketFailure(std::int32_t number) { return {number, std::string(SocketErrorText(number))}; }
@@ -59,6 +60,16 @@ bool SomebodyWaits(int listener) {
   queue.fd = listener;
   queue.events = POLLIN;
   return poll(&queue, 1, 0) == 1;
+}
+
+// The next connection of the listener's queue and its peer's address; below 0, with errno, when there is none to be
+// had.
+int AcceptFrom(int listener, std::uint32_t& address) {
+  sockaddr_in peer{};
+  socklen_t size = sizeof peer;
+  const int descriptor = accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  address = peer.sin_addr.s_addr;
+  return descriptor;
 }
 
 int OpenListener(std::uint32_t address, std::int32_t port) {
@@ -173,7 +184,8 @@ void SocketArray::SetState(Element& element, SocketState state) {
 void SocketArray::Shut(Element& element) {
   loop_.Unwatch(std::exchange(element.watch, 0));
   const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr &&
-                       (element.inputMayCome || !element.drained || HasUnread(element.descriptor));
+                       (element.inputMayCome || MayHaveUnread(element));
+  if (const int ahead = std::exchange(element.ahead, -1); ahead >= 0) close(ahead);
   const int descriptor = std::exchange(element.descriptor, -1);
   if (orderly) {
     lingering_.Take(descriptor);
@@ -187,10 +199,17 @@ void SocketArray::Shut(Element& element) {
   element.answerPending = false;
   element.inputMayCome = true;
   element.drained = true;
+  element.readIn = 0;
   element.sendFinished = false;
   element.outgoing.reset();
   element.generation = ++lastGeneration_;
   SetState(element, SocketState::kClosed);
+}
+
+bool SocketArray::MayHaveUnread(const Element& element) const {
+  if (!element.drained) return true;
+  const bool justRead = element.readIn == loop_.PassNumber() && loop_.PassMicroseconds() < kSoonMicroseconds;
+  return !justRead && HasUnread(element.descriptor);
 }
 
 void SocketArray::Close(std::int32_t index) {
@@ -249,6 +268,10 @@ void SocketArray::OnNotice(std::uint64_t cookie) {
     ResumeListeners();
     return;
   }
+  if (cookie == kArrivalsNotice) {
+    DeliverArrivals(false);
+    return;
+  }
   Element* element = Find(static_cast<std::int32_t>(cookie & ((1u << kIndexBits) - 1)));
   if (element == nullptr || element->generation != cookie >> kIndexBits || !element->sendFinished) return;
   ServeConnection(*element, false, false);
@@ -303,20 +326,46 @@ void SocketArray::OfferWaiting(std::int32_t index) {
 void SocketArray::ServeListener(Element& listener, bool known) {
   if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
   const std::uint64_t generation = listener.generation;
-  for (int left = kAcceptsPerTurn; left > 0 && (known || SomebodyWaits(listener.descriptor)); --left) {
-    known = false;
+  for (int taken = 0; taken < kAcceptsPerTurn; ++taken) {
+    if (!MayTakeAnother(listener)) break;
+    if (listener.generation != generation) return;
+    const bool first = taken == 0;
+    if (listener.ahead < 0 && !(first ? known || SomebodyWaits(listener.descriptor) : TakeAhead(listener))) break;
     const OfferResult result = Offer(listener);
     if (listener.generation != generation) return;
     if (result == OfferResult::kRefused || result == OfferResult::kFailed) {
       Pause(listener);
       // one that came free behind the owner's back, as it yielded: not to be waited out
       if (result == OfferResult::kRefused && freedMeanwhile_) loop_.Post(*this, kResumeNotice);
+      if (!loop_.PassIsLong()) DeliverArrivals(false);
       return;
     }
     if (result == OfferResult::kGone) break;
   }
   listener.paused = false;
   UpdateWatch(listener);
+  if (!loop_.PassIsLong()) DeliverArrivals(false);
+}
+
+// Whether there is an element for one more connection, and room for its bytes, beside those that have arrived. Where
+// there is not, these are served first.
+bool SocketArray::MayTakeAnother(const Element& listener) {
+  if (arrivalsBegin_ == arrivalsEnd_) return true;
+  constexpr std::size_t kNone = kMaxIndex + 1;
+  const Arrival& last = arrivals_[arrivalsEnd_ - 1];
+  const bool hasRoom = arrivalsEnd_ < arrivals_.size() && last.begin + last.size + kLeastRoom <= chunk_.size();
+  const bool hasElement = closed_.LowestFrom(static_cast<std::size_t>(listener.index) + 1, kNone) != kNone;
+  if (loop_.PassIsLong()) return false;
+  if (hasRoom && hasElement) return true;
+  DeliverArrivals(false);
+  return arrivalsBegin_ == arrivalsEnd_;
+}
+
+// Takes the next connection from the queue before it is offered, which tells at the same time whether there is one. A
+// lack of means is met with once more as the connection is taken, and told of there.
+bool SocketArray::TakeAhead(Element& listener) {
+  listener.ahead = AcceptFrom(listener.descriptor, listener.aheadAddress);
+  return listener.ahead >= 0 || IsShortage(errno);
 }
 
 SocketArray::OfferResult SocketArray::Offer(Element& listener) {
@@ -331,9 +380,46 @@ SocketArray::OfferResult SocketArray::Offer(Element& listener) {
   if (acceptFailed_) return OfferResult::kFailed;
   if (acceptGone_) return OfferResult::kGone;
   if (acceptedOn_ < 0) return OfferResult::kRefused;
-  // its bytes are there already (deferred accept), so it is served before the loop is asked to watch it
-  if (Element* accepted = FindConnected(acceptedOn_)) ServeConnection(*accepted, true, false);
+  if (Element* accepted = FindConnected(acceptedOn_)) FirstBytes(*accepted);
   return OfferResult::kTaken;
+}
+
+// Its bytes are there already (deferred accept), so they are read before the loop is asked to watch it.
+void SocketArray::FirstBytes(Element& element) {
+  if (element.outgoing != nullptr || element.sendFinished) {
+    ServeConnection(element, true, false);
+    return;
+  }
+  const bool alone = arrivalsBegin_ == arrivalsEnd_;
+  const std::size_t begin = alone ? 0 : arrivals_[arrivalsEnd_ - 1].begin + arrivals_[arrivalsEnd_ - 1].size;
+  const std::int64_t count = Receive(element, begin);
+  if (count <= 0) {
+    const std::uint64_t generation = element.generation;
+    EndOfReading(element, count);
+    AfterNotifications(element, generation);
+    return;
+  }
+  if (alone) {
+    arrivalsBegin_ = arrivalsEnd_ = 0;
+    loop_.Post(*this, kArrivalsNotice);  // for whoever yields before they are told of, and in case the time runs out
+  }
+  arrivals_[arrivalsEnd_++] = {element.index, element.generation, begin, static_cast<std::size_t>(count)};
+}
+
+// Tells of what has arrived: of the first in any case, of the rest until the pass has taken its time or, with `all`, to
+// the end. As long as there is a rest a notice for it is under way.
+void SocketArray::DeliverArrivals(bool all) {
+  for (bool first = true; arrivalsBegin_ != arrivalsEnd_; first = false) {
+    if (!all && !first && loop_.PassIsLong()) {
+      loop_.Post(*this, kArrivalsNotice);
+      return;
+    }
+    const Arrival next = arrivals_[arrivalsBegin_++];
+    Element* element = Find(next.index);
+    if (element == nullptr || element->generation != next.generation) continue;
+    Hear(*element, next.begin, next.size);
+    if (Element* same = Find(next.index)) AfterNotifications(*same, next.generation);
+  }
 }
 
 void SocketArray::Pause(Element& listener) {
@@ -356,16 +442,15 @@ SocketArray::AcceptResult SocketArray::Accept(std::int32_t index, std::int32_t r
   Element* element = Find(index);
   if (offered_ == nullptr || requestID != lastRequest_ || acceptedOn_ >= 0) return AcceptResult::kGone;
   if (element == nullptr || element->state != SocketState::kClosed) return AcceptResult::kFailed;
-  sockaddr_in peer{};
-  socklen_t size = sizeof peer;
-  const int descriptor =
-      accept4(offered_->descriptor, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  std::uint32_t address = offered_->aheadAddress;
+  int descriptor = std::exchange(offered_->ahead, -1);
+  if (descriptor < 0) descriptor = AcceptFrom(offered_->descriptor, address);
   if (descriptor < 0) {
     (IsShortage(errno) ? acceptFailed_ : acceptGone_) = true;
     return acceptFailed_ ? AcceptResult::kFailed : AcceptResult::kGone;
   }
   element->descriptor = descriptor;
-  element->peerAddress = peer.sin_addr.s_addr;
+  element->peerAddress = address;
   element->generation = ++lastGeneration_;
   SetState(*element, SocketState::kConnected);
   acceptedOn_ = index;
@@ -380,18 +465,47 @@ void SocketArray::ServeConnection(Element& element, bool readable, bool writable
   if (writable && element.outgoing != nullptr && !Write(element)) return;
   if (same() && element.sendFinished) FinishSend(element);
   if (same() && readable && element.state == SocketState::kConnected && !element.peerEnded) Read(element);
-  if (same() && element.sendFinished) FinishSend(element);
-  if (same() && !UpdateWatch(element)) Fail(element, ENOBUFS);
+  AfterNotifications(element, generation);
+}
+
+// What an element is due when its owner has heard of its bytes, or of their end.
+void SocketArray::AfterNotifications(Element& element, std::uint64_t generation) {
+  if (element.generation == generation && element.sendFinished) FinishSend(element);
+  if (element.generation == generation && !UpdateWatch(element)) Fail(element, ENOBUFS);
+}
+
+// Reads into the chunk from `begin` on.
+std::int64_t SocketArray::Receive(Element& element, std::size_t begin) {
+  const std::size_t room = chunk_.size() - begin;
+  const ssize_t count = recv(element.descriptor, chunk_.data() + begin, room, MSG_DONTWAIT);
+  if (count > 0) {
+    element.drained = static_cast<std::size_t>(count) < room;
+    element.readIn = loop_.PassNumber();
+  }
+  return count;
 }
 
 void SocketArray::Read(Element& element) {
-  const ssize_t count = recv(element.descriptor, chunk_.data(), chunk_.size(), MSG_DONTWAIT);
+  const std::uint64_t generation = element.generation;
+  DeliverArrivals(true);  // they lie in the chunk
+  if (element.generation != generation || element.state != SocketState::kConnected) return;
+  const std::int64_t count = Receive(element, 0);
   if (count > 0) {
-    element.drained = static_cast<std::size_t>(count) < chunk_.size();
-    chunkSize_ = static_cast<std::size_t>(count);
-    chunkIndex_ = element.index;
-    owner_.DataArrival(element.index, count);
-  } else if (count == 0) {
+    Hear(element, 0, static_cast<std::size_t>(count));
+  } else {
+    EndOfReading(element, count);
+  }
+}
+
+void SocketArray::Hear(Element& element, std::size_t begin, std::size_t size) {
+  heard_ = {chunk_.data() + begin, size};
+  heardIndex_ = element.index;
+  owner_.DataArrival(element.index, static_cast<std::int64_t>(size));
+}
+
+// After a read that brought nothing: `count` 0, or below 0 with errno.
+void SocketArray::EndOfReading(Element& element, std::int64_t count) {
+  if (count == 0) {
     PeerEnded(element);
   } else if (errno == EAGAIN || errno == EINTR) {
     element.drained = true;
@@ -401,8 +515,8 @@ void SocketArray::Read(Element& element) {
 }
 
 std::string_view SocketArray::GetData(std::int32_t index) {
-  if (index != chunkIndex_) return {};
-  return {chunk_.data(), chunkSize_};
+  if (index != heardIndex_) return {};
+  return heard_;
 }
 
 void SocketArray::PeerEnded(Element& element) {
@@ -433,26 +547,23 @@ void SocketArray::InputMayCome(std::int32_t index, bool mayCome) {
   if (Element* element = FindConnected(index)) element->inputMayCome = mayCome;
 }
 
-void SocketArray::SendData(std::int32_t index, Answer answer) {
+void SocketArray::SendData(std::int32_t index, Answer answer, AfterSend after) {
   Element* element = FindConnected(index);
   if (element == nullptr || element->outgoing != nullptr || element->sendFinished) {
     throw SocketFailure(SocketErrorNumber::kNotConnected);
   }
-  element->outgoing = std::make_unique<Outgoing>(std::move(answer));
-  const Outgoing::Result result = element->outgoing->Step(element->descriptor);
-  if (result == Outgoing::Result::kFailed) {
-    const int error = element->outgoing->Error();
-    element->outgoing.reset();
-    throw SystemError(error);
-  }
+  Outgoing outgoing(std::move(answer), after == AfterSend::kCloses);
+  const Outgoing::Result result = outgoing.Step(element->descriptor);
+  if (result == Outgoing::Result::kFailed) throw SystemError(outgoing.Error());
   if (result == Outgoing::Result::kDone) {
-    element->outgoing.reset();
     element->sendFinished = true;
     loop_.Post(*this, element->generation << kIndexBits | static_cast<std::uint64_t>(index));
-  } else if (!UpdateWatch(*element)) {
-    element->outgoing.reset();
-    throw SystemError(ENOBUFS);
+    return;
   }
+  element->outgoing = std::make_unique<Outgoing>(std::move(outgoing));
+  if (UpdateWatch(*element)) return;
+  element->outgoing.reset();
+  throw SystemError(ENOBUFS);
 }
 
 // The next step of an answer that did not go out at once. False when the element failed.

@@ -63,8 +63,14 @@ class SocketArray : private LoopClient {
  public:
   // A notification of data carries at most this many bytes; it is also what one connection may read in a turn.
   static constexpr std::size_t kChunkBytes = 64 * 1024;
-  // So many connections are taken from the listener's queue in one go before others have their turn.
+  // So many connections are taken from the listener's queue in one go before others have their turn. They are taken and
+  // read together and then served one after the other.
   static constexpr int kAcceptsPerTurn = 32;
+  // No further connection is taken together with others when there is less room for its bytes.
+  static constexpr std::size_t kLeastRoom = 8 * 1024;
+  // A connection that is closed so soon after it was read, in the same pass of the loop, is not asked whether more has
+  // come: what comes in that time is as late as what comes after the close.
+  static constexpr std::int64_t kSoonMicroseconds = 2000;
   // How soon a connection that found no element is offered again, and how long a lack of descriptors is waited out.
   static constexpr std::int32_t kOfferAgainMilliseconds = 250;
   // A connection that sends nothing is kept by the kernel alone for about so long (TCP_DEFER_ACCEPT, tcp(7)).
@@ -128,9 +134,12 @@ class SocketArray : private LoopClient {
   // The bytes that DataArrival told of; valid until the next notification.
   std::string_view GetData(std::int32_t index);
 
+  // What the owner does when SendComplete is raised: with kCloses the last bytes and the end of the connection leave in
+  // one segment, which spares both sides a packet.
+  enum class AfterSend { kStaysOpen, kCloses };
   // Hands over the whole answer; SendComplete follows when it has gone, or SocketError. Raises Error 10057 when the
   // element carries no connection or is sending already, and the socket error when the peer is known to have gone.
-  void SendData(std::int32_t index, Answer answer);
+  void SendData(std::int32_t index, Answer answer, AfterSend after = AfterSend::kStaysOpen);
 
   // While set, an answer is being produced: an element whose peer closes its side stays connected, for a client may
   // send its request and close its side before it reads. Cleared: the state follows.
@@ -163,16 +172,26 @@ class SocketArray : private LoopClient {
     std::uint32_t localAddress = 0;  // network byte order, 0 = all
     std::int32_t localPort = 0;
     bool paused = false;  // a connection found no element: not heard until one is free
+    int ahead = -1;       // a connection that was taken from the queue and not yet by an element
+    std::uint32_t aheadAddress = 0;
     // connected
     std::uint32_t peerAddress = 0;
     bool peerEnded = false;
     bool answerPending = false;
     bool inputMayCome = true;
     bool drained = true;        // the last read took all there was
+    std::uint64_t readIn = 0;   // the pass of the loop in which that was
     bool sendFinished = false;  // SendComplete is due
     std::unique_ptr<Outgoing> outgoing;
   };
   enum class OfferResult { kTaken, kRefused, kGone, kFailed };
+  // Bytes that were read as their connection was taken, and of which the owner has not heard yet.
+  struct Arrival {
+    std::int32_t index = 0;
+    std::uint64_t generation = 0;
+    std::size_t begin = 0;  // within chunk_
+    std::size_t size = 0;
+  };
 
   void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
   void OnNotice(std::uint64_t cookie) override;
@@ -181,16 +200,25 @@ class SocketArray : private LoopClient {
   const Element* Find(std::int32_t index) const;
   Element* FindConnected(std::int32_t index);
   void SetState(Element& element, SocketState state);
+  bool MayHaveUnread(const Element& element) const;
   void Shut(Element& element);
   std::uint32_t WantedEvents(const Element& element) const;
   bool UpdateWatch(Element& element);
   void ResumeListeners();
 
   void ServeListener(Element& listener, bool known);
+  bool MayTakeAnother(const Element& listener);
+  bool TakeAhead(Element& listener);
+  void FirstBytes(Element& element);
+  void DeliverArrivals(bool all);
+  void Hear(Element& element, std::size_t begin, std::size_t size);
   OfferResult Offer(Element& listener);
   void Pause(Element& listener);
   void ServeConnection(Element& element, bool readable, bool writable);
+  void AfterNotifications(Element& element, std::uint64_t generation);
+  std::int64_t Receive(Element& element, std::size_t begin);
   void Read(Element& element);
+  void EndOfReading(Element& element, std::int64_t count);
   void PeerEnded(Element& element);
   void FollowPeer(Element& element);
   bool Write(Element& element);
@@ -214,9 +242,12 @@ class SocketArray : private LoopClient {
   bool acceptFailed_ = false;
   bool freedMeanwhile_ = false;  // an element came free while the connection was being offered
 
-  std::array<char, kChunkBytes> chunk_;
-  std::size_t chunkSize_ = 0;
-  std::int32_t chunkIndex_ = -1;
+  std::array<char, kChunkBytes> chunk_;  // what the latest reads have brought
+  std::array<Arrival, kAcceptsPerTurn> arrivals_;
+  std::size_t arrivalsBegin_ = 0;
+  std::size_t arrivalsEnd_ = 0;
+  std::string_view heard_;  // the part of chunk_ that is told of
+  std::int32_t heardIndex_ = -1;
 };
 
 }  // namespace TesselServer

@@ -91,6 +91,11 @@ class RealWorld final : public World {
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
   }
 
+  std::int64_t MonotonicMicroseconds() const override {
+    const timespec now = Read(CLOCK_MONOTONIC);
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+  }
+
   std::int64_t UtcSeconds() const override { return Read(CLOCK_REALTIME).tv_sec; }
 
   std::int32_t BiasMinutes(std::int64_t utcSeconds) const override {

@@ -12,7 +12,9 @@ bool Sending::SendData(std::int32_t Index, Answer answer) {
   if (const auto slots = state_.slots) {
     if (Slot* slot = slots->At(Index)) slot->LastActivity = state_.world.UtcSeconds();
   }
-  return state_.reporter.Trap(ErrorPrefix::kSendData, [&] { state_.sckWS.SendData(Index, std::move(answer)); });
+  return state_.reporter.Trap(ErrorPrefix::kSendData, [&] {
+    state_.sckWS.SendData(Index, std::move(answer), SocketArray::AfterSend::kCloses);
+  });
 }
 
 void Sending::SendComplete(std::int32_t Index) {

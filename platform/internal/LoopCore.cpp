@@ -47,6 +47,7 @@ class LoopCore::Nesting {
   ~Nesting() {
     if (--core_.depth_ > 0) return;
     core_.nowValid_ = false;
+    ++core_.passNumber_;
     core_.Empty();
     core_.Announce();
   }
@@ -67,6 +68,13 @@ std::int64_t LoopCore::Now() const { return nowValid_ ? now_ : world_.MonotonicM
 
 // ---- Turns.
 
+std::int64_t LoopCore::PassMicroseconds() const { return world_.MonotonicMicroseconds() - passBegan_; }
+
+void LoopCore::BeginPass() {
+  ++passNumber_;
+  passBegan_ = world_.MonotonicMicroseconds();
+}
+
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) {
     Pass();
@@ -75,8 +83,10 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   const Nesting nesting(*this);
   now_ = world_.MonotonicMilliseconds();
   nowValid_ = true;
-  Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
+  // what the last turn had no time for comes first; it would be told of again
+  if (!KnowsEvents()) Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
   now_ = world_.MonotonicMilliseconds();
+  BeginPass();
   const bool delivered = Deliver();
   return ServeTimers() || delivered;
 }
@@ -89,6 +99,7 @@ void LoopCore::Pass() {
   if (depth_ > EventLoop::kMaxNesting) return;
   const Nesting nesting(*this);
   if (!KnowsWork()) Ask(0);
+  BeginPass();
   Deliver();
 }
 
@@ -153,7 +164,8 @@ bool LoopCore::Deliver() {
 
 bool LoopCore::DeliverEvents() {
   bool delivered = false;
-  for (std::size_t left = fetched_.size() - fetchedNext_; left > 0 && fetchedNext_ < fetched_.size(); --left) {
+  for (std::size_t left = fetched_.size() - fetchedNext_; left > 0 && KnowsEvents(); --left) {
+    if (delivered && PassIsLong()) break;
     const Fetched next = fetched_[fetchedNext_++];
     WatchEntry* entry = Find(next.watch);
     if (entry == nullptr) continue;  // closed since
@@ -166,6 +178,7 @@ bool LoopCore::DeliverEvents() {
 bool LoopCore::DeliverNotices() {
   bool delivered = false;
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
+    if (delivered && PassIsLong()) break;
     const Notice next = notices_.front();
     notices_.pop_front();
     delivered = true;

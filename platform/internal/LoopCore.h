@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/EventLoop.h"
 #include "platform/Timer.h"
 #include "platform/internal/UniqueDescriptor.h"
 
@@ -57,6 +58,14 @@ class LoopCore {
   std::int64_t Now() const;
 
   // ---- Turns.
+
+  // Whether the present pass, a turn or what was yielded inside one, has taken its time (kMicrosecondsPerTurn). Who has
+  // a queue of its own to deliver leaves the rest to the next.
+  bool PassIsLong() const { return depth_ > 0 && PassMicroseconds() >= EventLoop::kMicrosecondsPerTurn; }
+  std::int64_t PassMicroseconds() const;
+  // Another number for each pass, and for the time between them.
+  std::uint64_t PassNumber() const { return passNumber_; }
+
   bool Turn(std::int32_t milliseconds);
   void Pass();
   void Run();
@@ -99,7 +108,9 @@ class LoopCore {
   class Nesting;
 
   WatchEntry* Find(WatchId watch);
-  bool KnowsWork() const { return fetchedNext_ < fetched_.size() || !notices_.empty(); }
+  bool KnowsEvents() const { return fetchedNext_ < fetched_.size(); }
+  bool KnowsWork() const { return KnowsEvents() || !notices_.empty(); }
+  void BeginPass();
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
   void Ask(std::int32_t milliseconds);
   bool Deliver();
@@ -119,6 +130,8 @@ class LoopCore {
   int depth_ = 0;
   std::int64_t now_ = 0;
   bool nowValid_ = false;
+  std::uint64_t passNumber_ = 0;
+  std::int64_t passBegan_ = 0;  // microseconds
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;

@@ -39,7 +39,8 @@ void ReadSmallFile(Answer& answer) {
 
 }  // namespace
 
-Outgoing::Outgoing(Answer answer) : answer_(std::move(answer)), total_(answer_.Size()) {
+Outgoing::Outgoing(Answer answer, bool closeFollows)
+    : answer_(std::move(answer)), closeFollows_(closeFollows), total_(answer_.Size()) {
   ReadSmallFile(answer_);
   headSize_ = static_cast<std::int64_t>(answer_.head.size());
   textSize_ = headSize_ + static_cast<std::int64_t>(TextOf(answer_).size());
@@ -66,7 +67,7 @@ Outgoing::Result Outgoing::SendText(int socket) {
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();
-  const int more = textSize_ < total_ ? MSG_MORE : 0;
+  const int more = textSize_ < total_ || closeFollows_ ? MSG_MORE : 0;
   ssize_t count = 0;
   do {
     count = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT | more);

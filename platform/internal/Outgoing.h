@@ -25,7 +25,10 @@ class Outgoing {
     kFailed,   // see Error()
   };
 
-  explicit Outgoing(Answer answer);
+  // `closeFollows`: the socket is closed, or its write side shut down, as soon as the last byte is taken. The kernel
+  // then keeps back the last bytes of a text until the close, so that they and the end leave in one segment (MSG_MORE,
+  // send(2)); it keeps them 200 ms at most.
+  explicit Outgoing(Answer answer, bool closeFollows = false);
 
   // Sends what the kernel takes.
   Result Step(int socket);
@@ -39,6 +42,7 @@ class Outgoing {
   Result Failed(int error);
 
   Answer answer_;
+  bool closeFollows_;
   std::int64_t headSize_ = 0;
   std::int64_t textSize_ = 0;  // head and a body of text
   std::int64_t sent_ = 0;

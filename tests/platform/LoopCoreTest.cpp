@@ -148,6 +148,64 @@ TEST_F(LoopCoreTest, OneTurnTakesABoundedNumberOfEvents) {
   EXPECT_EQ(std::count(served.begin(), served.end(), true), static_cast<std::ptrdiff_t>(kMany));
 }
 
+TEST_F(LoopCoreTest, ATurnThatHasTakenItsTimeLeavesTheRestToTheNext) {
+  ear.onEvents = [this](std::uint64_t cookie) {
+    heard += std::to_string(cookie);
+    pipes[cookie].Drain();
+    world.Advance(1);
+  };
+  int ticks = 0;
+  Timer timer(loop);
+  timer.Interval(1);
+  timer.OnTick([&] { ++ticks; });
+  timer.Enabled(true);
+  std::string order;
+  for (std::size_t i = 0; i < 4; ++i) {
+    ear.Watch(pipes[i], i);
+    pipes[i].Fill();
+  }
+  for (int turn = 1; turn <= 4; ++turn) {
+    EXPECT_EQ(Turn().size(), 1u) << turn;
+    EXPECT_EQ(ticks, turn - 1) << "the host's timers have their turn in between";
+    order += heard;
+  }
+  std::sort(order.begin(), order.end());
+  EXPECT_EQ(order, "0123") << "each once";
+  EXPECT_EQ(Turn(), "");
+}
+
+TEST_F(LoopCoreTest, NoticesAreLeftToTheNextTurnAsWellAndEventsDoNotStarveThem) {
+  ear.onEvents = [this](std::uint64_t cookie) {
+    heard += std::to_string(cookie);
+    world.Advance(1);
+  };
+  ear.onNotice = [this](std::uint64_t cookie) {
+    heard += "n" + std::to_string(cookie);
+    world.Advance(1);
+  };
+  ear.Watch(pipes[0], 0);
+  pipes[0].Fill();  // and never drained
+  core.Post(ear, 7);
+  core.Post(ear, 8);
+  EXPECT_EQ(Turn(), "0n7");
+  EXPECT_EQ(Turn(), "0n8");
+  EXPECT_EQ(Turn(), "0");
+}
+
+TEST_F(LoopCoreTest, WhoeverYieldsHasTimeOfItsOwn) {
+  ear.onEvents = [this](std::uint64_t cookie) {
+    heard += std::to_string(cookie);
+    pipes[cookie].Drain();
+    world.Advance(1000);
+    if (heard.size() == 1) loop.DoEvents();
+  };
+  for (std::size_t i = 0; i < 2; ++i) {
+    ear.Watch(pipes[i], i);
+    pipes[i].Fill();
+  }
+  EXPECT_EQ(Turn().size(), 2u);
+}
+
 // ---- Notices.
 
 TEST_F(LoopCoreTest, ANoticeComesOnceInTheNextTurn) {

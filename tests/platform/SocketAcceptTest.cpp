@@ -66,7 +66,108 @@ TEST_F(SocketAcceptTest, EachConnectionIsToldOfOnce) {
   const auto first = Waiting();
   const auto second = Waiting();
   Kit::Settle(loop);
-  EXPECT_EQ(owner.heard, (std::vector<std::string>{"request 1", "data 2 5", "request 1", "data 3 5"}));
+  EXPECT_EQ(owner.heard, (std::vector<std::string>{"request 1", "request 1", "data 2 5", "data 3 5"}));
+}
+
+TEST_F(SocketAcceptTest, ThoseTakenTogetherAreServedInTheirOrderWithTheirOwnBytes) {
+  constexpr int kMany = SocketArray::kAcceptsPerTurn;
+  for (std::int32_t i = 4; i < 2 + kMany; ++i) sockets.Load(i);
+  std::vector<std::unique_ptr<Kit::RawClient>> clients;
+  std::vector<std::string> expected;
+  for (int i = 0; i < kMany; ++i) {
+    clients.push_back(std::make_unique<Kit::RawClient>(port));
+    const std::string bytes(static_cast<std::size_t>(1 + i * 500), static_cast<char>('!' + i));  // not all fit at once
+    send(clients.back()->Descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    expected.push_back(bytes);
+  }
+  Kit::Settle(loop);
+  for (int i = 0; i < kMany; ++i) EXPECT_EQ(owner.received[2 + i], expected[static_cast<std::size_t>(i)]) << i;
+}
+
+TEST_F(SocketAcceptTest, WhoeverYieldsLetsThoseTakenTogetherBeServed) {
+  std::string servedInside;
+  owner.onData = [&](std::int32_t index) {
+    if (index != 2) return;
+    EXPECT_EQ(owner.received[3], "");
+    loop.DoEvents();
+    servedInside = owner.received[3];
+  };
+  const auto first = Waiting();
+  const auto second = Waiting();
+  Kit::Settle(loop);
+  EXPECT_EQ(servedInside, "hello");
+  EXPECT_EQ(Served(), 2u);
+}
+
+TEST_F(SocketAcceptTest, NewClientsAreServedInsideAHandlerThatYieldsWhileOthersHaveArrived) {
+  for (std::int32_t i = 4; i < 10; ++i) sockets.Load(i);
+  std::unique_ptr<Kit::RawClient> third;
+  owner.onData = [&](std::int32_t index) {
+    if (index != 2 || third) return;
+    third = std::make_unique<Kit::RawClient>(port);
+    send(third->Descriptor(), "third", 5, MSG_NOSIGNAL);
+    for (int i = 0; i < 3; ++i) loop.DoEvents();
+    EXPECT_EQ(owner.received[3], "hello");
+    EXPECT_EQ(owner.received[4], "third");
+  };
+  const auto first = Waiting();
+  const auto second = Waiting();
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[4], "third");
+}
+
+TEST_F(SocketAcceptTest, WhenATurnHasTakenItsTimeTheRestIsServedInTheNext) {
+  constexpr std::size_t kMany = 8;
+  for (std::int32_t i = 4; i < 10; ++i) sockets.Load(i);
+  std::size_t served = 0;
+  owner.onData = [&](std::int32_t) {
+    ++served;
+    world.Advance(1);
+  };
+  std::vector<std::unique_ptr<Kit::RawClient>> clients;
+  for (std::size_t i = 0; i < kMany; ++i) clients.push_back(Waiting());
+  for (std::size_t before = 0; before < kMany; before = served) {
+    loop.RunOnce(1000);
+    EXPECT_GT(served, before);
+    EXPECT_LE(served, before + 2) << "one as an event and one as a notice";
+  }
+  Kit::Settle(loop);
+  EXPECT_EQ(served, kMany);
+}
+
+TEST_F(SocketAcceptTest, OneThatWasTakenAheadAndRefusedIsServedBeforeThoseBehindIt) {
+  int refusals = 0;
+  owner.onRequest = [&](std::int32_t request) {
+    if (owner.sockets.State(2) == SocketState::kConnected && refusals++ == 0) return;
+    owner.Take(request);
+  };
+  sockets.Load(4);
+  const auto first = Waiting();
+  const Kit::RawClient second(port);
+  send(second.Descriptor(), "second", 6, MSG_NOSIGNAL);
+  const Kit::RawClient third(port);
+  send(third.Descriptor(), "third", 5, MSG_NOSIGNAL);
+  Kit::Settle(loop);
+  EXPECT_EQ(refusals, 1);
+  EXPECT_EQ(owner.received[3], "");
+  world.Advance(SocketArray::kOfferAgainMilliseconds);
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[3], "second");
+  EXPECT_EQ(owner.received[4], "third");
+}
+
+TEST_F(SocketAcceptTest, OneThatWasTakenAheadEndsWithItsListener) {
+  owner.onRequest = [&](std::int32_t request) {
+    if (owner.sockets.State(2) != SocketState::kConnected) owner.Take(request);
+  };
+  const auto first = Waiting();
+  const auto second = Waiting();
+  Kit::Settle(loop);
+  ASSERT_EQ(Served(), 1u);
+  sockets.Close(1);
+  Kit::Settle(loop);
+  EXPECT_TRUE(second->Poll());
+  EXPECT_FALSE(first->Poll());
 }
 
 TEST_F(SocketAcceptTest, AClientThatCloseItsSideWithoutAWordIsHeardToClose) {

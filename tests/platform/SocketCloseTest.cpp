@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +17,14 @@
 
 namespace TesselServer {
 namespace {
+
+// What the kernel tells of a connection (TCP_INFO, tcp(7)), as far as it is asked for here; the C library's own record
+// is shorter.
+struct TcpFacts {
+  tcp_info beginning;
+  std::uint64_t rates[2], bytes[2];
+  std::uint32_t segmentsOut, segmentsIn;
+};
 
 class SocketCloseTest : public testing::Test {
  protected:
@@ -236,6 +247,42 @@ TEST_F(SocketCloseTest, NoEndOfAConnectionLeavesADescriptorBehind) {
     Kit::Settle(loop);
     EXPECT_EQ(Kit::CountDescriptors(), before) << c.what;
   }
+}
+
+// ---- Together with the answer.
+
+TEST_F(SocketCloseTest, WhereTheCloseFollowsTheAnswerAndTheEndComeInOneSegment) {
+  using AfterSend = SocketArray::AfterSend;
+  const auto segmentsOf = [&](AfterSend after) {
+    const auto client = Connect();
+    sockets.InputMayCome(2, false);
+    owner.onSent = [&](std::int32_t index) { sockets.Reload(index); };
+    sockets.SendData(2, Kit::TextAnswer("answer"), after);
+    EXPECT_EQ(client->ReceiveAll(loop), "answer");
+    EXPECT_FALSE(client->WasReset());
+    TcpFacts facts{};
+    socklen_t size = sizeof facts;
+    EXPECT_EQ(getsockopt(client->Descriptor(), IPPROTO_TCP, TCP_INFO, &facts, &size), 0);
+    EXPECT_EQ(size, sizeof facts);
+    return facts.segmentsIn;
+  };
+  EXPECT_EQ(segmentsOf(AfterSend::kCloses) + 1, segmentsOf(AfterSend::kStaysOpen));
+}
+
+TEST_F(SocketCloseTest, WhereTheCloseDoesNotFollowAfterAllTheAnswerGoesOutByItself) {
+  const auto client = Connect();
+  sockets.SendData(2, Kit::TextAnswer("answer"), SocketArray::AfterSend::kCloses);
+  EXPECT_TRUE(Kit::RunUntil(loop, [&] { return client->Poll() || client->Received() == "answer"; }));
+  EXPECT_EQ(client->Received(), "answer");
+  EXPECT_FALSE(client->Ended());
+}
+
+TEST_F(SocketCloseTest, AnOrderlyCloseLetsTheAnswerGoAtOnceToo) {
+  const auto client = Connect();
+  owner.onSent = [&](std::int32_t index) { sockets.Reload(index); };
+  sockets.SendData(2, Kit::TextAnswer("answer"), SocketArray::AfterSend::kCloses);
+  EXPECT_EQ(client->ReceiveAll(loop), "answer");
+  EXPECT_EQ(sockets.LingeringCount(), 1u);
 }
 
 }  // namespace
