@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <string>
 
 #include "files/cls_DirListing.h"
+#include "platform/DirectoryMemory.h"
 #include "platform/FileSystem.h"
 #include "platform/World.h"
 
@@ -43,12 +45,12 @@ class FilledFolder {
   fs::path path_;
 };
 
-void ListFolder(benchmark::State& state) {
+void List(benchmark::State& state, DirectoryMemory* memory) {
   const FilledFolder folder(state.range(0));
   const OpenFile directory = folder.Open();
   std::size_t bytes = 0;
   for (auto _ : state) {
-    cls_DirListing listing(SystemWorld(), directory, {"htaccess.txt", {}, {}});
+    cls_DirListing listing(SystemWorld(), directory, {"htaccess.txt", {}, {}}, memory);
     std::string localDir = "/srv/www/folder";
     std::string urlPath = "/folder/";
     bytes = listing.GetDirListing(localDir, urlPath, "My server").size();
@@ -57,7 +59,17 @@ void ListFolder(benchmark::State& state) {
   state.counters["per_entry"] = benchmark::Counter(
       static_cast<double>(state.range(0)), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
+
+// A folder that is read.
+void ListFolder(benchmark::State& state) { List(state, nullptr); }
 BENCHMARK(ListFolder)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+
+// One that is remembered, as it is once the latest change is two seconds old.
+void ListRememberedFolder(benchmark::State& state) {
+  DirectoryMemory memory([]() -> std::int64_t { return std::numeric_limits<std::int64_t>::max(); });
+  List(state, &memory);
+}
+BENCHMARK(ListRememberedFolder)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace TesselServer

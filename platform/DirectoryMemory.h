@@ -23,7 +23,7 @@ class FolderRecord;
 //   DirectoryReader files(folder, EntryKind::kFile, &memory);
 class DirectoryMemory {
  public:
-  // All records together, a hundred thousand names and more. Those that were not used for longest go first; a folder
+  // All records together, some 130,000 names. Those that were not used for longest go first; a folder
   // that is longer by itself is not remembered.
   static constexpr std::size_t kMaxBytes = 8 * 1024 * 1024;
 
