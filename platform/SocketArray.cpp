@@ -184,7 +184,7 @@ void SocketArray::SetState(Element& element, SocketState state) {
 void SocketArray::Shut(Element& element) {
   loop_.Unwatch(std::exchange(element.watch, 0));
   const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr &&
-                       (element.inputMayCome || MayHaveUnread(element));
+                       (element.inputMayCome || !element.drained || HasUnread(element.descriptor));
   if (const int ahead = std::exchange(element.ahead, -1); ahead >= 0) close(ahead);
   const int descriptor = std::exchange(element.descriptor, -1);
   if (orderly) {
@@ -199,17 +199,10 @@ void SocketArray::Shut(Element& element) {
   element.answerPending = false;
   element.inputMayCome = true;
   element.drained = true;
-  element.readIn = 0;
   element.sendFinished = false;
   element.outgoing.reset();
   element.generation = ++lastGeneration_;
   SetState(element, SocketState::kClosed);
-}
-
-bool SocketArray::MayHaveUnread(const Element& element) const {
-  if (!element.drained) return true;
-  const bool justRead = element.readIn == loop_.PassNumber() && loop_.PassMicroseconds() < kSoonMicroseconds;
-  return !justRead && HasUnread(element.descriptor);
 }
 
 void SocketArray::Close(std::int32_t index) {
@@ -478,10 +471,7 @@ void SocketArray::AfterNotifications(Element& element, std::uint64_t generation)
 std::int64_t SocketArray::Receive(Element& element, std::size_t begin) {
   const std::size_t room = chunk_.size() - begin;
   const ssize_t count = recv(element.descriptor, chunk_.data() + begin, room, MSG_DONTWAIT);
-  if (count > 0) {
-    element.drained = static_cast<std::size_t>(count) < room;
-    element.readIn = loop_.PassNumber();
-  }
+  if (count > 0) element.drained = static_cast<std::size_t>(count) < room;
   return count;
 }
 

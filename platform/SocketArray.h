@@ -68,9 +68,6 @@ class SocketArray : private LoopClient {
   static constexpr int kAcceptsPerTurn = 32;
   // No further connection is taken together with others when there is less room for its bytes.
   static constexpr std::size_t kLeastRoom = 8 * 1024;
-  // A connection that is closed so soon after it was read, in the same pass of the loop, is not asked whether more has
-  // come: what comes in that time is as late as what comes after the close.
-  static constexpr std::int64_t kSoonMicroseconds = 2000;
   // How soon a connection that found no element is offered again, and how long a lack of descriptors is waited out.
   static constexpr std::int32_t kOfferAgainMilliseconds = 250;
   // A connection that sends nothing is kept by the kernel alone for about so long (TCP_DEFER_ACCEPT, tcp(7)).
@@ -180,7 +177,6 @@ class SocketArray : private LoopClient {
     bool answerPending = false;
     bool inputMayCome = true;
     bool drained = true;        // the last read took all there was
-    std::uint64_t readIn = 0;   // the pass of the loop in which that was
     bool sendFinished = false;  // SendComplete is due
     std::unique_ptr<Outgoing> outgoing;
   };
@@ -200,7 +196,6 @@ class SocketArray : private LoopClient {
   const Element* Find(std::int32_t index) const;
   Element* FindConnected(std::int32_t index);
   void SetState(Element& element, SocketState state);
-  bool MayHaveUnread(const Element& element) const;
   void Shut(Element& element);
   std::uint32_t WantedEvents(const Element& element) const;
   bool UpdateWatch(Element& element);

@@ -47,7 +47,6 @@ class LoopCore::Nesting {
   ~Nesting() {
     if (--core_.depth_ > 0) return;
     core_.nowValid_ = false;
-    ++core_.passNumber_;
     core_.Empty();
     core_.Announce();
   }
@@ -70,10 +69,7 @@ std::int64_t LoopCore::Now() const { return nowValid_ ? now_ : world_.MonotonicM
 
 std::int64_t LoopCore::PassMicroseconds() const { return world_.MonotonicMicroseconds() - passBegan_; }
 
-void LoopCore::BeginPass() {
-  ++passNumber_;
-  passBegan_ = world_.MonotonicMicroseconds();
-}
+void LoopCore::BeginPass() { passBegan_ = world_.MonotonicMicroseconds(); }
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) {

@@ -62,9 +62,6 @@ class LoopCore {
   // Whether the present pass, a turn or what was yielded inside one, has taken its time (kMicrosecondsPerTurn). Who has
   // a queue of its own to deliver leaves the rest to the next.
   bool PassIsLong() const { return depth_ > 0 && PassMicroseconds() >= EventLoop::kMicrosecondsPerTurn; }
-  std::int64_t PassMicroseconds() const;
-  // Another number for each pass, and for the time between them.
-  std::uint64_t PassNumber() const { return passNumber_; }
 
   bool Turn(std::int32_t milliseconds);
   void Pass();
@@ -110,6 +107,7 @@ class LoopCore {
   WatchEntry* Find(WatchId watch);
   bool KnowsEvents() const { return fetchedNext_ < fetched_.size(); }
   bool KnowsWork() const { return KnowsEvents() || !notices_.empty(); }
+  std::int64_t PassMicroseconds() const;
   void BeginPass();
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
   void Ask(std::int32_t milliseconds);
@@ -130,7 +128,6 @@ class LoopCore {
   int depth_ = 0;
   std::int64_t now_ = 0;
   bool nowValid_ = false;
-  std::uint64_t passNumber_ = 0;
   std::int64_t passBegan_ = 0;  // microseconds
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
