@@ -152,6 +152,26 @@ TEST_F(ManyClientsTest, AThousandRequestsLeaveNoDescriptorAndNoMemoryBehind) {
   EXPECT_LT(Kit::ResidentBytes() - memory, kGrowth);
 }
 
+TEST_F(ManyClientsTest, AClientThatHasSentHalfARequestCostsFourKilobytes) {
+  constexpr int kWaiting = 400;
+  constexpr std::int64_t kMost = Kit::kSanitized ? 64 * 1024 : 4 * 1024;  // the test's own end of it included
+  constexpr std::string_view kBeginnings[] = {
+      "GET /a/folder/and/a/fi",
+      "POST /form HTTP/1.1\r\nHost: 127.0.0.1\r\nUser-Agent: Mozilla/5.0 (X11; Linux x86_64)\r\nContent-Le",
+      "POST /form HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 100\r\n\r\nabc",
+  };
+  control.Start(kWaiting);
+  control.Get("/");
+  const std::int64_t before = Kit::ResidentBytes();
+  std::vector<std::unique_ptr<Kit::RawClient>> clients;
+  for (int i = 0; i < kWaiting; ++i) {
+    clients.push_back(std::make_unique<Kit::RawClient>(control.Port()));
+    clients.back()->Send(loop, kBeginnings[static_cast<std::size_t>(i) % std::size(kBeginnings)]);
+  }
+  Kit::Settle(loop);
+  EXPECT_LT((Kit::ResidentBytes() - before) / kWaiting, kMost);
+}
+
 TEST_F(ManyClientsTest, ClientsThatGoAwayLeaveNothingBehind) {
   control.Write("big.bin", Noise(4'000'000));
   control.Start();
