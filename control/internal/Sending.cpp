@@ -9,12 +9,14 @@
 namespace TesselServer {
 
 bool Sending::SendData(std::int32_t Index, Answer answer) {
+  auto after = SocketArray::AfterSend::kStaysOpen;
   if (const auto slots = state_.slots) {
-    if (Slot* slot = slots->At(Index)) slot->LastActivity = state_.world.UtcSeconds();
+    if (Slot* slot = slots->At(Index)) {
+      slot->LastActivity = state_.world.UtcSeconds();
+      if (!slot->Fields().RequestPath.empty()) after = SocketArray::AfterSend::kCloses;  // as SendComplete will
+    }
   }
-  return state_.reporter.Trap(ErrorPrefix::kSendData, [&] {
-    state_.sckWS.SendData(Index, std::move(answer), SocketArray::AfterSend::kCloses);
-  });
+  return state_.reporter.Trap(ErrorPrefix::kSendData, [&] { state_.sckWS.SendData(Index, std::move(answer), after); });
 }
 
 void Sending::SendComplete(std::int32_t Index) {
