@@ -272,7 +272,7 @@ Page::SharedText cls_HTTP::TextForPage(const FoundEntry& found) {
     return std::make_shared<const std::string>(std::get<std::string>(ProgramAnswer(found, "200", false, "").body));
   }
   Page::SharedText text = ContentsOf(found.file, trail_->room->bytes);
-  if (!text || !HoldsTags(*text) || ContentTypeOf(LocalName(found.name)) != kHtmlType) return text;
+  if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || !HoldsTags(*text)) return text;
   return ProcessedInside(found, std::move(text));
 }
 
