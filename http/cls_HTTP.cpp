@@ -42,8 +42,9 @@ const std::shared_ptr<RecordSettings>& NewSettings() {
   return settings;
 }
 
-// The whole file; null when it is longer than `limit` bytes or cannot be read.
+// The whole file, without a copy where it is remembered; null when it is longer than `limit` bytes or cannot be read.
 Page::SharedText ContentsOf(const OpenFile& file, std::int64_t limit) {
+  if (auto known = file.Contents()) return static_cast<std::int64_t>(known->size()) <= limit ? known : nullptr;
   auto bytes = std::make_shared<std::string>();
   return file.ReadAll(*bytes, limit) ? bytes : nullptr;
 }
