@@ -19,6 +19,8 @@ void EventLoop::Stop() noexcept { core_->Wake(); }
 
 void EventLoop::DoEvents() { core_->Pass(); }
 
+bool EventLoop::TurnIsLong() const { return core_->TurnIsLong(); }
+
 int EventLoop::Descriptor() { return core_->Descriptor(); }
 
 World& EventLoop::TheWorld() const { return core_->TheWorld(); }

@@ -58,6 +58,9 @@ class EventLoop {
   // kernel only when nothing is.
   void DoEvents();
 
+  // Whether the present turn has taken its time (kMicrosecondsPerTurn): what can wait is then better left for the next.
+  bool TurnIsLong() const;
+
   // A descriptor that is readable whenever RunOnce(0) has something to do, timers included. It belongs to the loop: do
   // not read it, do not close it.
   int Descriptor();

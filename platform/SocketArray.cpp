@@ -319,6 +319,11 @@ void SocketArray::OfferWaiting(std::int32_t index) {
 void SocketArray::ServeListener(Element& listener, bool known) {
   if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
   const std::uint64_t generation = listener.generation;
+  const std::uint64_t told = arrivalsTold_;
+  // of one of those that have arrived the owner hears in any case
+  const auto tellRest = [&] {
+    if (arrivalsTold_ == told || !loop_.TurnIsLong()) DeliverArrivals(false);
+  };
   for (int taken = 0; taken < kAcceptsPerTurn; ++taken) {
     if (!MayTakeAnother(listener)) break;
     if (listener.generation != generation) return;
@@ -330,14 +335,14 @@ void SocketArray::ServeListener(Element& listener, bool known) {
       Pause(listener);
       // one that came free behind the owner's back, as it yielded: not to be waited out
       if (result == OfferResult::kRefused && freedMeanwhile_) loop_.Post(*this, kResumeNotice);
-      if (!loop_.PassIsLong()) DeliverArrivals(false);
+      tellRest();
       return;
     }
     if (result == OfferResult::kGone) break;
   }
   listener.paused = false;
   UpdateWatch(listener);
-  if (!loop_.PassIsLong()) DeliverArrivals(false);
+  tellRest();
 }
 
 // Whether there is an element for one more connection, and room for its bytes, beside those that have arrived. Where
@@ -348,7 +353,7 @@ bool SocketArray::MayTakeAnother(const Element& listener) {
   const Arrival& last = arrivals_[arrivalsEnd_ - 1];
   const bool hasRoom = arrivalsEnd_ < arrivals_.size() && last.begin + last.size + kLeastRoom <= chunk_.size();
   const bool hasElement = closed_.LowestFrom(static_cast<std::size_t>(listener.index) + 1, kNone) != kNone;
-  if (loop_.PassIsLong()) return false;
+  if (loop_.TurnIsLong()) return false;
   if (hasRoom && hasElement) return true;
   DeliverArrivals(false);
   return arrivalsBegin_ == arrivalsEnd_;
@@ -399,17 +404,18 @@ void SocketArray::FirstBytes(Element& element) {
   arrivals_[arrivalsEnd_++] = {element.index, element.generation, begin, static_cast<std::size_t>(count)};
 }
 
-// Tells of what has arrived: of the first in any case, of the rest until the pass has taken its time or, with `all`, to
+// Tells of what has arrived: of the first in any case, of the rest until the turn has taken its time or, with `all`, to
 // the end. As long as there is a rest a notice for it is under way.
 void SocketArray::DeliverArrivals(bool all) {
   for (bool first = true; arrivalsBegin_ != arrivalsEnd_; first = false) {
-    if (!all && !first && loop_.PassIsLong()) {
+    if (!all && !first && loop_.TurnIsLong()) {
       loop_.Post(*this, kArrivalsNotice);
       return;
     }
     const Arrival next = arrivals_[arrivalsBegin_++];
     Element* element = Find(next.index);
     if (element == nullptr || element->generation != next.generation) continue;
+    ++arrivalsTold_;
     Hear(*element, next.begin, next.size);
     if (Element* same = Find(next.index)) AfterNotifications(*same, next.generation);
   }

@@ -241,6 +241,7 @@ class SocketArray : private LoopClient {
   std::array<Arrival, kAcceptsPerTurn> arrivals_;
   std::size_t arrivalsBegin_ = 0;
   std::size_t arrivalsEnd_ = 0;
+  std::uint64_t arrivalsTold_ = 0;  // of so many the owner has heard, ever
   std::string_view heard_;  // the part of chunk_ that is told of
   std::int32_t heardIndex_ = -1;
 };

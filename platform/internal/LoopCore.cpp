@@ -67,9 +67,9 @@ std::int64_t LoopCore::Now() const { return nowValid_ ? now_ : world_.MonotonicM
 
 // ---- Turns.
 
-std::int64_t LoopCore::PassMicroseconds() const { return world_.MonotonicMicroseconds() - passBegan_; }
-
-void LoopCore::BeginPass() { passBegan_ = world_.MonotonicMicroseconds(); }
+bool LoopCore::TurnIsLong() const {
+  return depth_ > 0 && world_.MonotonicMicroseconds() - turnBegan_ >= EventLoop::kMicrosecondsPerTurn;
+}
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) {
@@ -82,7 +82,7 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   // what the last turn had no time for comes first; it would be told of again
   if (!KnowsEvents()) Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
   now_ = world_.MonotonicMilliseconds();
-  BeginPass();
+  turnBegan_ = world_.MonotonicMicroseconds();
   const bool delivered = Deliver();
   return ServeTimers() || delivered;
 }
@@ -95,7 +95,6 @@ void LoopCore::Pass() {
   if (depth_ > EventLoop::kMaxNesting) return;
   const Nesting nesting(*this);
   if (!KnowsWork()) Ask(0);
-  BeginPass();
   Deliver();
 }
 
@@ -153,15 +152,21 @@ void LoopCore::Ask(std::int32_t milliseconds) {
   }
 }
 
+// Events come first, and notices where the turn before had no time for them. What comes first is heard of once at least,
+// whatever the time.
 bool LoopCore::Deliver() {
-  const bool events = DeliverEvents();
-  return DeliverNotices() || events;
+  const bool noticesFirst = noticesFirst_;
+  const bool first = noticesFirst ? DeliverNotices(true) : DeliverEvents(true);
+  const bool second = noticesFirst ? DeliverEvents(!first) : DeliverNotices(!first);
+  noticesFirst_ = !noticesFirst && !notices_.empty();
+  return first || second;
 }
 
-bool LoopCore::DeliverEvents() {
+// Both stop when the turn is long; `once`: not before the first.
+bool LoopCore::DeliverEvents(bool once) {
   bool delivered = false;
   for (std::size_t left = fetched_.size() - fetchedNext_; left > 0 && KnowsEvents(); --left) {
-    if (delivered && PassIsLong()) break;
+    if ((delivered || !once) && TurnIsLong()) break;
     const Fetched next = fetched_[fetchedNext_++];
     WatchEntry* entry = Find(next.watch);
     if (entry == nullptr) continue;  // closed since
@@ -171,10 +176,10 @@ bool LoopCore::DeliverEvents() {
   return delivered;
 }
 
-bool LoopCore::DeliverNotices() {
+bool LoopCore::DeliverNotices(bool once) {
   bool delivered = false;
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
-    if (delivered && PassIsLong()) break;
+    if ((delivered || !once) && TurnIsLong()) break;
     const Notice next = notices_.front();
     notices_.pop_front();
     delivered = true;

@@ -59,9 +59,9 @@ class LoopCore {
 
   // ---- Turns.
 
-  // Whether the present pass, a turn or what was yielded inside one, has taken its time (kMicrosecondsPerTurn). Who has
-  // a queue of its own to deliver leaves the rest to the next.
-  bool PassIsLong() const { return depth_ > 0 && PassMicroseconds() >= EventLoop::kMicrosecondsPerTurn; }
+  // Whether the present turn, what was yielded inside it included, has taken its time (kMicrosecondsPerTurn). The
+  // rest is then left to the next turn, or to whoever yields again.
+  bool TurnIsLong() const;
 
   bool Turn(std::int32_t milliseconds);
   void Pass();
@@ -107,13 +107,11 @@ class LoopCore {
   WatchEntry* Find(WatchId watch);
   bool KnowsEvents() const { return fetchedNext_ < fetched_.size(); }
   bool KnowsWork() const { return KnowsEvents() || !notices_.empty(); }
-  std::int64_t PassMicroseconds() const;
-  void BeginPass();
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
   void Ask(std::int32_t milliseconds);
   bool Deliver();
-  bool DeliverEvents();
-  bool DeliverNotices();
+  bool DeliverEvents(bool once);
+  bool DeliverNotices(bool once);
   bool ServeTimers();
   void Empty();
   void Announce();
@@ -128,7 +126,7 @@ class LoopCore {
   int depth_ = 0;
   std::int64_t now_ = 0;
   bool nowValid_ = false;
-  std::int64_t passBegan_ = 0;  // microseconds
+  std::int64_t turnBegan_ = 0;  // microseconds
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;
@@ -137,6 +135,7 @@ class LoopCore {
   std::vector<Fetched> fetched_;
   std::size_t fetchedNext_ = 0;
   std::deque<Notice> notices_;
+  bool noticesFirst_ = false;  // the turn before had no time for them
   std::multimap<std::int64_t, std::shared_ptr<TimerState>> timers_;
   std::vector<std::shared_ptr<void>> graves_;
 };

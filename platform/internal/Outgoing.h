@@ -14,7 +14,7 @@ namespace TesselServer {
 class Outgoing {
  public:
   // What one call of Step may hand to the kernel, so that one large answer does not hold up the others.
-  static constexpr std::int64_t kBytesPerStep = 1024 * 1024;
+  static constexpr std::int64_t kBytesPerStep = 256 * 1024;
   // A file no longer than this is read and goes out with the head in one system call.
   static constexpr std::int64_t kMaxReadFileBytes = 64 * 1024;
 
