@@ -27,8 +27,8 @@ class EventLoop {
   // How many notifications one turn takes from the kernel, so that a turn ends in bounded time.
   static constexpr int kEventsPerTurn = 256;
   // When a turn has taken so long it delivers no more: the rest comes in the next, after the timers and whatever else
-  // the host does between turns. One notification is never cut short, so a turn takes this and its last one.
-  static constexpr std::int64_t kMicrosecondsPerTurn = 500;
+  // the host does between turns. One notification is never cut short, so a turn takes this and its last ones.
+  static constexpr std::int64_t kMicrosecondsPerTurn = 400;
   // How many timers one turn serves; the rest come in the next.
   static constexpr int kTimersPerTurn = 256;
 

@@ -262,6 +262,7 @@ void SocketArray::OnNotice(std::uint64_t cookie) {
     return;
   }
   if (cookie == kArrivalsNotice) {
+    arrivalsAnnounced_ = false;
     DeliverArrivals(false);
     return;
   }
@@ -340,8 +341,13 @@ void SocketArray::ServeListener(Element& listener, bool known) {
     }
     if (result == OfferResult::kGone) break;
   }
-  listener.paused = false;
-  UpdateWatch(listener);
+  if (listener.ahead >= 0) {  // the kernel does not tell of that one again
+    Pause(listener);
+    loop_.Post(*this, kResumeNotice);
+  } else {
+    listener.paused = false;
+    UpdateWatch(listener);
+  }
   tellRest();
 }
 
@@ -397,22 +403,43 @@ void SocketArray::FirstBytes(Element& element) {
     AfterNotifications(element, generation);
     return;
   }
-  if (alone) {
-    arrivalsBegin_ = arrivalsEnd_ = 0;
-    loop_.Post(*this, kArrivalsNotice);  // for whoever yields before they are told of, and in case the time runs out
+  if (!element.drained && !alone) {
+    ReadOn(element, begin, static_cast<std::size_t>(count));
+    return;
   }
+  if (alone) arrivalsBegin_ = arrivalsEnd_ = 0;
   arrivals_[arrivalsEnd_++] = {element.index, element.generation, begin, static_cast<std::size_t>(count)};
+  AnnounceArrivals();
+}
+
+// For bytes that have filled the rest of the chunk: more of them may be there, and the owner hears of as many as if
+// their connection had been taken alone.
+void SocketArray::ReadOn(Element& element, std::size_t begin, std::size_t size) {
+  const std::uint64_t generation = element.generation;
+  const std::string beginning(chunk_.data() + begin, size);
+  DeliverArrivals(true);
+  if (element.generation != generation || element.state != SocketState::kConnected) return;
+  std::copy(beginning.begin(), beginning.end(), chunk_.begin());
+  const std::int64_t more = Receive(element, size);
+  if (more < 0 && errno == EAGAIN) element.drained = true;  // an end or an error is told of when the loop watches it
+  Hear(element, 0, size + static_cast<std::size_t>(std::max<std::int64_t>(more, 0)));
+  AfterNotifications(element, generation);
+}
+
+// A notice for those who yield before all that has arrived is told of, and in case the time runs out.
+void SocketArray::AnnounceArrivals() {
+  if (arrivalsAnnounced_ || arrivalsBegin_ == arrivalsEnd_) return;
+  loop_.Post(*this, kArrivalsNotice);
+  arrivalsAnnounced_ = true;
 }
 
 // Tells of what has arrived: of the first in any case, of the rest until the turn has taken its time or, with `all`, to
 // the end. As long as there is a rest a notice for it is under way.
 void SocketArray::DeliverArrivals(bool all) {
   for (bool first = true; arrivalsBegin_ != arrivalsEnd_; first = false) {
-    if (!all && !first && loop_.TurnIsLong()) {
-      loop_.Post(*this, kArrivalsNotice);
-      return;
-    }
+    if (!all && !first && loop_.TurnIsLong()) return;
     const Arrival next = arrivals_[arrivalsBegin_++];
+    AnnounceArrivals();  // whatever the owner does inside, the rest is not forgotten
     Element* element = Find(next.index);
     if (element == nullptr || element->generation != next.generation) continue;
     ++arrivalsTold_;

@@ -42,8 +42,8 @@ enum class SocketState : std::int32_t {
 class SocketNotifications {
  public:
   // A connection waits on the listening element `Index`: take it with Accept(requestID) before returning. When no
-  // element takes it, it stays in the kernel's queue and is offered again as soon as an element becomes free, and at
-  // most kOfferAgainMilliseconds later.
+  // element takes it, it waits, in the kernel's queue or taken ahead, and is offered again as soon as an element
+  // becomes free, and at most kOfferAgainMilliseconds later.
   virtual void ConnectionRequest(std::int32_t Index, std::int32_t requestID) = 0;
   // Bytes arrived; fetch them with GetData at once.
   virtual void DataArrival(std::int32_t Index, std::int64_t bytesTotal) = 0;
@@ -205,6 +205,8 @@ class SocketArray : private LoopClient {
   bool MayTakeAnother(const Element& listener);
   bool TakeAhead(Element& listener);
   void FirstBytes(Element& element);
+  void ReadOn(Element& element, std::size_t begin, std::size_t size);
+  void AnnounceArrivals();
   void DeliverArrivals(bool all);
   void Hear(Element& element, std::size_t begin, std::size_t size);
   OfferResult Offer(Element& listener);
@@ -241,8 +243,9 @@ class SocketArray : private LoopClient {
   std::array<Arrival, kAcceptsPerTurn> arrivals_;
   std::size_t arrivalsBegin_ = 0;
   std::size_t arrivalsEnd_ = 0;
+  bool arrivalsAnnounced_ = false;  // a notice for them is under way
   std::uint64_t arrivalsTold_ = 0;  // of so many the owner has heard, ever
-  std::string_view heard_;  // the part of chunk_ that is told of
+  std::string_view heard_;          // the part of chunk_ that is told of
   std::int32_t heardIndex_ = -1;
 };
 

@@ -12,8 +12,6 @@ namespace {
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
-constexpr std::uint32_t kZfsMagic = 0x2FC12FC1;  // zfs is not among the system's own
-
 struct KnownFileSystem {
   std::uint32_t magic;
   bool attributesToo;
@@ -21,8 +19,8 @@ struct KnownFileSystem {
 };
 constexpr KnownFileSystem kKnownFileSystems[] = {
     {EXT4_SUPER_MAGIC, true, true},  // ext2 and ext3 have the same
-    {XFS_SUPER_MAGIC, true, true},  {BTRFS_SUPER_MAGIC, true, true}, {OVERLAYFS_SUPER_MAGIC, true, true},
-    {TMPFS_MAGIC, true, false},     {kZfsMagic, false, false},       {F2FS_SUPER_MAGIC, false, false},
+    {XFS_SUPER_MAGIC, true, true},       {BTRFS_SUPER_MAGIC, true, true},
+    {OVERLAYFS_SUPER_MAGIC, true, true}, {TMPFS_MAGIC, true, false},
 };
 
 std::int64_t Nanoseconds(const timespec& moment) {

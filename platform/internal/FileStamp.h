@@ -46,11 +46,11 @@ inline bool IsSettled(const FileStamp& stamp, std::int64_t now) { return stamp.c
 
 // Whether the file system of what is open (O_PATH will do) is one that is known to set the change time with each change
 // of names and of contents and to have no other writers than this machine: ext2 to ext4, xfs, btrfs, f2fs, tmpfs,
-// overlayfs, zfs. Asks the system at each call, since the number of a device may come back for another file system;
+// overlayfs. Asks the system at each call, since the number of a device may come back for another file system;
 // where a stamp is the key its device says the rest.
 bool KeepsChangeTimes(int descriptor);
 
-// Whether it does so for extended attributes as well: not all versions of f2fs and zfs do.
+// Whether it does so for extended attributes as well: not all versions of f2fs do.
 bool KeepsAttributeChangeTimes(int descriptor);
 
 // Whether it does so for everything about a file, its contents among it: all of the above but tmpfs, where programs

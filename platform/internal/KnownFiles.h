@@ -1,11 +1,14 @@
 // Files beneath one root that were read before, with their contents, so that a file that has not changed is served
-// without being opened. One question to the system (stat(2)) tells whether it is the same still: which file it is, its
-// length, permissions and times, the change time among them, which nobody can set back.
+// without being opened. The system is asked whether it is the same still (stat(2)): which file it is, its length,
+// permissions and times, the change time among them, which nobody can set back; and whether the root and each folder on
+// the way are those that they were, for the folder decides about passwords and the way about what lies beneath the
+// root.
 //
-// Only such files are remembered as the system can be trusted with: on a file system that keeps change times, not
-// changed within the last two seconds (the next change might bear the same time), and no longer than kMaxFileBytes.
-// What no time tells of (this process's rights, a program that writes through a shared mapping) counts after
-// kOpenAgainMilliseconds at the latest, since each file is then opened and read anew.
+// Only files without a link on their way are remembered, and only such are remembered as the system can be trusted
+// with: on a file system that keeps change times, not changed within the last two seconds (the next change might bear
+// the same time), and no longer than kMaxFileBytes. What no time tells of (this process's rights, a program that writes
+// through a shared mapping) counts after kOpenAgainMilliseconds at the latest, since each file is then opened and read
+// anew.
 //
 // Thread:    the host's thread only.
 // Ownership: a file that was found lives as long as somebody holds it.
@@ -17,6 +20,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/FileSystem.h"
 #include "platform/internal/FileStamp.h"
@@ -24,9 +28,16 @@
 
 namespace TesselServer {
 
+// A folder on the way to a file.
+struct KnownStep {
+  std::string path;  // as the system takes it
+  FileIdentity identity;
+};
+
 struct KnownFile {
-  std::string path;           // as the system takes it
-  std::string canonicalPath;  // OpenFile::CanonicalPath when it was read
+  std::string path;            // as the system takes it
+  std::vector<KnownStep> way;  // the root, and the folders below it
+  std::string canonicalPath;   // OpenFile::CanonicalPath when it was read
   FileStamp stamp;
   std::shared_ptr<const std::string> contents;
   std::int64_t openedAt = 0;  // milliseconds of the monotonic clock

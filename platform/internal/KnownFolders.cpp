@@ -29,12 +29,12 @@ const FolderNames* KnownFolders::Find(std::string_view folder) {
   return nullptr;
 }
 
-void KnownFolders::Remember(std::string_view folder, int descriptor, const FileStamp& before,
+void KnownFolders::Remember(std::string_view folder, int descriptor, const FileStamp& before, std::int64_t began,
                             const std::vector<std::string>& names) {
-  if (rootPath_.empty() || !IsSettled(before, FileClockNow()) || StampOfDescriptor(descriptor) != before) return;
+  if (rootPath_.empty() || !IsSettled(before, began) || StampOfDescriptor(descriptor) != before) return;
   if (!KeepsChangeTimes(descriptor) || TakesOtherSpellings(descriptor)) return;
   Folder known{JoinPath(rootPath_, folder), before, FolderNames(names)};
-  const std::size_t bytes = sizeof known + known.path.size() + folder.size() + known.names.Bytes();
+  const std::size_t bytes = kEntryBytes + known.path.size() + folder.size() + known.names.Bytes();
   folders_.Put(folder, std::move(known), bytes);
 }
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +31,8 @@ class KnownFolders {
   const FolderNames* Find(std::string_view folder);
 
   // Remembers the names that were read from the folder open as `descriptor`, which had the stamp `before` when the
-  // reading began; unless it changed meanwhile or the next change might not show.
-  void Remember(std::string_view folder, int descriptor, const FileStamp& before,
+  // reading began, at the moment `began` of FileClockNow; unless it changed meanwhile or a change might not show.
+  void Remember(std::string_view folder, int descriptor, const FileStamp& before, std::int64_t began,
                 const std::vector<std::string>& names);
 
   // What all of them take.

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,9 @@
 #include "platform/internal/FileStamp.h"
 
 namespace TesselServer {
+
+// What one thing that is remembered takes beside its texts: its record, and its places in a list and a table.
+inline constexpr std::size_t kEntryBytes = 512;
 
 // `name` below the folder `root`; "" is the folder itself.
 inline std::string JoinPath(std::string_view root, std::string_view name) {

@@ -23,6 +23,8 @@ namespace {
 constexpr std::uint64_t kWakeMark = ~std::uint64_t{0};
 constexpr std::uint64_t kAlarmMark = kWakeMark - 1;
 
+constexpr std::int64_t kMicrosecondsForNotices = 100;
+
 void AddOwn(int epoll, int descriptor, std::uint64_t mark) {
   epoll_event event{};
   event.events = EPOLLIN;
@@ -152,21 +154,15 @@ void LoopCore::Ask(std::int32_t milliseconds) {
   }
 }
 
-// Events come first, and notices where the turn before had no time for them. What comes first is heard of once at least,
-// whatever the time.
 bool LoopCore::Deliver() {
-  const bool noticesFirst = noticesFirst_;
-  const bool first = noticesFirst ? DeliverNotices(true) : DeliverEvents(true);
-  const bool second = noticesFirst ? DeliverEvents(!first) : DeliverNotices(!first);
-  noticesFirst_ = !noticesFirst && !notices_.empty();
-  return first || second;
+  const bool events = DeliverEvents();
+  return DeliverNotices() || events;
 }
 
-// Both stop when the turn is long; `once`: not before the first.
-bool LoopCore::DeliverEvents(bool once) {
+bool LoopCore::DeliverEvents() {
   bool delivered = false;
   for (std::size_t left = fetched_.size() - fetchedNext_; left > 0 && KnowsEvents(); --left) {
-    if ((delivered || !once) && TurnIsLong()) break;
+    if (delivered && TurnIsLong()) break;
     const Fetched next = fetched_[fetchedNext_++];
     WatchEntry* entry = Find(next.watch);
     if (entry == nullptr) continue;  // closed since
@@ -176,10 +172,12 @@ bool LoopCore::DeliverEvents(bool once) {
   return delivered;
 }
 
-bool LoopCore::DeliverNotices(bool once) {
+// Has a little time even in a long turn: most notices are for nobody any more, and must not gather.
+bool LoopCore::DeliverNotices() {
   bool delivered = false;
+  const std::int64_t end = world_.MonotonicMicroseconds() + kMicrosecondsForNotices;
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
-    if ((delivered || !once) && TurnIsLong()) break;
+    if (delivered && TurnIsLong() && world_.MonotonicMicroseconds() >= end) break;
     const Notice next = notices_.front();
     notices_.pop_front();
     delivered = true;

@@ -110,8 +110,8 @@ class LoopCore {
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
   void Ask(std::int32_t milliseconds);
   bool Deliver();
-  bool DeliverEvents(bool once);
-  bool DeliverNotices(bool once);
+  bool DeliverEvents();
+  bool DeliverNotices();
   bool ServeTimers();
   void Empty();
   void Announce();
@@ -135,7 +135,6 @@ class LoopCore {
   std::vector<Fetched> fetched_;
   std::size_t fetchedNext_ = 0;
   std::deque<Notice> notices_;
-  bool noticesFirst_ = false;  // the turn before had no time for them
   std::multimap<std::int64_t, std::shared_ptr<TimerState>> timers_;
   std::vector<std::shared_ptr<void>> graves_;
 };

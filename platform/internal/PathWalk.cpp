@@ -70,6 +70,7 @@ class NamesRead {
 // As FirstSpelling, read from the folder, whose names are remembered if they can be.
 std::string ReadSpelling(const Walk& walk, const std::string& path, std::string_view name) {
   UniqueDescriptor descriptor(walk.open(walk.folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  const std::int64_t began = FileClockNow();
   const auto before = StampOfDescriptor(descriptor.Get());
   if (!before) return {};
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(descriptor.Get()), &closedir);
@@ -84,7 +85,7 @@ std::string ReadSpelling(const Walk& walk, const std::string& path, std::string_
     if (walk.known != nullptr) names.Add(candidate);
   }
   const bool isWhole = errno == 0 && names.All() != nullptr;
-  if (isWhole && walk.known != nullptr) walk.known->Remember(path, dirfd(entries.get()), *before, *names.All());
+  if (isWhole && walk.known != nullptr) walk.known->Remember(path, dirfd(entries.get()), *before, began, *names.All());
   return best;
 }
 

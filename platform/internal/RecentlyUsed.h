@@ -39,7 +39,12 @@ class RecentlyUsed {
     if (bytes > maxBytes_) return;
     while (bytes_ + bytes > maxBytes_) Remove(std::prev(nodes_.end()));
     nodes_.push_front({std::string(key), std::move(value), bytes});
-    places_.emplace(nodes_.front().key, nodes_.begin());
+    try {
+      places_.emplace(nodes_.front().key, nodes_.begin());
+    } catch (...) {
+      nodes_.pop_front();
+      throw;
+    }
     bytes_ += bytes;
   }
 

@@ -29,7 +29,8 @@ class KnownFilesTest : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     tree_ = std::make_unique<Kit::TemporaryTree>();
-    for (const char* test : {"same", "cut", "renamed", "removed", "hidden", "folder", "link", "root/site", "mapped"}) {
+    for (const char* test : {"same", "cut", "renamed", "removed", "hidden", "folder", "link", "root/site", "mapped",
+                             "way/site/moved", "way/site/linked", "way/site/twin"}) {
       tree_->Write(std::string(test) + "/a.txt", "first");
       tree_->Write(std::string(test) + "/b.txt", "other");
     }
@@ -139,6 +140,42 @@ TEST_F(KnownFilesTest, AFolderOrALinkInItsPlaceIsSeenAtOnce) {
   fs::remove(PathOf("link/a.txt"));
   fs::create_symlink(PathOf("same/a.txt"), PathOf("link/a.txt"));
   EXPECT_EQ(linked.Find("a.txt").kind, EntryKind::kNone) << "it leads outside";
+}
+
+// The file is the same one, under another name or in another folder: whether it may be served is decided anew.
+TEST_F(KnownFilesTest, AnotherFolderOnTheWayToTheSameFileIsSeenAtOnce) {
+  const RootFolder root(PathOf("way/site"));
+  for (const char* name : {"moved/a.txt", "linked/a.txt", "twin/a.txt"}) ASSERT_TRUE(IsRemembered(root.Find(name)));
+
+  fs::rename(PathOf("way/site/moved"), PathOf("way/outside"));
+  fs::create_directory_symlink(PathOf("way/outside"), PathOf("way/site/moved"));
+  EXPECT_EQ(root.Find("moved/a.txt").kind, EntryKind::kNone) << "the link leads outside";
+
+  fs::rename(PathOf("way/site/linked"), PathOf("way/site/elsewhere"));
+  fs::create_directory_symlink("elsewhere", PathOf("way/site/linked"));
+  const FoundEntry linked = root.Find("linked/a.txt");
+  EXPECT_EQ(linked.kind, EntryKind::kFile);
+  EXPECT_EQ(linked.file.CanonicalPath(), fs::canonical(PathOf("way/site/elsewhere/a.txt")).string());
+
+  fs::create_directory(PathOf("way/site/other"));
+  fs::create_hard_link(PathOf("way/site/twin/a.txt"), PathOf("way/site/other/a.txt"));
+  fs::rename(PathOf("way/site/twin"), PathOf("way/site/former"));
+  fs::rename(PathOf("way/site/other"), PathOf("way/site/twin"));
+  const FoundEntry twin = root.Find("twin/a.txt");
+  EXPECT_EQ(twin.file.CanonicalPath(), fs::canonical(PathOf("way/site/twin/a.txt")).string());
+}
+
+TEST_F(KnownFilesTest, AFileBehindALinkIsNotRemembered) {
+  fs::create_symlink("a.txt", PathOf("same/link.txt"));
+  fs::create_directory_symlink("../same", PathOf("root/linked"));
+  const RootFolder same(PathOf("same"));
+  EXPECT_EQ(BytesOf(same.Find("link.txt")), "first");
+  EXPECT_FALSE(IsRemembered(same.Find("link.txt")));
+  const RootFolder above(tree_->Text());
+  EXPECT_EQ(BytesOf(above.Find("root/linked/a.txt")), "first");
+  EXPECT_FALSE(IsRemembered(above.Find("root/linked/a.txt")));
+  const RootFolder linked(PathOf("root/linked"));
+  EXPECT_TRUE(IsRemembered(linked.Find("a.txt"))) << "the root itself may be one";
 }
 
 TEST_F(KnownFilesTest, AnotherFolderInTheRootsPlaceIsSeenAtOnce) {

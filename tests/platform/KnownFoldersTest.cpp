@@ -132,17 +132,17 @@ TEST_F(KnownFoldersTest, WhatChangedJustNowOrWhileItWasReadIsNotRemembered) {
   const std::string path = tree_->MakeFolder("fresh");
   const UniqueDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   KnownFolders folders(path);
-  folders.Remember("", folder.Get(), StampOfDescriptor(folder.Get()).value(), {"a"});
+  folders.Remember("", folder.Get(), StampOfDescriptor(folder.Get()).value(), FileClockNow(), {"a"});
   EXPECT_EQ(folders.Find(""), nullptr);
 
   const UniqueDescriptor settled(open(PathOf("walk").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   FileStamp before = StampOfDescriptor(settled.Get()).value();
   KnownFolders others(PathOf("walk"));
   before.modified -= 1;
-  others.Remember("", settled.Get(), before, {"a"});
+  others.Remember("", settled.Get(), before, FileClockNow(), {"a"});
   EXPECT_EQ(others.Find(""), nullptr);
   before.modified += 1;
-  others.Remember("", settled.Get(), before, {"a"});
+  others.Remember("", settled.Get(), before, FileClockNow(), {"a"});
   EXPECT_NE(others.Find(""), nullptr);
 }
 
@@ -153,11 +153,11 @@ TEST_F(KnownFoldersTest, TakesABoundedNumberOfBytes) {
   KnownFolders folders(path);
   const std::vector<std::string> names(4000, std::string(250, 'n'));  // a megabyte
   const auto key = [](int i) { return std::string(static_cast<std::size_t>(i), '.'); };
-  for (int i = 0; i < 20; ++i) folders.Remember("./" + key(i), folder.Get(), stamp, names);
+  for (int i = 0; i < 20; ++i) folders.Remember("./" + key(i), folder.Get(), stamp, FileClockNow(), names);
   EXPECT_LE(folders.Bytes(), KnownFolders::kMaxBytes);
   const std::vector<std::string> tooMany(40000, std::string(250, 'n'));
   KnownFolders fewer(path);
-  fewer.Remember("", folder.Get(), stamp, tooMany);
+  fewer.Remember("", folder.Get(), stamp, FileClockNow(), tooMany);
   EXPECT_EQ(fewer.Bytes(), 0u);
 }
 

@@ -2,7 +2,9 @@
 #include <sys/socket.h>
 
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/EventLoop.h"
@@ -114,6 +116,75 @@ TEST_F(SocketAcceptTest, NewClientsAreServedInsideAHandlerThatYieldsWhileOthersH
   const auto second = Waiting();
   Kit::Settle(loop);
   EXPECT_EQ(owner.received[4], "third");
+}
+
+TEST_F(SocketAcceptTest, WhoeverWaitsInsideAHandlerHearsOfAllThatArrivedTogether) {
+  for (std::int32_t i = 4; i < 8; ++i) sockets.Load(i);
+  for (const std::int64_t pause : {0, 1}) {  // a turn that has time, and one that has none
+    owner.received.clear();
+    const auto waitFor = [&](std::int32_t index) {
+      for (int i = 0; i < 100 && owner.received[index].empty(); ++i) loop.DoEvents();
+      EXPECT_EQ(owner.received[index], "hello") << index << ", " << pause;
+    };
+    owner.onData = [&](std::int32_t index) {
+      world.Advance(pause);
+      if (index == 2) waitFor(3);
+      if (index == 3) loop.DoEvents();
+      if (index == 4) waitFor(5);
+    };
+    std::vector<std::unique_ptr<Kit::RawClient>> clients;
+    for (int i = 0; i < 4; ++i) clients.push_back(Waiting());
+    Kit::Settle(loop);
+    for (std::int32_t i = 2; i < 8; ++i) sockets.Reload(i);
+    Kit::Settle(loop);
+  }
+}
+
+TEST_F(SocketAcceptTest, AnExceptionOutOfOneHandlerLeavesTheOthersTheirBytes) {
+  sockets.Load(4);
+  owner.onData = [&](std::int32_t index) {
+    if (index == 2) throw std::bad_alloc();
+  };
+  const auto first = Waiting();
+  const auto second = Waiting();
+  const auto third = Waiting();
+  EXPECT_THROW(Kit::Settle(loop), std::bad_alloc);
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[3], "hello");
+  EXPECT_EQ(owner.received[4], "hello");
+}
+
+TEST_F(SocketAcceptTest, ALongRequestIsHeardOfAsALoneOneWouldBe) {
+  for (std::int32_t i = 4; i < 10; ++i) sockets.Load(i);
+  std::vector<std::unique_ptr<Kit::RawClient>> clients;
+  const std::string bytes = Kit::Pattern(30'000);
+  for (int i = 0; i < 6; ++i) {
+    clients.push_back(std::make_unique<Kit::RawClient>(port));
+    ASSERT_EQ(send(clients.back()->Descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL), 30'000);
+  }
+  Kit::Settle(loop);
+  for (std::int32_t i = 2; i < 8; ++i) {
+    EXPECT_EQ(owner.Count("data " + std::to_string(i)), 1u) << i;
+    EXPECT_TRUE(owner.received[i] == bytes) << i;
+  }
+}
+
+TEST_F(SocketAcceptTest, OneThatWasRefusedIsOfferedAgainHoweverLongTheHandlersTake) {
+  for (std::int32_t i = 4; i < 20; ++i) sockets.Load(i);
+  owner.onData = [&](std::int32_t) { world.Advance(300); };
+  bool refused = false;
+  owner.onRequest = [&](std::int32_t request) {
+    if (Requests() == 7 && !std::exchange(refused, true)) return;
+    owner.Take(request);
+  };
+  std::vector<std::unique_ptr<Kit::RawClient>> clients;
+  for (int i = 0; i < 7; ++i) clients.push_back(Waiting());
+  for (int i = 0; i < 100; ++i) {
+    Kit::Settle(loop);
+    world.Advance(250);
+  }
+  EXPECT_TRUE(refused);
+  EXPECT_EQ(owner.received[8], "hello");
 }
 
 TEST_F(SocketAcceptTest, WhenATurnHasTakenItsTimeTheRestIsServedInTheNext) {
