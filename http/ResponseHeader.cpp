@@ -32,7 +32,8 @@ constexpr Reason kReasons[] = {
     {"503", "Service Unavailable"},
 };
 
-std::string_view FirstLine(std::string_view text) { return text.substr(0, FindLineEnd(text)); }
+// Looks no further than the line's end, so that a text of many lines is passed once, whatever ends they have.
+std::string_view FirstLine(std::string_view text) { return text.substr(0, text.find_first_of(kLineEnd)); }
 
 // The date changes once a second, and answers come by the thousand.
 const std::string& DateText(std::int64_t utcSeconds) {

@@ -145,6 +145,21 @@ TEST(ResponseHeaderTest, ExtraHeadersCannotEndTheHeaderEarly) {
   }
 }
 
+TEST(ResponseHeaderTest, ManyLinesWithBareCarriageReturnsAreSentAsTheyAre) {
+  constexpr std::size_t kLines = 512 * 1024;
+  std::string given, asLines;
+  for (std::size_t i = 0; i < kLines; ++i) {
+    given += "a\r";
+    asLines += "a\r\n";
+  }
+  HeaderFields fields = Fields("200");
+  fields.extraHeaders = given;
+  EXPECT_TRUE(HeaderText(fields) == "HTTP/1.0 200 OK\r\n" + kCommon + given + "\r\n");
+  const std::string withBlankLine = given + "\r";
+  fields.extraHeaders = withBlankLine;
+  EXPECT_TRUE(HeaderText(fields) == "HTTP/1.0 200 OK\r\n" + kCommon + asLines + "\r\n") << "a blank line at the end";
+}
+
 // Whether `text`, cut at CR LF, CR or LF as a lenient client may do it, holds a line of nothing but blanks and tabs.
 bool HasBlankLine(std::string_view text) {
   while (!text.empty()) {
