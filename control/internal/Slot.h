@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "control/internal/Reception.h"
@@ -47,13 +48,15 @@ struct Slot {
     BeingAnswered = false;
     Request.Reset();
     Request.MaxBodyBytes(maxBodyBytes);
+    Release(Target.name);  // an assignment would keep its memory
     Target = {};
     TargetIsKnown = TargetIsInCGIDirectory = TrapOutstanding = FunctionAnswered = false;
     Empty(ScriptName, RequestFields::kKeptBytes);
     for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
       Release(*text);
     }
-    QueryParser = {};
+    cls_QueryString fresh;
+    std::swap(QueryParser, fresh);  // its texts' memory goes as well
     WaitTimer.reset();
     WaitsFor = Reception::Outcome::kWaiting;
   }

@@ -43,12 +43,16 @@ TEST(SlotTest, AResetGivesLargeMemoryBack) {
                             &fields.RequestContentType, &fields.AuthUser,       &fields.AuthPassword,
                             &fields.ContentLengthText,  &fields.RequestBody,    &slot.FunctionResult,
                             &slot.ScriptName,           &slot.TrapData,         &slot.TrapContentType,
-                            &slot.TrapHeaderField,      &slot.TrapStatusCode}) {
+                            &slot.TrapHeaderField,      &slot.TrapStatusCode,   &slot.Target.name}) {
     *text = large;
     slot.Reset(0);
     EXPECT_EQ(*text, "");
     EXPECT_LE(text->capacity(), RequestFields::kKeptBytes);
   }
+  slot.QueryParser.QueryString(large);
+  slot.Reset(0);
+  EXPECT_EQ(slot.QueryParser.QueryString(), "");
+  EXPECT_LE(slot.QueryParser.QueryString().capacity(), RequestFields::kKeptBytes);
 }
 
 TEST(SlotTest, AResetKeepsSmallMemoryForTheNextRequest) {
