@@ -32,7 +32,35 @@ bool EndsUrl(char c) { return c == ' ' || c == '\r' || c == '\n'; }
 
 }  // namespace
 
+template <typename Step>
+Reception::Outcome Reception::OrGiveUp(const Step& step) {
+  try {
+    return step();
+  } catch (...) {
+    Ignore();
+    inputMayCome_ = true;
+    Release(fields_.RequestBody);
+    throw;
+  }
+}
+
 Reception::Outcome Reception::Data(std::string_view chunk) {
+  return OrGiveUp([&] { return Take(chunk); });
+}
+
+Reception::Outcome Reception::TimeUp() {
+  return OrGiveUp([&] {
+    if (state_ == State::kHeader) return TakeHeader(held_);
+    if (state_ == State::kBody && length_ - received_ <= kBodyTolerance) return Complete();
+    return Outcome::kIgnored;
+  });
+}
+
+Reception::Outcome Reception::EndOfInput() {
+  return OrGiveUp([&] { return TakeWhatCame(); });
+}
+
+Reception::Outcome Reception::Take(std::string_view chunk) {
   switch (state_) {
     case State::kStart:
     case State::kHeader:
@@ -46,13 +74,7 @@ Reception::Outcome Reception::Data(std::string_view chunk) {
   return Outcome::kIgnored;
 }
 
-Reception::Outcome Reception::TimeUp() {
-  if (state_ == State::kHeader) return TakeHeader(held_);
-  if (state_ == State::kBody && length_ - received_ <= kBodyTolerance) return Complete();
-  return Outcome::kIgnored;
-}
-
-Reception::Outcome Reception::EndOfInput() {
+Reception::Outcome Reception::TakeWhatCame() {
   if (state_ == State::kStart) return Trim(held_).size() > kGetMark.size() ? TakeAsGet(held_) : Ignore();
   if (state_ == State::kHeader) {
     const auto outcome = TakeHeader(held_);
@@ -104,8 +126,8 @@ Reception::Outcome Reception::JudgeOther(std::string_view start, std::size_t sea
   return Outcome::kHolding;
 }
 
-std::string_view Reception::Behind(std::string_view start) const {
-  return blankLine_.Found() ? start.substr(blankLine_.End()) : std::string_view();
+std::string_view Reception::Behind(std::string_view start) const noexcept {
+  return blankLine_.Found() ? start.substr(std::min(start.size(), blankLine_.End())) : std::string_view();
 }
 
 // Returns the announced length.

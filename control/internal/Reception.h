@@ -7,7 +7,8 @@
 //
 // Thread:    any one at a time.
 // Ownership: keeps copies of what it needs; a connection's memory is bounded by kMaxHeldBytes and the body limit.
-// Errors:    none are raised by input; every input ends in an outcome.
+// Errors:    none are raised by input; every input ends in an outcome. Where there is no memory for it, the request is
+//            given up: the exception goes on, and what comes after it is kIgnored.
 #pragma once
 
 #include <cstdint>
@@ -80,6 +81,13 @@ class Reception {
     kTaken,   // complete, bad or given up
   };
 
+  // Runs `step`. One that fails may have stopped half-way, and what comes behind it would be taken for something else:
+  // nothing more is read then.
+  template <typename Step>
+  Outcome OrGiveUp(const Step& step);
+  Outcome Take(std::string_view chunk);
+  Outcome TakeWhatCame();
+
   // `start` is what has come of the request until now, from its first byte.
   Outcome Start(std::string_view chunk);
   Outcome Judge(std::string_view start, std::size_t judgedBefore, bool full);
@@ -87,7 +95,7 @@ class Reception {
   Outcome JudgeOther(std::string_view start, std::size_t searched, bool full);
 
   // What of it is behind the blank line.
-  std::string_view Behind(std::string_view start) const;
+  std::string_view Behind(std::string_view start) const noexcept;
   std::optional<std::int64_t> ReadFields(std::string_view start, std::string_view method);
 
   Outcome TakeAsGet(std::string_view start);

@@ -1,0 +1,37 @@
+#include "tests/kit/FailNthMemory.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace TesselServer::Kit {
+namespace {
+
+thread_local int left = 0;  // how many requests until the one that fails; 0: none fails
+thread_local bool happened = false;
+
+bool Fails() {
+  if (left == 0 || --left > 0) return false;
+  happened = true;
+  return true;
+}
+
+}  // namespace
+
+FailNthMemory::FailNthMemory(int nth) {
+  left = nth;
+  happened = false;
+}
+FailNthMemory::~FailNthMemory() { left = 0; }
+bool FailNthMemory::Happened() const { return happened; }
+
+}  // namespace TesselServer::Kit
+
+void* operator new(std::size_t size) {
+  if (TesselServer::Kit::Fails()) throw std::bad_alloc();
+  if (void* const memory = std::malloc(size != 0 ? size : 1)) return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
