@@ -74,10 +74,7 @@ bool Sending::ServerTooBusy(std::int32_t Index) {
   });
 }
 
-std::string Sending::LogTimestamp() const {
-  const std::int64_t now = state_.world.UtcSeconds();
-  return TesselServer::LogTimestamp(now, state_.world.BiasMinutes(now));
-}
+std::string Sending::LogTimestamp() { return stamp_.Now(state_.world); }
 
 void Sending::LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size) {
   const auto slots = state_.slots;

@@ -40,7 +40,7 @@ class Sending {
   bool ServerTooBusy(std::int32_t Index);
 
   // "[15/11/2026:18:20:05 +0100]": now, in local time.
-  std::string LogTimestamp() const;
+  std::string LogTimestamp();
 
   // Raises the access-log line of the connection's request. The line is not even made when nobody hears it.
   void LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size);
@@ -49,7 +49,7 @@ class Sending {
   void Renew(std::int32_t Index);
 
   ControlState& state_;
-  LogStamp stamp_;  // of the lines of requests
+  LogStamp stamp_;
 };
 
 }  // namespace TesselServer
