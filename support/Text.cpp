@@ -46,9 +46,9 @@ bool HoldsControl(std::string_view text) {
 
 }  // namespace
 
-std::size_t FindLineEnd(std::string_view text, std::size_t from) {
-  if (from >= text.size()) return text.size();
-  return FindByte(text, '\r', from, FindByte(text, '\n', from, text.size()));
+std::size_t FindLineEnd(std::string_view text) {
+  if (text.empty()) return 0;
+  return FindByte(text, '\r', 0, FindByte(text, '\n', 0, text.size()));
 }
 
 std::string_view Trim(std::string_view text) {
@@ -105,13 +105,6 @@ std::optional<std::int64_t> LeadingNumber(std::string_view text) {
     number = number * 10 + digit;
   }
   return number;
-}
-
-std::string EscapeControls(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  AppendEscaped(result, text);
-  return result;
 }
 
 void AppendEscaped(std::string& result, std::string_view text) {

@@ -29,8 +29,9 @@ inline void Empty(std::string& text, std::size_t mostKept) {
 // A byte below 0x20, or 0x7F.
 constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
-// Where the first CR or LF at or behind `from` stands, the length of `text` when there is none.
-std::size_t FindLineEnd(std::string_view text, std::size_t from = 0);
+// Where the first CR or LF stands, the length of `text` when there is none. For one look at a text: it may pass over
+// more than the line.
+std::size_t FindLineEnd(std::string_view text);
 
 // `text` without the blanks (0x20 only) at its two ends. Tabs and line ends stay.
 std::string_view Trim(std::string_view text);
@@ -55,11 +56,8 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
 //   LeadingNumber("-5");      // nothing: "-" is no digit
 std::optional<std::int64_t> LeadingNumber(std::string_view text);
 
-// `text` with each byte below 0x20 and 0x7F written as "\xHH" (upper-case digits), so that a client's bytes can neither
-// end a log line nor steer a terminal. Everything else, the backslash too, is unchanged.
-std::string EscapeControls(std::string_view text);
-
-// Puts EscapeControls of `text` behind `result`.
+// Puts `text` behind `result`, each byte below 0x20 and 0x7F written as "\xHH" (upper-case digits), so that a client's
+// bytes can neither end a log line nor steer a terminal. Everything else, the backslash too, is unchanged.
 void AppendEscaped(std::string& result, std::string_view text);
 
 }  // namespace TesselServer

@@ -169,10 +169,9 @@ TEST(TextTest, LeadingNumberReadsDigitsBehindBlanks) {
 TEST(TextTest, FindLineEndFindsTheFirstOfBoth) {
   const struct {
     std::string_view text;
-    std::size_t from, end;
-  } cases[] = {{"", 0, 0},   {"a", 0, 1},  {"a\r\nb", 0, 1}, {"a\nb\r", 0, 1}, {"a\rb\n", 0, 1},
-               {"\n", 0, 0}, {"\n", 1, 1}, {"\na\rb", 1, 2}, {"\na", 1, 2},    {"a", 5, 1}};
-  for (const auto& c : cases) EXPECT_EQ(FindLineEnd(c.text, c.from), c.end) << testing::PrintToString(c.text);
+    std::size_t end;
+  } cases[] = {{"", 0}, {"a", 1}, {"a\r\nb", 1}, {"a\nb\r", 1}, {"a\rb\n", 1}, {"\n", 0}, {"\r", 0}, {"\na", 0}};
+  for (const auto& c : cases) EXPECT_EQ(FindLineEnd(c.text), c.end) << testing::PrintToString(c.text);
 }
 
 TEST(TextTest, EmptyKeepsSmallMemoryOnly) {
@@ -194,11 +193,14 @@ TEST(TextTest, AppendEscapedLeavesWhatStoodThere) {
   EXPECT_EQ(text, "\n|plain, long enough for many bytes to be looked at in one go: \xC3\xA4|a\\x09b|");
 }
 
-TEST(TextTest, EscapeControlsShowsEveryControlCharacterAndNothingElse) {
-  EXPECT_EQ(EscapeControls("GET /\r\n\x1B[2J \x7F \\ \" \xC3\xA4"), "GET /\\x0D\\x0A\\x1B[2J \\x7F \\ \" \xC3\xA4");
+TEST(TextTest, AppendEscapedShowsEveryControlCharacterAndNothingElse) {
+  std::string line;
+  AppendEscaped(line, "GET /\r\n\x1B[2J \x7F \\ \" \xC3\xA4");
+  EXPECT_EQ(line, "GET /\\x0D\\x0A\\x1B[2J \\x7F \\ \" \xC3\xA4");
   const std::string bytes = AllBytes();
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    const std::string escaped = EscapeControls(std::string_view(bytes).substr(i, 1));
+    std::string escaped;
+    AppendEscaped(escaped, std::string_view(bytes).substr(i, 1));
     if (i < 0x20 || i == 0x7F) {
       ASSERT_EQ(escaped.size(), 4u) << i;
       EXPECT_EQ(escaped.substr(0, 2), "\\x") << i;
