@@ -44,7 +44,7 @@ void Execute(cls_HTTP& record, Page& page, std::string_view opener, Folder&& fol
 void RunExecDirectives(cls_HTTP& record, Page& page) {
   if (!page.HoldsDirectives()) return;
   const std::string documentFolder = DocumentFolder(record);
-  Execute(record, page, "<!--#execcmd=", [&] { return documentFolder; });
+  Execute(record, page, "<!--#execcmd=", [&] { return std::string(documentFolder); });
   Execute(record, page, "<!--#execcgi=", [&] { return record.CGIDirectory(); });
 }
 
