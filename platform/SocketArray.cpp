@@ -2,8 +2,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -18,6 +16,7 @@
 #include "platform/EventLoop.h"
 #include "platform/SocketErrors.h"
 #include "platform/internal/DottedText.h"
+#include "platform/internal/Listener.h"
 #include "platform/internal/SystemErrors.h"
 
 namespace TesselServer {
@@ -39,53 +38,6 @@ bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error 
 bool HasUnread(int descriptor) {
   int count = 0;
   return ioctl(descriptor, FIONREAD, &count) == 0 && count > 0;
-}
-
-void SetOption(int descriptor, int level, int name, int value) {
-  setsockopt(descriptor, level, name, &value, sizeof value);
-}
-
-// Accepted sockets inherit all of these.
-void PrepareListener(int descriptor) {
-  SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
-  SetOption(descriptor, IPPROTO_TCP, TCP_DEFER_ACCEPT, SocketArray::kDeferAcceptSeconds);
-  SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
-  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, SocketArray::kKeepAliveIdleSeconds);
-  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, SocketArray::kKeepAliveIntervalSeconds);
-  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, SocketArray::kKeepAliveProbes);
-}
-
-bool SomebodyWaits(int listener) {
-  pollfd queue{};
-  queue.fd = listener;
-  queue.events = POLLIN;
-  return poll(&queue, 1, 0) == 1;
-}
-
-// The next connection of the listener's queue and its peer's address; below 0, with errno, when there is none to be
-// had.
-int AcceptFrom(int listener, std::uint32_t& address) {
-  sockaddr_in peer{};
-  socklen_t size = sizeof peer;
-  const int descriptor = accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
-  address = peer.sin_addr.s_addr;
-  return descriptor;
-}
-
-int OpenListener(std::uint32_t address, std::int32_t port) {
-  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (descriptor < 0) throw SystemError(errno);
-  PrepareListener(descriptor);
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_addr.s_addr = address;
-  name.sin_port = htons(static_cast<std::uint16_t>(port));
-  if (bind(descriptor, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 || listen(descriptor, SOMAXCONN) != 0) {
-    const int error = errno;
-    close(descriptor);
-    throw SystemError(error);
-  }
-  return descriptor;
 }
 
 }  // namespace

@@ -35,6 +35,7 @@ set(SOURCES
     internal/KnownFolders.cpp
     internal/LeftOverChildren.cpp
     internal/Lingering.cpp
+    internal/Listener.cpp
     internal/LoopCore.cpp
     internal/OpenPaths.cpp
     internal/NoPipeSignal.cpp
