@@ -13,6 +13,11 @@ constexpr std::int64_t kSecondsPerHour = 3600;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kDateOf1970 = 25569;  // 1 January 1970 as a Date
 
+// The range of dates in seconds since 1970, and what no zone's bias in minutes can outweigh.
+constexpr std::int64_t kFirstSecond = (static_cast<std::int64_t>(kFirstDate) - kDateOf1970) * kSecondsPerDay;
+constexpr std::int64_t kLastSecond = (static_cast<std::int64_t>(kLastDate) - kDateOf1970) * kSecondsPerDay;
+constexpr std::int64_t kMostBias = (std::int64_t{1} << 31) * kSecondsPerMinute;
+
 // The calendar repeats itself every 400 years. A year that begins in March has its leap day at its end, so the days
 // before a month do not depend on the year.
 constexpr std::int64_t kDaysPerCycle = 146097;
@@ -76,9 +81,7 @@ std::int64_t SecondsFromCivil(const CivilTime& civil) {
 }
 
 Date DateFromSeconds(std::int64_t secondsSince1970) {
-  constexpr std::int64_t kFirst = (static_cast<std::int64_t>(kFirstDate) - kDateOf1970) * kSecondsPerDay;
-  constexpr std::int64_t kLast = (static_cast<std::int64_t>(kLastDate) - kDateOf1970) * kSecondsPerDay;
-  const std::int64_t seconds = std::clamp(secondsSince1970, kFirst, kLast);
+  const std::int64_t seconds = std::clamp(secondsSince1970, kFirstSecond, kLastSecond);
   return static_cast<double>(seconds + kDateOf1970 * kSecondsPerDay) / static_cast<double>(kSecondsPerDay);
 }
 
@@ -93,7 +96,8 @@ CivilTime CivilFromDate(Date date) { return CivilFromSeconds(SecondsFromDate(dat
 Date DateFromCivil(const CivilTime& civil) { return DateFromSeconds(SecondsFromCivil(civil)); }
 
 Date LocalDate(const World& world, std::int64_t utcSeconds) {
-  return DateFromSeconds(utcSeconds - world.BiasMinutes(utcSeconds) * kSecondsPerMinute);
+  const std::int64_t moment = std::clamp(utcSeconds, kFirstSecond - kMostBias, kLastSecond + kMostBias);
+  return DateFromSeconds(moment - world.BiasMinutes(utcSeconds) * kSecondsPerMinute);
 }
 
 Date LocalNow(const World& world) { return LocalDate(world, world.UtcSeconds()); }

@@ -10,7 +10,7 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
 struct KnownFileSystem {
   std::uint32_t magic;
@@ -23,8 +23,11 @@ constexpr KnownFileSystem kKnownFileSystems[] = {
     {OVERLAYFS_SUPER_MAGIC, true, true}, {TMPFS_MAGIC, true, false},
 };
 
+// Anybody may date a file to any year, so the number goes round beyond 1677 to 2262. What dates a file so sets its
+// change time as well, which does not: the stamp is another one all the same.
 std::int64_t Nanoseconds(const timespec& moment) {
-  return std::int64_t{moment.tv_sec} * kNanosecondsPerSecond + moment.tv_nsec;
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(moment.tv_sec) * kNanosecondsPerSecond +
+                                   static_cast<std::uint64_t>(moment.tv_nsec));
 }
 
 const KnownFileSystem* FileSystemOf(int descriptor) {

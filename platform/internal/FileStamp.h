@@ -26,7 +26,7 @@ struct FileStamp {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
   std::int64_t size = 0;      // bytes; for a folder whatever its file system says
-  std::int64_t modified = 0;  // nanoseconds since 1 January 1970 UTC; anybody who may write may set it
+  std::int64_t modified = 0;  // nanoseconds since 1 January 1970 UTC, modulo 2^64; anybody who may write may set it
   std::int64_t changed = 0;   // likewise; the system sets it at each change and nobody else can
   std::uint32_t mode = 0;     // type and permissions
   bool operator==(const FileStamp&) const = default;

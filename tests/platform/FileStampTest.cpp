@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <limits>
 #include <string>
 
 #include "platform/internal/FileStamp.h"
@@ -44,6 +45,20 @@ TEST_F(FileStampTest, HoldsWhatTheSystemSays) {
   status.st_mode = S_IFREG | 0640;
   const FileStamp stamp = FileStampOf(status);
   EXPECT_EQ(stamp, (FileStamp{7, 8, 9, -1, 1'794'766'805'000'000'025, S_IFREG | 0640}));
+}
+
+TEST_F(FileStampTest, ATimeMayLieInAnyYear) {
+  constexpr std::int64_t kYear14645 = 400'000'000'000;
+  struct stat status {};
+  status.st_mtim = {kYear14645, 1};
+  const FileStamp stamp = FileStampOf(status);
+  EXPECT_EQ(stamp, FileStampOf(status));
+  for (const timespec& other :
+       {timespec{kYear14645, 2}, timespec{kYear14645 + 1, 1}, timespec{1, 1},
+        timespec{std::numeric_limits<time_t>::max(), 999'999'999}, timespec{std::numeric_limits<time_t>::min(), 0}}) {
+    status.st_mtim = other;
+    EXPECT_NE(FileStampOf(status), stamp) << other.tv_sec << " s and " << other.tv_nsec << " ns";
+  }
 }
 
 TEST_F(FileStampTest, EveryChangeOfAFileShows) {

@@ -139,6 +139,16 @@ TEST(DatesTest, LocalTimeLacksTheBiasOfItsMoment) {
   EXPECT_EQ(CivilFromDate(LocalDate(world, 1794766804)), (CivilTime{2026, 11, 15, 20, 20, 4, 1}));
 }
 
+TEST(DatesTest, MomentsThatNoCalendarHasStayAtItsEndsInEveryZone) {
+  Kit::FakeWorld world;
+  for (const std::int32_t bias :
+       {std::numeric_limits<std::int32_t>::min(), 0, std::numeric_limits<std::int32_t>::max()}) {
+    world.bias = [bias](std::int64_t) { return bias; };
+    EXPECT_EQ(LocalDate(world, std::numeric_limits<std::int64_t>::max()), kLastDate) << bias;
+    EXPECT_EQ(LocalDate(world, std::numeric_limits<std::int64_t>::min()), kFirstDate) << bias;
+  }
+}
+
 TEST(DatesTest, SecondsBetweenIsSignedAndWhole) {
   EXPECT_EQ(SecondsBetween(40000, 40001), 86400);
   EXPECT_EQ(SecondsBetween(40001, 40000), -86400);
