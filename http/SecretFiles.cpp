@@ -8,9 +8,11 @@ namespace TesselServer {
 bool SecretFiles::Contains(const FoundEntry& entry) const {
   if (EqualNoCase(LastComponent(entry.name), folderFile_)) return true;
   if (!entry.readable) return false;
-  const std::string canonical = entry.file.CanonicalPath();
-  if (canonical.empty() && source_ == e_AuthSource::DirectoryFile) return true;
-  if (EqualNoCase(LastComponent(canonical), folderFile_)) return true;
+  if (entry.file.Contents() == nullptr) {  // a link may have led to it
+    const std::string canonical = entry.file.CanonicalPath();
+    if (canonical.empty() && source_ == e_AuthSource::DirectoryFile) return true;
+    if (EqualNoCase(LastComponent(canonical), folderFile_)) return true;
+  }
   if (sourceFile_.empty()) return false;
   const PathIdentity passwords = IdentifyPath(sourceFile_);
   if (passwords.state == PathIdentity::State::kUnknown) return true;

@@ -111,7 +111,12 @@ bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
 }
 
 std::string OpenFile::CanonicalPath() const {
-  if (known_) return known_->canonicalPath;
+  if (known_) {
+    const UniqueDescriptor file(OpenAnywhere(AT_FDCWD, known_->path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status;
+    const bool isSame = file.IsOpen() && fstat(file.Get(), &status) == 0 && IdentityOf(status) == identity_;
+    return isSame ? PathOfDescriptor(file.Get()) : std::string();
+  }
   return IsOpen() ? PathOfDescriptor(descriptor_) : std::string();
 }
 

@@ -57,17 +57,20 @@ class OpenFile {
   bool ReadAll(std::string& bytes, std::int64_t limit) const;
 
   // The absolute path without links that leads to it now, which says in which folder it really lies whatever name it
-  // was found by. Asks the system at each call. "" when nothing is open or it cannot be told (no /proc, for one); a
-  // protection check must then refuse. " (deleted)" stands behind the name of a file that has been removed since.
+  // was found by. Asks the system at each call. "" when nothing is open or it cannot be told (no /proc, for one, or a
+  // file that is remembered and has just gone); a protection check must then refuse. " (deleted)" stands behind the
+  // name of an open file that has been removed since.
   std::string CanonicalPath() const;
 
-  // The whole contents where they are remembered, null otherwise.
+  // The whole contents where they are remembered, null otherwise. No link led to such a file from its root.
   std::shared_ptr<const std::string> Contents() const;
 
   void Close();
 
   // Platform only. -1 for a file whose contents are remembered.
   int Descriptor() const { return descriptor_; }
+  // Platform only. Null for one whose contents are not.
+  const KnownFile* Known() const { return known_.get(); }
 
  private:
   int descriptor_ = -1;

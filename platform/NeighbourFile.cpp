@@ -7,9 +7,11 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "platform/AsciiCase.h"
 #include "platform/internal/EntryStatus.h"
+#include "platform/internal/KnownFiles.h"
 #include "platform/internal/OpenPaths.h"
 #include "platform/internal/UniqueDescriptor.h"
 
@@ -18,11 +20,22 @@ namespace {
 
 using State = NeighbourFile::State;
 
+// The folder of a file that is remembered, as long as it holds that very file.
+UniqueDescriptor FolderOfKnown(const KnownFile& file) {
+  UniqueDescriptor folder(OpenAnywhereOrRaise(AT_FDCWD, file.way.back(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const std::string name = file.path.substr(file.path.rfind('/') + 1);
+  struct stat status;
+  const bool holdsIt = folder.IsOpen() && fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                       FileStampOf(status) == file.stamp;
+  return holdsIt ? std::move(folder) : UniqueDescriptor(-1);
+}
+
 // The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be had.
 UniqueDescriptor FolderOfEntry(const OpenFile& entry) {
   if (entry.Kind() == EntryKind::kDirectory) {
     return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   }
+  if (entry.Known() != nullptr) return FolderOfKnown(*entry.Known());
   std::string path = entry.CanonicalPath();
   const std::size_t cut = path.rfind('/');
   if (cut == std::string::npos) return UniqueDescriptor(-1);

@@ -1,8 +1,8 @@
 // Files beneath one root that were read before, with their contents, so that a file that has not changed is served
 // without being opened. The system is asked whether it is the same still (stat(2)): which file it is, its length,
-// permissions and times, the change time among them, which nobody can set back; and whether the root and each folder on
-// the way are those that they were, for the folder decides about passwords and the way about what lies beneath the
-// root.
+// permissions and times, the change time among them, which nobody can set back; and whether what leads to it from the
+// root are folders still, for a link might leave the root. Which folders they are does not matter: what is found by
+// this way is what opening the file by it would find.
 //
 // Only files without a link on their way are remembered, and only such are remembered as the system can be trusted
 // with: on a file system that keeps change times, not changed within the last two seconds (the next change might bear
@@ -28,16 +28,10 @@
 
 namespace TesselServer {
 
-// A folder on the way to a file.
-struct KnownStep {
-  std::string path;  // as the system takes it
-  FileIdentity identity;
-};
-
+// Its paths are as the system takes them.
 struct KnownFile {
-  std::string path;            // as the system takes it
-  std::vector<KnownStep> way;  // the root, and the folders below it
-  std::string canonicalPath;   // OpenFile::CanonicalPath when it was read
+  std::string path;
+  std::vector<std::string> way;  // the root and the folders below it, down to the one that the file lies in
   FileStamp stamp;
   std::shared_ptr<const std::string> contents;
   std::int64_t openedAt = 0;  // milliseconds of the monotonic clock

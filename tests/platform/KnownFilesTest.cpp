@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "platform/FileSystem.h"
+#include "platform/NeighbourFile.h"
 #include "platform/internal/KnownFiles.h"
 #include "platform/internal/UniqueDescriptor.h"
 #include "tests/kit/FileMarks.h"
@@ -30,7 +31,7 @@ class KnownFilesTest : public testing::Test {
   static void SetUpTestSuite() {
     tree_ = std::make_unique<Kit::TemporaryTree>();
     for (const char* test : {"same", "cut", "renamed", "removed", "hidden", "folder", "link", "root/site", "mapped",
-                             "way/site/moved", "way/site/linked", "way/site/twin"}) {
+                             "way/site/moved", "way/site/linked", "way/site/twin", "moving/first", "beside/folder"}) {
       tree_->Write(std::string(test) + "/a.txt", "first");
       tree_->Write(std::string(test) + "/b.txt", "other");
     }
@@ -185,6 +186,34 @@ TEST_F(KnownFilesTest, AnotherFolderInTheRootsPlaceIsSeenAtOnce) {
   EXPECT_EQ(root.Find("a.txt").kind, EntryKind::kNone);
   fs::rename(PathOf("root/next"), PathOf("root/site"));
   EXPECT_EQ(BytesOf(root.Find("a.txt")), "next!");
+}
+
+TEST_F(KnownFilesTest, WhereItLiesIsAskedAnewThoughItsRootHasMoved) {
+  fs::create_directory_symlink("first", PathOf("moving/site"));
+  const RootFolder root(PathOf("moving/site"));
+  ASSERT_TRUE(IsRemembered(root.Find("a.txt")));
+  fs::rename(PathOf("moving/first"), PathOf("moving/second"));
+  tree_->Write("moving/first/a.txt", "another");
+  fs::remove(PathOf("moving/site"));
+  fs::create_directory_symlink("second", PathOf("moving/site"));
+  const FoundEntry found = root.Find("a.txt");
+  EXPECT_EQ(BytesOf(found), "first");
+  EXPECT_EQ(found.file.CanonicalPath(), fs::canonical(PathOf("moving/second/a.txt")).string());
+  EXPECT_EQ(BytesOf({EntryKind::kFile, "", true, FindBeside(found.file, "b.txt").file}), "other");
+}
+
+TEST_F(KnownFilesTest, WhereItLiesCannotBeToldOnceItHasGone) {
+  const RootFolder root(PathOf("beside"));
+  const FoundEntry found = root.Find("folder/a.txt");
+  ASSERT_TRUE(IsRemembered(found));
+  EXPECT_EQ(FindBeside(found.file, "b.txt").state, NeighbourFile::State::kFound);
+  EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kMissing);
+  fs::rename(PathOf("beside/folder"), PathOf("beside/moved"));
+  EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kUnknown);
+  EXPECT_EQ(found.file.CanonicalPath(), "");
+  tree_->Write("beside/folder/a.txt", "first");
+  EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kUnknown) << "another file of that name";
+  EXPECT_EQ(found.file.CanonicalPath(), "");
 }
 
 TEST_F(KnownFilesTest, RemembersUpToItsLengthAndNoFolder) {
