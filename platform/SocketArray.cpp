@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -34,16 +33,10 @@ Error SocketFailure(std::int32_t number) { return {number, std::string(SocketErr
 // Lack of means on our side, as opposed to a client that has gone.
 bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
-// Whether bytes have arrived that nobody has read.
-bool HasUnread(int descriptor) {
-  int count = 0;
-  return ioctl(descriptor, FIONREAD, &count) == 0 && count > 0;
-}
-
 }  // namespace
 
 SocketArray::SocketArray(EventLoop& loop, SocketNotifications& owner)
-    : loop_(loop.Core()), owner_(owner), lingering_(loop), offerAgain_(loop) {
+    : loop_(loop.Core()), owner_(owner), lingering_(loop), closings_(lingering_), offerAgain_(loop) {
   offerAgain_.Interval(kOfferAgainMilliseconds);
   offerAgain_.OnTick([this] { ResumeListeners(); });
 }
@@ -135,12 +128,15 @@ void SocketArray::SetState(Element& element, SocketState state) {
 // Lets the descriptor go and makes the element one that never carried anything.
 void SocketArray::Shut(Element& element) {
   loop_.Unwatch(std::exchange(element.watch, 0));
-  const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr &&
-                       (element.inputMayCome || !element.drained || HasUnread(element.descriptor));
+  const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr;
   if (const int ahead = std::exchange(element.ahead, -1); ahead >= 0) close(ahead);
   const int descriptor = std::exchange(element.descriptor, -1);
-  if (orderly) {
+  if (orderly && (element.inputMayCome || !element.drained)) {
     lingering_.Take(descriptor);
+  } else if (orderly) {
+    const bool mayWait = loop_.AtTurnEnd(*this);
+    closings_.Add(descriptor);
+    if (!mayWait) closings_.CloseAll();
   } else if (descriptor >= 0) {
     close(descriptor);
   }
@@ -223,6 +219,8 @@ void SocketArray::OnNotice(std::uint64_t cookie) {
   ServeConnection(*element, false, false);
 }
 
+void SocketArray::OnTurnEnd() noexcept { closings_.CloseAll(); }
+
 // ---- Listening.
 
 void SocketArray::LocalPort(std::int32_t index, std::int32_t port) {
@@ -271,6 +269,7 @@ void SocketArray::OfferWaiting(std::int32_t index) {
 // asked, so that the owner never looks for a free element on behalf of nobody.
 void SocketArray::ServeListener(Element& listener, bool known) {
   if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
+  closings_.CloseAll();             // their descriptors may be wanted
   const std::uint64_t generation = listener.generation;
   const std::uint64_t told = arrivalsTold_;
   // of one of those that have arrived the owner hears in any case
@@ -389,7 +388,10 @@ void SocketArray::AnnounceArrivals() {
 // the end. As long as there is a rest a notice for it is under way.
 void SocketArray::DeliverArrivals(bool all) {
   for (bool first = true; arrivalsBegin_ != arrivalsEnd_; first = false) {
-    if (!all && !first && loop_.TurnIsLong()) return;
+    if (!first && loop_.TurnIsLong()) {
+      if (!all) return;
+      closings_.CloseAll();  // those that are answered need not wait for the rest
+    }
     const Arrival next = arrivals_[arrivalsBegin_++];
     AnnounceArrivals();  // whatever the owner does inside, the rest is not forgotten
     Element* element = Find(next.index);

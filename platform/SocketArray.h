@@ -22,6 +22,7 @@
 #include "platform/Answer.h"
 #include "platform/IndexSet.h"
 #include "platform/Timer.h"
+#include "platform/internal/Closings.h"
 #include "platform/internal/Lingering.h"
 #include "platform/internal/LoopCore.h"
 #include "platform/internal/Outgoing.h"
@@ -148,6 +149,7 @@ class SocketArray : private LoopClient {
   void InputMayCome(std::int32_t index, bool mayCome);
 
   // Closes the connection or the listener; the element is free at once. An orderly close goes on in the background.
+  // Inside a turn of the loop a connection that was answered is closed with others at its end.
   void Close(std::int32_t index);
 
   // The peer's address as dotted text, "" when the element carries no connection.
@@ -191,6 +193,7 @@ class SocketArray : private LoopClient {
 
   void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
   void OnNotice(std::uint64_t cookie) override;
+  void OnTurnEnd() noexcept override;
 
   Element* Find(std::int32_t index);
   const Element* Find(std::int32_t index) const;
@@ -225,6 +228,7 @@ class SocketArray : private LoopClient {
   LoopCore& loop_;
   SocketNotifications& owner_;
   Lingering lingering_;
+  Closings closings_;
   Timer offerAgain_;                  // runs while a listener is paused
   std::vector<std::int32_t> paused_;  // the listeners that are
   std::deque<Element> elements_;      // by number; a deque, so that a reference holds while others are loaded

@@ -27,12 +27,12 @@ bool Timer::Enabled() const { return state_->enabled; }
 
 void Timer::Enabled(bool enabled) {
   if (enabled == state_->enabled) return;
-  state_->enabled = enabled;
   if (enabled) {
     state_->loop.Arm(state_);
   } else {
     state_->loop.Disarm(*state_);
   }
+  state_->enabled = enabled;
 }
 
 void Timer::OnTick(std::function<void()> handler) {

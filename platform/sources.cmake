@@ -24,6 +24,7 @@ set(SOURCES
     Timer.cpp
     internal/ChildEnvironment.cpp
     internal/ChildWait.cpp
+    internal/Closings.cpp
     internal/DosAttributes.cpp
     internal/EchoPacket.cpp
     internal/FileStamp.cpp

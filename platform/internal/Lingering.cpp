@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <new>
 
 #include "platform/EventLoop.h"
 
@@ -26,21 +27,26 @@ Lingering::~Lingering() {
   while (!open_.empty()) End(open_.begin()->first);
 }
 
-void Lingering::Take(int descriptor) {
+void Lingering::Take(int descriptor) noexcept {
   shutdown(descriptor, SHUT_WR);
   if (open_.size() >= kMaxCount && !deadlines_.empty()) {
     while (!open_.contains(deadlines_.front().first)) deadlines_.pop_front();
     End(deadlines_.front().first);
   }
   const std::uint64_t number = ++lastNumber_;
-  const WatchId watch = loop_.Watch(descriptor, EPOLLIN | EPOLLRDHUP, *this, number);
-  if (watch == 0) {
-    close(descriptor);
-    return;
+  try {
+    Await(descriptor, number);
+  } catch (const std::bad_alloc&) {
+    open_.contains(number) ? End(number) : void(close(descriptor));
   }
-  open_.emplace(number, Entry{descriptor, watch});
-  deadlines_.emplace_back(number, loop_.Now() + kMilliseconds);
+}
+
+void Lingering::Await(int descriptor, std::uint64_t number) {
   timer_.Enabled(true);
+  deadlines_.emplace_back(number, loop_.Now() + kMilliseconds);
+  Entry& entry = open_.emplace(number, Entry{descriptor, 0}).first->second;
+  entry.watch = loop_.Watch(descriptor, EPOLLIN | EPOLLRDHUP, *this, number);
+  if (entry.watch == 0) End(number);
 }
 
 void Lingering::OnEvents(std::uint64_t cookie, std::uint32_t) {

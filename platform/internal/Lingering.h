@@ -30,8 +30,8 @@ class Lingering : private LoopClient {
   Lingering& operator=(const Lingering&) = delete;
   ~Lingering();
 
-  // Takes the connected socket over.
-  void Take(int descriptor);
+  // Takes the connected socket over. For want of memory or watches it is closed at once.
+  void Take(int descriptor) noexcept;
 
   std::size_t Count() const { return open_.size(); }
 
@@ -43,6 +43,7 @@ class Lingering : private LoopClient {
 
   void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
   void OnNotice(std::uint64_t cookie) override;
+  void Await(int descriptor, std::uint64_t number);
   void CloseOverdue();
   void End(std::uint64_t number);
 

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <limits>
+#include <new>
 
 #include "platform/Error.h"
 #include "platform/EventLoop.h"
@@ -43,10 +44,14 @@ void Drain(int descriptor) {
 // Counts the handlers on the stack and, as the last one leaves, ends the turn.
 class LoopCore::Nesting {
  public:
-  explicit Nesting(LoopCore& core) : core_(core) { ++core_.depth_; }
+  explicit Nesting(LoopCore& core) : core_(core) {
+    core_.EndTurn();
+    ++core_.depth_;
+  }
   Nesting(const Nesting&) = delete;
   Nesting& operator=(const Nesting&) = delete;
   ~Nesting() {
+    core_.EndTurn();
     if (--core_.depth_ > 0) return;
     core_.nowValid_ = false;
     core_.Empty();
@@ -69,9 +74,7 @@ std::int64_t LoopCore::Now() const { return nowValid_ ? now_ : world_.MonotonicM
 
 // ---- Turns.
 
-bool LoopCore::TurnIsLong() const {
-  return depth_ > 0 && world_.MonotonicMicroseconds() - turnBegan_ >= EventLoop::kMicrosecondsPerTurn;
-}
+bool LoopCore::TurnIsLong() const { return depth_ > 0 && world_.MonotonicMicroseconds() >= turnEnds_; }
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) {
@@ -84,8 +87,9 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   // what the last turn had no time for comes first; it would be told of again
   if (!KnowsEvents()) Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
   now_ = world_.MonotonicMilliseconds();
-  turnBegan_ = world_.MonotonicMicroseconds();
+  turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn;
   const bool delivered = Deliver();
+  EndTurn();
   return ServeTimers() || delivered;
 }
 
@@ -175,9 +179,9 @@ bool LoopCore::DeliverEvents() {
 // Has a little time even in a long turn: most notices are for nobody any more, and must not gather.
 bool LoopCore::DeliverNotices() {
   bool delivered = false;
-  const std::int64_t end = world_.MonotonicMicroseconds() + kMicrosecondsForNotices;
+  turnEnds_ = std::max(turnEnds_, world_.MonotonicMicroseconds() + kMicrosecondsForNotices);
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
-    if (delivered && TurnIsLong() && world_.MonotonicMicroseconds() >= end) break;
+    if (delivered && TurnIsLong()) break;
     const Notice next = notices_.front();
     notices_.pop_front();
     delivered = true;
@@ -197,8 +201,8 @@ LoopCore::WatchEntry* LoopCore::Find(WatchId watch) {
 
 WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client, std::uint64_t cookie) {
   if (freePlaces_.empty()) {
-    freePlaces_.push_back(static_cast<std::uint32_t>(watches_.size()));
     watches_.emplace_back();
+    freePlaces_.push_back(static_cast<std::uint32_t>(watches_.size() - 1));
   }
   const std::uint32_t place = freePlaces_.back();
   if (++serial_ >= 0xFFFFFFFEu) serial_ = 1;  // keeps clear of the loop's own two numbers
@@ -238,6 +242,24 @@ void LoopCore::Post(LoopClient& client, std::uint64_t cookie) {
 
 void LoopCore::Forget(const LoopClient& client) {
   std::erase_if(notices_, [&](const Notice& notice) { return notice.client == &client; });
+  std::erase(endings_, &client);
+}
+
+bool LoopCore::AtTurnEnd(LoopClient& client) noexcept {
+  if (depth_ == 0) return false;
+  if (std::find(endings_.begin(), endings_.end(), &client) != endings_.end()) return true;
+  try {
+    endings_.push_back(&client);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
+// What is called raises no events of the host's, so nobody comes or goes meanwhile.
+void LoopCore::EndTurn() noexcept {
+  for (LoopClient* client : endings_) client->OnTurnEnd();
+  endings_.clear();
 }
 
 // ---- Timers.
@@ -260,8 +282,9 @@ bool LoopCore::ServeTimers() {
     const auto first = timers_.begin();
     if (first->first > now_) break;
     const std::shared_ptr<TimerState> timer = first->second;
-    timers_.erase(first);
-    Arm(timer);
+    auto place = timers_.extract(first);  // and put back where it belongs, which takes no memory
+    place.key() = timer->due = Now() + timer->interval;
+    timers_.insert(std::move(place));
     served = true;
     const auto handler = timer->handler;  // outlives its own replacement
     if (!handler) continue;

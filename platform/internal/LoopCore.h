@@ -28,6 +28,8 @@ class LoopClient {
  public:
   virtual void OnEvents(std::uint64_t cookie, std::uint32_t events) = 0;
   virtual void OnNotice(std::uint64_t cookie) = 0;
+  // See LoopCore::AtTurnEnd.
+  virtual void OnTurnEnd() noexcept {}
 
  protected:
   ~LoopClient() = default;
@@ -77,7 +79,10 @@ class LoopCore {
 
   // ---- Notices: OnNotice(cookie) is called once, in this turn or the next.
   void Post(LoopClient& client, std::uint64_t cookie);
-  // Drops every notice of `client`.
+  // Has OnTurnEnd called once: when the present turn ends, before its timers are served, or when somebody yields inside
+  // it, whichever is first. False outside a turn, and for want of memory: it is not called then.
+  bool AtTurnEnd(LoopClient& client) noexcept;
+  // Drops every notice of `client`, and its wish to hear of the turn's end.
   void Forget(const LoopClient& client);
 
   // ---- Timers.
@@ -113,6 +118,7 @@ class LoopCore {
   bool DeliverEvents();
   bool DeliverNotices();
   bool ServeTimers();
+  void EndTurn() noexcept;
   void Empty();
   void Announce();
   void SetAlarm();
@@ -126,7 +132,7 @@ class LoopCore {
   int depth_ = 0;
   std::int64_t now_ = 0;
   bool nowValid_ = false;
-  std::int64_t turnBegan_ = 0;  // microseconds
+  std::int64_t turnEnds_ = 0;  // microseconds
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;
@@ -135,6 +141,7 @@ class LoopCore {
   std::vector<Fetched> fetched_;
   std::size_t fetchedNext_ = 0;
   std::deque<Notice> notices_;
+  std::vector<LoopClient*> endings_;
   std::multimap<std::int64_t, std::shared_ptr<TimerState>> timers_;
   std::vector<std::shared_ptr<void>> graves_;
 };

@@ -50,11 +50,13 @@ class LoopEar : public LoopClient {
 
   std::function<void(std::uint64_t)> onEvents = [](std::uint64_t) {};
   std::function<void(std::uint64_t)> onNotice = [](std::uint64_t) {};
+  std::function<void()> onTurnEnd = [] {};
 
   WatchId Watch(const Pipe& pipe, std::uint64_t cookie) { return core_.Watch(pipe.ReadEnd(), EPOLLIN, *this, cookie); }
 
   void OnEvents(std::uint64_t cookie, std::uint32_t) override { onEvents(cookie); }
   void OnNotice(std::uint64_t cookie) override { onNotice(cookie); }
+  void OnTurnEnd() noexcept override { onTurnEnd(); }
 
  private:
   LoopCore& core_;

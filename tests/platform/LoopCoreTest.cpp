@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -273,6 +274,64 @@ TEST_F(LoopCoreTest, AClientMayBeForgottenInsideANoticeOfAnother) {
   ear.onNotice = [&](std::uint64_t) { other.reset(); };
   core.Post(ear, 1);
   core.Post(*other, 2);
+  EXPECT_EQ(Turn(), "");
+}
+
+TEST_F(LoopCoreTest, TheEndOfATurnIsHeardOnceBehindItsNoticesAndBeforeItsTimers) {
+  Timer timer(loop);
+  timer.Interval(1);
+  timer.OnTick([this] { heard += "t"; });
+  timer.Enabled(true);
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onEvents = [this](std::uint64_t cookie) {
+    pipes[cookie].Drain();
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(core.AtTurnEnd(ear));
+    core.Post(ear, 9);
+  };
+  ear.Watch(pipes[0], 0);
+  pipes[0].Fill();
+  world.Advance(1);
+  EXPECT_EQ(Turn(), "n9et");
+  EXPECT_EQ(Turn(), "");
+}
+
+TEST_F(LoopCoreTest, WhoeverYieldsEndsTheTurnForThoseWhoWaitForIt) {
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onNotice = [this](std::uint64_t cookie) {
+    heard += "n" + std::to_string(cookie);
+    if (cookie == 2) loop.DoEvents();
+    core.AtTurnEnd(ear);
+    heard += ".";
+  };
+  for (const std::uint64_t cookie : {1, 2, 3}) core.Post(ear, cookie);
+  EXPECT_EQ(Turn(), "n1.n2en3.e.e") << "before what is delivered inside, and behind it";
+}
+
+TEST_F(LoopCoreTest, AnExceptionEndsTheTurnAsWell) {
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onNotice = [this](std::uint64_t) {
+    core.AtTurnEnd(ear);
+    throw std::bad_alloc();
+  };
+  core.Post(ear, 1);
+  heard.clear();
+  EXPECT_THROW(loop.RunOnce(0), std::bad_alloc);
+  EXPECT_EQ(heard, "e");
+}
+
+TEST_F(LoopCoreTest, OutsideATurnThereIsNoEndToWaitFor) {
+  ear.onTurnEnd = [this] { heard += "e"; };
+  EXPECT_FALSE(core.AtTurnEnd(ear));
+  EXPECT_EQ(Turn(), "");
+}
+
+TEST_F(LoopCoreTest, AForgottenClientDoesNotHearTheEndOfTheTurn) {
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onNotice = [this](std::uint64_t) {
+    core.AtTurnEnd(ear);
+    core.Forget(ear);
+  };
+  core.Post(ear, 1);
   EXPECT_EQ(Turn(), "");
 }
 

@@ -25,6 +25,14 @@ class SocketArrivalsTest : public testing::Test {
     send(client->Descriptor(), "hello", 5, MSG_NOSIGNAL);
     return client;
   }
+  // Has the owner answer every request and close its connection behind the answer.
+  void AnswerEachAndClose() {
+    owner.onData = [this](std::int32_t index) {
+      sockets.InputMayCome(index, false);
+      sockets.SendData(index, Kit::TextAnswer("answer"), SocketArray::AfterSend::kCloses);
+    };
+    owner.onSent = [this](std::int32_t index) { sockets.Reload(index); };
+  }
   std::size_t Requests() const { return owner.Count("request 1"); }
   std::size_t Served() const { return owner.Count("data 2") + owner.Count("data 3"); }
 
@@ -116,6 +124,73 @@ TEST_F(SocketArrivalsTest, AnExceptionOutOfOneHandlerLeavesTheOthersTheirBytes) 
   Kit::Settle(loop);
   EXPECT_EQ(owner.received[3], "hello");
   EXPECT_EQ(owner.received[4], "hello");
+}
+
+// ---- Their ends.
+
+TEST_F(SocketArrivalsTest, ThoseAnsweredInOneTurnEndWithIt) {
+  AnswerEachAndClose();
+  const auto first = Waiting();
+  const auto second = Waiting();
+  std::string seenInside = "nobody was heard";
+  owner.onData = [&, answer = owner.onData](std::int32_t index) {
+    answer(index);
+    if (Served() == 2) seenInside = std::to_string(first->Poll()) + first->Received();
+  };
+  loop.RunOnce(0);
+  EXPECT_EQ(seenInside, "0") << "neither the answer nor the end";
+  for (const auto* client : {&first, &second}) {
+    EXPECT_TRUE((*client)->Poll());
+    EXPECT_EQ((*client)->Received(), "answer");
+    EXPECT_FALSE((*client)->WasReset());
+  }
+  EXPECT_EQ(sockets.LingeringCount(), 0u);
+}
+
+TEST_F(SocketArrivalsTest, WhoeverYieldsLetsThoseThatAreAnsweredGo) {
+  AnswerEachAndClose();
+  const auto first = Waiting();
+  const auto second = Waiting();
+  bool ended = false;
+  owner.onData = [&, answer = owner.onData](std::int32_t index) {
+    answer(index);
+    if (Served() != 2) return;
+    loop.DoEvents();
+    ended = first->Poll();
+  };
+  loop.RunOnce(0);
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(first->Received(), "answer");
+}
+
+TEST_F(SocketArrivalsTest, AnExceptionLetsThoseThatAreAnsweredGo) {
+  AnswerEachAndClose();
+  const auto first = Waiting();
+  const auto second = Waiting();
+  owner.onData = [&, answer = owner.onData](std::int32_t index) {
+    if (Served() == 2) throw std::bad_alloc();
+    answer(index);
+  };
+  EXPECT_THROW(loop.RunOnce(0), std::bad_alloc);
+  EXPECT_TRUE(first->Poll());
+  EXPECT_EQ(first->Received(), "answer");
+}
+
+TEST_F(SocketArrivalsTest, ASecondRequestOfOneOfThemDoesNotEatItsAnswer) {
+  AnswerEachAndClose();
+  const auto first = Waiting();
+  const auto second = Waiting();
+  owner.onData = [&, answer = owner.onData](std::int32_t index) {
+    answer(index);
+    if (Served() == 2) send(first->Descriptor(), "again", 5, MSG_NOSIGNAL);
+  };
+  loop.RunOnce(0);
+  EXPECT_EQ(sockets.LingeringCount(), 1u);
+  for (const auto* client : {&first, &second}) {
+    EXPECT_TRUE((*client)->Poll());
+    EXPECT_EQ((*client)->Received(), "answer");
+    EXPECT_FALSE((*client)->WasReset());
+  }
 }
 
 TEST_F(SocketArrivalsTest, ALongRequestIsHeardOfAsALoneOneWouldBe) {
