@@ -28,7 +28,7 @@ class EventLoop {
   static constexpr int kEventsPerTurn = 256;
   // When a turn has taken so long it delivers no more: the rest comes in the next, after the timers and whatever else
   // the host does between turns. One notification is never cut short, so a turn takes this and its last ones.
-  static constexpr std::int64_t kMicrosecondsPerTurn = 400;
+  static constexpr std::int64_t kMicrosecondsPerTurn = 250;
   // How many timers one turn serves; the rest come in the next.
   static constexpr int kTimersPerTurn = 256;
 

@@ -129,7 +129,6 @@ void SocketArray::SetState(Element& element, SocketState state) {
 void SocketArray::Shut(Element& element) {
   loop_.Unwatch(std::exchange(element.watch, 0));
   const bool orderly = element.state == SocketState::kConnected && !element.peerEnded && element.outgoing == nullptr;
-  if (const int ahead = std::exchange(element.ahead, -1); ahead >= 0) close(ahead);
   const int descriptor = std::exchange(element.descriptor, -1);
   if (orderly && (element.inputMayCome || !element.drained)) {
     lingering_.Take(descriptor);
@@ -276,11 +275,12 @@ void SocketArray::ServeListener(Element& listener, bool known) {
   const auto tellRest = [&] {
     if (arrivalsTold_ == told || !loop_.TurnIsLong()) DeliverArrivals(false);
   };
+  int waiting = known || SomebodyWaits(listener.descriptor) ? 1 : 0;
   for (int taken = 0; taken < kAcceptsPerTurn; ++taken) {
     if (!MayTakeAnother(listener)) break;
     if (listener.generation != generation) return;
-    const bool first = taken == 0;
-    if (listener.ahead < 0 && !(first ? known || SomebodyWaits(listener.descriptor) : TakeAhead(listener))) break;
+    if (taken == 1) waiting = QueueLength(listener.descriptor);  // to take one that is not there is dear
+    if (waiting-- <= 0) break;
     const OfferResult result = Offer(listener);
     if (listener.generation != generation) return;
     if (result == OfferResult::kRefused || result == OfferResult::kFailed) {
@@ -292,13 +292,8 @@ void SocketArray::ServeListener(Element& listener, bool known) {
     }
     if (result == OfferResult::kGone) break;
   }
-  if (listener.ahead >= 0) {  // the kernel does not tell of that one again
-    Pause(listener);
-    loop_.Post(*this, kResumeNotice);
-  } else {
-    listener.paused = false;
-    UpdateWatch(listener);
-  }
+  listener.paused = false;
+  UpdateWatch(listener);
   tellRest();
 }
 
@@ -314,13 +309,6 @@ bool SocketArray::MayTakeAnother(const Element& listener) {
   if (hasRoom && hasElement) return true;
   DeliverArrivals(false);
   return arrivalsBegin_ == arrivalsEnd_;
-}
-
-// Takes the next connection from the queue before it is offered, which tells at the same time whether there is one. A
-// lack of means is met with once more as the connection is taken, and told of there.
-bool SocketArray::TakeAhead(Element& listener) {
-  listener.ahead = AcceptFrom(listener.descriptor, listener.aheadAddress);
-  return listener.ahead >= 0 || IsShortage(errno);
 }
 
 SocketArray::OfferResult SocketArray::Offer(Element& listener) {
@@ -422,9 +410,8 @@ SocketArray::AcceptResult SocketArray::Accept(std::int32_t index, std::int32_t r
   Element* element = Find(index);
   if (offered_ == nullptr || requestID != lastRequest_ || acceptedOn_ >= 0) return AcceptResult::kGone;
   if (element == nullptr || element->state != SocketState::kClosed) return AcceptResult::kFailed;
-  std::uint32_t address = offered_->aheadAddress;
-  int descriptor = std::exchange(offered_->ahead, -1);
-  if (descriptor < 0) descriptor = AcceptFrom(offered_->descriptor, address);
+  std::uint32_t address = 0;
+  const int descriptor = AcceptFrom(offered_->descriptor, address);
   if (descriptor < 0) {
     (IsShortage(errno) ? acceptFailed_ : acceptGone_) = true;
     return acceptFailed_ ? AcceptResult::kFailed : AcceptResult::kGone;

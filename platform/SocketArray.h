@@ -43,8 +43,8 @@ enum class SocketState : std::int32_t {
 class SocketNotifications {
  public:
   // A connection waits on the listening element `Index`: take it with Accept(requestID) before returning. When no
-  // element takes it, it waits, in the kernel's queue or taken ahead, and is offered again as soon as an element
-  // becomes free, and at most kOfferAgainMilliseconds later.
+  // element takes it, it stays in the kernel's queue, and is offered again as soon as an element becomes free, and at
+  // most kOfferAgainMilliseconds later.
   virtual void ConnectionRequest(std::int32_t Index, std::int32_t requestID) = 0;
   // Bytes arrived; fetch them with GetData at once.
   virtual void DataArrival(std::int32_t Index, std::int64_t bytesTotal) = 0;
@@ -171,8 +171,6 @@ class SocketArray : private LoopClient {
     std::uint32_t localAddress = 0;  // network byte order, 0 = all
     std::int32_t localPort = 0;
     bool paused = false;  // a connection found no element: not heard until one is free
-    int ahead = -1;       // a connection that was taken from the queue and not yet by an element
-    std::uint32_t aheadAddress = 0;
     // connected
     std::uint32_t peerAddress = 0;
     bool peerEnded = false;
@@ -206,7 +204,6 @@ class SocketArray : private LoopClient {
 
   void ServeListener(Element& listener, bool known);
   bool MayTakeAnother(const Element& listener);
-  bool TakeAhead(Element& listener);
   void FirstBytes(Element& element);
   void ReadOn(Element& element, std::size_t begin, std::size_t size);
   void AnnounceArrivals();

@@ -38,6 +38,13 @@ bool SomebodyWaits(int listener) {
   return poll(&queue, 1, 0) == 1;
 }
 
+int QueueLength(int listener) {
+  tcp_info facts{};
+  socklen_t size = sizeof facts;
+  if (getsockopt(listener, IPPROTO_TCP, TCP_INFO, &facts, &size) != 0) return 0;
+  return static_cast<int>(facts.tcpi_unacked);  // of a listener it is this number, as in the Recv-Q of ss(8)
+}
+
 int AcceptFrom(int listener, std::uint32_t& address) {
   sockaddr_in peer{};
   socklen_t size = sizeof peer;

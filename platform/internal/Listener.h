@@ -16,6 +16,9 @@ int OpenListener(std::uint32_t address, std::int32_t port);
 // Whether a connection is in the queue.
 bool SomebodyWaits(int listener);
 
+// How many connections are in the queue; 0 as well where the system does not tell.
+int QueueLength(int listener);
+
 // The next connection of the queue and its peer's address; below 0, with errno, when there is none to be had.
 int AcceptFrom(int listener, std::uint32_t& address);
 

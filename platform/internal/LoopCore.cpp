@@ -24,7 +24,7 @@ namespace {
 constexpr std::uint64_t kWakeMark = ~std::uint64_t{0};
 constexpr std::uint64_t kAlarmMark = kWakeMark - 1;
 
-constexpr std::int64_t kMicrosecondsForNotices = 100;
+constexpr std::int64_t kMicrosecondsForNotices = 50;
 
 void AddOwn(int epoll, int descriptor, std::uint64_t mark) {
   epoll_event event{};

@@ -245,7 +245,7 @@ TEST_F(SocketArrivalsTest, WhenATurnHasTakenItsTimeTheRestIsServedInTheNext) {
   EXPECT_EQ(served, kMany);
 }
 
-TEST_F(SocketArrivalsTest, OneThatWasTakenAheadAndRefusedIsServedBeforeThoseBehindIt) {
+TEST_F(SocketArrivalsTest, OneThatWasRefusedIsServedBeforeThoseBehindIt) {
   int refusals = 0;
   owner.onRequest = [&](std::int32_t request) {
     if (owner.sockets.State(2) == SocketState::kConnected && refusals++ == 0) return;
@@ -266,7 +266,7 @@ TEST_F(SocketArrivalsTest, OneThatWasTakenAheadAndRefusedIsServedBeforeThoseBehi
   EXPECT_EQ(owner.received[4], "third");
 }
 
-TEST_F(SocketArrivalsTest, OneThatWasTakenAheadEndsWithItsListener) {
+TEST_F(SocketArrivalsTest, OneThatWasRefusedEndsWithItsListener) {
   owner.onRequest = [&](std::int32_t request) {
     if (owner.sockets.State(2) != SocketState::kConnected) owner.Take(request);
   };
