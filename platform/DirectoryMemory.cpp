@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <new>
+
 #include "platform/internal/FileStamp.h"
 #include "platform/internal/FolderRecord.h"
 
@@ -22,22 +24,27 @@ std::shared_ptr<FolderRecord> DirectoryMemory::NamesOf(int descriptor) {
   if (place != places_.end()) {
     records_.splice(records_.begin(), records_, place->second);
     before = records_.front();
-    if (before->Holds(stamp)) return before;
+    if (before->Holds(stamp, now_())) return before;
   }
-  const bool isSettled = IsSettled(stamp, now_());
-  std::shared_ptr<FolderRecord> record;
-  if (KeepsChangeTimes(descriptor)) {
-    record = FolderRecord::Read(descriptor, stamp, isSettled, before.get(), maxBytes_);
+  const std::int64_t began = now_();
+  try {
+    std::shared_ptr<FolderRecord> record;
+    if (KeepsChangeTimes(descriptor)) {
+      record = FolderRecord::Read(descriptor, stamp, began, before.get(), maxBytes_);
+    }
+    Forget(key);
+    if (record) Remember(key, record);
+    return record;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
   }
-  Forget(key);
-  if (record) Remember(key, record);
-  return record;
 }
 
 void DirectoryMemory::Remember(const Key& key, std::shared_ptr<FolderRecord> record) {
-  bytes_ += record->Bytes();
-  records_.push_front(std::move(record));
-  places_[key] = records_.begin();
+  Records added{std::move(record)};
+  places_.emplace(key, added.begin());
+  records_.splice(records_.begin(), added);
+  bytes_ += records_.front()->Bytes();
   while (bytes_ > maxBytes_) {
     const FileStamp& oldest = records_.back()->Stamp();
     Forget({oldest.device, oldest.inode});

@@ -17,7 +17,11 @@ bool EventLoop::RunOnce(std::int32_t milliseconds) { return core_->Turn(millisec
 
 void EventLoop::Stop() noexcept { core_->Wake(); }
 
-void EventLoop::DoEvents() { core_->Pass(); }
+void EventLoop::DoEvents() { core_->DoEvents(); }
+
+void EventLoop::Yield() { core_->Pass(); }
+
+void EventLoop::Flush() noexcept { core_->EndTurn(); }
 
 bool EventLoop::TurnIsLong() const { return core_->TurnIsLong(); }
 

@@ -27,7 +27,8 @@ class EventLoop {
   // How many notifications one turn takes from the kernel, so that a turn ends in bounded time.
   static constexpr int kEventsPerTurn = 256;
   // When a turn has taken so long it delivers no more: the rest comes in the next, after the timers and whatever else
-  // the host does between turns. One notification is never cut short, so a turn takes this and its last ones.
+  // the host does between turns. One notification is never cut short, so a turn takes this and its last ones, and the
+  // time in which the connections that it answered are closed.
   static constexpr std::int64_t kMicrosecondsPerTurn = 250;
   // How many timers one turn serves; the rest come in the next.
   static constexpr int kTimersPerTurn = 256;
@@ -57,6 +58,14 @@ class EventLoop {
   // Yields from inside a notification: one pass without waiting. Delivers what is already known first and asks the
   // kernel only when nothing is.
   void DoEvents();
+
+  // As DoEvents, for a caller inside a notification that itself ends soon: what waits for the end of the turn (the ends
+  // of connections that were answered) goes on waiting.
+  void Yield();
+
+  // Does at once what waits for the end of the turn: for a caller inside a notification that may take long. Nothing is
+  // delivered.
+  void Flush() noexcept;
 
   // Whether the present turn has taken its time (kMicrosecondsPerTurn): what can wait is then better left for the next.
   bool TurnIsLong() const;

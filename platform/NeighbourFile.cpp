@@ -20,14 +20,16 @@ namespace {
 
 using State = NeighbourFile::State;
 
-// The folder of a file that is remembered, as long as it holds that very file.
+// The folder of a file that is remembered: the one it was found in, or one that holds that very file now.
 UniqueDescriptor FolderOfKnown(const KnownFile& file) {
   UniqueDescriptor folder(OpenAnywhereOrRaise(AT_FDCWD, file.way.back(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const std::string name = file.path.substr(file.path.rfind('/') + 1);
   struct stat status;
-  const bool holdsIt = folder.IsOpen() && fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                       FileStampOf(status) == file.stamp;
-  return holdsIt ? std::move(folder) : UniqueDescriptor(-1);
+  const auto stillHas = [&] {
+    return fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && FileStampOf(status) == file.stamp;
+  };
+  if (!folder.IsOpen() || fstat(folder.Get(), &status) != 0) return UniqueDescriptor(-1);
+  return IdentityOf(status) == file.folder || stillHas() ? std::move(folder) : UniqueDescriptor(-1);
 }
 
 // The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be had.

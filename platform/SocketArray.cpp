@@ -268,18 +268,20 @@ void SocketArray::OfferWaiting(std::int32_t index) {
 // asked, so that the owner never looks for a free element on behalf of nobody.
 void SocketArray::ServeListener(Element& listener, bool known) {
   if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
-  closings_.CloseAll();             // their descriptors may be wanted
   const std::uint64_t generation = listener.generation;
   const std::uint64_t told = arrivalsTold_;
   // of one of those that have arrived the owner hears in any case
   const auto tellRest = [&] {
     if (arrivalsTold_ == told || !loop_.TurnIsLong()) DeliverArrivals(false);
   };
+  std::uint64_t heard = told;
   int waiting = known || SomebodyWaits(listener.descriptor) ? 1 : 0;
   for (int taken = 0; taken < kAcceptsPerTurn; ++taken) {
     if (!MayTakeAnother(listener)) break;
     if (listener.generation != generation) return;
-    if (taken == 1) waiting = QueueLength(listener.descriptor);  // to take one that is not there is dear
+    // to take one that is not there is dear
+    if (taken == 1 || arrivalsTold_ != heard) waiting = QueueLength(listener.descriptor);
+    heard = arrivalsTold_;
     if (waiting-- <= 0) break;
     const OfferResult result = Offer(listener);
     if (listener.generation != generation) return;
@@ -318,12 +320,17 @@ SocketArray::OfferResult SocketArray::Offer(Element& listener) {
   acceptFailed_ = false;
   freedMeanwhile_ = false;
   lastRequest_ = lastRequest_ < std::numeric_limits<std::int32_t>::max() ? lastRequest_ + 1 : 1;
-  owner_.ConnectionRequest(listener.index, lastRequest_);
+  try {
+    owner_.ConnectionRequest(listener.index, lastRequest_);
+  } catch (...) {
+    offered_ = nullptr;
+    throw;
+  }
   offered_ = nullptr;
   if (acceptFailed_) return OfferResult::kFailed;
   if (acceptGone_) return OfferResult::kGone;
   if (acceptedOn_ < 0) return OfferResult::kRefused;
-  if (Element* accepted = FindConnected(acceptedOn_)) FirstBytes(*accepted);
+  if (Element* accepted = FindConnected(acceptedOn_)) OrClose(*accepted, [&] { FirstBytes(*accepted); });
   return OfferResult::kTaken;
 }
 
@@ -380,13 +387,26 @@ void SocketArray::DeliverArrivals(bool all) {
       if (!all) return;
       closings_.CloseAll();  // those that are answered need not wait for the rest
     }
+    if (arrivalsEnd_ - arrivalsBegin_ > 1) AnnounceArrivals();  // whatever the owner does, the rest is not forgotten
     const Arrival next = arrivals_[arrivalsBegin_++];
-    AnnounceArrivals();  // whatever the owner does inside, the rest is not forgotten
     Element* element = Find(next.index);
     if (element == nullptr || element->generation != next.generation) continue;
     ++arrivalsTold_;
-    Hear(*element, next.begin, next.size);
+    OrClose(*element, [&] { Hear(*element, next.begin, next.size); });
     if (Element* same = Find(next.index)) AfterNotifications(*same, next.generation);
+  }
+}
+
+// A connection whose owner failed to hear of it would be one that nobody watches.
+template <typename Action>
+void SocketArray::OrClose(const Element& element, const Action& action) {
+  const std::int32_t index = element.index;
+  const std::uint64_t generation = element.generation;
+  try {
+    action();
+  } catch (...) {
+    if (Generation(index) == generation) Close(index);
+    throw;
   }
 }
 
@@ -411,7 +431,11 @@ SocketArray::AcceptResult SocketArray::Accept(std::int32_t index, std::int32_t r
   if (offered_ == nullptr || requestID != lastRequest_ || acceptedOn_ >= 0) return AcceptResult::kGone;
   if (element == nullptr || element->state != SocketState::kClosed) return AcceptResult::kFailed;
   std::uint32_t address = 0;
-  const int descriptor = AcceptFrom(offered_->descriptor, address);
+  int descriptor = AcceptFrom(offered_->descriptor, address);
+  if (descriptor < 0 && IsShortage(errno) && !closings_.IsEmpty()) {
+    closings_.CloseAll();
+    descriptor = AcceptFrom(offered_->descriptor, address);
+  }
   if (descriptor < 0) {
     (IsShortage(errno) ? acceptFailed_ : acceptGone_) = true;
     return acceptFailed_ ? AcceptResult::kFailed : AcceptResult::kGone;

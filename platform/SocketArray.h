@@ -132,8 +132,8 @@ class SocketArray : private LoopClient {
   // The bytes that DataArrival told of; valid until the next notification.
   std::string_view GetData(std::int32_t index);
 
-  // What the owner does when SendComplete is raised: with kCloses the last bytes and the end of the connection leave in
-  // one segment, which spares both sides a packet.
+  // What the owner does when SendComplete is raised: with kCloses the last bytes wait for that, and they and the end of
+  // the connection leave in one segment, which spares both sides a packet.
   enum class AfterSend { kStaysOpen, kCloses };
   // Hands over the whole answer; SendComplete follows when it has gone, or SocketError. Raises Error 10057 when the
   // element carries no connection or is sending already, and the socket error when the peer is known to have gone.
@@ -149,7 +149,8 @@ class SocketArray : private LoopClient {
   void InputMayCome(std::int32_t index, bool mayCome);
 
   // Closes the connection or the listener; the element is free at once. An orderly close goes on in the background.
-  // Inside a turn of the loop a connection that was answered is closed with others at its end.
+  // Inside a turn of the loop a connection of which nothing more is to come is closed with others, at the end of the
+  // turn.
   void Close(std::int32_t index);
 
   // The peer's address as dotted text, "" when the element carries no connection.
@@ -208,6 +209,8 @@ class SocketArray : private LoopClient {
   void ReadOn(Element& element, std::size_t begin, std::size_t size);
   void AnnounceArrivals();
   void DeliverArrivals(bool all);
+  template <typename Action>
+  void OrClose(const Element& element, const Action& action);
   void Hear(Element& element, std::size_t begin, std::size_t size);
   OfferResult Offer(Element& listener);
   void Pause(Element& listener);

@@ -31,6 +31,7 @@ set(SOURCES
     internal/FindBeneath.cpp
     internal/FolderNames.cpp
     internal/FolderRecord.cpp
+    internal/FolderSpelling.cpp
     internal/FolderStream.cpp
     internal/KnownFiles.cpp
     internal/KnownFolders.cpp

@@ -1,5 +1,6 @@
 #include "control/internal/Dispatch.h"
 
+#include <exception>
 #include <memory>
 #include <utility>
 
@@ -39,7 +40,7 @@ void Dispatch::Begin(std::int32_t Index) {
   if (slot == nullptr) return;
   try {
     FindTarget(state_, *slot);
-  } catch (const Error&) {
+  } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
   if (state_.reporter.FileRequestIsHeard() && IsTrapped(*slot, state_.settings)) {
@@ -58,6 +59,7 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   slot.TrapOutstanding = true;
   slot.Target = {};  // the answer may take its time: nothing stays open until then
   slot.TargetIsKnown = false;
+  state_.loop.Flush();  // the host may take its time
   const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(path), UserAuthentication(slot.Fields()));
   if (heard || state_.sckWS.Generation(Index) != generation || !slot.TrapOutstanding) return;
   slot.TrapOutstanding = false;

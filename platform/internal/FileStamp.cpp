@@ -14,13 +14,11 @@ constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
 struct KnownFileSystem {
   std::uint32_t magic;
-  bool attributesToo;
   bool contentsToo;
 };
 constexpr KnownFileSystem kKnownFileSystems[] = {
-    {EXT4_SUPER_MAGIC, true, true},  // ext2 and ext3 have the same
-    {XFS_SUPER_MAGIC, true, true},       {BTRFS_SUPER_MAGIC, true, true},
-    {OVERLAYFS_SUPER_MAGIC, true, true}, {TMPFS_MAGIC, true, false},
+    {EXT4_SUPER_MAGIC, true},  // ext2 and ext3 have the same
+    {XFS_SUPER_MAGIC, true},  {BTRFS_SUPER_MAGIC, true}, {OVERLAYFS_SUPER_MAGIC, true}, {TMPFS_MAGIC, false},
 };
 
 // Anybody may date a file to any year, so the number goes round beyond 1677 to 2262. What dates a file so sets its
@@ -53,11 +51,6 @@ std::int64_t FileClockNow() {
 }
 
 bool KeepsChangeTimes(int descriptor) { return FileSystemOf(descriptor) != nullptr; }
-
-bool KeepsAttributeChangeTimes(int descriptor) {
-  const KnownFileSystem* const known = FileSystemOf(descriptor);
-  return known != nullptr && known->attributesToo;
-}
 
 bool KeepsContentChangeTimes(int descriptor) {
   const KnownFileSystem* const known = FileSystemOf(descriptor);

@@ -3,7 +3,7 @@
 // What was read may be used again as long as the stamp is the same, where three things hold:
 //   1. The stamp was taken before reading and was settled then (IsSettled). Clocks of file systems are coarse: two
 //      changes within one tick leave the same times.
-//   2. The file system keeps change times (KeepsChangeTimes, or for extended attributes KeepsAttributeChangeTimes).
+//   2. The file system keeps change times (KeepsChangeTimes).
 //   3. No file's content is meant that somebody writes through a mapping: pages that are mapped for writing already are
 //      changed without any time being set. Folders, names and attributes have no such back door.
 //      KeepsContentChangeTimes leaves out the files that live by mappings; whoever remembers the contents of others
@@ -44,14 +44,18 @@ inline constexpr std::int64_t kSettledNanoseconds = 2'000'000'000;
 // same time. One in the future never does.
 inline bool IsSettled(const FileStamp& stamp, std::int64_t now) { return stamp.changed <= now - kSettledNanoseconds; }
 
-// Whether the file system of what is open (O_PATH will do) is one that is known to set the change time with each change
-// of names and of contents and to have no other writers than this machine: ext2 to ext4, xfs, btrfs, f2fs, tmpfs,
-// overlayfs. Asks the system at each call, since the number of a device may come back for another file system;
-// where a stamp is the key its device says the rest.
-bool KeepsChangeTimes(int descriptor);
+// For how long names are trusted at all. Some changes have no time; nobody is to see their like for ever.
+inline constexpr std::int64_t kFreshNanoseconds = 1'000'000'000;
 
-// Whether it does so for extended attributes as well: not all versions of f2fs do.
-bool KeepsAttributeChangeTimes(int descriptor);
+// Whether what was read at the moment `read` may still be used at the moment `now`, both of FileClockNow. A clock that
+// was set back ends it as well.
+inline bool IsFresh(std::int64_t read, std::int64_t now) { return now >= read && now - read < kFreshNanoseconds; }
+
+// Whether the file system of what is open (O_PATH will do) is one that is known to set the change time with each change
+// of names, contents and extended attributes and to have no other writers than this machine: ext2 to ext4, xfs, btrfs,
+// tmpfs; and overlayfs, which has what its layers have. Asks the system at each call, since the number of a device may
+// come back for another file system; where a stamp is the key its device says the rest.
+bool KeepsChangeTimes(int descriptor);
 
 // Whether it does so for everything about a file, its contents among it: all of the above but tmpfs, where programs
 // meet in files that they map into their memory and no time is ever set.

@@ -31,11 +31,11 @@ class FolderRecord::Heir {
   Number next_ = 0;
 };
 
-std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const FileStamp& stamp, bool settled,
+std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const FileStamp& stamp, std::int64_t began,
                                                  const FolderRecord* before, std::size_t limit) {
   FolderStream stream(descriptor);
   if (!stream.IsOpen()) return nullptr;
-  std::shared_ptr<FolderRecord> record(new FolderRecord(stamp, settled, KeepsAttributeChangeTimes(descriptor)));
+  std::shared_ptr<FolderRecord> record(new FolderRecord(stamp, began));
   Heir heir(before);
   while (const dirent* each = stream.Next()) {
     const std::string_view name = each->d_name;
@@ -64,7 +64,7 @@ std::optional<std::uint32_t> FolderRecord::Attributes(Number entry, const FileSt
 }
 
 void FolderRecord::LearnAttributes(Number entry, const FileStamp& file, std::int64_t asked, std::uint32_t attributes) {
-  if (!keepsAttributeTimes_ || file.device != stamp_.device || !IsSettled(file, asked)) return;
+  if (file.device != stamp_.device || !IsSettled(file, asked)) return;
   Entry& known = entries_[entry];
   known.inode = file.inode;
   known.changed = file.changed;

@@ -23,14 +23,16 @@ class FolderRecord {
   // An entry by its number, 0 to Count() - 1, which it keeps.
   using Number = std::size_t;
 
-  // Reads the folder open as `descriptor`, whose stamp was `stamp` before and which may be remembered when `settled`.
-  // What `before`, an older record of the same folder or nullptr, knows of files that are still there is taken over.
-  // nullptr when the folder cannot be read to its end or the record would be longer than `limit` bytes.
-  static std::shared_ptr<FolderRecord> Read(int descriptor, const FileStamp& stamp, bool settled,
+  // Reads the folder open as `descriptor`, whose stamp was `stamp` at the moment `began` of the clock of stamps. What
+  // `before`, an older record of the same folder or nullptr, knows of files that are still there is taken over. nullptr
+  // when the folder cannot be read to its end or the record would be longer than `limit` bytes.
+  static std::shared_ptr<FolderRecord> Read(int descriptor, const FileStamp& stamp, std::int64_t began,
                                             const FolderRecord* before, std::size_t limit);
 
-  // Whether the names are still those of the folder, when its stamp is `now`.
-  bool Holds(const FileStamp& now) const { return settled_ && stamp_ == now; }
+  // Whether the names are still those of the folder, when its stamp is `stamp` at the moment `now`.
+  bool Holds(const FileStamp& stamp, std::int64_t now) const {
+    return IsSettled(stamp_, began_) && IsFresh(began_, now) && stamp_ == stamp;
+  }
 
   const FileStamp& Stamp() const { return stamp_; }
   Number Count() const { return entries_.size(); }
@@ -42,7 +44,7 @@ class FolderRecord {
 
   // The attributes that were learnt of the file with this stamp, and remembering them. They are remembered where the
   // stamp was settled when they were asked for, at the moment `asked`, and the file lies in the folder's own file
-  // system, which must keep change times of attributes too.
+  // system.
   std::optional<std::uint32_t> Attributes(Number entry, const FileStamp& file) const;
   void LearnAttributes(Number entry, const FileStamp& file, std::int64_t asked, std::uint32_t attributes);
 
@@ -58,12 +60,10 @@ class FolderRecord {
   // Finds what an older record knows of names that come in the same order as there.
   class Heir;
 
-  FolderRecord(const FileStamp& stamp, bool settled, bool keepsAttributeTimes)
-      : stamp_(stamp), settled_(settled), keepsAttributeTimes_(keepsAttributeTimes) {}
+  FolderRecord(const FileStamp& stamp, std::int64_t began) : stamp_(stamp), began_(began) {}
 
   FileStamp stamp_;
-  bool settled_;
-  bool keepsAttributeTimes_;
+  std::int64_t began_;
   std::string names_;  // NUL behind each
   std::vector<Entry> entries_;
 };

@@ -5,10 +5,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <optional>
 #include <utility>
 
+#include "platform/internal/EntryStatus.h"
+#include "platform/internal/FolderSpelling.h"
 #include "platform/internal/KnownPath.h"
+#include "platform/internal/OpenPaths.h"
+#include "platform/internal/UniqueDescriptor.h"
 
 namespace TesselServer {
 namespace {
@@ -35,6 +40,15 @@ bool HasNoLinks(const std::vector<std::string>& way) {
   });
 }
 
+// Which folder stands there, nothing for one that takes names in other spellings: the name that was asked for may not
+// be the file's own, which tells what the file is.
+std::optional<FileIdentity> FolderWithOneSpelling(const std::string& path) {
+  const UniqueDescriptor folder(OpenAnywhere(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status;
+  if (!folder.IsOpen() || fstat(folder.Get(), &status) != 0 || TakesOtherSpellings(folder.Get())) return std::nullopt;
+  return IdentityOf(status);
+}
+
 // The stamp of the file itself, nothing for a link.
 std::optional<FileStamp> StampOfFile(const std::string& path) {
   struct stat status;
@@ -56,18 +70,31 @@ std::shared_ptr<const KnownFile> KnownFiles::Find(std::string_view name) {
 
 std::shared_ptr<const KnownFile> KnownFiles::Remember(std::string_view name, const OpenFile& file) {
   if (rootPath_.empty() || file.Kind() != EntryKind::kFile || file.Size() > kMaxFileBytes) return nullptr;
+  try {
+    auto known = Read(name, file);
+    if (!known) return nullptr;
+    const std::size_t bytes = (1 + known->way.size()) * (kEntryBytes + known->path.size()) + known->contents->size();
+    files_.Put(name, known, bytes);
+    return known;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+// What can be asked without reading comes first: many a file is only looked at.
+std::shared_ptr<const KnownFile> KnownFiles::Read(std::string_view name, const OpenFile& file) const {
   const auto before = StampOfDescriptor(file.Descriptor());
   if (!before || !IsSettled(*before, FileClockNow()) || !KeepsContentChangeTimes(file.Descriptor())) return nullptr;
+  KnownFile known{JoinPath(rootPath_, name), WayTo(rootPath_, name), {}, *before, nullptr, NowMilliseconds()};
+  const auto standsThere = [&] { return HasNoLinks(known.way) && StampOfFile(known.path) == before; };
+  const auto folder = FolderWithOneSpelling(known.way.back());
+  if (!folder || !standsThere()) return nullptr;
+  known.folder = *folder;
   std::string contents;
   if (!file.ReadAll(contents, kMaxFileBytes) || StampOfDescriptor(file.Descriptor()) != before) return nullptr;
-  if (static_cast<std::int64_t>(contents.size()) != before->size) return nullptr;
-  KnownFile known{JoinPath(rootPath_, name), WayTo(rootPath_, name), *before, nullptr, NowMilliseconds()};
-  if (!HasNoLinks(known.way) || StampOfFile(known.path) != before) return nullptr;
-  const std::size_t bytes = (1 + known.way.size()) * (kEntryBytes + known.path.size()) + contents.size();
+  if (static_cast<std::int64_t>(contents.size()) != before->size || !standsThere()) return nullptr;
   known.contents = std::make_shared<const std::string>(std::move(contents));
-  auto shared = std::make_shared<const KnownFile>(std::move(known));
-  files_.Put(name, shared, bytes);
-  return shared;
+  return std::make_shared<const KnownFile>(std::move(known));
 }
 
 }  // namespace TesselServer

@@ -6,9 +6,9 @@
 //
 // Only files without a link on their way are remembered, and only such are remembered as the system can be trusted
 // with: on a file system that keeps change times, not changed within the last two seconds (the next change might bear
-// the same time), and no longer than kMaxFileBytes. What no time tells of (this process's rights, a program that writes
-// through a shared mapping) counts after kOpenAgainMilliseconds at the latest, since each file is then opened and read
-// anew.
+// the same time), no longer than kMaxFileBytes, and in a folder that knows each name in one spelling alone. What no
+// time tells of (this process's rights, a program that writes through a shared mapping) counts after
+// kOpenAgainMilliseconds at the latest, since each file is then opened and read anew.
 //
 // Thread:    the host's thread only.
 // Ownership: a file that was found lives as long as somebody holds it.
@@ -32,6 +32,7 @@ namespace TesselServer {
 struct KnownFile {
   std::string path;
   std::vector<std::string> way;  // the root and the folders below it, down to the one that the file lies in
+  FileIdentity folder;           // which that one was
   FileStamp stamp;
   std::shared_ptr<const std::string> contents;
   std::int64_t openedAt = 0;  // milliseconds of the monotonic clock
@@ -51,13 +52,16 @@ class KnownFiles {
   // The file `name` ("/" separators) below the root, when it is remembered and still the same.
   std::shared_ptr<const KnownFile> Find(std::string_view name);
 
-  // Reads and remembers `file`, which was opened by exactly this name. Null when it cannot be remembered.
+  // Reads and remembers `file`, which was opened by exactly this name. Null when it cannot be remembered, for want of
+  // memory among others.
   std::shared_ptr<const KnownFile> Remember(std::string_view name, const OpenFile& file);
 
   // What all of them take.
   std::size_t Bytes() const { return files_.Bytes(); }
 
  private:
+  std::shared_ptr<const KnownFile> Read(std::string_view name, const OpenFile& file) const;
+
   std::string rootPath_;
   RecentlyUsed<std::shared_ptr<const KnownFile>> files_{kMaxBytes};
 };

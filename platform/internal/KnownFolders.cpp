@@ -1,30 +1,16 @@
 #include "platform/internal/KnownFolders.h"
 
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
-
-#include <optional>
+#include <new>
 #include <utility>
 
+#include "platform/internal/FolderSpelling.h"
 #include "platform/internal/KnownPath.h"
 
 namespace TesselServer {
-namespace {
-
-// A folder whose file system itself takes names in other spellings, those of letters beyond ASCII included, knows more
-// names than it lists (FS_IOC_GETFLAGS, ioctl_iflags(2)).
-bool TakesOtherSpellings(int descriptor) {
-  int flags = 0;
-  return ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_CASEFOLD_FL) != 0;
-}
-
-}  // namespace
-
 const FolderNames* KnownFolders::Find(std::string_view folder) {
   const Folder* known = folders_.Find(folder);
   if (known == nullptr) return nullptr;
-  if (StampOfPath(known->path) == known->stamp) return &known->names;
+  if (IsFresh(known->began, FileClockNow()) && StampOfPath(known->path) == known->stamp) return &known->names;
   folders_.Drop(folder);
   return nullptr;
 }
@@ -33,9 +19,12 @@ void KnownFolders::Remember(std::string_view folder, int descriptor, const FileS
                             const std::vector<std::string>& names) {
   if (rootPath_.empty() || !IsSettled(before, began) || StampOfDescriptor(descriptor) != before) return;
   if (!KeepsChangeTimes(descriptor) || TakesOtherSpellings(descriptor)) return;
-  Folder known{JoinPath(rootPath_, folder), before, FolderNames(names)};
-  const std::size_t bytes = kEntryBytes + known.path.size() + folder.size() + known.names.Bytes();
-  folders_.Put(folder, std::move(known), bytes);
+  try {
+    Folder known{JoinPath(rootPath_, folder), before, began, FolderNames(names)};
+    const std::size_t bytes = kEntryBytes + known.path.size() + folder.size() + known.names.Bytes();
+    folders_.Put(folder, std::move(known), bytes);
+  } catch (const std::bad_alloc&) {  // then it is read again
+  }
 }
 
 }  // namespace TesselServer

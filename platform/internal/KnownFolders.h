@@ -1,6 +1,7 @@
 // The names in folders beneath one root that were read before, so that a name that is not there, or is spelled
 // otherwise, is answered without reading its folder again. A folder counts as long as the system tells the same of it:
-// which one it is and when its names last changed (inode(7)).
+// which one it is and when its names last changed (inode(7)); what no time tells of (a folder whose encryption is
+// unlocked, for one) counts after a second, since the names are then read anew (IsFresh).
 //
 // Thread:    the host's thread only.
 // Ownership: a returned pointer holds until the next call.
@@ -42,6 +43,7 @@ class KnownFolders {
   struct Folder {
     std::string path;  // as the system takes it
     FileStamp stamp;
+    std::int64_t began = 0;  // by FileClockNow
     FolderNames names;
   };
 

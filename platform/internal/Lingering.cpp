@@ -9,6 +9,7 @@
 #include <new>
 
 #include "platform/EventLoop.h"
+#include "platform/World.h"
 
 namespace TesselServer {
 
@@ -43,7 +44,7 @@ void Lingering::Take(int descriptor) noexcept {
 
 void Lingering::Await(int descriptor, std::uint64_t number) {
   timer_.Enabled(true);
-  deadlines_.emplace_back(number, loop_.Now() + kMilliseconds);
+  deadlines_.emplace_back(number, loop_.TheWorld().MonotonicMilliseconds() + kMilliseconds);
   Entry& entry = open_.emplace(number, Entry{descriptor, 0}).first->second;
   entry.watch = loop_.Watch(descriptor, EPOLLIN | EPOLLRDHUP, *this, number);
   if (entry.watch == 0) End(number);

@@ -44,14 +44,11 @@ void Drain(int descriptor) {
 // Counts the handlers on the stack and, as the last one leaves, ends the turn.
 class LoopCore::Nesting {
  public:
-  explicit Nesting(LoopCore& core) : core_(core) {
-    core_.EndTurn();
-    ++core_.depth_;
-  }
+  explicit Nesting(LoopCore& core) : core_(core) { ++core_.depth_; }
   Nesting(const Nesting&) = delete;
   Nesting& operator=(const Nesting&) = delete;
   ~Nesting() {
-    core_.EndTurn();
+    if (core_.depth_ == 1) core_.EndTurn();
     if (--core_.depth_ > 0) return;
     core_.nowValid_ = false;
     core_.Empty();
@@ -78,7 +75,7 @@ bool LoopCore::TurnIsLong() const { return depth_ > 0 && world_.MonotonicMicrose
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) {
-    Pass();
+    DoEvents();
     return true;
   }
   const Nesting nesting(*this);
@@ -91,6 +88,12 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   const bool delivered = Deliver();
   EndTurn();
   return ServeTimers() || delivered;
+}
+
+void LoopCore::DoEvents() {
+  EndTurn();
+  Pass();
+  EndTurn();  // the caller may take its time
 }
 
 void LoopCore::Pass() {
@@ -138,12 +141,10 @@ std::int32_t LoopCore::WaitLimit(std::int32_t milliseconds) const {
   return static_cast<std::int32_t>(std::min<std::int64_t>(untilTimer, milliseconds));
 }
 
-// Fetches what the kernel has, behind what is known already.
+// Fetches what the kernel has, when all that was known is delivered.
 void LoopCore::Ask(std::int32_t milliseconds) {
-  if (fetchedNext_ == fetched_.size()) {
-    fetched_.clear();
-    fetchedNext_ = 0;
-  }
+  fetched_.clear();
+  fetchedNext_ = 0;
   std::array<epoll_event, EventLoop::kEventsPerTurn> events;
   const int count = epoll_wait(epoll_.Get(), events.data(), static_cast<int>(events.size()), milliseconds);
   for (int i = 0; i < count; ++i) {
@@ -176,10 +177,13 @@ bool LoopCore::DeliverEvents() {
   return delivered;
 }
 
-// Has a little time even in a long turn: most notices are for nobody any more, and must not gather.
+// Has a little time even in a long turn: most notices are for nobody any more, and must not gather. Once a turn, or
+// those who yield would prolong it again and again.
 bool LoopCore::DeliverNotices() {
   bool delivered = false;
-  turnEnds_ = std::max(turnEnds_, world_.MonotonicMicroseconds() + kMicrosecondsForNotices);
+  if (depth_ == 1 && !notices_.empty()) {
+    turnEnds_ = std::max(turnEnds_, world_.MonotonicMicroseconds() + kMicrosecondsForNotices);
+  }
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
     if (delivered && TurnIsLong()) break;
     const Notice next = notices_.front();
@@ -202,6 +206,7 @@ LoopCore::WatchEntry* LoopCore::Find(WatchId watch) {
 WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client, std::uint64_t cookie) {
   if (freePlaces_.empty()) {
     watches_.emplace_back();
+    freePlaces_.reserve(watches_.capacity());  // so that Unwatch needs no memory
     freePlaces_.push_back(static_cast<std::uint32_t>(watches_.size() - 1));
   }
   const std::uint32_t place = freePlaces_.back();
@@ -225,7 +230,7 @@ void LoopCore::Change(WatchId watch, std::uint32_t events) {
   epoll_ctl(epoll_.Get(), EPOLL_CTL_MOD, entry->descriptor, &event);
 }
 
-void LoopCore::Unwatch(WatchId watch) {
+void LoopCore::Unwatch(WatchId watch) noexcept {
   WatchEntry* entry = Find(watch);
   if (entry == nullptr) return;
   epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, entry->descriptor, nullptr);
@@ -265,7 +270,7 @@ void LoopCore::EndTurn() noexcept {
 // ---- Timers.
 
 void LoopCore::Arm(const std::shared_ptr<TimerState>& timer) {
-  timer->due = Now() + timer->interval;
+  timer->due = world_.MonotonicMilliseconds() + timer->interval;  // the turn may have taken long
   timers_.emplace(timer->due, timer);
   if (depth_ == 0) Announce();
 }

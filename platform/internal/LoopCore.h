@@ -66,6 +66,8 @@ class LoopCore {
   bool TurnIsLong() const;
 
   bool Turn(std::int32_t milliseconds);
+  void DoEvents();
+  // DoEvents, except that what waits for the end of the turn goes on waiting.
   void Pass();
   void Run();
   void Wake() noexcept;
@@ -75,13 +77,15 @@ class LoopCore {
   // Watch returns 0 when the kernel refuses.
   WatchId Watch(int descriptor, std::uint32_t events, LoopClient& client, std::uint64_t cookie);
   void Change(WatchId watch, std::uint32_t events);
-  void Unwatch(WatchId watch);
+  void Unwatch(WatchId watch) noexcept;
 
-  // ---- Notices: OnNotice(cookie) is called once, in this turn or the next.
+  // ---- Notices: OnNotice(cookie) is called once, in this turn or a later one, in the order of posting.
   void Post(LoopClient& client, std::uint64_t cookie);
-  // Has OnTurnEnd called once: when the present turn ends, before its timers are served, or when somebody yields inside
-  // it, whichever is first. False outside a turn, and for want of memory: it is not called then.
+  // Has OnTurnEnd called once: when the present turn ends, before its timers are served, or before that by DoEvents or
+  // EndTurn. False outside a turn, and for want of memory: it is not called then.
   bool AtTurnEnd(LoopClient& client) noexcept;
+  // Calls whoever waits for the end of the turn; inside one it goes on.
+  void EndTurn() noexcept;
   // Drops every notice of `client`, and its wish to hear of the turn's end.
   void Forget(const LoopClient& client);
 
@@ -118,7 +122,6 @@ class LoopCore {
   bool DeliverEvents();
   bool DeliverNotices();
   bool ServeTimers();
-  void EndTurn() noexcept;
   void Empty();
   void Announce();
   void SetAlarm();

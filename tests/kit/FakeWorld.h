@@ -14,6 +14,7 @@ namespace TesselServer::Kit {
 class FakeWorld : public World {
  public:
   std::int64_t monotonicMilliseconds = 1'000'000;
+  std::int64_t microseconds = 0;         // beside the milliseconds
   std::int64_t utcSeconds = 1794766805;  // Sunday, 15 November 2026, 18:20:05 UTC
   std::function<std::int32_t(std::int64_t)> bias = [](std::int64_t) { return 0; };
   std::string localHostName = "testhost";
@@ -35,6 +36,7 @@ class FakeWorld : public World {
   }
 
   std::int64_t MonotonicMilliseconds() const override { return monotonicMilliseconds; }
+  std::int64_t MonotonicMicroseconds() const override { return monotonicMilliseconds * 1000 + microseconds; }
   std::int64_t UtcSeconds() const override { return utcSeconds; }
   std::int32_t BiasMinutes(std::int64_t seconds) const override { return bias(seconds); }
   std::string LocalHostName() const override { return localHostName; }

@@ -97,7 +97,7 @@ TEST_F(DirectoryMemoryTest, AFolderThatHasBeenReadIsNotReadAgain) {
 TEST_F(DirectoryMemoryTest, AttributesThatHaveBeenAskedForAreNotAskedForAgain) {
   tree_.Write("plain", "x");
   if (!Kit::SetDosAttributes(tree_.Write("hidden", "x"), "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
-  if (!KeepsAttributeChangeTimes(OpenPath(tree_.Text()).Descriptor())) GTEST_SKIP() << "not known of this one";
+  if (!KeepsChangeTimes(OpenPath(tree_.Text()).Descriptor())) GTEST_SKIP() << "not known of this one";
   DirectoryMemory memory(&MuchLater);
   EXPECT_FALSE(AreKnownWithout(kAskingAttributes, memory)) << "nobody has asked";
   Entries(&memory);

@@ -89,7 +89,7 @@ TEST_F(FileStampTest, AnExtendedAttributeShowsWhereItIsSaidTo) {
   const std::string path = tree_.Write("a", "12345");
   const UniqueDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!Kit::SetDosAttributes(path, "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
-  if (!KeepsAttributeChangeTimes(file.Get())) GTEST_SKIP() << "a file system of which it is not known";
+  if (!KeepsChangeTimes(file.Get())) GTEST_SKIP() << "a file system of which it is not known";
   for (const char* value : {"0x0", "0x4"}) {
     const FileStamp before = Stamp(path);
     LetTheClockGoOn();
@@ -156,20 +156,27 @@ TEST_F(FileStampTest, WhatHasJustBeenWrittenIsNotSettled) {
   EXPECT_GT(stamp.changed, FileClockNow() - 60 * kSettledNanoseconds);
 }
 
+TEST_F(FileStampTest, WhatWasReadIsFreshForASecondOfAClockThatGoesOn) {
+  constexpr std::int64_t kRead = 1'794'766'805'000'000'000;
+  const struct {
+    std::int64_t now;
+    bool fresh;
+  } cases[] = {
+      {kRead, true}, {kRead + kFreshNanoseconds - 1, true}, {kRead + kFreshNanoseconds, false}, {kRead - 1, false}};
+  for (const auto& c : cases) EXPECT_EQ(IsFresh(kRead, c.now), c.fresh) << c.now - kRead;
+}
+
 TEST_F(FileStampTest, OnlyKnownFileSystemsKeepChangeTimes) {
   const UniqueDescriptor made(open("/proc/self", O_PATH | O_CLOEXEC));
   ASSERT_TRUE(made.IsOpen());
   EXPECT_FALSE(KeepsChangeTimes(made.Get())) << "what is made up when it is asked for";
-  EXPECT_FALSE(KeepsAttributeChangeTimes(made.Get()));
   EXPECT_FALSE(KeepsChangeTimes(-1)) << "nothing";
-  EXPECT_FALSE(KeepsAttributeChangeTimes(-1));
   EXPECT_FALSE(KeepsContentChangeTimes(made.Get()));
   EXPECT_FALSE(KeepsContentChangeTimes(-1));
   const UniqueDescriptor memory(open("/dev/shm", O_PATH | O_CLOEXEC));
   struct statfs facts {};
   if (fstatfs(memory.Get(), &facts) != 0 || facts.f_type != TMPFS_MAGIC) GTEST_SKIP() << "no tmpfs where it usually is";
   EXPECT_TRUE(KeepsChangeTimes(memory.Get()));
-  EXPECT_TRUE(KeepsAttributeChangeTimes(memory.Get()));
   EXPECT_FALSE(KeepsContentChangeTimes(memory.Get())) << "what is written through a mapping";
 }
 

@@ -208,11 +208,16 @@ TEST_F(KnownFilesTest, WhereItLiesCannotBeToldOnceItHasGone) {
   ASSERT_TRUE(IsRemembered(found));
   EXPECT_EQ(FindBeside(found.file, "b.txt").state, NeighbourFile::State::kFound);
   EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kMissing);
+  tree_->Write("beside/folder/new", "newer");
+  fs::rename(PathOf("beside/folder/new"), PathOf("beside/folder/a.txt"));
+  EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kMissing)
+      << "a new version beside the folder's files";
   fs::rename(PathOf("beside/folder"), PathOf("beside/moved"));
   EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kUnknown);
   EXPECT_EQ(found.file.CanonicalPath(), "");
   tree_->Write("beside/folder/a.txt", "first");
-  EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kUnknown) << "another file of that name";
+  EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kUnknown)
+      << "another folder, and file, of that name";
   EXPECT_EQ(found.file.CanonicalPath(), "");
 }
 

@@ -307,6 +307,63 @@ TEST_F(LoopCoreTest, WhoeverYieldsEndsTheTurnForThoseWhoWaitForIt) {
   EXPECT_EQ(Turn(), "n1.n2en3.e.e") << "before what is delivered inside, and behind it";
 }
 
+TEST_F(LoopCoreTest, WhoeverYieldsBrieflyLetsThoseWait) {
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onNotice = [this](std::uint64_t cookie) {
+    heard += "n" + std::to_string(cookie);
+    if (cookie == 2) loop.Yield();
+    core.AtTurnEnd(ear);
+    heard += ".";
+  };
+  for (const std::uint64_t cookie : {1, 2, 3}) core.Post(ear, cookie);
+  EXPECT_EQ(Turn(), "n1.n2n3..e");
+}
+
+TEST_F(LoopCoreTest, WhoeverIsAboutToTakeLongLetsThoseGoFirst) {
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onNotice = [this](std::uint64_t cookie) {
+    core.AtTurnEnd(ear);
+    heard += "n" + std::to_string(cookie);
+    loop.Flush();
+    heard += ".";
+  };
+  for (const std::uint64_t cookie : {1, 2}) core.Post(ear, cookie);
+  EXPECT_EQ(Turn(), "n1e.n2e.") << "and nothing is delivered meanwhile";
+}
+
+TEST_F(LoopCoreTest, YieldingAtTheGreatestDepthLetsThoseGoToo) {
+  int depth = 0;
+  int most = 0;
+  ear.onTurnEnd = [this] { heard += "e"; };
+  ear.onNotice = [&, this](std::uint64_t cookie) {
+    most = std::max(most, ++depth);
+    core.Post(ear, cookie + 1);
+    const std::string before = heard;
+    core.AtTurnEnd(ear);
+    loop.DoEvents();
+    EXPECT_EQ(heard.substr(before.size(), 1), "e") << "at depth " << depth;
+    --depth;
+  };
+  core.Post(ear, 1);
+  Turn();
+  EXPECT_EQ(most, EventLoop::kMaxNesting + 1);
+}
+
+TEST_F(LoopCoreTest, WhoeverYieldsDoesNotProlongALongTurn) {
+  std::size_t delivered = 0;
+  ear.onNotice = [&, this](std::uint64_t cookie) {
+    ++delivered;
+    if (cookie < 1000) core.Post(ear, cookie + 1);
+    world.microseconds += 20;
+    if (!loop.TurnIsLong()) loop.Yield();
+  };
+  for (int i = 0; i < 100; ++i) core.Post(ear, 0);
+  const std::int64_t began = world.MonotonicMicroseconds();
+  loop.RunOnce(0);
+  EXPECT_LE(world.MonotonicMicroseconds() - began, 2 * EventLoop::kMicrosecondsPerTurn);
+  EXPECT_GT(delivered, 0u);
+}
+
 TEST_F(LoopCoreTest, AnExceptionEndsTheTurnAsWell) {
   ear.onTurnEnd = [this] { heard += "e"; };
   ear.onNotice = [this](std::uint64_t) {
