@@ -19,7 +19,7 @@ void EventLoop::Stop() noexcept { core_->Wake(); }
 
 void EventLoop::DoEvents() { core_->DoEvents(); }
 
-void EventLoop::Yield() { core_->Pass(); }
+void EventLoop::Yield() { core_->Yield(); }
 
 void EventLoop::Flush() noexcept { core_->EndTurn(); }
 

@@ -59,8 +59,8 @@ class EventLoop {
   // kernel only when nothing is.
   void DoEvents();
 
-  // As DoEvents, for a caller inside a notification that itself ends soon: what waits for the end of the turn (the ends
-  // of connections that were answered) goes on waiting.
+  // As DoEvents, for a caller inside a notification that itself ends soon: nothing is delivered when the turn has taken
+  // its time, and what waits for the end of the turn (the ends of connections that were answered) goes on waiting.
   void Yield();
 
   // Does at once what waits for the end of the turn: for a caller inside a notification that may take long. Nothing is

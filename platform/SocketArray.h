@@ -66,7 +66,7 @@ class SocketArray : private LoopClient {
   static constexpr std::size_t kChunkBytes = 64 * 1024;
   // So many connections are taken from the listener's queue in one go before others have their turn. They are taken and
   // read together and then served one after the other.
-  static constexpr int kAcceptsPerTurn = 32;
+  static constexpr int kAcceptsPerTurn = 16;
   // No further connection is taken together with others when there is less room for its bytes.
   static constexpr std::size_t kLeastRoom = 8 * 1024;
   // How soon a connection that found no element is offered again, and how long a lack of descriptors is waited out.

@@ -85,26 +85,28 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   if (!KnowsEvents()) Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
   now_ = world_.MonotonicMilliseconds();
   turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn;
-  const bool delivered = Deliver();
+  const bool delivered = Deliver(AtLeast::kOne);
   EndTurn();
   return ServeTimers() || delivered;
 }
 
 void LoopCore::DoEvents() {
   EndTurn();
-  Pass();
+  Pass(AtLeast::kOne);
   EndTurn();  // the caller may take its time
 }
 
-void LoopCore::Pass() {
+void LoopCore::Yield() { Pass(AtLeast::kNothing); }
+
+void LoopCore::Pass(AtLeast least) {
   if (depth_ == 0) {
     Turn(0);
     return;
   }
-  if (depth_ > EventLoop::kMaxNesting) return;
+  if (depth_ > EventLoop::kMaxNesting || (least == AtLeast::kNothing && TurnIsLong())) return;
   const Nesting nesting(*this);
   if (!KnowsWork()) Ask(0);
-  Deliver();
+  Deliver(least);
 }
 
 void LoopCore::Run() {
@@ -159,15 +161,15 @@ void LoopCore::Ask(std::int32_t milliseconds) {
   }
 }
 
-bool LoopCore::Deliver() {
-  const bool events = DeliverEvents();
-  return DeliverNotices() || events;
+bool LoopCore::Deliver(AtLeast least) {
+  const bool events = DeliverEvents(least);
+  return DeliverNotices(least) || events;
 }
 
-bool LoopCore::DeliverEvents() {
+bool LoopCore::DeliverEvents(AtLeast least) {
   bool delivered = false;
   for (std::size_t left = fetched_.size() - fetchedNext_; left > 0 && KnowsEvents(); --left) {
-    if (delivered && TurnIsLong()) break;
+    if ((delivered || least == AtLeast::kNothing) && TurnIsLong()) break;
     const Fetched next = fetched_[fetchedNext_++];
     WatchEntry* entry = Find(next.watch);
     if (entry == nullptr) continue;  // closed since
@@ -179,13 +181,13 @@ bool LoopCore::DeliverEvents() {
 
 // Has a little time even in a long turn: most notices are for nobody any more, and must not gather. Once a turn, or
 // those who yield would prolong it again and again.
-bool LoopCore::DeliverNotices() {
+bool LoopCore::DeliverNotices(AtLeast least) {
   bool delivered = false;
   if (depth_ == 1 && !notices_.empty()) {
     turnEnds_ = std::max(turnEnds_, world_.MonotonicMicroseconds() + kMicrosecondsForNotices);
   }
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
-    if (delivered && TurnIsLong()) break;
+    if ((delivered || least == AtLeast::kNothing) && TurnIsLong()) break;
     const Notice next = notices_.front();
     notices_.pop_front();
     delivered = true;

@@ -67,8 +67,7 @@ class LoopCore {
 
   bool Turn(std::int32_t milliseconds);
   void DoEvents();
-  // DoEvents, except that what waits for the end of the turn goes on waiting.
-  void Pass();
+  void Yield();
   void Run();
   void Wake() noexcept;
   int Descriptor();
@@ -118,9 +117,12 @@ class LoopCore {
   bool KnowsWork() const { return KnowsEvents() || !notices_.empty(); }
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
   void Ask(std::int32_t milliseconds);
-  bool Deliver();
-  bool DeliverEvents();
-  bool DeliverNotices();
+  // kOne: one thing of each kind is delivered however long the turn is, or nothing would go on at all.
+  enum class AtLeast { kOne, kNothing };
+  void Pass(AtLeast least);
+  bool Deliver(AtLeast least);
+  bool DeliverEvents(AtLeast least);
+  bool DeliverNotices(AtLeast least);
   bool ServeTimers();
   void Empty();
   void Announce();

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/internal/KnownFiles.h"
 #include "platform/internal/NoPipeSignal.h"
 
 namespace TesselServer {
@@ -23,6 +24,8 @@ std::string_view TextOf(const Answer& answer) {
   }
   return {};
 }
+
+static_assert(KnownFiles::kMaxFileBytes <= Outgoing::kMaxReadFileBytes, "a remembered file has nothing to send from");
 
 // A small file becomes text: one read and one send are cheaper than a head and a sendfile.
 void ReadSmallFile(Answer& answer) {

@@ -319,6 +319,19 @@ TEST_F(LoopCoreTest, WhoeverYieldsBrieflyLetsThoseWait) {
   EXPECT_EQ(Turn(), "n1.n2n3..e");
 }
 
+TEST_F(LoopCoreTest, WhoeverYieldsBrieflyInALongTurnGetsNothing) {
+  ear.onNotice = [this](std::uint64_t cookie) {
+    world.microseconds += EventLoop::kMicrosecondsPerTurn;
+    const std::string before = heard;
+    loop.Yield();
+    EXPECT_EQ(heard, before);
+    heard += "n" + std::to_string(cookie);
+  };
+  for (const std::uint64_t cookie : {1, 2}) core.Post(ear, cookie);
+  EXPECT_EQ(Turn(), "n1");
+  EXPECT_EQ(Turn(), "n2");
+}
+
 TEST_F(LoopCoreTest, WhoeverIsAboutToTakeLongLetsThoseGoFirst) {
   ear.onTurnEnd = [this] { heard += "e"; };
   ear.onNotice = [this](std::uint64_t cookie) {
@@ -355,7 +368,7 @@ TEST_F(LoopCoreTest, WhoeverYieldsDoesNotProlongALongTurn) {
     ++delivered;
     if (cookie < 1000) core.Post(ear, cookie + 1);
     world.microseconds += 20;
-    if (!loop.TurnIsLong()) loop.Yield();
+    loop.Yield();
   };
   for (int i = 0; i < 100; ++i) core.Post(ear, 0);
   const std::int64_t began = world.MonotonicMicroseconds();
