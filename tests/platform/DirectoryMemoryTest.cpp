@@ -28,8 +28,12 @@ const std::vector<long> kReadingNames = {SYS_getdents64};
 const std::vector<long> kAskingAttributes = {Kit::kGetAttribute, Kit::kGetAttributeAt};
 constexpr int kNoFilter = 201;  // of a child: this kernel takes no filter of system calls
 
-// A clock by which whatever is on disk is settled.
-std::int64_t MuchLater() { return FileClockNow() + kNanosecondsPerMinute; }
+// A clock by which whatever is on disk is settled, and which stands still but for what a test adds.
+std::int64_t passed = 0;
+std::int64_t MuchLater() {
+  static const std::int64_t began = FileClockNow();
+  return began + kNanosecondsPerMinute + passed;
+}
 
 // One by which nothing is, for it lies in the future.
 std::int64_t LongAgo() { return 0; }
@@ -37,6 +41,7 @@ std::int64_t LongAgo() { return 0; }
 class DirectoryMemoryTest : public testing::Test {
  protected:
   void SetUp() override {
+    passed = 0;
     if (!KeepsChangeTimes(OpenPath(tree_.Text()).Descriptor()))
       GTEST_SKIP() << "a file system of which it is not known";
   }
@@ -265,6 +270,22 @@ TEST_F(DirectoryMemoryTest, APassGoesOnWhenItsFolderIsForgotten) {
   int more = 0;
   while (reader.Next()) ++more;
   EXPECT_EQ(more, 29);
+}
+
+TEST_F(DirectoryMemoryTest, NamesAreReadAnewWhenASecondHasPassed) {
+  tree_.Write("a.txt", "1");
+  DirectoryMemory memory(&MuchLater);
+  const OpenFile folder = OpenPath(tree_.Text());
+  const auto first = memory.NamesOf(folder.Descriptor());
+  ASSERT_NE(first, nullptr);
+  passed = kFreshNanoseconds - 1;
+  EXPECT_EQ(memory.NamesOf(folder.Descriptor()), first);
+  passed = kFreshNanoseconds;
+  const auto second = memory.NamesOf(folder.Descriptor());
+  EXPECT_NE(second, first);
+  EXPECT_EQ(memory.Count(), 1u);
+  passed -= 1;
+  EXPECT_NE(memory.NamesOf(folder.Descriptor()), second) << "a clock that was set back";
 }
 
 }  // namespace

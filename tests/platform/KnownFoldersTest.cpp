@@ -146,6 +146,15 @@ TEST_F(KnownFoldersTest, WhatChangedJustNowOrWhileItWasReadIsNotRemembered) {
   EXPECT_NE(others.Find(""), nullptr);
 }
 
+TEST_F(KnownFoldersTest, NamesAreReadAnewWhenASecondHasPassed) {
+  const UniqueDescriptor folder(open(PathOf("walk").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileStamp stamp = StampOfDescriptor(folder.Get()).value();
+  KnownFolders folders(PathOf("walk"));
+  folders.Remember("", folder.Get(), stamp, FileClockNow() - kFreshNanoseconds, {"a"});
+  EXPECT_EQ(folders.Find(""), nullptr);
+  EXPECT_EQ(folders.Bytes(), 0u);
+}
+
 TEST_F(KnownFoldersTest, TakesABoundedNumberOfBytes) {
   const UniqueDescriptor folder(open(PathOf("walk").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const FileStamp stamp = StampOfDescriptor(folder.Get()).value();

@@ -1,0 +1,101 @@
+// Memory that runs out once, anywhere on the road of a request or while a folder is remembered: whatever becomes of
+// that one, nothing is lost to those who come after it.
+
+#include <gtest/gtest.h>
+
+#include <new>
+#include <string>
+
+#include "platform/DirectoryMemory.h"
+#include "platform/FileSystem.h"
+#include "platform/internal/FileStamp.h"
+#include "tests/kit/Descriptors.h"
+#include "tests/kit/FailNthMemory.h"
+#include "tests/kit/TemporaryTree.h"
+#include "tests/kit/TestControl.h"
+
+namespace TesselServer {
+namespace {
+
+using Kit::BodyOf;
+using Kit::FailNthMemory;
+using Kit::RawClient;
+using Kit::TestControl;
+
+class MemoryFaultsTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(MemoryFaultsTest, TheOnlySlotIsFreeAgain) {
+  constexpr int kMost = 2000;  // no request below needs nearly as many
+  const std::string request =
+      std::string(GetParam()) + " HTTP/1.0\r\nUser-Agent: " + std::string(100, 'u') + "\r\n\r\n";
+  TestControl control;
+  control.tree.Write("index.html", "page");
+  control.tree.Write("Folder/file.txt", "file");
+  control.tessel.MaxConnections(1);
+  control.tessel.DirectoryBrowseEnable(true);
+  const std::int32_t port = control.Start();
+  ASSERT_NE(control.Ask(request), "");
+  const std::size_t before = Kit::CountDescriptors();
+  bool happened = true;
+  int nth = 0;
+  while (happened && nth < kMost) {
+    ++nth;
+    {
+      RawClient client(port);
+      client.Send(control.loop, request);
+      const FailNthMemory fault(nth);
+      try {
+        for (int turn = 0; turn < 4; ++turn) control.loop.RunOnce(0);
+      } catch (const std::bad_alloc&) {
+      }
+      happened = fault.Happened();
+    }
+    for (int i = 0; i < 20; ++i) {
+      control.world.Advance(250);
+      for (int turn = 0; turn < 3; ++turn) control.loop.RunOnce(0);
+    }
+    ASSERT_EQ(BodyOf(control.Get("/")), "page") << "request for memory number " << nth;
+    ASSERT_EQ(Kit::CountDescriptors(), before) << "request for memory number " << nth;
+  }
+  EXPECT_FALSE(happened) << "it needs more than " << kMost;
+  EXPECT_GT(nth, 5) << "a request needs memory";
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, MemoryFaultsTest,
+                         testing::Values("GET /", "GET /FOLDER/FILE.TXT", "GET /Folder/", "GET /missing", "POST /"),
+                         [](const auto& each) { return "Number" + std::to_string(each.index); });
+
+std::int64_t MuchLater() {
+  constexpr std::int64_t kNanosecondsPerMinute = 60'000'000'000;
+  static const std::int64_t began = FileClockNow();
+  return began + kNanosecondsPerMinute;
+}
+
+TEST(DirectoryMemoryFaultsTest, ItsCountIsRightWhereverMemoryRunsOut) {
+  constexpr std::size_t kRoomForTwo = 2000;
+  const Kit::TemporaryTree tree;
+  for (const char* name : {"a/x", "b/x", "c/x", "d/x"}) tree.Write(name, "1");
+  if (!KeepsChangeTimes(OpenPath(tree.Text()).Descriptor())) GTEST_SKIP() << "a file system of which it is not known";
+  const OpenFile folders[] = {OpenPath(tree.Text() + "/a"), OpenPath(tree.Text() + "/b"), OpenPath(tree.Text() + "/c"),
+                              OpenPath(tree.Text() + "/d")};
+  bool happened = true;
+  for (int nth = 1; happened; ++nth) {
+    DirectoryMemory memory(&MuchLater, kRoomForTwo);
+    ASSERT_NE(memory.NamesOf(folders[0].Descriptor()), nullptr);
+    {
+      const FailNthMemory fault(nth);
+      memory.NamesOf(folders[1].Descriptor());
+      happened = fault.Happened();
+    }
+    for (int round = 0; round < 2; ++round) {
+      for (const OpenFile& folder : folders) EXPECT_NE(memory.NamesOf(folder.Descriptor()), nullptr) << nth;
+    }
+    EXPECT_GT(memory.Count(), 0u) << nth;
+    EXPECT_GT(memory.Bytes(), 0u) << nth;
+    EXPECT_LE(memory.Bytes(), kRoomForTwo) << nth;
+    EXPECT_EQ(memory.NamesOf(folders[3].Descriptor()), memory.NamesOf(folders[3].Descriptor())) << nth;
+  }
+}
+
+}  // namespace
+}  // namespace TesselServer
