@@ -87,8 +87,9 @@ std::shared_ptr<const KnownFile> KnownFiles::Read(std::string_view name, const O
   if (!before || !IsSettled(*before, FileClockNow()) || !KeepsContentChangeTimes(file.Descriptor())) return nullptr;
   KnownFile known{JoinPath(rootPath_, name), WayTo(rootPath_, name), {}, *before, nullptr, NowMilliseconds()};
   const auto standsThere = [&] { return HasNoLinks(known.way) && StampOfFile(known.path) == before; };
+  if (!standsThere()) return nullptr;
   const auto folder = FolderWithOneSpelling(known.way.back());
-  if (!folder || !standsThere()) return nullptr;
+  if (!folder) return nullptr;
   known.folder = *folder;
   std::string contents;
   if (!file.ReadAll(contents, kMaxFileBytes) || StampOfDescriptor(file.Descriptor()) != before) return nullptr;
