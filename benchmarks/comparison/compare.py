@@ -153,9 +153,17 @@ def main():
         context = experiments.Context(setting, measure.Client(chosen.programs / "comparison_load", client_cpu, folder),
                                       wanted_servers(setting, chosen.server), chosen.rounds, chosen.seconds,
                                       chosen.requests, chosen.quick)
-        findings = {name: run(name, context, watched) for name in names}
+        findings, failed = {}, []
+        for name in names:
+            try:
+                findings[name] = run(name, context, watched)
+            except RuntimeError as error:  # the others took long enough to be worth having
+                print("compare: %s" % error, file=sys.stderr)
+                failed.append(name)
     text = tables(findings, setting_of(chosen, load))
     print(text)
+    if failed:
+        sys.exit("compare: failed: %s. No file was written." % ", ".join(failed))
     if chosen.output:
         put(text, chosen.output)
 
