@@ -23,6 +23,7 @@ void SetOption(int descriptor, int level, int name, int value) {
 void PrepareListener(int descriptor) {
   SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
   SetOption(descriptor, IPPROTO_TCP, TCP_DEFER_ACCEPT, SocketArray::kDeferAcceptSeconds);
+  SetOption(descriptor, IPPROTO_TCP, TCP_NOTSENT_LOWAT, SocketArray::kUnsentBytes);
   SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
   SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, SocketArray::kKeepAliveIdleSeconds);
   SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, SocketArray::kKeepAliveIntervalSeconds);

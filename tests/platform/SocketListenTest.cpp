@@ -216,6 +216,7 @@ TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
   for (const int each : Sockets()) {
     if (each != listener && each != client.Descriptor()) accepted = each;
   }
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_NOTSENT_LOWAT), SocketArray::kUnsentBytes);
   EXPECT_EQ(Option(accepted, SOL_SOCKET, SO_KEEPALIVE), 1);
   EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPIDLE), SocketArray::kKeepAliveIdleSeconds);
   EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPINTVL), SocketArray::kKeepAliveIntervalSeconds);

@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,6 +27,19 @@ namespace TesselServer {
 namespace {
 
 constexpr std::size_t kMoreThanTheKernelTakes = 20'000'000;
+
+// The server's end of a client's connection.
+int AcceptedFrom(const Kit::RawClient& client) {
+  sockaddr_in own{}, peer{};
+  socklen_t size = sizeof own;
+  getsockname(client.Descriptor(), reinterpret_cast<sockaddr*>(&own), &size);
+  for (int descriptor = 0; descriptor < 256; ++descriptor) {
+    size = sizeof peer;
+    const bool isSocket = getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0;
+    if (isSocket && peer.sin_family == AF_INET && peer.sin_port == own.sin_port) return descriptor;
+  }
+  return -1;
+}
 
 class SocketSendTest : public testing::Test {
  protected:
@@ -131,6 +147,20 @@ TEST_F(SocketSendTest, CompletionComesOnlyBehindTheLastByte) {
   Kit::Settle(loop);
   EXPECT_FALSE(early);
   EXPECT_EQ(owner.Count("sent 2"), 1u);
+}
+
+TEST_F(SocketSendTest, TheKernelKeepsLittleOfAnAnswerThatNobodyReads) {
+  for (const bool file : {false, true}) {
+    const auto client = Connect();
+    const std::string bytes = Kit::Pattern(kMoreThanTheKernelTakes);
+    sockets.SendData(2, file ? File(bytes) : Kit::TextAnswer(bytes));
+    Kit::Settle(loop);
+    int unsent = -1;
+    ASSERT_EQ(ioctl(AcceptedFrom(*client), SIOCOUTQNSD, &unsent), 0) << file;
+    EXPECT_GT(unsent, 0) << file;
+    EXPECT_LE(unsent, 2 * SocketArray::kUnsentBytes) << file;  // the last piece is taken whole
+    sockets.Reload(2);
+  }
 }
 
 TEST_F(SocketSendTest, OneAnswerMayFollowAnother) {
