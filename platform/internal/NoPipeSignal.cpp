@@ -6,13 +6,14 @@
 namespace TesselServer {
 
 NoPipeSignal::NoPipeSignal() {
+  sigemptyset(&pipe_);
+  sigaddset(&pipe_, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+  if (sigismember(&before_, SIGPIPE) != 1) return;  // one that is not blocked is never pending
   sigset_t pending;
   sigemptyset(&pending);
   sigpending(&pending);
   wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-  sigemptyset(&pipe_);
-  sigaddset(&pipe_, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
 }
 
 NoPipeSignal::~NoPipeSignal() {
