@@ -3,13 +3,17 @@
 //
 //   comparison_floor --body-bytes N   answers with so many bytes, those of the file f<N>.bin of the site
 //   comparison_floor --missing        answers 404 with a header alone
+//   --watch                           times every request, from before its accept to behind its close; each SIGUSR1
+//                                     prints the longest since the last one: {"request_cpu_ms": N}, processor time
 //
 // Says {"port": N} on standard output and serves until SIGTERM ends it.
 #include <errno.h>
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <iostream>
@@ -17,12 +21,17 @@
 #include <string>
 
 #include "benchmarks/comparison/CommandLine.h"
+#include "benchmarks/comparison/Moment.h"
 #include "benchmarks/comparison/Sockets.h"
 
 namespace Comparison {
 namespace {
 
 constexpr int kAcceptsPerWake = 64;
+
+volatile sig_atomic_t reportWanted = 0;
+
+extern "C" void WantReport(int) { reportWanted = 1; }
 
 std::string AnswerText(const CommandLine& line) {
   const std::string server = "Server: floor\r\nDate: Sat, 01 Jan 2000 00:00:00 GMT\r\n";
@@ -36,9 +45,10 @@ std::string AnswerText(const CommandLine& line) {
 
 class Floor {
  public:
-  Floor(int listener, std::string answer)
-      : listener_(listener), answer_(std::move(answer)), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+  Floor(int listener, std::string answer, bool watched)
+      : listener_(listener), answer_(std::move(answer)), epoll_(epoll_create1(EPOLL_CLOEXEC)), watched_(watched) {
     Watch(listener_, EPOLLIN);
+    if (watched) signal(SIGUSR1, WantReport);
   }
 
   [[noreturn]] void Run() {
@@ -46,6 +56,7 @@ class Floor {
       std::array<epoll_event, 256> events;
       const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), -1);
       for (int i = 0; i < count; ++i) Serve(events[static_cast<std::size_t>(i)].data.fd);
+      if (reportWanted != 0) Report();
     }
   }
 
@@ -64,10 +75,18 @@ class Floor {
 
   void Accept() {
     for (int i = 0; i < kAcceptsPerWake; ++i) {
+      const double begin = watched_ ? Moment::Milliseconds(CLOCK_THREAD_CPUTIME_ID) : 0;
       const int socket = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
       if (socket < 0) return;
       Receive(socket);
+      if (watched_) longest_ = std::max(longest_, Moment::Milliseconds(CLOCK_THREAD_CPUTIME_ID) - begin);
     }
+  }
+
+  void Report() {
+    reportWanted = 0;
+    std::cout << "{\"request_cpu_ms\": " << longest_ << "}" << std::endl;
+    longest_ = 0;
   }
 
   void Receive(int socket) {
@@ -92,6 +111,8 @@ class Floor {
   int listener_;
   std::string answer_;
   int epoll_;
+  bool watched_;
+  double longest_ = 0;                 // of all requests that were answered at once, milliseconds of processor time
   std::map<int, std::size_t> unsent_;  // of sockets that did not take all at once: how much they took
 };
 
@@ -104,7 +125,7 @@ int main(int argc, char** argv) {
     Comparison::RaiseDescriptorLimit();
     const int listener = Comparison::Listen(static_cast<std::uint16_t>(line.Number("port", 0)));
     std::cout << "{\"port\": " << Comparison::PortOf(listener) << "}" << std::endl;
-    Comparison::Floor(listener, Comparison::AnswerText(line)).Run();
+    Comparison::Floor(listener, Comparison::AnswerText(line), line.Has("watch")).Run();
   } catch (const std::exception& error) {
     std::cerr << "comparison_floor: " << error.what() << '\n';
     return 1;

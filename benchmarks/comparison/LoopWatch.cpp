@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <time.h>
 
 #include <algorithm>
 #include <iostream>
@@ -10,26 +9,18 @@
 #include <TesselServer/EventLoop.h>
 #include <TesselServer/Timer.h>
 
+#include "benchmarks/comparison/Moment.h"
+
 namespace Comparison {
 namespace {
+
+constexpr double kLongMilliseconds = 1;
 
 volatile sig_atomic_t reportWanted = 0;
 volatile sig_atomic_t stopWanted = 0;
 
 extern "C" void WantReport(int) { reportWanted = 1; }
 extern "C" void WantStop(int) { stopWanted = 1; }
-
-double Milliseconds(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
-}
-
-// A moment on both clocks.
-struct Moment {
-  double wall = Milliseconds(CLOCK_MONOTONIC);
-  double cpu = Milliseconds(CLOCK_THREAD_CPUTIME_ID);
-};
 
 class LoopWatch {
  public:
@@ -56,6 +47,7 @@ class LoopWatch {
     ++turns_;
     turnWall_ = std::max(turnWall_, end.wall - begin.wall);
     turnCpu_ = std::max(turnCpu_, end.cpu - begin.cpu);
+    if (end.cpu - begin.cpu > kLongMilliseconds) ++longTurns_;
   }
 
   void Tick() {
@@ -68,16 +60,17 @@ class LoopWatch {
 
   void Report() {
     reportWanted = 0;
-    std::cout << "{\"turns\": " << turns_ << ", \"turn_wall_ms\": " << turnWall_ << ", \"turn_cpu_ms\": " << turnCpu_
-              << ", \"tick_wall_ms\": " << tickWall_ << ", \"tick_cpu_ms\": " << tickCpu_ << "}" << std::endl;
-    turns_ = 0;
+    std::cout << "{\"turns\": " << turns_ << ", \"long_turns\": " << longTurns_ << ", \"turn_wall_ms\": " << turnWall_
+              << ", \"turn_cpu_ms\": " << turnCpu_ << ", \"tick_wall_ms\": " << tickWall_
+              << ", \"tick_cpu_ms\": " << tickCpu_ << "}" << std::endl;
+    turns_ = longTurns_ = 0;
     turnWall_ = turnCpu_ = tickWall_ = tickCpu_ = 0;
     lastTick_ = {};
   }
 
   TesselServer::EventLoop& loop_;
   TesselServer::Timer timer_;
-  long turns_ = 0;
+  long turns_ = 0, longTurns_ = 0;
   double turnWall_ = 0, turnCpu_ = 0, tickWall_ = 0, tickCpu_ = 0;
   Moment lastTick_;
 };

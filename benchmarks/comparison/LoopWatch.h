@@ -16,6 +16,7 @@ namespace Comparison {
 // Runs `loop` until SIGTERM or SIGINT. Each SIGUSR1 prints one line of JSON and begins anew:
 //
 //   turns          how many there were
+//   long_turns     how many of them took more than a millisecond of this thread's processor time
 //   turn_wall_ms   the longest turn by the clock on the wall, on which other programs of the same processor count too
 //   turn_cpu_ms    the longest turn by the processor time of this thread
 //   tick_wall_ms   by how much the latest tick of the timer was later than its millisecond
