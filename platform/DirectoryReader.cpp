@@ -59,16 +59,17 @@ std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsign
   return DirectoryEntry{name, FactsOfStatus(status, kept), isLink};
 }
 
-// Of the file that Describe looks at. Those of a link's target are asked for each time: it may lie anywhere.
+// Of the file that Describe looks at. Those of a link's target are asked for each time: it may lie anywhere. A single
+// file may lie on another file system as well, mounted over the one of the folder.
 std::uint32_t DirectoryReader::KeptAttributes(const char* name, const struct stat& status, bool isLink) {
   if (isLink) return AskDosAttributes(directory_, name).attributes;
-  if (!keepsAttributes_) return 0;
+  if (withoutAttributes_ == status.st_dev) return 0;
   const FileStamp stamp = FileStampOf(status);
   if (record_) {
     if (const auto known = record_->Attributes(next_ - 1, stamp)) return *known;
   }
   const DosAttributesAnswer answer = AskDosAttributes(directory_, name);
-  keepsAttributes_ = answer.isSupported;
+  if (!answer.isSupported) withoutAttributes_ = status.st_dev;
   if (record_ && answer.isCertain) record_->LearnAttributes(next_ - 1, stamp, begun_, answer.attributes);
   return answer.attributes;
 }

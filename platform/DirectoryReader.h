@@ -64,11 +64,11 @@ class DirectoryReader {
 
   int directory_;
   EntryKind wanted_;
-  std::shared_ptr<FolderRecord> record_;  // what the pass goes through, where it is remembered
-  std::unique_ptr<FolderStream> stream_;  // and where it is not
-  std::size_t next_ = 0;                  // in the record
-  std::int64_t begun_ = 0;                // when the pass began, by the memory's clock
-  bool keepsAttributes_ = true;           // false once the file system has said that it has none
+  std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
+  std::unique_ptr<FolderStream> stream_;            // and where it is not
+  std::size_t next_ = 0;                            // in the record
+  std::int64_t begun_ = 0;                          // when the pass began, by the memory's clock
+  std::optional<std::uint64_t> withoutAttributes_;  // a file system (st_dev) that has said that it keeps none
 };
 
 }  // namespace TesselServer

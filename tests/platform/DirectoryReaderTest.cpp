@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -141,6 +143,31 @@ TEST_F(DirectoryReaderTest, ALinkToAFileSystemWithoutExtendedAttributesSaysNothi
   int hidden = 0;
   while (const auto entry = reader.Next()) hidden += (entry->facts.attributes & FileAttribute::kHidden) != 0 ? 1 : 0;
   EXPECT_EQ(hidden, kEach);
+}
+
+TEST_F(DirectoryReaderTest, NorDoesASingleFileThatIsMountedFromThere) {
+  constexpr int kEach = 20;
+  constexpr int kCannotMount = 100;
+  for (int i = 0; i < kEach; ++i) {
+    tree_.Write("mounted" + std::to_string(i), "x");
+    tree_.Write("hidden" + std::to_string(i), "x");
+    if (!Kit::SetDosAttributes(At("hidden" + std::to_string(i)), "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
+  }
+  const int result = Kit::InChild([&] {
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+      return kCannotMount;
+    for (int i = 0; i < kEach; ++i) {
+      const std::string place = At("mounted" + std::to_string(i));
+      if (mount("/proc/self/status", place.c_str(), nullptr, MS_BIND, nullptr) != 0) return kCannotMount;
+    }
+    const OpenFile folder = OpenPath(tree_.Text());
+    DirectoryReader reader(folder, EntryKind::kFile);
+    int hidden = 0;
+    while (const auto entry = reader.Next()) hidden += (entry->facts.attributes & FileAttribute::kHidden) != 0 ? 1 : 0;
+    return hidden;
+  });
+  if (result == kCannotMount) GTEST_SKIP() << "no right to mount a file over another";
+  EXPECT_EQ(result, kEach);
 }
 
 TEST_F(DirectoryReaderTest, AFileSystemWithoutExtendedAttributesIsReadAllTheSame) {
