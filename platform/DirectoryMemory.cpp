@@ -3,14 +3,24 @@
 #include <sys/stat.h>
 
 #include <new>
+#include <string>
 
 #include "platform/internal/FileStamp.h"
 #include "platform/internal/FolderRecord.h"
 
 namespace TesselServer {
 
+namespace {
+
+// Which folder it is, whatever name leads to it.
+std::string KeyOf(const FileStamp& folder) {
+  return std::to_string(folder.device) + "/" + std::to_string(folder.inode);
+}
+
+}  // namespace
+
 DirectoryMemory::DirectoryMemory(std::int64_t (*now)(), std::size_t maxBytes)
-    : now_(now == nullptr ? &FileClockNow : now), maxBytes_(maxBytes) {}
+    : now_(now == nullptr ? &FileClockNow : now), maxBytes_(maxBytes), records_(maxBytes) {}
 
 DirectoryMemory::~DirectoryMemory() = default;
 
@@ -18,45 +28,21 @@ std::shared_ptr<FolderRecord> DirectoryMemory::NamesOf(int descriptor) {
   struct stat status;
   if (fstat(descriptor, &status) != 0) return nullptr;
   const FileStamp stamp = FileStampOf(status);
-  const Key key(stamp.device, stamp.inode);
-  const auto place = places_.find(key);
-  std::shared_ptr<FolderRecord> before;
-  if (place != places_.end()) {
-    records_.splice(records_.begin(), records_, place->second);
-    before = records_.front();
-    if (before->Holds(stamp, now_())) return before;
-  }
-  const std::int64_t began = now_();
   try {
+    const std::string key = KeyOf(stamp);
+    const auto* known = records_.Find(key);
+    const std::shared_ptr<FolderRecord> before = known != nullptr ? *known : nullptr;
+    const std::int64_t began = now_();
+    if (before && before->Holds(stamp, began)) return before;
     std::shared_ptr<FolderRecord> record;
     if (KeepsChangeTimes(descriptor)) {
       record = FolderRecord::Read(descriptor, stamp, began, before.get(), maxBytes_);
     }
-    Forget(key);
-    if (record) Remember(key, record);
+    record ? records_.Put(key, record, record->Bytes()) : records_.Drop(key);
     return record;
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
-}
-
-void DirectoryMemory::Remember(const Key& key, std::shared_ptr<FolderRecord> record) {
-  Records added{std::move(record)};
-  places_.emplace(key, added.begin());
-  records_.splice(records_.begin(), added);
-  bytes_ += records_.front()->Bytes();
-  while (bytes_ > maxBytes_) {
-    const FileStamp& oldest = records_.back()->Stamp();
-    Forget({oldest.device, oldest.inode});
-  }
-}
-
-void DirectoryMemory::Forget(const Key& key) {
-  const auto place = places_.find(key);
-  if (place == places_.end()) return;
-  bytes_ -= (*place->second)->Bytes();
-  records_.erase(place->second);
-  places_.erase(place);
 }
 
 }  // namespace TesselServer

@@ -10,10 +10,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <list>
-#include <map>
 #include <memory>
-#include <utility>
+
+#include "platform/internal/RecentlyUsed.h"
 
 namespace TesselServer {
 
@@ -35,8 +34,8 @@ class DirectoryMemory {
   ~DirectoryMemory();
 
   // What the records take, and how many folders they are of.
-  std::size_t Bytes() const { return bytes_; }
-  std::size_t Count() const { return records_.size(); }
+  std::size_t Bytes() const { return records_.Bytes(); }
+  std::size_t Count() const { return records_.Count(); }
 
   // Platform only: the names of the folder open as `descriptor`, as they are now. nullptr where it must be read as if
   // there were no memory.
@@ -46,17 +45,9 @@ class DirectoryMemory {
   std::int64_t Now() const { return now_(); }
 
  private:
-  using Records = std::list<std::shared_ptr<FolderRecord>>;  // the one used last comes first
-  using Key = std::pair<std::uint64_t, std::uint64_t>;       // device and inode
-
-  void Remember(const Key& key, std::shared_ptr<FolderRecord> record);
-  void Forget(const Key& key);
-
   std::int64_t (*now_)();
   std::size_t maxBytes_;
-  Records records_;
-  std::map<Key, Records::iterator> places_;
-  std::size_t bytes_ = 0;
+  RecentlyUsed<std::shared_ptr<FolderRecord>> records_;  // by device and inode
 };
 
 }  // namespace TesselServer

@@ -53,8 +53,9 @@ class RecentlyUsed {
     if (found != places_.end()) Remove(found->second);
   }
 
-  // What all the values take.
+  // What all the values take, and how many there are.
   std::size_t Bytes() const { return bytes_; }
+  std::size_t Count() const { return nodes_.size(); }
 
  private:
   struct Node {
