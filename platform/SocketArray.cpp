@@ -210,7 +210,8 @@ void SocketArray::OnNotice(std::uint64_t cookie) {
   }
   if (cookie == kArrivalsNotice) {
     arrivalsAnnounced_ = false;
-    DeliverArrivals(false);
+    // one in a long turn is enough, as an event or here
+    toldInPass_ == loop_.Passes() && loop_.TurnIsLong() ? AnnounceArrivals() : DeliverArrivals(false);
     return;
   }
   Element* element = Find(static_cast<std::int32_t>(cookie & ((1u << kIndexBits) - 1)));
@@ -392,6 +393,7 @@ void SocketArray::DeliverArrivals(bool all) {
     Element* element = Find(next.index);
     if (element == nullptr || element->generation != next.generation) continue;
     ++arrivalsTold_;
+    toldInPass_ = loop_.Passes();
     OrClose(*element, [&] { Hear(*element, next.begin, next.size); });
     if (Element* same = Find(next.index)) AfterNotifications(*same, next.generation);
   }

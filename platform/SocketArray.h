@@ -77,8 +77,9 @@ class SocketArray : private LoopClient {
   static constexpr int kKeepAliveIdleSeconds = 60;
   static constexpr int kKeepAliveIntervalSeconds = 10;
   static constexpr int kKeepAliveProbes = 6;
-  // What the kernel keeps of an answer beyond what is on its way (TCP_NOTSENT_LOWAT, tcp(7)); it asks for more when half
-  // of it is left. Less waits in its memory for clients that are slow, and what waits is still in the processor's cache.
+  // What the kernel keeps of an answer beyond what is on its way (TCP_NOTSENT_LOWAT, tcp(7)); it asks for more when
+  // half of it is left. Less waits in its memory for clients that are slow, and what waits is still in the processor's
+  // cache.
   static constexpr int kUnsentBytes = 128 * 1024;
   static constexpr std::int32_t kMaxIndex = 10000;
 
@@ -252,6 +253,7 @@ class SocketArray : private LoopClient {
   std::size_t arrivalsEnd_ = 0;
   bool arrivalsAnnounced_ = false;  // a notice for them is under way
   std::uint64_t arrivalsTold_ = 0;  // of so many the owner has heard, ever
+  std::uint64_t toldInPass_ = 0;    // the pass of the loop in which it heard of the latest
   std::string_view heard_;          // the part of chunk_ that is told of
   std::int32_t heardIndex_ = -1;
 };

@@ -85,6 +85,7 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   if (!KnowsEvents()) Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
   now_ = world_.MonotonicMilliseconds();
   turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn;
+  ++passes_;
   const bool delivered = Deliver(AtLeast::kOne);
   EndTurn();
   return ServeTimers() || delivered;
@@ -106,6 +107,7 @@ void LoopCore::Pass(AtLeast least) {
   if (depth_ > EventLoop::kMaxNesting || (least == AtLeast::kNothing && TurnIsLong())) return;
   const Nesting nesting(*this);
   if (!KnowsWork()) Ask(0);
+  if (least == AtLeast::kOne) ++passes_;
   Deliver(least);
 }
 
@@ -179,15 +181,15 @@ bool LoopCore::DeliverEvents(AtLeast least) {
   return delivered;
 }
 
-// Has a little time even in a long turn: most notices are for nobody any more, and must not gather. Once a turn, or
-// those who yield would prolong it again and again.
+// Has a little time even in a long turn: most notices are for nobody any more, and must not gather. For whoever hears
+// of one the turn is long all the same.
 bool LoopCore::DeliverNotices(AtLeast least) {
+  if (notices_.empty()) return false;
+  const std::int64_t own = depth_ == 1 ? world_.MonotonicMicroseconds() + kMicrosecondsForNotices : 0;
+  const std::int64_t end = std::max(turnEnds_, own);
   bool delivered = false;
-  if (depth_ == 1 && !notices_.empty()) {
-    turnEnds_ = std::max(turnEnds_, world_.MonotonicMicroseconds() + kMicrosecondsForNotices);
-  }
   for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
-    if ((delivered || least == AtLeast::kNothing) && TurnIsLong()) break;
+    if ((delivered || least == AtLeast::kNothing) && world_.MonotonicMicroseconds() >= end) break;
     const Notice next = notices_.front();
     notices_.pop_front();
     delivered = true;

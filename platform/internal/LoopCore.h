@@ -64,6 +64,8 @@ class LoopCore {
   // Whether the present turn, what was yielded inside it included, has taken its time (kMicrosecondsPerTurn). The
   // rest is then left to the next turn, or to whoever yields again.
   bool TurnIsLong() const;
+  // How often there were deliveries that bring at least one thing of each kind: turns, and DoEvents inside them.
+  std::uint64_t Passes() const { return passes_; }
 
   bool Turn(std::int32_t milliseconds);
   void DoEvents();
@@ -138,6 +140,7 @@ class LoopCore {
   std::int64_t now_ = 0;
   bool nowValid_ = false;
   std::int64_t turnEnds_ = 0;  // microseconds
+  std::uint64_t passes_ = 0;
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;

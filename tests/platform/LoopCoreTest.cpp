@@ -206,6 +206,18 @@ TEST_F(LoopCoreTest, NoticesThatTakeNoTimeDoNotGatherInLongTurns) {
   }
 }
 
+TEST_F(LoopCoreTest, ALongTurnIsOneForNoticesToo) {
+  ear.onEvents = [this](std::uint64_t) { world.Advance(1); };
+  ear.onNotice = [this](std::uint64_t cookie) { heard += std::to_string(cookie) + (loop.TurnIsLong() ? "l" : "s"); };
+  core.Post(ear, 1);
+  EXPECT_EQ(Turn(), "1s");
+  ear.Watch(pipes[0], 0);
+  pipes[0].Fill();
+  core.Post(ear, 2);
+  core.Post(ear, 3);
+  EXPECT_EQ(Turn(), "2l3l");
+}
+
 TEST_F(LoopCoreTest, WhoeverYieldsInALongTurnGetsTheNextAllTheSame) {
   ear.onEvents = [this](std::uint64_t cookie) {
     heard += std::to_string(cookie);
