@@ -72,22 +72,12 @@ bool Reporter::HTTPLogIsHeard() const { return owner_ != nullptr && owner_->HTTP
 
 bool Reporter::FileRequestIsHeard() const { return owner_ != nullptr && owner_->FileRequest.IsConnected(); }
 
-template <typename Report>
-void Reporter::CountWithoutMemory(Report&& report) {
-  try {
-    report();
-  } catch (const std::bad_alloc&) {
-    statistics_.ErrorCount += 1;
-  }
-}
-
 void Reporter::ReportError(std::string_view prefix, const CaughtError& error) {
-  CountWithoutMemory(
-      [&] { RaiseLogEvent(std::string(prefix) + std::to_string(error.number) + "] " + error.description); });
+  RaiseLogEvent(std::string(prefix) + std::to_string(error.number) + "] " + error.description);
 }
 
 void Reporter::ReportCurrent(std::string_view prefix) {
-  CountWithoutMemory([&] { ReportError(prefix, DescribeException(std::current_exception())); });
+  ReportError(prefix, DescribeException(std::current_exception()));
 }
 
 }  // namespace TesselServer

@@ -3,8 +3,7 @@
 //
 // Thread:    the host's thread.
 // Ownership: keeps a reference to the statistics; the control itself is forgotten when it dies (Forget).
-// Errors:    none of a handler or of a report: a handler that throws is reported through LogEvent; one of LogEvent
-//            itself, and a report that there is no memory for, are counted.
+// Errors:    none; a handler that throws is reported through LogEvent, one of LogEvent itself is counted.
 #pragma once
 
 #include <cstdint>
@@ -80,8 +79,6 @@ class Reporter {
  private:
   template <typename Raise>
   bool Guard(std::string_view event, Raise&& raise);
-  template <typename Report>
-  void CountWithoutMemory(Report&& report);
 
   Tessel* owner_;
   Statistics& statistics_;

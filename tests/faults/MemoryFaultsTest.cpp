@@ -6,16 +6,13 @@
 #include <new>
 #include <string>
 
-#include "control/internal/Reporter.h"
 #include "platform/DirectoryMemory.h"
-#include "platform/Error.h"
 #include "platform/FileSystem.h"
 #include "platform/internal/FileStamp.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNthMemory.h"
 #include "tests/kit/TemporaryTree.h"
 #include "tests/kit/TestControl.h"
-#include "tests/kit/TestCore.h"
 
 namespace TesselServer {
 namespace {
@@ -98,20 +95,6 @@ TEST(DirectoryMemoryFaultsTest, ItsCountIsRightWhereverMemoryRunsOut) {
     EXPECT_LE(memory.Bytes(), kRoomForTwo) << nth;
     EXPECT_EQ(memory.NamesOf(folders[3].Descriptor()), memory.NamesOf(folders[3].Descriptor())) << nth;
   }
-}
-
-TEST(ReportMemoryFaultsTest, AReportThatThereIsNoMemoryForIsCounted) {
-  const Error error(ErrorNumber::kInternal, std::string(100, 'e'));
-  bool happened = true;
-  int nth = 0;
-  while (happened) {
-    Kit::TestCore core;
-    const FailNthMemory fault(++nth);
-    EXPECT_FALSE(core.core.state.reporter.Trap(ErrorPrefix::kDataArrival, [&] { throw error; })) << nth;
-    happened = fault.Happened();
-    EXPECT_GE(core.core.state.statistics.ErrorCount, 1) << nth;
-  }
-  EXPECT_GT(nth, 2) << "a report needs memory";
 }
 
 }  // namespace
