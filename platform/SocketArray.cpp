@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "platform/Error.h"
@@ -204,15 +205,10 @@ void SocketArray::OnEvents(std::uint64_t cookie, std::uint32_t events) {
 }
 
 void SocketArray::OnNotice(std::uint64_t cookie) {
-  if (cookie == kResumeNotice) {
-    ResumeListeners();
-    return;
-  }
+  if (cookie == kResumeNotice) return ResumeListeners();
   if (cookie == kArrivalsNotice) {
     arrivalsAnnounced_ = false;
-    // one in a long turn is enough, as an event or here
-    toldInPass_ == loop_.Passes() && loop_.TurnIsLong() ? AnnounceArrivals() : DeliverArrivals(false);
-    return;
+    return TellArrivals();
   }
   Element* element = Find(static_cast<std::int32_t>(cookie & ((1u << kIndexBits) - 1)));
   if (element == nullptr || element->generation != cookie >> kIndexBits || !element->sendFinished) return;
@@ -270,12 +266,7 @@ void SocketArray::OfferWaiting(std::int32_t index) {
 void SocketArray::ServeListener(Element& listener, bool known) {
   if (offered_ != nullptr) return;  // a connection request is not raised inside another; the event comes again
   const std::uint64_t generation = listener.generation;
-  const std::uint64_t told = arrivalsTold_;
-  // of one of those that have arrived the owner hears in any case
-  const auto tellRest = [&] {
-    if (arrivalsTold_ == told || !loop_.TurnIsLong()) DeliverArrivals(false);
-  };
-  std::uint64_t heard = told;
+  std::uint64_t heard = arrivalsTold_;
   int waiting = known || SomebodyWaits(listener.descriptor) ? 1 : 0;
   for (int taken = 0; taken < kAcceptsPerTurn; ++taken) {
     if (!MayTakeAnother(listener)) break;
@@ -290,14 +281,14 @@ void SocketArray::ServeListener(Element& listener, bool known) {
       Pause(listener);
       // one that came free behind the owner's back, as it yielded: not to be waited out
       if (result == OfferResult::kRefused && freedMeanwhile_) loop_.Post(*this, kResumeNotice);
-      tellRest();
+      TellArrivals();
       return;
     }
     if (result == OfferResult::kGone) break;
   }
   listener.paused = false;
   UpdateWatch(listener);
-  tellRest();
+  TellArrivals();
 }
 
 // Whether there is an element for one more connection, and room for its bytes, beside those that have arrived. Where
@@ -373,11 +364,22 @@ void SocketArray::ReadOn(Element& element, std::size_t begin, std::size_t size) 
   AfterNotifications(element, generation);
 }
 
-// A notice for those who yield before all that has arrived is told of, and in case the time runs out.
-void SocketArray::AnnounceArrivals() {
-  if (arrivalsAnnounced_ || arrivalsBegin_ == arrivalsEnd_) return;
-  loop_.Post(*this, kArrivalsNotice);
-  arrivalsAnnounced_ = true;
+// A notice for those who yield before all that has arrived is told of, and in case the time runs out. False when there
+// is no memory for one.
+bool SocketArray::AnnounceArrivals() noexcept {
+  if (arrivalsAnnounced_ || arrivalsBegin_ == arrivalsEnd_) return true;
+  try {
+    loop_.Post(*this, kArrivalsNotice);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return arrivalsAnnounced_ = true;
+}
+
+// Of one of those that have arrived the owner hears in any case; in a long turn that is enough.
+void SocketArray::TellArrivals() {
+  const bool mayWait = toldInPass_ == loop_.Passes() && loop_.TurnIsLong();
+  if (!mayWait || !AnnounceArrivals()) DeliverArrivals(false);
 }
 
 // Tells of what has arrived: of the first in any case, of the rest until the turn has taken its time or, with `all`, to
@@ -388,7 +390,8 @@ void SocketArray::DeliverArrivals(bool all) {
       if (!all) return;
       closings_.CloseAll();  // those that are answered need not wait for the rest
     }
-    if (arrivalsEnd_ - arrivalsBegin_ > 1) AnnounceArrivals();  // whatever the owner does, the rest is not forgotten
+    // whatever the owner does, the rest is not forgotten
+    if (arrivalsEnd_ - arrivalsBegin_ > 1 && !AnnounceArrivals()) all = true;
     const Arrival next = arrivals_[arrivalsBegin_++];
     Element* element = Find(next.index);
     if (element == nullptr || element->generation != next.generation) continue;
@@ -477,7 +480,7 @@ std::int64_t SocketArray::Receive(Element& element, std::size_t begin) {
 
 void SocketArray::Read(Element& element) {
   const std::uint64_t generation = element.generation;
-  DeliverArrivals(true);  // they lie in the chunk
+  DeliverArrivals(true);  // they lie in the chunk, and whoever sends on must not wait for those who come
   if (element.generation != generation || element.state != SocketState::kConnected) return;
   const std::int64_t count = Receive(element, 0);
   if (count > 0) {

@@ -79,7 +79,7 @@ class SocketArray : private LoopClient {
   static constexpr int kKeepAliveProbes = 6;
   // What the kernel keeps of an answer beyond what is on its way (TCP_NOTSENT_LOWAT, tcp(7)); it asks for more when
   // half of it is left. Less waits in its memory for clients that are slow, and what waits is still in the processor's
-  // cache.
+  // cache. Half of it is no less than a segment can be: the kernel may hold back so much until more comes (MSG_MORE).
   static constexpr int kUnsentBytes = 128 * 1024;
   static constexpr std::int32_t kMaxIndex = 10000;
 
@@ -211,7 +211,8 @@ class SocketArray : private LoopClient {
   bool MayTakeAnother(const Element& listener);
   void FirstBytes(Element& element);
   void ReadOn(Element& element, std::size_t begin, std::size_t size);
-  void AnnounceArrivals();
+  bool AnnounceArrivals() noexcept;
+  void TellArrivals();
   void DeliverArrivals(bool all);
   template <typename Action>
   void OrClose(const Element& element, const Action& action);

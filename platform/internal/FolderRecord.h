@@ -34,7 +34,6 @@ class FolderRecord {
     return IsSettled(stamp_, began_) && IsFresh(began_, now) && stamp_ == stamp;
   }
 
-  const FileStamp& Stamp() const { return stamp_; }
   Number Count() const { return entries_.size(); }
   std::size_t Bytes() const;  // of memory, as many as it takes in all
 

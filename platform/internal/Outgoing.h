@@ -21,7 +21,7 @@ class Outgoing {
   enum class Result {
     kDone,     // the kernel has taken the last byte
     kBlocked,  // the kernel takes no more for now
-    kAgain,    // kBytesPerStep went out; there is more
+    kAgain,    // some went out; there is more
     kFailed,   // see Error()
   };
 

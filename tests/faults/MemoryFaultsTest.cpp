@@ -2,15 +2,20 @@
 // that one, nothing is lost to those who come after it.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
+#include <algorithm>
+#include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "platform/DirectoryMemory.h"
 #include "platform/FileSystem.h"
 #include "platform/internal/FileStamp.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNthMemory.h"
+#include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"
 #include "tests/kit/TestControl.h"
 
@@ -64,6 +69,42 @@ TEST_P(MemoryFaultsTest, TheOnlySlotIsFreeAgain) {
 INSTANTIATE_TEST_SUITE_P(Requests, MemoryFaultsTest,
                          testing::Values("GET /", "GET /FOLDER/FILE.TXT", "GET /Folder/", "GET /missing", "POST /"),
                          [](const auto& each) { return "Number" + std::to_string(each.index); });
+
+// Turns are long here, so those who came together are told of one after the other, by notices that need memory as well.
+TEST(ArrivalsMemoryFaultsTest, OneOfThoseWhoCameTogetherMissesItsAnswerAtMost) {
+  constexpr int kMost = 1000;
+  constexpr int kTogether = 4;
+  const std::string request = "GET / HTTP/1.0\r\n\r\n";
+  TestControl control;
+  control.tree.Write("index.html", "page");
+  control.tessel.MaxConnections(2 * kTogether);
+  control.tessel.HTTPLog = [&](std::string&) { control.world.Advance(1); };
+  const std::int32_t port = control.Start();
+  ASSERT_NE(control.Ask(request), "");
+  bool happened = true;
+  int nth = 0;
+  while (happened && nth < kMost) {
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int i = 0; i < kTogether; ++i) {
+      clients.push_back(std::make_unique<RawClient>(port));
+      send(clients.back()->Descriptor(), request.data(), request.size(), MSG_NOSIGNAL);
+    }
+    {
+      const FailNthMemory fault(++nth);
+      try {
+        for (int turn = 0; turn < 20; ++turn) control.loop.RunOnce(0);
+      } catch (const std::bad_alloc&) {
+      }
+      happened = fault.Happened();
+    }
+    const auto mostHaveEnded = [&] {
+      return std::count_if(clients.begin(), clients.end(), [](const auto& each) { return each->Poll(); }) >=
+             kTogether - 1;
+    };
+    ASSERT_TRUE(Kit::RunUntil(control.loop, mostHaveEnded)) << "request for memory number " << nth;
+  }
+  EXPECT_FALSE(happened) << "it needs more than " << kMost;
+}
 
 std::int64_t MuchLater() {
   constexpr std::int64_t kNanosecondsPerMinute = 60'000'000'000;
