@@ -31,7 +31,7 @@ std::shared_ptr<FolderRecord> DirectoryMemory::NamesOf(int descriptor) {
   try {
     const std::string key = KeyOf(stamp);
     const auto* known = records_.Find(key);
-    const std::shared_ptr<FolderRecord> before = known != nullptr ? *known : nullptr;
+    std::shared_ptr<FolderRecord> before = known != nullptr ? *known : nullptr;
     const std::int64_t began = now_();
     if (before && before->Holds(stamp, began)) return before;
     std::shared_ptr<FolderRecord> record;
