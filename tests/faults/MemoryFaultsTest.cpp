@@ -70,8 +70,10 @@ INSTANTIATE_TEST_SUITE_P(Requests, MemoryFaultsTest,
                          testing::Values("GET /", "GET /FOLDER/FILE.TXT", "GET /Folder/", "GET /missing", "POST /"),
                          [](const auto& each) { return "Number" + std::to_string(each.index); });
 
-// Turns are long here, so those who came together are told of one after the other, by notices that need memory as well.
+// Turns are long here, so those who came together are told of one after the other, by notices. Of these only some need
+// memory, so it is tried often.
 TEST(ArrivalsMemoryFaultsTest, OneOfThoseWhoCameTogetherMissesItsAnswerAtMost) {
+  constexpr int kRounds = 20;
   constexpr int kMost = 1000;
   constexpr int kTogether = 4;
   const std::string request = "GET / HTTP/1.0\r\n\r\n";
@@ -81,16 +83,16 @@ TEST(ArrivalsMemoryFaultsTest, OneOfThoseWhoCameTogetherMissesItsAnswerAtMost) {
   control.tessel.HTTPLog = [&](std::string&) { control.world.Advance(1); };
   const std::int32_t port = control.Start();
   ASSERT_NE(control.Ask(request), "");
-  bool happened = true;
-  int nth = 0;
-  while (happened && nth < kMost) {
+  // Whether memory ran out when it was asked for the `nth` time.
+  const auto happens = [&](int nth) {
     std::vector<std::unique_ptr<RawClient>> clients;
     for (int i = 0; i < kTogether; ++i) {
       clients.push_back(std::make_unique<RawClient>(port));
       send(clients.back()->Descriptor(), request.data(), request.size(), MSG_NOSIGNAL);
     }
+    bool happened = false;
     {
-      const FailNthMemory fault(++nth);
+      const FailNthMemory fault(nth);
       try {
         for (int turn = 0; turn < 20; ++turn) control.loop.RunOnce(0);
       } catch (const std::bad_alloc&) {
@@ -101,9 +103,15 @@ TEST(ArrivalsMemoryFaultsTest, OneOfThoseWhoCameTogetherMissesItsAnswerAtMost) {
       return std::count_if(clients.begin(), clients.end(), [](const auto& each) { return each->Poll(); }) >=
              kTogether - 1;
     };
-    ASSERT_TRUE(Kit::RunUntil(control.loop, mostHaveEnded)) << "request for memory number " << nth;
+    EXPECT_TRUE(Kit::RunUntil(control.loop, mostHaveEnded)) << "request for memory number " << nth;
+    return happened;
+  };
+  for (int round = 0; round < kRounds && !testing::Test::HasFailure(); ++round) {
+    int nth = 1;
+    while (nth < kMost && !testing::Test::HasFailure() && happens(nth)) ++nth;
+    EXPECT_LT(nth, kMost) << "it needs more";
+    EXPECT_GT(nth, 5) << "requests need memory";
   }
-  EXPECT_FALSE(happened) << "it needs more than " << kMost;
 }
 
 std::int64_t MuchLater() {
