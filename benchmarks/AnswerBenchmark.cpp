@@ -2,9 +2,9 @@
 
 #include <benchmark/benchmark.h>
 
-#include "control/internal/AccessLog.h"
+#include "control/answer/AccessLog.h"
 #include "http/cls_HTTP.h"
-#include "platform/World.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "control/internal/RequestTarget.h"
+#include "control/answer/RequestTarget.h"
 #include "support/cls_QueryString.h"
 #include "support/mURLEncode.h"
 

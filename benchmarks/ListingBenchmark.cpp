@@ -11,9 +11,9 @@
 #include <string>
 
 #include "files/cls_DirListing.h"
-#include "platform/DirectoryMemory.h"
-#include "platform/FileSystem.h"
-#include "platform/World.h"
+#include "platform/files/DirectoryMemory.h"
+#include "platform/files/FileSystem.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {

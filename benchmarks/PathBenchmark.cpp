@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "control/internal/RequestTarget.h"
-#include "platform/FileSystem.h"
+#include "control/answer/RequestTarget.h"
+#include "platform/files/FileSystem.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "control/internal/Reception.h"
+#include "control/connection/Reception.h"
 
 namespace TesselServer {
 namespace {

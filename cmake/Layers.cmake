@@ -7,7 +7,7 @@ set(TESSEL_INCLUDE_DIR ${CMAKE_CURRENT_BINARY_DIR}/include)
 # tessel_layer(name [USES layer...])
 #
 # Makes the object library tessel_<name> from <name>/sources.cmake, which sets SOURCES (paths below <name>/) and
-# PUBLIC_HEADERS (installed as TesselServer/<header>). USES names every layer below that it may call.
+# PUBLIC_HEADERS (installed as TesselServer/<file name>). USES names every layer below that it may call.
 function(tessel_layer name)
   cmake_parse_arguments(LAYER "" "" "USES" ${ARGN})
   set(SOURCES "")
@@ -24,7 +24,8 @@ function(tessel_layer name)
   target_include_directories(tessel_${name} PUBLIC ${PROJECT_SOURCE_DIR} ${TESSEL_INCLUDE_DIR})
   file(MAKE_DIRECTORY ${TESSEL_INCLUDE_DIR}/TesselServer)
   foreach(header ${PUBLIC_HEADERS})
-    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${name}/${header} ${TESSEL_INCLUDE_DIR}/TesselServer/${header} SYMBOLIC)
+    cmake_path(GET header FILENAME file)
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${name}/${header} ${TESSEL_INCLUDE_DIR}/TesselServer/${file} SYMBOLIC)
     set_property(GLOBAL APPEND PROPERTY TESSEL_PUBLIC_HEADERS ${PROJECT_SOURCE_DIR}/${name}/${header})
   endforeach()
   set_property(GLOBAL APPEND PROPERTY TESSEL_LAYERS ${name})

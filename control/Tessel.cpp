@@ -5,12 +5,12 @@
 #include <thread>
 #include <utility>
 
-#include "control/internal/ComponentVersion.h"
-#include "control/internal/Persistence.h"
-#include "control/internal/TesselCore.h"
-#include "platform/RegistryStore.h"
-#include "platform/World.h"
-#include "platform/internal/LoopCore.h"
+#include "control/life/ComponentVersion.h"
+#include "control/life/Persistence.h"
+#include "control/life/TesselCore.h"
+#include "platform/loop/LoopCore.h"
+#include "platform/settings/RegistryStore.h"
+#include "platform/world/World.h"
 #include "support/Format.h"
 #include "support/Text.h"
 #include "support/cls_WinUtil.h"

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <utility>
 
-#include "platform/World.h"
+#include "platform/world/World.h"
 #include "support/Format.h"
 #include "support/PathText.h"
 #include "support/Text.h"

@@ -18,7 +18,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FileFacts.h"
+#include "platform/files/FileFacts.h"
 #include "support/Dates.h"
 
 namespace TesselServer {

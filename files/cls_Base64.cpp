@@ -7,8 +7,8 @@
 #include <memory>
 #include <system_error>
 
-#include "platform/Error.h"
-#include "platform/FileSystem.h"
+#include "platform/files/FileSystem.h"
+#include "platform/world/Error.h"
 
 namespace TesselServer {
 namespace {

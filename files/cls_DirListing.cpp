@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/DirectoryReader.h"
-#include "platform/Error.h"
+#include "platform/files/DirectoryReader.h"
+#include "platform/world/Error.h"
 #include "support/Dates.h"
 #include "support/Text.h"
 #include "support/mURLEncode.h"

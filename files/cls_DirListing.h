@@ -18,7 +18,7 @@
 #include <utility>
 
 #include "files/CFileInfo.h"
-#include "platform/FileSystem.h"
+#include "platform/files/FileSystem.h"
 
 namespace TesselServer {
 

@@ -6,10 +6,10 @@
 #include <optional>
 #include <system_error>
 
-#include "platform/AccessList.h"
-#include "platform/AccessObject.h"
-#include "platform/Accounts.h"
-#include "platform/SystemErrorText.h"
+#include "platform/access/AccessList.h"
+#include "platform/access/AccessObject.h"
+#include "platform/access/Accounts.h"
+#include "platform/world/SystemErrorText.h"
 
 namespace TesselServer {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "fuzz/Require.h"
-#include "platform/AccessList.h"
+#include "platform/access/AccessList.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include <string>
 
 #include "fuzz/Require.h"
-#include "platform/Error.h"
-#include "platform/PropertyBag.h"
+#include "platform/settings/PropertyBag.h"
+#include "platform/world/Error.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {

@@ -5,7 +5,7 @@
 // what the client sends.
 #include <algorithm>
 
-#include "control/internal/Reception.h"
+#include "control/connection/Reception.h"
 #include "fuzz/Require.h"
 #include "support/Text.h"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 #include "support/Text.h"
 
 namespace TesselServer {

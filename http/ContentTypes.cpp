@@ -1,7 +1,7 @@
 #include "http/ContentTypes.h"
 
-#include "platform/AsciiCase.h"
-#include "platform/CRegSettings.h"
+#include "platform/settings/CRegSettings.h"
+#include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
 namespace {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/RegistryStore.h"
+#include "platform/settings/RegistryStore.h"
 
 namespace TesselServer {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FileSystem.h"
+#include "platform/files/FileSystem.h"
 
 namespace TesselServer {
 

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "platform/FileSystem.h"
+#include "platform/files/FileSystem.h"
 
 namespace TesselServer {
 

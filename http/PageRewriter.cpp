@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "http/TagSearch.h"
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
 namespace {

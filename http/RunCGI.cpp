@@ -6,8 +6,8 @@
 
 #include "http/ServerVariables.h"
 #include "http/cls_HTTP.h"
-#include "platform/AsciiCase.h"
-#include "platform/ProgramRunner.h"
+#include "platform/programs/ProgramRunner.h"
+#include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
 namespace {

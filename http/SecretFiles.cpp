@@ -1,6 +1,6 @@
 #include "http/SecretFiles.h"
 
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 #include "support/PathText.h"
 
 namespace TesselServer {

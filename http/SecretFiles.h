@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "http/Enumerations.h"
-#include "platform/FileSystem.h"
+#include "platform/files/FileSystem.h"
 
 namespace TesselServer {
 

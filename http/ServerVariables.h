@@ -11,7 +11,7 @@
 
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
-#include "platform/World.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 

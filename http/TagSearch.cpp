@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 #include "support/Text.h"
 
 namespace TesselServer {

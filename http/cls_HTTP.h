@@ -22,10 +22,10 @@
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
 #include "http/SecretFiles.h"
-#include "platform/Answer.h"
-#include "platform/FileSystem.h"
-#include "platform/ProgramRunner.h"
-#include "platform/World.h"
+#include "platform/files/FileSystem.h"
+#include "platform/programs/ProgramRunner.h"
+#include "platform/sockets/Answer.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/NetworkSubsystem.h"
+#include "platform/network/NetworkSubsystem.h"
 
 namespace TesselServer {
 

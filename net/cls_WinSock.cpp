@@ -7,9 +7,9 @@
 #include <limits>
 #include <optional>
 
-#include "platform/NetworkNames.h"
-#include "platform/SocketErrors.h"
-#include "platform/World.h"
+#include "platform/network/NetworkNames.h"
+#include "platform/sockets/SocketErrors.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {

@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/NotifyingSocket.h"
+#include "platform/sockets/NotifyingSocket.h"
 
 namespace TesselServer {
 

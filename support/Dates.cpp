@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/World.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {

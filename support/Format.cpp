@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 #include "support/Text.h"
 
 namespace TesselServer {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "platform/World.h"
+#include "platform/world/World.h"
 #include "support/Format.h"
 
 namespace TesselServer {

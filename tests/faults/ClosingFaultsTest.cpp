@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string>
 
-#include "platform/EventLoop.h"
-#include "platform/internal/Closings.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/sockets/Closings.h"
 #include "tests/kit/ClosingPairs.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNth.h"

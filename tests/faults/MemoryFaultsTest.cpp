@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/DirectoryMemory.h"
-#include "platform/FileSystem.h"
-#include "platform/internal/FileStamp.h"
+#include "platform/files/DirectoryMemory.h"
+#include "platform/files/FileStamp.h"
+#include "platform/files/FileSystem.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNthMemory.h"
 #include "tests/kit/RawClient.h"

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <string>
 
-#include "platform/ChildPrograms.h"
-#include "platform/EventLoop.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/programs/ChildPrograms.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNth.h"
 #include "tests/kit/Programs.h"

@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "files/cls_Base64.h"
-#include "platform/Error.h"
+#include "platform/world/Error.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/TemporaryTree.h"
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "files/cls_DirListing.h"
-#include "platform/DirectoryMemory.h"
-#include "platform/Error.h"
+#include "platform/files/DirectoryMemory.h"
+#include "platform/world/Error.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FakeWorld.h"

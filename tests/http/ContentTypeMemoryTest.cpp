@@ -6,7 +6,7 @@
 
 #include "http/ContentTypeMemory.h"
 #include "http/cls_HTTP.h"
-#include "platform/RegistryStore.h"
+#include "platform/settings/RegistryStore.h"
 #include "tests/kit/FakeWorld.h"
 
 namespace TesselServer {

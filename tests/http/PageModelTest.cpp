@@ -10,7 +10,7 @@
 
 #include "http/PageRewriter.h"
 #include "http/TagNormaliser.h"
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
 namespace {

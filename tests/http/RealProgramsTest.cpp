@@ -8,8 +8,8 @@
 
 #include "http/ServerVariables.h"
 #include "http/cls_HTTP.h"
-#include "platform/ChildPrograms.h"
-#include "platform/EventLoop.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/programs/ChildPrograms.h"
 #include "tests/kit/AnswerText.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/Programs.h"

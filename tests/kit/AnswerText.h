@@ -6,7 +6,7 @@
 #include <string>
 #include <variant>
 
-#include "platform/Answer.h"
+#include "platform/sockets/Answer.h"
 
 namespace TesselServer::Kit {
 

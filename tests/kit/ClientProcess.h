@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/EventLoop.h"
+#include "platform/loop/EventLoop.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer::Kit {

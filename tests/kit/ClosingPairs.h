@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/internal/Closings.h"
+#include "platform/sockets/Closings.h"
 #include "tests/kit/TcpPair.h"
 
 namespace TesselServer::Kit {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/ProgramRunner.h"
+#include "platform/programs/ProgramRunner.h"
 
 namespace TesselServer::Kit {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/RegistryStore.h"
-#include "platform/World.h"
+#include "platform/settings/RegistryStore.h"
+#include "platform/world/World.h"
 
 namespace TesselServer::Kit {
 

@@ -7,10 +7,10 @@
 
 #include <exception>
 
-#include "platform/Error.h"
-#include "platform/EventLoop.h"
-#include "platform/Timer.h"
-#include "platform/World.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/loop/Timer.h"
+#include "platform/world/Error.h"
+#include "platform/world/World.h"
 #include "tests/kit/FakeWorld.h"
 
 namespace TesselServer::Kit {

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/internal/UniqueDescriptor.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer::Kit {
 

@@ -14,7 +14,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/internal/UniqueDescriptor.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer::Kit {
 

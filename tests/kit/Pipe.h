@@ -8,7 +8,7 @@
 #include <functional>
 #include <stdexcept>
 
-#include "platform/internal/LoopCore.h"
+#include "platform/loop/LoopCore.h"
 
 namespace TesselServer::Kit {
 

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/EventLoop.h"
+#include "platform/loop/EventLoop.h"
 
 namespace TesselServer::Kit {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "control/internal/Reception.h"
+#include "control/connection/Reception.h"
 #include "tests/kit/Cuts.h"
 
 namespace TesselServer {

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/internal/FileStamp.h"
+#include "platform/files/FileStamp.h"
 
 namespace TesselServer::Kit {
 

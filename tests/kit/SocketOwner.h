@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/EventLoop.h"
-#include "platform/SocketArray.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/sockets/SocketArray.h"
 
 namespace TesselServer::Kit {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "control/Tessel.h"
-#include "platform/EventLoop.h"
+#include "platform/loop/EventLoop.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"

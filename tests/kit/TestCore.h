@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "control/Tessel.h"
-#include "control/internal/TesselCore.h"
+#include "control/life/TesselCore.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "net/cls_INet.h"
-#include "platform/World.h"
+#include "platform/world/World.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/NameServer.h"

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "net/cls_WinSock.h"
-#include "platform/EventLoop.h"
-#include "platform/SocketErrors.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/sockets/SocketErrors.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <limits>
 
-#include "platform/AsciiCase.h"
+#include "platform/world/AsciiCase.h"
 #include "support/Text.h"
 
 namespace TesselServer {

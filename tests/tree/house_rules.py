@@ -70,7 +70,7 @@ def public_headers(tree):
     for layer in LAYERS:
         match = PUBLIC_HEADERS.search(text(tree.get(layer + "/sources.cmake", b"")))
         for name in match.group(1).split() if match else []:
-            found[name] = layer + "/" + name
+            found[posixpath.basename(name)] = layer + "/" + name
     return found
 
 

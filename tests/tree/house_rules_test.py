@@ -53,7 +53,7 @@ class TheRules(unittest.TestCase):
         host = b"#include <TesselServer/Tessel.h>\nint main() {}\n"
         self.tree = {
             "platform/sources.cmake": b"set(SOURCES\n  Clock.cpp)\nset(PUBLIC_HEADERS Error.h)\n",
-            "platform/Error.h": b"// An error.\n#pragma once\n#include <string>\n",
+            "platform/world/Error.h": b"// An error.\n#pragma once\n#include <string>\n",
             "platform/Clock.h": b"#pragma once\n",
             "platform/Clock.cpp": b'#include "platform/Clock.h"\n#include <unistd.h>\n#include <cerrno>\n',
             "support/sources.cmake": b"set(SOURCES Text.cpp)\n",
@@ -131,8 +131,8 @@ class TheRules(unittest.TestCase):
 
     def test_a_public_header_with_a_private_include_is_noticed(self):
         for line in (b'#include "platform/Clock.h"\n', b"#include <unistd.h>\n"):
-            self.tree["platform/Error.h"] = b"#pragma once\n" + line
-            self.expect_breach(house_rules.public_header_breaches, "platform/Error.h", "is public and includes")
+            self.tree["platform/world/Error.h"] = b"#pragma once\n" + line
+            self.expect_breach(house_rules.public_header_breaches, "platform/world/Error.h", "is public and includes")
 
     def test_a_public_header_that_is_missing_is_noticed(self):
         del self.tree["control/Tessel.h"]

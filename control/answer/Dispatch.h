@@ -1,0 +1,55 @@
+// Which answer a complete request gets: a forced error, the host's data, 404, 401, 403, a folder's page or a file.
+//
+// Thread:    the host's thread.
+// Ownership: keeps references to the control's state and its sending part.
+// Errors:    none; trapped, reported through LogEvent and answered with an error answer for 500.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "control/answer/Authentication.h"
+#include "control/answer/Sending.h"
+#include "control/life/ControlState.h"
+#include "platform/sockets/Answer.h"
+
+namespace TesselServer {
+
+class Dispatch {
+ public:
+  Dispatch(ControlState& state, Sending& sending) : state_(state), sending_(sending) {}
+
+  // A request is complete: finds its target and answers it, or offers it to the host through FileRequest.
+  void Begin(std::int32_t Index);
+
+  // Decides on the answer and hands it over. With ForceStatus it is the error answer for StatusCode. A connection that
+  // got no byte of an answer is closed.
+  void SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus);
+
+ private:
+  // An answer with what the log is told of it.
+  struct Decision {
+    Answer answer;
+    std::string status;
+    bool logged = false;
+  };
+  struct Call;
+
+  void OfferToHost(std::int32_t Index, Slot& slot);
+
+  void MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus);
+  Decision Decide(Call& call, std::string_view statusCode, bool forceStatus);
+  Answer ErrorAnswer(cls_HTTP& record, std::string_view statusCode) const;
+  Decision Refusal(cls_HTTP& record, std::string_view statusCode) const;
+  Decision HostAnswer(Call& call) const;
+  Decision Challenge(const cls_HTTP& record, std::string_view field, const std::string& realm) const;
+  Decision DirectoryAnswer(Call& call, const Admission& admission);
+  Decision FileAnswer(Call& call, const Admission& admission) const;
+  void Deliver(Call& call, Decision decision);
+
+  ControlState& state_;
+  Sending& sending_;
+};
+
+}  // namespace TesselServer

@@ -1,0 +1,142 @@
+#include "control/answer/HostAnswers.h"
+
+#include "control/answer/RecordSetup.h"
+#include "control/answer/SlotTarget.h"
+#include "platform/world/Error.h"
+#include "support/Text.h"
+
+namespace TesselServer {
+
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::string_view kDefaultStatus = "200";
+constexpr std::size_t kStatusLength = 3;
+
+}  // namespace
+
+std::string NormaliseHeaderField(std::string_view headerField) {
+  std::string lines(Trim(headerField));
+  if (lines.empty()) return lines;
+  if (lines.ends_with("\r\n\r\n")) {
+    lines.resize(lines.size() - kLineEnd.size());
+  } else if (!lines.ends_with(kLineEnd)) {
+    lines += kLineEnd;
+  }
+  return lines;
+}
+
+std::string NormaliseStatusCode(std::string_view statusCode) {
+  const std::string_view code = Trim(statusCode);
+  return std::string(code.size() == kStatusLength ? code : kDefaultStatus);
+}
+
+std::string HeaderValue(const std::string& header, std::string_view field) {
+  const std::size_t found = FindNoCase(header, field);
+  if (found == std::string::npos) return {};
+  const std::size_t start = found + field.size() + 2;  // behind ":" and one blank
+  const std::size_t end = header.find(kLineEnd, start);
+  if (end == std::string::npos) throw Error(ErrorNumber::kInvalidCall, "Invalid procedure call or argument");
+  return header.substr(start, end - start);
+}
+
+// Null for an Index that is no connection, and before the first start.
+Slot* HostAnswers::Find(std::int32_t Index) {
+  return state_.slots && Index >= kListener ? state_.slots->At(Index) : nullptr;
+}
+
+Slot& HostAnswers::Require(std::int32_t Index) {
+  Slot* slot = Find(Index);
+  if (slot == nullptr) throw SubscriptError();
+  return *slot;
+}
+
+void HostAnswers::ReturnData(std::int32_t Index, const std::string& mData) {
+  Slot* slot = Find(Index);
+  if (slot == nullptr) return;
+  slot->FunctionResult = mData;
+  slot->FunctionAnswered = true;
+}
+
+void HostAnswers::TrapFileData(std::int32_t Index, const std::string& Data, bool Process,
+                               const std::string& ContentType) {
+  Slot* slot = Find(Index);
+  if (slot == nullptr || !slot->TrapOutstanding) return;
+  slot->TrapOutstanding = false;
+  slot->NotTrapped = Process;
+  if (!Process) {
+    slot->TrapContentType = ContentType;
+    slot->TrapData = Data;
+    if (slot->TrapStatusCode.empty()) slot->TrapStatusCode = kDefaultStatus;
+  }
+  dispatch_.SendWebPage(Index, "", false);
+}
+
+void HostAnswers::TrapFileDataEX(std::int32_t Index, const std::string& Data, bool Process,
+                                 const std::string& ContentType, const std::string& StatusCode,
+                                 const std::string& HeaderField) {
+  Slot& slot = Require(Index);
+  if (!slot.TrapOutstanding) return;
+  slot.TrapHeaderField = NormaliseHeaderField(HeaderField);
+  slot.TrapStatusCode = NormaliseStatusCode(StatusCode);
+  TrapFileData(Index, Data, Process, ContentType);
+}
+
+std::int16_t HostAnswers::QueryStringCount(std::int32_t Index, const std::string& Paramter) {
+  Slot* slot = Find(Index);
+  if (slot == nullptr) return 0;
+  slot->QueryParser.QueryString(slot->Fields().RequestQuery);
+  return slot->QueryParser.Count(Paramter);
+}
+
+std::string HostAnswers::QueryString(std::int32_t Index, const std::string& Paramter, std::int32_t Item) {
+  Slot* slot = Find(Index);
+  if (slot == nullptr) return {};
+  if (Trim(Paramter).empty()) return slot->Fields().RequestQuery;
+  slot->QueryParser.QueryString(slot->Fields().RequestQuery);
+  return slot->QueryParser.Item(Paramter, Item, "&");
+}
+
+std::string HostAnswers::CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter) {
+  Slot* slot = Find(Index);
+  if (slot == nullptr) return {};
+  const auto record = RecordOf(state_, *slot, Index);
+  record->SetRequestInfo(RequestInfoOf(state_, *slot, Index, MappedFileOf(state_, *slot)));
+  return record->ServerVariables(Variable, Delimiter);
+}
+
+std::string HostAnswers::HTTPHeader(std::int32_t Index, const std::string& HeaderField) {
+  const std::string& header = Require(Index).Fields().RequestHeader;
+  const std::string_view field = Trim(HeaderField);
+  return field.empty() ? header : HeaderValue(header, field);
+}
+
+std::string HostAnswers::RequestBody(std::int32_t Index) {
+  Slot* slot = Find(Index);
+  return slot != nullptr && !slot->Fields().BodyPending ? slot->Fields().RequestBody : std::string();
+}
+
+std::uint64_t HostAnswers::RequestNumber(std::int32_t Index) {
+  Slot* slot = Find(Index);
+  return slot != nullptr && slot->TrapOutstanding ? state_.sckWS.Generation(Index) : 0;
+}
+
+std::string HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                           const std::string& Params) {
+  const auto slots = state_.slots;
+  Slot* slot = slots ? slots->At(Index) : nullptr;
+  if (slot == nullptr || !slot->BeingAnswered) return {};
+  slot->FunctionAnswered = false;
+  if (Trim(FunctionName).empty()) return {};
+  slot->Fields().RequestQuery += Params;  // kept: no separator in between
+  state_.loop.Flush();                    // the host may take its time
+  if (!state_.reporter.RaiseCallFunction(Index, FunctionName)) slot->FunctionAnswered = false;
+  return slot->FunctionResult;  // kept: an earlier answer when the host gave none to this one
+}
+
+bool HostAnswers::FunctionWasAnswered(std::int32_t Index) const {
+  Slot* slot = state_.slots ? state_.slots->IfUsed(Index) : nullptr;
+  return slot != nullptr && slot->FunctionAnswered;
+}
+
+}  // namespace TesselServer

@@ -1,0 +1,55 @@
+// What a host asks about a request and how it answers one: the methods of the interface that name a connection.
+//
+// Thread:    the host's thread.
+// Ownership: keeps references to the control's state and its dispatch part.
+// Errors:    as the control's interface tells of each method.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "control/answer/Dispatch.h"
+#include "control/life/ControlState.h"
+
+namespace TesselServer {
+
+// Header lines as a header block takes them: with one line end behind the last, "" for a blank text.
+std::string NormaliseHeaderField(std::string_view headerField);
+
+// A trimmed status code of three characters, else "200".
+std::string NormaliseStatusCode(std::string_view statusCode);
+
+// The value of the first `field` in `header`, found anywhere without regard to case: from two characters behind it to
+// the next line end. "" when it is not there; raises Error 5 when no line end follows.
+std::string HeaderValue(const std::string& header, std::string_view field);
+
+class HostAnswers {
+ public:
+  HostAnswers(ControlState& state, Dispatch& dispatch) : state_(state), dispatch_(dispatch) {}
+
+  void ReturnData(std::int32_t Index, const std::string& mData);
+  void TrapFileData(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType);
+  void TrapFileDataEX(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType,
+                      const std::string& StatusCode, const std::string& HeaderField);
+
+  std::int16_t QueryStringCount(std::int32_t Index, const std::string& Paramter);
+  std::string QueryString(std::int32_t Index, const std::string& Paramter, std::int32_t Item);
+  std::string CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter);
+  std::string HTTPHeader(std::int32_t Index, const std::string& HeaderField);
+  std::string RequestBody(std::int32_t Index);
+  std::uint64_t RequestNumber(std::int32_t Index);
+
+  // See ParentControl. Only a connection whose page is being made right now has function tags to raise.
+  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Params);
+  bool FunctionWasAnswered(std::int32_t Index) const;
+
+ private:
+  Slot* Find(std::int32_t Index);
+  Slot& Require(std::int32_t Index);
+
+  ControlState& state_;
+  Dispatch& dispatch_;
+};
+
+}  // namespace TesselServer

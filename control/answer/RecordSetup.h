@@ -1,0 +1,21 @@
+// Makes a slot's request record ready for use.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "control/life/ControlState.h"
+#include "http/RequestInfo.h"
+#include "http/cls_HTTP.h"
+
+namespace TesselServer {
+
+// The slot's record, made on first use, with the control's settings of this moment. The caller keeps it across events:
+// the slot lets go of it when the server stops.
+std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t Index);
+
+// The values of the slot's request as its record takes them. `file` is the local file that answers it.
+RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, std::string file);
+
+}  // namespace TesselServer

@@ -1,0 +1,120 @@
+#include "control/connection/Connections.h"
+
+#include <memory>
+
+#include "support/Text.h"
+
+namespace TesselServer {
+
+void Connections::ConnectionRequest(std::int32_t Index, std::int32_t requestID) {
+  state_.reporter.Trap(ErrorPrefix::kConnectionRequest, [&] {
+    if (state_.holdConnections) return;
+    if (Index == kListener) {
+      AcceptOnListener(requestID);
+    } else {
+      AcceptSecondary(Index, requestID);
+    }
+  });
+}
+
+void Connections::AcceptOnListener(std::int32_t requestID) {
+  state_.lastConnectionTick = state_.TickCount();
+  const std::int32_t closed = state_.sckWS.LowestClosed(kFirstConnection, state_.HighestConnection());
+  if (closed >= 0) {
+    TakeSlot(closed, requestID);
+    return;
+  }
+  for (int pass = 0; pass < kRecoveryPasses && !state_.holdConnections; ++pass) {
+    const std::int32_t free = state_.sckWS.LowestFree(kFirstConnection, state_.HighestConnection());
+    if (free >= 0) {
+      sending_.CloseConnection(free);
+      TakeSlot(free, requestID);
+      return;
+    }
+    state_.loop.DoEvents();
+  }
+}
+
+// kept: only the listener ever hears a connection request; another element would pass it to element 0.
+void Connections::AcceptSecondary(std::int32_t Index, std::int32_t requestID) {
+  if (state_.sckWS.State(0) != SocketState::kClosed) return;
+  const auto slots = state_.slots;
+  if (Slot* slot = slots ? slots->At(Index) : nullptr) slot->SecondaryAccepted = true;
+  TakeSlot(0, requestID);
+}
+
+bool Connections::TakeSlot(std::int32_t slot, std::int32_t requestID) {
+  if (state_.sckWS.Accept(slot, requestID) != SocketArray::AcceptResult::kAccepted) return false;
+  if (state_.slots) state_.slots->At(slot)->Reset(state_.maxBodyBytes);
+  return true;
+}
+
+void Connections::DataArrival(std::int32_t Index) {
+  state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] {
+    const std::string_view chunk = state_.sckWS.GetData(Index);
+    state_.statistics.BytesReceived += static_cast<double>(chunk.size());
+    const auto slots = state_.slots;
+    Slot* slot = slots ? slots->At(Index) : nullptr;
+    if (slot == nullptr) return;
+    slot->LastActivity = state_.world.UtcSeconds();
+    Follow(Index, *slot, slot->Request.Data(chunk));
+  });
+}
+
+void Connections::Close(std::int32_t Index) {
+  state_.reporter.Trap(ErrorPrefix::kClose, [&] {
+    const auto slots = state_.slots;
+    Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
+    if (slot == nullptr || slot->TrapOutstanding || slot->BeingAnswered) return;
+    const Reception::Outcome outcome = slot->Request.EndOfInput();
+    if (outcome == Reception::Outcome::kIgnored) Release(slot->Fields().RequestBody);  // of no use to anybody now
+    Follow(Index, *slot, outcome);
+  });
+}
+
+void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outcome) {
+  using Outcome = Reception::Outcome;
+  // a line end may follow a body without being announced: a client's old habit
+  const bool mayCome = slot.Request.InputMayCome() || slot.Fields().RequestMethod == "POST";
+  state_.sckWS.InputMayCome(Index, mayCome);
+  switch (outcome) {
+    case Outcome::kHolding:
+      Wait(Index, slot, outcome, Reception::kHoldMilliseconds);
+      return;
+    case Outcome::kGrace:
+      Wait(Index, slot, outcome, Reception::kGraceMilliseconds);
+      return;
+    case Outcome::kWaiting:
+    case Outcome::kIgnored:
+      break;
+    case Outcome::kComplete:
+    case Outcome::kBad:
+      state_.sckWS.AnswerPending(Index, true);
+      break;
+  }
+  slot.WaitTimer.reset();
+  if (outcome == Outcome::kComplete) dispatch_.Begin(Index);
+  if (outcome == Outcome::kBad) dispatch_.SendWebPage(Index, "400", true);
+}
+
+// The time runs from the first outcome of its kind; later ones do not prolong it.
+void Connections::Wait(std::int32_t Index, Slot& slot, Reception::Outcome reason, std::int32_t milliseconds) {
+  if (slot.WaitTimer && slot.WaitsFor == reason) return;
+  slot.WaitsFor = reason;
+  slot.WaitTimer = std::make_unique<Timer>(state_.loop);
+  slot.WaitTimer->Interval(milliseconds);
+  slot.WaitTimer->OnTick([this, Index] { TimeUp(Index); });
+  slot.WaitTimer->Enabled(true);
+}
+
+void Connections::TimeUp(std::int32_t Index) {
+  state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] {
+    const auto slots = state_.slots;
+    Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
+    if (slot == nullptr) return;
+    slot->WaitTimer.reset();
+    Follow(Index, *slot, slot->Request.TimeUp());
+  });
+}
+
+}  // namespace TesselServer

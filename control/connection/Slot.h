@@ -1,0 +1,91 @@
+// What the control keeps for one connection, from the moment it is accepted until its answer has gone.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "control/connection/Reception.h"
+#include "http/cls_HTTP.h"
+#include "platform/files/FileSystem.h"
+#include "platform/loop/Timer.h"
+#include "support/Text.h"
+#include "support/cls_QueryString.h"
+
+namespace TesselServer {
+
+struct Slot {
+  Reception Request;
+  std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
+  std::string FunctionResult;     // what the host returned for the latest function tag
+  bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
+  bool BeingAnswered = false;     // inside SendWebPage: its page may raise function tags and run programs
+  FoundEntry Target;              // what the path of the request leads to
+  bool TargetIsKnown = false;     // Target was looked for, though nothing may have been there
+  bool TargetIsInCGIDirectory = false;
+  std::string ScriptName;          // the file part of the request; stays when Target is let go
+  bool NotTrapped = true;          // the control answers by itself, not with the host's data
+  bool SecondaryAccepted = false;  // kept: set for an element that is no listener but was asked to accept
+  bool TrapOutstanding = false;    // FileRequest was raised and not answered yet
+  std::string TrapData;
+  std::string TrapContentType;
+  std::string TrapHeaderField;
+  std::string TrapStatusCode;
+  cls_QueryString QueryParser;
+  std::shared_ptr<cls_HTTP> Record;                            // made on first use, kept for the next request
+  std::unique_ptr<Timer> WaitTimer;                            // for the rest of a header block or body
+  Reception::Outcome WaitsFor = Reception::Outcome::kWaiting;  // what WaitTimer is running for
+
+  RequestFields& Fields() { return Request.Fields(); }
+
+  // For the next client: all memory of the last one goes, but for what RequestFields::kKeptBytes lets each text keep.
+  // Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record; a record that is at work on an answer
+  // stays with that work.
+  void Reset(std::int64_t maxBodyBytes) {
+    if (BeingAnswered) Record.reset();
+    BeingAnswered = false;
+    Request.Reset();
+    Request.MaxBodyBytes(maxBodyBytes);
+    Release(Target.name);  // an assignment would keep its memory
+    Target = {};
+    TargetIsKnown = TargetIsInCGIDirectory = TrapOutstanding = FunctionAnswered = false;
+    Empty(ScriptName, RequestFields::kKeptBytes);
+    for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
+      Release(*text);
+    }
+    cls_QueryString fresh;
+    std::swap(QueryParser, fresh);  // its texts' memory goes as well
+    WaitTimer.reset();
+    WaitsFor = Reception::Outcome::kWaiting;
+  }
+};
+
+// The slots of one run of the server, by element number. A slot is made when it is first used, so that 10,000 unused
+// ones cost nothing. Whoever works on a slot across an event holds the table, since the host may start anew inside it.
+class SlotTable {
+ public:
+  explicit SlotTable(std::int32_t highestIndex) : slots_(static_cast<std::size_t>(highestIndex) + 1) {}
+
+  std::int32_t HighestIndex() const { return static_cast<std::int32_t>(slots_.size()) - 1; }
+
+  // Null for a number outside 0 to HighestIndex.
+  Slot* At(std::int32_t index) {
+    if (index < 0 || index > HighestIndex()) return nullptr;
+    auto& slot = slots_[static_cast<std::size_t>(index)];
+    if (!slot) slot = std::make_unique<Slot>();
+    return slot.get();
+  }
+
+  // Null also for a slot that was never used.
+  Slot* IfUsed(std::int32_t index) {
+    if (index < 0 || index > HighestIndex()) return nullptr;
+    return slots_[static_cast<std::size_t>(index)].get();
+  }
+
+ private:
+  std::vector<std::unique_ptr<Slot>> slots_;
+};
+
+}  // namespace TesselServer

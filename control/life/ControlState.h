@@ -1,0 +1,92 @@
+// What the parts of a control share: its settings, counters, sockets, slots and switches. Each part documents which of
+// them it changes.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "control/connection/Slot.h"
+#include "control/life/Reporter.h"
+#include "control/life/Settings.h"
+#include "control/life/Statistics.h"
+#include "http/ContentTypeMemory.h"
+#include "http/SecretFiles.h"
+#include "platform/files/DirectoryMemory.h"
+#include "platform/files/FileSystem.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/loop/Timer.h"
+#include "platform/programs/ChildPrograms.h"
+#include "platform/sockets/SocketArray.h"
+#include "platform/world/World.h"
+
+namespace TesselServer {
+
+// The element that listens; connections have the elements above it.
+inline constexpr std::int32_t kListener = 1;
+inline constexpr std::int32_t kFirstConnection = 2;
+
+struct ControlState {
+  ControlState(EventLoop& eventLoop, Tessel& owner, SocketNotifications& notifications)
+      : loop(eventLoop),
+        world(eventLoop.TheWorld()),
+        reporter(owner, statistics),
+        sckWS(eventLoop, notifications),
+        programs(eventLoop),
+        tmrCheckConn(eventLoop),
+        requestTemplate(world) {
+    requestTemplate.TypeMemory(std::make_shared<ContentTypeMemory>());
+  }
+
+  EventLoop& loop;
+  World& world;
+  Settings settings;
+  Statistics statistics;
+  Reporter reporter;
+  SocketArray sckWS;
+  ChildPrograms programs;
+  Timer tmrCheckConn;
+  cls_HTTP requestTemplate;     // the control-wide settings that records share
+  DirectoryMemory directories;  // that listings have shown
+  std::shared_ptr<SlotTable> slots;
+
+  bool running = false;                  // from StartServer to StopServer, a failed start included
+  bool holdConnections = false;          // connection requests are left waiting
+  bool terminated = false;               // the control is gone; its parts only unwind
+  std::uint32_t stopCount = 0;           // how often StopServer ran: a start that sees it change gives up
+  std::uint32_t lastConnectionTick = 0;  // milliseconds at the latest connection request, wrapping
+  std::string listenIP;                  // the address of this run's listener, "" for all
+  std::int32_t listenPort = 0;           // its port; the one obtained, where ServerPort is 0
+  std::string authFileName;              // name of the per-directory password file
+  std::string serverNameInUse;
+  std::string serverAddressInUse;
+  std::string applicationFolder;  // stands for VirtualPath where that is "", and holds the error pages
+  std::int64_t maxBodyBytes = Reception::kDefaultMaxBodyBytes;
+
+  // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.
+  const std::shared_ptr<const RootFolder>& Root() {
+    if (!root_ || root_->Path() != settings.VirtualPath) root_ = std::make_shared<RootFolder>(settings.VirtualPath);
+    return root_;
+  }
+  const std::shared_ptr<const SecretFiles>& Secrets() {
+    const e_AuthSource source = settings.AuthenticationSource;
+    if (!secrets_ || !secrets_->AreOf(authFileName, source, settings.AuthenticationSourceFile)) {
+      secrets_ = std::make_shared<SecretFiles>(authFileName, source, settings.AuthenticationSourceFile);
+    }
+    return secrets_;
+  }
+
+  // The highest connection element that both the settings and the slots of this run allow.
+  std::int32_t HighestConnection() const {
+    return slots ? std::min<std::int32_t>(settings.MaxConnections, slots->HighestIndex()) : 0;
+  }
+
+  std::uint32_t TickCount() const { return static_cast<std::uint32_t>(world.MonotonicMilliseconds()); }
+
+ private:
+  std::shared_ptr<const RootFolder> root_;
+  std::shared_ptr<const SecretFiles> secrets_;
+};
+
+}  // namespace TesselServer

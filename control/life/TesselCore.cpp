@@ -1,0 +1,38 @@
+#include "control/life/TesselCore.h"
+
+namespace TesselServer {
+
+TesselCore::TesselCore(EventLoop& loop, Tessel& control)
+    : state(loop, control, *this),
+      sending(state),
+      dispatch(state, sending),
+      connections(state, dispatch, sending),
+      timeOuts(state, sending),
+      lifecycle(state, sending, timeOuts, *this),
+      hostAnswers(state, dispatch) {
+  state.tmrCheckConn.Interval(TimeOuts::kCheckMilliseconds);
+  state.tmrCheckConn.OnTick([this] { timeOuts.TimerCheckConnections(); });
+}
+
+void TesselCore::ConnectionRequest(std::int32_t Index, std::int32_t requestID) {
+  connections.ConnectionRequest(Index, requestID);
+}
+
+void TesselCore::DataArrival(std::int32_t Index, std::int64_t) { connections.DataArrival(Index); }
+
+void TesselCore::SendComplete(std::int32_t Index) { sending.SendComplete(Index); }
+
+void TesselCore::Close(std::int32_t Index) { connections.Close(Index); }
+
+void TesselCore::SocketError(std::int32_t Index, std::int32_t Number, const std::string&) {
+  sending.SocketError(Index, Number);
+}
+
+std::string TesselCore::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string&,
+                                          const std::string& Params) {
+  return hostAnswers.RaiseCallFunction(Index, FunctionName, Params);
+}
+
+bool TesselCore::FunctionWasAnswered(std::int32_t Index) const { return hostAnswers.FunctionWasAnswered(Index); }
+
+}  // namespace TesselServer

@@ -1,0 +1,53 @@
+// The inside of a control: its parts, wired together. It hears the sockets and hands each notification to the part
+// whose matter it is.
+//
+// Thread:    the host's thread; debug builds assert it.
+// Ownership: shared by the public face and by whoever is inside one of its procedures, so that the face may be
+//            destroyed inside an event.
+// Errors:    none beyond those of its parts.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "control/answer/Dispatch.h"
+#include "control/answer/HostAnswers.h"
+#include "control/answer/Sending.h"
+#include "control/connection/Connections.h"
+#include "control/life/ControlState.h"
+#include "control/life/Lifecycle.h"
+#include "control/life/TimeOuts.h"
+#include "http/ParentControl.h"
+#include "platform/sockets/SocketArray.h"
+
+namespace TesselServer {
+
+class TesselCore : private SocketNotifications, private ParentControl {
+ public:
+  TesselCore(EventLoop& loop, Tessel& owner);
+  TesselCore(const TesselCore&) = delete;
+  TesselCore& operator=(const TesselCore&) = delete;
+
+  ControlState state;
+  Sending sending;
+  Dispatch dispatch;
+  Connections connections;
+  TimeOuts timeOuts;
+  Lifecycle lifecycle;
+  HostAnswers hostAnswers;
+  const std::thread::id owner = std::this_thread::get_id();
+
+ private:
+  void ConnectionRequest(std::int32_t Index, std::int32_t requestID) override;
+  void DataArrival(std::int32_t Index, std::int64_t bytesTotal) override;
+  void SendComplete(std::int32_t Index) override;
+  void Close(std::int32_t Index) override;
+  void SocketError(std::int32_t Index, std::int32_t Number, const std::string& Description) override;
+  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
+                                const std::string& Params) override;
+  bool FunctionWasAnswered(std::int32_t Index) const override;
+};
+
+}  // namespace TesselServer

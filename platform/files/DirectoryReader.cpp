@@ -1,0 +1,77 @@
+#include "platform/files/DirectoryReader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/files/DirectoryMemory.h"
+#include "platform/files/DosAttributes.h"
+#include "platform/files/EntryStatus.h"
+#include "platform/files/FactsOfStatus.h"
+#include "platform/files/FileStamp.h"
+#include "platform/files/FolderRecord.h"
+#include "platform/files/FolderStream.h"
+
+namespace TesselServer {
+
+DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, DirectoryMemory* memory)
+    : directory_(directory.Descriptor()), wanted_(wanted) {
+  if (directory.Kind() != EntryKind::kDirectory) return;
+  if (memory != nullptr) {
+    begun_ = memory->Now();
+    record_ = memory->NamesOf(directory_);
+  }
+  if (record_) return;
+  stream_ = std::make_unique<FolderStream>(directory_);
+  if (!stream_->IsOpen()) stream_.reset();
+}
+
+DirectoryReader::~DirectoryReader() = default;
+
+std::size_t DirectoryReader::ExpectedEntries() const { return record_ ? record_->Count() : 0; }
+
+std::optional<DirectoryEntry> DirectoryReader::Next() {
+  if (record_) return NextRemembered();
+  if (!stream_) return std::nullopt;
+  while (const dirent* entry = stream_->Next()) {
+    if (auto described = Describe(entry->d_name, entry->d_type)) return described;
+  }
+  return std::nullopt;
+}
+
+std::optional<DirectoryEntry> DirectoryReader::NextRemembered() {
+  while (next_ < record_->Count()) {
+    const std::size_t entry = next_++;
+    if (auto described = Describe(record_->Name(entry), record_->Type(entry))) return described;
+  }
+  return std::nullopt;
+}
+
+// Nothing when it is not what is wanted. A type that the folder itself tells saves the question.
+std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsigned char type) {
+  const unsigned char otherType = wanted_ == EntryKind::kFile ? DT_DIR : DT_REG;
+  if (type == otherType) return std::nullopt;
+  struct stat status;
+  if (fstatat(directory_, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  const bool isLink = S_ISLNK(status.st_mode);
+  if (isLink && fstatat(directory_, name, &status, 0) != 0) return std::nullopt;
+  if (KindOf(status) != wanted_) return std::nullopt;
+  const std::uint32_t kept = wanted_ == EntryKind::kFile ? KeptAttributes(name, status, isLink) : 0;
+  return DirectoryEntry{name, FactsOfStatus(status, kept), isLink};
+}
+
+// Of the file that Describe looks at. Those of a link's target are asked for each time: it may lie anywhere. A single
+// file may lie on another file system as well, mounted over the one of the folder.
+std::uint32_t DirectoryReader::KeptAttributes(const char* name, const struct stat& status, bool isLink) {
+  if (isLink) return AskDosAttributes(directory_, name).attributes;
+  if (withoutAttributes_ == status.st_dev) return 0;
+  const FileStamp stamp = FileStampOf(status);
+  if (record_) {
+    if (const auto known = record_->Attributes(next_ - 1, stamp)) return *known;
+  }
+  const DosAttributesAnswer answer = AskDosAttributes(directory_, name);
+  if (!answer.isSupported) withoutAttributes_ = status.st_dev;
+  if (record_ && answer.isCertain) record_->LearnAttributes(next_ - 1, stamp, begun_, answer.attributes);
+  return answer.attributes;
+}
+
+}  // namespace TesselServer

@@ -1,0 +1,74 @@
+// One pass over an open folder, for one kind of entry.
+//
+// Nothing is opened by name: facts are asked for through the folder's descriptor, so the pass stays in that folder
+// whatever happens to its path.
+//
+// Thread:    the host's thread only.
+// Ownership: has a descriptor of its own as long as it lives, unless the names are remembered; the open folder and the
+//            memory must outlive it.
+// Errors:    none; a folder that cannot be read, or has been removed, has no entries. An entry that vanishes during the
+//            pass is left out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/files/FileFacts.h"
+#include "platform/files/FileSystem.h"
+
+struct stat;
+
+namespace TesselServer {
+
+class DirectoryMemory;
+class FolderRecord;
+class FolderStream;
+
+struct DirectoryEntry {
+  std::string_view name;  // raw bytes as on disk, 1 to 255; until the reader's next call
+  FileFacts facts;        // of the target when it is a link
+  bool isLink = false;    // its target may lie anywhere: the caller decides whether it may be told of
+};
+
+//   DirectoryReader files(folder, EntryKind::kFile);
+//   while (const auto entry = files.Next()) Show(entry->name, entry->facts.size);
+class DirectoryReader {
+ public:
+  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. With a memory
+  // what has been read before, and still holds, is not read again; with nullptr the folder is.
+  DirectoryReader(const OpenFile& directory, EntryKind wanted, DirectoryMemory* memory = nullptr);
+  DirectoryReader(const DirectoryReader&) = delete;
+  DirectoryReader& operator=(const DirectoryReader&) = delete;
+  ~DirectoryReader();
+
+  // False when the pass could not begin.
+  bool IsOpen() const { return record_ != nullptr || stream_ != nullptr; }
+
+  // How many entries of any kind there are, where it is known before the pass; else 0.
+  std::size_t ExpectedEntries() const;
+
+  // The next regular file or folder, in the system's own order, which no call sorts; nothing at the end. "." and ".."
+  // are folders like others. A link counts as what it leads to, one that leads to neither is left out. Attributes kept
+  // in the extended attribute are asked for files only; before Linux 6.13 that needs /proc, and where it is not mounted
+  // there are none.
+  std::optional<DirectoryEntry> Next();
+
+ private:
+  std::optional<DirectoryEntry> NextRemembered();
+  std::optional<DirectoryEntry> Describe(const char* name, unsigned char type);
+  std::uint32_t KeptAttributes(const char* name, const struct stat& status, bool isLink);
+
+  int directory_;
+  EntryKind wanted_;
+  std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
+  std::unique_ptr<FolderStream> stream_;            // and where it is not
+  std::size_t next_ = 0;                            // in the record
+  std::int64_t begun_ = 0;                          // when the pass began, by the memory's clock
+  std::optional<std::uint64_t> withoutAttributes_;  // a file system (st_dev) that has said that it keeps none
+};
+
+}  // namespace TesselServer

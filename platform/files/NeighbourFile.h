@@ -1,0 +1,30 @@
+// Looks for a file beside another one: in the folder in which that one really lies, whatever name or link led to it.
+// Names are the system's own here: "\" is a byte like others, and nothing that was found is turned into a path again.
+//
+// Thread:    the host's thread only.
+// Ownership: the result owns its open file.
+// Errors:    the socket errors 10024 and 10055 when the process has run out of descriptors or memory.
+#pragma once
+
+#include <string>
+
+#include "platform/files/FileSystem.h"
+
+namespace TesselServer {
+
+struct NeighbourFile {
+  enum class State {
+    kMissing,  // nothing of that name stands there, or a folder does
+    kFound,    // something does; `file` is open when it is a regular file that may be read
+    kUnknown,  // it cannot be told; whoever protects something must take it for the worst
+  };
+  State state = State::kMissing;
+  OpenFile file;
+};
+
+// Looks for `name` (no separator in it) in the folder `entry`, or in the one that the file `entry` lies in: in the
+// spelling given, then as the first name in byte order that is equal without regard to ASCII case. A link that leads
+// nowhere is there. An entry that is not open lies nowhere that can be told.
+NeighbourFile FindBeside(const OpenFile& entry, const std::string& name);
+
+}  // namespace TesselServer

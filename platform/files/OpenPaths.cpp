@@ -1,0 +1,95 @@
+#include "platform/files/OpenPaths.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "platform/world/SystemErrors.h"
+#include "platform/world/UniqueDescriptor.h"
+
+namespace TesselServer {
+namespace {
+
+// The kernel asks for another try when a rename elsewhere crosses a ".." inside a link; a storm of renames must not
+// hold the only thread.
+constexpr int kMaxTries = 16;
+
+const char* TextOf(const std::string& path) { return path.empty() ? "." : path.c_str(); }
+
+int KernelOpen(int folder, const char* path, int flags, std::uint64_t resolve) {
+  open_how how{};
+  how.flags = static_cast<std::uint64_t>(flags);
+  how.resolve = resolve;
+  const long opened = syscall(SYS_openat2, folder, path, &how, sizeof how);
+  return opened < 0 ? -errno : static_cast<int>(opened);
+}
+
+// Whether the call as such is refused: a file's own permissions never keep the name "/" from being looked up.
+bool IsRefusedBySandbox() {
+  const UniqueDescriptor probe(KernelOpen(AT_FDCWD, "/", O_PATH | O_CLOEXEC, 0));
+  return probe.Get() == -EPERM;
+}
+
+// Raises the error of a call that failed for want of descriptors or memory.
+int OrRaise(int opened) {
+  if (opened == -EMFILE || opened == -ENFILE || opened == -ENOMEM) throw SystemError(-opened);
+  return opened;
+}
+
+}  // namespace
+
+int OpenAnywhere(int folder, const std::string& path, int flags) {
+  const int opened = openat(folder, TextOf(path), flags);
+  return opened < 0 ? -errno : opened;
+}
+
+int OpenBeneath(int folder, const std::string& path, int flags) {
+  int opened = -EAGAIN;
+  for (int i = 0; i < kMaxTries && (opened == -EAGAIN || opened == -EINTR); ++i) {
+    opened = KernelOpen(folder, TextOf(path), flags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
+  }
+  if (opened == -ENOSYS || (opened == -EPERM && IsRefusedBySandbox())) return OpenWithoutLinks(folder, path, flags);
+  return opened;
+}
+
+int OpenWithoutLinks(int folder, const std::string& path, int flags) {
+  int parent = folder;
+  UniqueDescriptor held(-1);  // `parent`, once it is no longer the caller's
+  std::string_view rest = path;
+  for (;;) {
+    const std::size_t end = rest.find('/');
+    const std::string component(rest.substr(0, end));
+    if (component == "..") return -ENOENT;
+    if (end == std::string_view::npos) return OpenAnywhere(parent, component, flags | O_NOFOLLOW);
+    const int next = OpenAnywhere(parent, component, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (next < 0) return next;
+    held = UniqueDescriptor(next);
+    parent = next;
+    rest.remove_prefix(end + 1);
+  }
+}
+
+int OpenAnywhereOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenAnywhere(folder, path, flags));
+}
+
+int OpenBeneathOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenBeneath(folder, path, flags));
+}
+
+std::string PathOfDescriptor(int descriptor) {
+  std::array<char, PATH_MAX> target;
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), target.data(), target.size());
+  if (length <= 0 || target[0] != '/' || static_cast<std::size_t>(length) == target.size()) return {};
+  return std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+}  // namespace TesselServer

@@ -1,0 +1,47 @@
+// Children that nobody waits for any more: collected when they have ended, so that no zombie stays.
+//
+// Each is asked about by its own number (waitpid(2)); other children of the host are never touched, and one that the
+// host has collected is forgotten. A timer on the loop asks every second while there is a child to ask about.
+//
+// Thread:    the loop's thread; objects on several threads share the children of those that died.
+// Ownership: the loop outlives it. Children that still run when it dies go to a list of the process, which every other
+//            object, present or future, collects from.
+// Errors:    none but those of memory running out.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+
+#include "platform/loop/Timer.h"
+
+namespace TesselServer {
+
+class LeftOverChildren {
+ public:
+  static constexpr std::int32_t kTickMilliseconds = 1000;
+
+  explicit LeftOverChildren(EventLoop& loop);
+  LeftOverChildren(const LeftOverChildren&) = delete;
+  LeftOverChildren& operator=(const LeftOverChildren&) = delete;
+  ~LeftOverChildren();
+
+  // Makes room for one more child, so that Add cannot fail when it lives.
+  void MakeRoom();
+  void Add(pid_t child) noexcept;
+
+  // Collects those that have ended, its own and those of the process's list.
+  void Collect();
+
+  // How many of its own have not been collected yet.
+  std::size_t Count() const { return children_.size(); }
+
+ private:
+  std::list<pid_t> children_;
+  std::list<pid_t> room_;  // one element, or none
+  Timer timer_;
+};
+
+}  // namespace TesselServer

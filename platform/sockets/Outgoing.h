@@ -1,0 +1,53 @@
+// An answer on its way into a socket: what is left of it, and the next step to send.
+//
+// Thread:    the loop's thread.
+// Ownership: owns the answer; the socket's descriptor is the caller's.
+// Errors:    told by the result; never raises a SIGPIPE.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/sockets/Answer.h"
+
+namespace TesselServer {
+
+class Outgoing {
+ public:
+  // What one call of Step may hand to the kernel, so that one large answer does not hold up the others.
+  static constexpr std::int64_t kBytesPerStep = 256 * 1024;
+  // A file no longer than this is read and goes out with the head in one system call.
+  static constexpr std::int64_t kMaxReadFileBytes = 64 * 1024;
+
+  enum class Result {
+    kDone,     // the kernel has taken the last byte
+    kBlocked,  // the kernel takes no more for now
+    kAgain,    // some went out; there is more
+    kFailed,   // see Error()
+  };
+
+  // `closeFollows`: the socket is closed, or its write side shut down, as soon as the last byte is taken. The kernel
+  // then keeps back the last bytes of a text until the close, so that they and the end leave in one segment (MSG_MORE,
+  // send(2)); it keeps them 200 ms at most.
+  explicit Outgoing(Answer answer, bool closeFollows = false);
+
+  // Sends what the kernel takes.
+  Result Step(int socket);
+
+  // The errno(3) of the last kFailed. A file that became shorter than announced is ECONNABORTED.
+  int Error() const { return error_; }
+
+ private:
+  Result SendText(int socket);
+  Result SendFile(int socket);
+  Result Failed(int error);
+
+  Answer answer_;
+  bool closeFollows_;
+  std::int64_t headSize_ = 0;
+  std::int64_t textSize_ = 0;  // head and a body of text
+  std::int64_t sent_ = 0;
+  std::int64_t total_ = 0;
+  int error_ = 0;
+};
+
+}  // namespace TesselServer

@@ -1,0 +1,70 @@
+// What a slot keeps of the file that its request leads to; ProgramRequestTest and DispatchTest have the whole road.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "control/answer/RequestTarget.h"
+#include "control/answer/SlotTarget.h"
+#include "tests/kit/TestCore.h"
+
+namespace TesselServer {
+namespace {
+
+class SlotTargetTest : public testing::Test {
+ protected:
+  SlotTargetTest() {
+    core.tree.Write("root/docs/index.html", "index");
+    core.tree.Write("cgi/tool.exe", "program");
+    state.settings.VirtualPath = core.tree.Text() + "/root";
+    state.settings.CGIDirectory = core.tree.Text() + "/cgi";
+    state.settings.CGIEnable = true;
+  }
+
+  // The name found for a path, with what else is kept of it.
+  std::string Found(const std::string& path, const std::string& query = "") {
+    slot.Fields().RequestPath = path;
+    slot.Fields().RequestQuery = query;
+    FindTarget(state, slot);
+    const bool found = slot.Target.kind != EntryKind::kNone;
+    return (found ? slot.Target.name : "none") + " " + slot.ScriptName + (slot.TargetIsInCGIDirectory ? " CGI" : "");
+  }
+
+  // A path in capitals, as MappedFileOf writes it.
+  static std::string Written(const std::string& folder, const std::string& name) { return MapPath(folder, name); }
+
+  Kit::TestCore core;
+  ControlState& state = core.core.state;
+  Slot slot;
+};
+
+TEST_F(SlotTargetTest, ARequestForNothingIsNotLookedFor) {
+  FindTarget(state, slot);
+  EXPECT_FALSE(slot.TargetIsKnown);
+  EXPECT_EQ(slot.Target.kind, EntryKind::kNone);
+}
+
+TEST_F(SlotTargetTest, WhatIsFoundIsKept) {
+  EXPECT_EQ(Found("docs/"), "docs/index.html index.html");
+  EXPECT_TRUE(slot.TargetIsKnown);
+  EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.VirtualPath, "docs/index.html"));
+  EXPECT_EQ(Found("cgi/Tool.EXE", "x=1"), "tool.exe Tool.EXE CGI");
+  EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.CGIDirectory, "tool.exe"));
+  EXPECT_EQ(Found("docs/none.html"), "none none.html") << "nothing stays of the program";
+  EXPECT_TRUE(slot.TargetIsKnown) << "that nothing is there is known as well";
+  EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.VirtualPath, "docs/none.html"));
+}
+
+TEST_F(SlotTargetTest, ATargetThatWasLetGoIsWrittenByItsRequest) {
+  Found("cgi/tool.exe");
+  slot.Target = {};
+  EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.VirtualPath, "cgi/tool.exe"));
+}
+
+TEST_F(SlotTargetTest, ProgramsAreLookedForOutsideOnlyWithCGIEnable) {
+  state.settings.CGIEnable = false;
+  EXPECT_EQ(Found("tool.exe"), "none tool.exe");
+}
+
+}  // namespace
+}  // namespace TesselServer

@@ -1,0 +1,126 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/files/FileSystem.h"
+#include "platform/files/PathWalk.h"
+#include "tests/kit/TemporaryTree.h"
+
+namespace TesselServer {
+namespace {
+
+TEST(CollapsePathTest, DropsWhatMeansNothingAndClimbsWithinThePath) {
+  struct {
+    std::string_view given, text;
+    bool asFolder;
+  } const cases[] = {
+      {"", "", true},
+      {"/", "", true},
+      {".", "", true},
+      {"a.htm", "a.htm", false},
+      {"/a.htm", "a.htm", false},
+      {"\\docs\\A B.HTM", "docs/A B.HTM", false},
+      {"docs//.\\/x", "docs/x", false},
+      {"docs/", "docs", true},
+      {"docs\\", "docs", true},
+      {"docs/.", "docs", true},
+      {"docs/..", "", true},
+      {"docs/x/..", "docs", true},
+      {"docs/../a", "a", false},
+      {"a/b/c/../../d", "a/d", false},
+      {"a\\..\\b", "b", false},
+      {"...", "...", false},
+      {"..a/a..", "..a/a..", false},
+      {". /x", ". /x", false},
+      {"\xC3\xBC", "\xC3\xBC", false},
+  };
+  for (const auto& c : cases) {
+    const auto collapsed = CollapsePath(c.given);
+    ASSERT_TRUE(collapsed) << c.given;
+    EXPECT_EQ(collapsed->text, c.text) << c.given;
+    EXPECT_EQ(collapsed->asFolder, c.asFolder) << c.given;
+  }
+}
+
+TEST(CollapsePathTest, RefusesWhatClimbsAboveTheStart) {
+  for (const std::string_view path :
+       {"..", "/..", "\\..", "../x", "a/../..", "a/../../a", "a\\..\\..\\etc", "./../x"}) {
+    EXPECT_FALSE(CollapsePath(path)) << path;
+  }
+}
+
+TEST(CollapsePathTest, RefusesControlCharactersAnywhere) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string path = std::string("a") + static_cast<char>(byte) + "b/../c";
+    EXPECT_EQ(CollapsePath(path).has_value(), byte >= 0x20 && byte != 0x7F) << byte;
+  }
+}
+
+TEST(CollapsePathTest, HoldsItsLimits) {
+  EXPECT_TRUE(CollapsePath(std::string(255, 'a')));
+  EXPECT_FALSE(CollapsePath(std::string(256, 'a')));
+  EXPECT_FALSE(CollapsePath(std::string(256, 'a') + "/../b")) << "also where it would fall away";
+  EXPECT_TRUE(CollapsePath(std::string(4096, '/')));
+  EXPECT_FALSE(CollapsePath(std::string(4097, '/')));
+}
+
+class TrueSpellingTest : public testing::Test {
+ protected:
+  TrueSpellingTest() : root_(open(tree_.Text().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+  ~TrueSpellingTest() override { close(root_); }
+
+  std::string Spell(std::string_view path) const { return TrueSpelling(&OpenBeneath, root_, path).value_or("nothing"); }
+
+  Kit::TemporaryTree tree_;
+  int root_;
+};
+
+TEST_F(TrueSpellingTest, PrefersTheSpellingGivenThenTheFirstInByteOrder) {
+  for (const auto* name : {"Docs/one.htm", "docs/Two.HTM", "docs/TWO.htm", "docs/two.htm", "docs/123"}) {
+    tree_.Write(name, "x");
+  }
+  struct {
+    std::string_view given, found, why;
+  } const cases[] = {
+      {"docs/two.htm", "docs/two.htm", "as given"},
+      {"docs/Two.HTM", "docs/Two.HTM", "as given"},
+      {"docs/tWO.HTM", "docs/TWO.htm", "capitals come first in byte order"},
+      {"DOCS/ONE.HTM", "Docs/one.htm", "the first folder holds it"},
+      {"DOCS/TWO.HTM", "nothing", "the first folder does not, and no other is tried"},
+      {"docs/123", "docs/123", "no letters"},
+      {"docs/1234", "nothing", "no letters, nothing to look for"},
+      {"docs/two.htm/x", "nothing", "a file is no folder"},
+      {"", "", "the folder itself"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Spell(c.given), c.found) << c.given << ": " << c.why;
+}
+
+TEST_F(TrueSpellingTest, ComparesAsciiLettersOnly) {
+  tree_.Write("\xC3\xA4", "x");  // small a with two dots
+  EXPECT_EQ(Spell("\xC3\x84"), "nothing");
+  tree_.Write("[", "x");
+  EXPECT_EQ(Spell("{"), "nothing") << "32 apart, but no letters";
+}
+
+TEST_F(TrueSpellingTest, FindsOneNameAmongThousands) {
+  for (int i = 0; i < 5000; ++i) tree_.Write("File" + std::to_string(i), "");
+  EXPECT_EQ(Spell("fILE4321"), "File4321");
+}
+
+TEST_F(TrueSpellingTest, WalksOnFromTheEndOfALinkThatComesBack) {
+  tree_.Write("Real/Page.htm", "x");
+  std::filesystem::create_symlink(tree_.Path() / "Real", tree_.Path() / "Link");
+  std::filesystem::create_symlink("Real", tree_.Path() / "Near");
+  EXPECT_EQ(Spell("LINK/PAGE.HTM"), "Real/Page.htm") << "absolute";
+  EXPECT_EQ(Spell("NEAR/PAGE.HTM"), "Near/Page.htm") << "relative";
+}
+
+TEST(WithSlashesTest, TurnsEveryBackslash) {
+  EXPECT_EQ(WithSlashes("\\srv\\www/a"), "/srv/www/a");
+  EXPECT_EQ(WithSlashes(""), "");
+}
+
+}  // namespace
+}  // namespace TesselServer
