@@ -4,6 +4,9 @@
 # includes the same names before and after an installation.
 set(TESSEL_INCLUDE_DIR ${CMAKE_CURRENT_BINARY_DIR}/include)
 
+set(TESSEL_LIBRARY_OPTIONS "" CACHE STRING "More compiler options for the sources of the library alone")
+mark_as_advanced(TESSEL_LIBRARY_OPTIONS)
+
 # tessel_layer(name [USES layer...])
 #
 # Makes the object library tessel_<name> from <name>/sources.cmake, which sets SOURCES (paths below <name>/) and
@@ -21,6 +24,7 @@ function(tessel_layer name)
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(tessel_${name} PRIVATE -fno-semantic-interposition)
   endif()
+  target_compile_options(tessel_${name} PRIVATE ${TESSEL_LIBRARY_OPTIONS})
   target_include_directories(tessel_${name} PUBLIC ${PROJECT_SOURCE_DIR} ${TESSEL_INCLUDE_DIR})
   file(MAKE_DIRECTORY ${TESSEL_INCLUDE_DIR}/TesselServer)
   foreach(header ${PUBLIC_HEADERS})

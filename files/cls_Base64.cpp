@@ -9,13 +9,13 @@
 
 #include "platform/files/FileSystem.h"
 #include "platform/world/Error.h"
+#include "support/Text.h"
 
 namespace TesselServer {
 namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kPad = '=';
-constexpr std::string_view kLineEnd = "\r\n";
 
 // The value of each byte; 0 outside the alphabet.
 constexpr std::array<std::uint8_t, 256> kValues = [] {

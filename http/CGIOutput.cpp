@@ -77,7 +77,7 @@ bool TakeField(std::string_view name, std::string_view value, CGIOutput& parsed)
   }
   const bool isLocation = EqualNoCase(name, "Location");
   if (isLocation && value.empty()) return true;  // it would lead back to the program for ever
-  if (IsPassedOn(name)) parsed.extraHeaders.append(name).append(": ").append(value).append("\r\n");
+  if (IsPassedOn(name)) parsed.extraHeaders.append(name).append(": ").append(value).append(kLineEnd);
   if (isLocation && parsed.statusCode.empty()) parsed.statusCode = kRedirect;
   return isLocation;
 }

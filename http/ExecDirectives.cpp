@@ -28,7 +28,7 @@ std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_vi
         arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
   }
   const std::string path = record.ProgramPath(record.FindFile(folder, program));
-  return ReplaceAll(record.RunCGI(path, arguments), "\r\n", "<br>");
+  return ReplaceAll(record.RunCGI(path, arguments), kLineEnd, "<br>");
 }
 
 // `folder` is asked for each tag: the settings of a record may change while a program runs.

@@ -8,7 +8,6 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::size_t kUsualBytes = 160;  // all but the texts that callers choose
 
 struct Reason {

@@ -10,7 +10,6 @@ namespace TesselServer {
 namespace {
 
 constexpr char kBlank = ' ';
-constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
 
 // How far FindNoCase looks for one case of a letter before it looks for the other. A bound, so that a text with only
 // one of the two costs no pass to its end at each place where that one stands.

@@ -14,6 +14,15 @@
 
 namespace TesselServer {
 
+// What ends a line on the wire, in a header and in encoded text (RFC 1945 section 2.2).
+inline constexpr std::string_view kLineEnd = "\r\n";
+
+// What a search that found nothing returns.
+inline constexpr auto kNpos = std::string_view::npos;
+
+// The digits of hexadecimal numbers as this library writes them.
+inline constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
+
 // Empties `text` and gives its memory back, which an assignment of an empty text does not.
 inline void Release(std::string& text) { std::string().swap(text); }
 

@@ -1,9 +1,9 @@
 #include "support/mURLEncode.h"
 
+#include "support/Text.h"
+
 namespace TesselServer {
 namespace {
-
-constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
 
 constexpr bool IsCopied(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 

@@ -9,7 +9,6 @@ namespace TesselServer {
 
 namespace {
 
-constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kDefaultStatus = "200";
 constexpr std::size_t kStatusLength = 3;
 

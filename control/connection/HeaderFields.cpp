@@ -7,11 +7,9 @@
 namespace TesselServer {
 namespace {
 
-constexpr auto kNone = std::string_view::npos;
-constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kAcceptSeparator = ", ";
 
-bool HoldsNul(std::string_view text) { return text.find('\0') != kNone; }
+bool HoldsNul(std::string_view text) { return text.find('\0') != kNpos; }
 
 // The text from `from` to the end of its line, without the blanks around it.
 std::string_view RawValue(std::string_view text, std::size_t from) {
@@ -19,9 +17,9 @@ std::string_view RawValue(std::string_view text, std::size_t from) {
   return Trim(rest.substr(0, rest.find(kLineEnd)));
 }
 
-// The value that begins at `from`; "" when there is none (kNone) or it holds a NUL.
+// The value that begins at `from`; "" when there is none (kNpos) or it holds a NUL.
 std::string_view Value(std::string_view text, std::size_t from) {
-  if (from == kNone) return {};
+  if (from == kNpos) return {};
   const auto value = RawValue(text, from);
   return HoldsNul(value) ? std::string_view() : value;
 }
@@ -33,15 +31,15 @@ class NameSearch {
 
   // `accept` receives the values of all "accept:", each with ", " behind it.
   void Run(std::string& accept) {
-    for (auto colon = text_.find(':', 1); colon != kNone; colon = text_.find(':', colon + 1)) Look(colon, accept);
+    for (auto colon = text_.find(':', 1); colon != kNpos; colon = text_.find(':', colon + 1)) Look(colon, accept);
   }
 
-  // Where the value behind the first of its name begins, kNone when it was not found.
-  std::size_t referer = kNone;
-  std::size_t userAgent = kNone;
-  std::size_t contentType = kNone;
-  std::size_t authorization = kNone;
-  std::size_t contentLength = kNone;
+  // Where the value behind the first of its name begins, kNpos when it was not found.
+  std::size_t referer = kNpos;
+  std::size_t userAgent = kNpos;
+  std::size_t contentType = kNpos;
+  std::size_t authorization = kNpos;
+  std::size_t contentLength = kNpos;
 
  private:
   void Look(std::size_t colon, std::string& accept) {
@@ -73,7 +71,7 @@ class NameSearch {
   bool IsBefore(std::size_t colon, std::string_view name) const { return EndsWithNoCase(text_.substr(0, colon), name); }
 
   static void Take(std::size_t& place, std::size_t colon) {
-    if (place == kNone) place = colon + 1;
+    if (place == kNpos) place = colon + 1;
   }
 
   // Each value collects two bytes or more, so the steps grow: even a text of nothing but names has few values.
@@ -93,13 +91,13 @@ class NameSearch {
 // kept: the scheme may stand anywhere behind the field's name; without a ":" there is neither user nor password.
 void ReadCredentials(std::string_view text, std::size_t field, RequestFields& fields) {
   constexpr std::string_view kScheme = "Basic";
-  if (field == kNone) return;
+  if (field == kNpos) return;
   const auto scheme = text.find(kScheme, field);
-  const auto token = scheme == kNone ? std::string_view() : Value(text, scheme + kScheme.size());
+  const auto token = scheme == kNpos ? std::string_view() : Value(text, scheme + kScheme.size());
   if (token.empty() || token.size() > kMaxCredentialBytes) return;
   const std::string decoded = cls_Base64().DecodeStr(token);
   const auto colon = decoded.find(':');
-  if (colon == kNone || HoldsNul(decoded)) return;
+  if (colon == kNpos || HoldsNul(decoded)) return;
   const std::string_view pair = decoded;
   fields.AuthUser = Trim(pair.substr(0, colon));
   fields.AuthPassword = Trim(pair.substr(colon + 1));
@@ -108,7 +106,7 @@ void ReadCredentials(std::string_view text, std::size_t field, RequestFields& fi
 }  // namespace
 
 std::optional<std::int64_t> ReadHeaderFields(std::string_view text, std::size_t blankLine, RequestFields& fields) {
-  if (blankLine != kNone) fields.RequestHeader = text.substr(0, blankLine + kLineEnd.size());
+  if (blankLine != kNpos) fields.RequestHeader = text.substr(0, blankLine + kLineEnd.size());
   std::string& accept = fields.RequestAccept;
   accept.clear();
   NameSearch names(text);
@@ -117,8 +115,8 @@ std::optional<std::int64_t> ReadHeaderFields(std::string_view text, std::size_t 
   if (!accept.empty()) accept.resize(accept.size() - kAcceptSeparator.size());
   fields.RequestReferer = Value(text, names.referer);
   fields.RequestUserAgent = Value(text, names.userAgent);
-  const bool inBlock = names.contentType != kNone && names.contentType <= blankLine;
-  fields.RequestContentType = Value(text, inBlock ? names.contentType : kNone);
+  const bool inBlock = names.contentType != kNpos && names.contentType <= blankLine;
+  fields.RequestContentType = Value(text, inBlock ? names.contentType : kNpos);
   ReadCredentials(text, names.authorization, fields);
   return LeadingNumber(Value(text, names.contentLength));
 }

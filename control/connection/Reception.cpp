@@ -10,7 +10,6 @@
 namespace TesselServer {
 namespace {
 
-constexpr auto kNone = std::string_view::npos;
 constexpr std::string_view kGetMark = "GET ";
 
 // kept: a plain text search, so "Content-Length: 05" and "X-Content-Length: 0" count as well.
@@ -22,7 +21,7 @@ constexpr std::size_t kNoBodyMarkBytes = kNoBodyName.size() + kNoBodyValue.size(
 // which has no letters, is rarer than any letter of its name.
 bool HoldsNoBodyMark(std::string_view text, std::size_t searched) {
   const std::size_t from = searched < kNoBodyMarkBytes ? 0 : searched - (kNoBodyMarkBytes - 1);
-  for (auto at = text.find(kNoBodyValue, from); at != kNone; at = text.find(kNoBodyValue, at + 1)) {
+  for (auto at = text.find(kNoBodyValue, from); at != kNpos; at = text.find(kNoBodyValue, at + 1)) {
     if (EndsWithNoCase(text.substr(0, at), kNoBodyName)) return true;
   }
   return false;
@@ -134,7 +133,7 @@ std::string_view Reception::Behind(std::string_view start) const noexcept {
 std::optional<std::int64_t> Reception::ReadFields(std::string_view start, std::string_view method) {
   const auto text = Trim(start);
   const std::size_t blankLine =
-      blankLine_.Found() ? blankLine_.End() - BlankLineFinder::kBlankLine.size() - textStart_ : kNone;
+      blankLine_.Found() ? blankLine_.End() - BlankLineFinder::kBlankLine.size() - textStart_ : kNpos;
   fields_.RequestMethod = method;
   ReadRequestLine(text, fields_);
   return ReadHeaderFields(text, blankLine, fields_);

@@ -12,8 +12,8 @@ namespace {
 
 // The value is a 32-bit version and then, for each entry, a tag and rights of 16 bits each and a number of 32 bits; all
 // of them begin with their lowest byte on every machine.
-constexpr std::size_t kHeaderBytes = sizeof(posix_acl_xattr_header);
-constexpr std::size_t kEntryBytes = sizeof(posix_acl_xattr_entry);
+constexpr std::size_t kAclHeaderBytes = sizeof(posix_acl_xattr_header);
+constexpr std::size_t kAclEntryBytes = sizeof(posix_acl_xattr_entry);
 
 // The order in which the kernel wants the entries, which is that of their tags as numbers.
 constexpr unsigned kOwner = ACL_USER_OBJ;
@@ -72,14 +72,14 @@ AccessList AccessList::FromMode(unsigned mode) {
 }
 
 std::optional<AccessList> AccessList::FromBytes(std::string_view bytes) {
-  if (bytes.size() < kHeaderBytes || bytes.size() > kMaxBytes) return std::nullopt;
-  if (NumberAt(bytes, 0, kHeaderBytes) != POSIX_ACL_XATTR_VERSION) return std::nullopt;
-  bytes.remove_prefix(kHeaderBytes);
-  if (bytes.size() % kEntryBytes != 0) return std::nullopt;
+  if (bytes.size() < kAclHeaderBytes || bytes.size() > kMaxBytes) return std::nullopt;
+  if (NumberAt(bytes, 0, kAclHeaderBytes) != POSIX_ACL_XATTR_VERSION) return std::nullopt;
+  bytes.remove_prefix(kAclHeaderBytes);
+  if (bytes.size() % kAclEntryBytes != 0) return std::nullopt;
   AccessList list;
   unsigned last = 0;
   unsigned seen = 0;
-  for (std::size_t at = 0; at < bytes.size(); at += kEntryBytes) {
+  for (std::size_t at = 0; at < bytes.size(); at += kAclEntryBytes) {
     const unsigned tag = NumberAt(bytes, at, 2);
     if (tag < last || (tag == last && !IsNamed(tag))) return std::nullopt;
     if (!list.Take(tag, NumberAt(bytes, at + 2, 2), NumberAt(bytes, at + 4, 4))) return std::nullopt;
@@ -95,8 +95,8 @@ std::optional<AccessList> AccessList::FromBytes(std::string_view bytes) {
 
 std::string AccessList::Bytes() const {
   std::string bytes;
-  bytes.reserve(kHeaderBytes + Size() * kEntryBytes);
-  AppendNumber(bytes, POSIX_ACL_XATTR_VERSION, kHeaderBytes);
+  bytes.reserve(kAclHeaderBytes + Size() * kAclEntryBytes);
+  AppendNumber(bytes, POSIX_ACL_XATTR_VERSION, kAclHeaderBytes);
   AppendEntry(bytes, kOwner, owner_);
   const auto groups = PlaceOf(named_, kFirstGroup);
   for (auto entry = named_.begin(); entry != groups; ++entry) {

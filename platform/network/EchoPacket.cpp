@@ -4,7 +4,7 @@ namespace TesselServer {
 
 namespace {
 
-constexpr std::size_t kHeaderBytes = 8;  // type, code, checksum, identifier, sequence
+constexpr std::size_t kEchoHeaderBytes = 8;  // type, code, checksum, identifier, sequence
 constexpr std::size_t kChecksumPlace = 2;
 constexpr char kEchoRequest = 8;
 constexpr char kEchoReply = 0;
@@ -51,9 +51,9 @@ std::string EchoRequest(const EchoMessage& message) {
 }
 
 bool IsEchoReply(std::string_view packet, const EchoMessage& message) {
-  if (packet.size() != kHeaderBytes + message.payload.size()) return false;
+  if (packet.size() != kEchoHeaderBytes + message.payload.size()) return false;
   return packet[0] == kEchoReply && packet[1] == 0 && WordAt(packet, 4) == message.identifier &&
-         WordAt(packet, 6) == message.sequence && packet.substr(kHeaderBytes) == message.payload &&
+         WordAt(packet, 6) == message.sequence && packet.substr(kEchoHeaderBytes) == message.payload &&
          Checksum(packet) == 0;
 }
 

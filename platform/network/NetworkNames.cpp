@@ -34,14 +34,14 @@ std::optional<std::int32_t> Find(const std::array<KnownName, size>& table, std::
   return found != table.end() ? std::optional(found->number) : std::nullopt;
 }
 
-bool CanBeAName(std::string_view name) {
+bool CanBeANetworkName(std::string_view name) {
   return !name.empty() && name.size() <= kMaxNetworkNameBytes && name.find('\0') == std::string_view::npos;
 }
 
 }  // namespace
 
 std::optional<std::int32_t> ProtocolNumber(std::string_view name) {
-  if (!CanBeAName(name)) return std::nullopt;
+  if (!CanBeANetworkName(name)) return std::nullopt;
   protoent entry{};
   protoent* found = nullptr;
   EntryBuffer texts;
@@ -53,7 +53,7 @@ std::optional<std::int32_t> ProtocolNumber(std::string_view name) {
 }
 
 std::optional<std::int32_t> ServicePort(std::string_view name, std::string_view protocol) {
-  if (!CanBeAName(name) || (!protocol.empty() && protocol != "tcp" && protocol != "udp")) return std::nullopt;
+  if (!CanBeANetworkName(name) || (!protocol.empty() && protocol != "tcp" && protocol != "udp")) return std::nullopt;
   servent entry{};
   servent* found = nullptr;
   EntryBuffer texts;

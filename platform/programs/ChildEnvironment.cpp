@@ -6,7 +6,7 @@
 namespace TesselServer {
 namespace {
 
-bool CanBeAName(std::string_view name) {
+bool CanBeAVariableName(std::string_view name) {
   return !name.empty() && name.find_first_of(std::string_view("=\0", 2)) == std::string_view::npos;
 }
 
@@ -16,7 +16,7 @@ std::vector<std::string> ChildEnvironment(const char* const* inherited,
                                           const std::vector<std::pair<std::string, std::string>>& added) {
   std::map<std::string_view, std::string_view> values;
   for (const auto& [name, value] : added) {
-    if (CanBeAName(name)) values.insert_or_assign(name, std::string_view(value.c_str()));
+    if (CanBeAVariableName(name)) values.insert_or_assign(name, std::string_view(value.c_str()));
   }
   std::vector<std::string> lines;
   for (; inherited != nullptr && *inherited != nullptr; ++inherited) {
