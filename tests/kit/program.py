@@ -19,13 +19,15 @@ class Program:
 
         with Program(["build/release/tessel", "--server-port=0", "site"]) as program:
             fetch(program.address)
+
+    `before` is called in the new process before the program takes over.
     """
 
-    def __init__(self, command, cwd=None, environment=None):
+    def __init__(self, command, cwd=None, environment=None, before=None):
         self._out = tempfile.TemporaryFile()
         self._err = tempfile.TemporaryFile()
         self.process = subprocess.Popen([str(part) for part in command], cwd=cwd, env=environment,
-                                        stdin=subprocess.DEVNULL, stdout=self._out, stderr=self._err)
+                                        preexec_fn=before, stdin=subprocess.DEVNULL, stdout=self._out, stderr=self._err)
         try:
             self.address = self._wait_for_address()
         except BaseException:
