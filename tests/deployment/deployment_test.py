@@ -9,6 +9,7 @@ TESSEL is the program, BEHIND_PROXY the example host of that name, CLASS one or 
 import pathlib
 import re
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -67,7 +68,6 @@ class ProxyTests:
     """What every recipe must do. A class below has KIND."""
 
     CHUNKS = 200  # the status of a POST whose body comes in chunks, without a length
-    CHECKS = True  # whether the proxy asks the processes by itself whether they live
 
     def before(self, command):
         """The proxy, before two processes that `command(port)` starts."""
@@ -126,14 +126,16 @@ class ProxyTests:
             self.assertEqual(body, b"a=1")
 
     def test_passwords_are_asked_for_through_the_proxy(self):
-        passwords = self.folder / "passwords"
-        passwords.write_text("realm: The site\nann:secret-word\n")
-        self.before_tessel("--authentication-source-file", passwords)
+        closed = self.site / "closed"
+        closed.mkdir()
+        (closed / "htaccess.txt").write_text("realm: The site\nann:secret-word\n")
+        (closed / "page.txt").write_bytes(b"for ann\n")
+        self.before_tessel("--authentication-source", "directory-file")
         for protocol in PROTOCOLS:
             with self.subTest(protocol):
-                self.assertEqual(self.fetch("/a%20b.txt", protocol)[0], 401)
-                self.assertEqual(self.fetch("/a%20b.txt", protocol, "--user", "ann:wrong")[0], 401)
-                self.assertEqual(self.fetch("/a%20b.txt", protocol, "--user", "ann:secret-word"), (200, b"blank\n"))
+                self.assertEqual(self.fetch("/closed/page.txt", protocol)[0], 401)
+                self.assertEqual(self.fetch("/closed/page.txt", protocol, "--user", "ann:wrong")[0], 401)
+                self.assertEqual(self.fetch("/closed/page.txt", protocol, "--user", "ann:secret-word"), (200, b"for ann\n"))
 
     def test_the_host_knows_the_client_whatever_the_client_pretends(self):
         self.before(lambda port: [BEHIND_PROXY, port, self.site])
@@ -183,11 +185,24 @@ class ProxyTests:
 
         proxies.wait_for(is_asked_again, "request at the process that is back")
 
+
+class CheckTests:
+    """For proxies that ask the processes by themselves."""
+
+    def test_a_site_that_asks_its_checks_for_a_password_is_found_dead(self):
+        passwords = self.folder / "passwords"
+        passwords.write_text("ann:secret-word\n")
+        self.before_tessel("--authentication-source-file", passwords)
+        self.proxy.wait_until_one_is_down()
+
+
+class PatienceTests:
+    """For those that wait seconds for the answer to a check, not a minute."""
+
     def test_a_process_that_hangs_is_found_dead(self):
-        if not self.CHECKS:
-            return  # it is not asked; requests themselves find out, after the proxy's time-outs
         self.before_tessel()
         self.processes[0].process.send_signal(signal.SIGSTOP)
+        socket.create_connection(("127.0.0.1", self.processes[0].port), 20).close()  # it can still be connected to
         self.proxy.wait_until_one_is_down()
         for _ in range(10):
             self.assertEqual(self.fetch("/a%20b.txt?hangs"), (200, b"blank\n"))
@@ -196,20 +211,20 @@ class ProxyTests:
 
 class NginxTest(ProxyTests, Site):
     KIND = proxies.Nginx
-    CHECKS = False
 
 
-class HAProxyTest(ProxyTests, Site):
+class HAProxyTest(ProxyTests, CheckTests, PatienceTests, Site):
     KIND = proxies.HAProxy
     CHUNKS = 411
 
 
-class ApacheTest(ProxyTests, Site):
+class ApacheTest(ProxyTests, CheckTests, Site):
     KIND = proxies.Apache
 
 
-class CaddyTest(ProxyTests, Site):
+class CaddyTest(ProxyTests, CheckTests, PatienceTests, Site):
     KIND = proxies.Caddy
+    CHUNKS = 411
 
 
 class UnitTest(Site):
@@ -242,7 +257,7 @@ class UnitTest(Site):
             self.assertEqual(done.returncode, -signal.SIGSYS, attempt)
 
 
-class Page(unittest.TestCase):
+class PageTest(unittest.TestCase):
     def test_every_recipe_is_explained(self):
         page = (proxies.ROOT / "docs" / "deployment.md").read_text()
         for file in proxies.RECIPES.iterdir():

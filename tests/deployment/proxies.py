@@ -6,6 +6,7 @@ occur in it.
 
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -57,7 +58,7 @@ class Proxy:
     """A proxy from its start to the end of the block, before the processes on two ports.
 
     A kind of proxy has RECIPE, COMMAND, REPLACED (a text of the recipe and what stands there instead), MAIN where its own
-    configuration only includes the recipe, and DOWN, which its log says when a process was found dead.
+    configuration only includes the recipe, and DOWN, a pattern of what its log says when a process was found dead.
     """
 
     MAIN = ""
@@ -98,7 +99,7 @@ class Proxy:
         return (self._folder / "log").read_text(errors="backslashreplace")
 
     def wait_until_one_is_down(self):
-        wait_for(lambda: self.DOWN in self.log(), "%r in the proxy's log" % self.DOWN)
+        wait_for(lambda: re.search(self.DOWN, self.log()), "%r in the proxy's log" % self.DOWN)
 
     def _listens(self):
         if self._process.poll() is not None:
@@ -141,7 +142,7 @@ class Apache(Proxy):
     RECIPE = "apache.conf"
     REPLACED = {"<VirtualHost *:443>": "<VirtualHost *:%(port)d>"}
     COMMAND = ["apache2", "-f", "%(folder)s/main", "-DFOREGROUND"]
-    DOWN = "Health check DISABLING"
+    DOWN = "Health check DISABLING|disabling worker for"
     _MODULES = ("mpm_event authz_core ssl http2 headers setenvif env proxy proxy_http proxy_balancer proxy_hcheck "
                 "slotmem_shm lbmethod_byrequests socache_shmcb").split()
     MAIN = "ServerRoot /usr/lib/apache2\n" + "".join("LoadModule %s_module modules/mod_%s.so\n" % (name, name) for name in _MODULES) + """
