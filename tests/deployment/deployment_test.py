@@ -6,6 +6,7 @@
 TESSEL is the program, BEHIND_PROXY the example host of that name, CLASS one or more of the classes below.
 """
 
+import base64
 import pathlib
 import re
 import signal
@@ -24,7 +25,8 @@ from program import Program  # noqa: E402
 TESSEL = BEHIND_PROXY = None  # set from the command line
 UNIT = "tessel@.service"
 CLIENT = "127.0.0.9"  # clients come from here; the proxies connect from 127.0.0.1
-PROTOCOLS = ("--http1.1", "--http2")  # names of header lines come in any case with the one, in lower case with the other
+PROTOCOLS = ("--http1.1", "--http2")  # names of header lines come in any case with the one, in lower with the other
+ANN = base64.b64encode(b"ann:secret-word").decode()
 BIG = bytes(range(256)) * 12_000
 
 
@@ -135,7 +137,8 @@ class ProxyTests:
             with self.subTest(protocol):
                 self.assertEqual(self.fetch("/closed/page.txt", protocol)[0], 401)
                 self.assertEqual(self.fetch("/closed/page.txt", protocol, "--user", "ann:wrong")[0], 401)
-                self.assertEqual(self.fetch("/closed/page.txt", protocol, "--user", "ann:secret-word"), (200, b"for ann\n"))
+                for right in (["--user", "ann:secret-word"], ["--header", "authorization: Basic " + ANN]):
+                    self.assertEqual(self.fetch("/closed/page.txt", protocol, *right), (200, b"for ann\n"), right)
 
     def test_the_host_knows_the_client_whatever_the_client_pretends(self):
         self.before(lambda port: [BEHIND_PROXY, port, self.site])
@@ -152,7 +155,7 @@ class ProxyTests:
         self.before_tessel()
         for protocol in PROTOCOLS:
             with self.subTest(protocol):
-                self.fetch("/a%20b.txt?log", protocol, "--user-agent", "agent" + protocol)
+                self.fetch("/a%20b.txt?log", protocol, "--user-agent", "", "--header", "user-agent: agent" + protocol)
                 line = proxies.wait_for(lambda: next((line for process in self.processes
                                                       for line in self.requests_of(process, "agent" + protocol)), None),
                                         "log line")
@@ -206,7 +209,7 @@ class PatienceTests:
         self.proxy.wait_until_one_is_down()
         for _ in range(10):
             self.assertEqual(self.fetch("/a%20b.txt?hangs"), (200, b"blank\n"))
-        proxies.wait_for(lambda: len(self.requests_of(self.processes[1], "?hangs")) == 10, "requests at the other process")
+        proxies.wait_for(lambda: len(self.requests_of(self.processes[1], "?hangs")) == 10, "requests at the other one")
 
 
 class NginxTest(ProxyTests, Site):

@@ -1,7 +1,7 @@
-"""Starts well-known proxies with the recipes of examples/deployment, on ports of loopback and in a folder of the test's.
+"""Starts well-known proxies with the recipes of examples/deployment, on ports of loopback and in a temporary folder.
 
-A recipe is used as it stands; only its ports, its certificate's folder and the like are replaced, and each of these must
-occur in it.
+A recipe is used as it is; only its ports, its certificate's folder and the like are replaced, and each of these must be
+in it.
 """
 
 import os
@@ -57,7 +57,7 @@ def make_certificate(folder):
 class Proxy:
     """A proxy from its start to the end of the block, before the processes on two ports.
 
-    A kind of proxy has RECIPE, COMMAND, REPLACED (a text of the recipe and what stands there instead), MAIN where its own
+    A kind of proxy has RECIPE, COMMAND, REPLACED (texts of the recipe and what takes their places), MAIN where its own
     configuration only includes the recipe, and DOWN, a pattern of what its log says when a process was found dead.
     """
 
@@ -145,7 +145,8 @@ class Apache(Proxy):
     DOWN = "Health check DISABLING|disabling worker for"
     _MODULES = ("mpm_event authz_core ssl http2 headers setenvif env proxy proxy_http proxy_balancer proxy_hcheck "
                 "slotmem_shm lbmethod_byrequests socache_shmcb").split()
-    MAIN = "ServerRoot /usr/lib/apache2\n" + "".join("LoadModule %s_module modules/mod_%s.so\n" % (name, name) for name in _MODULES) + """
+    _LOAD = "".join("LoadModule %s_module modules/mod_%s.so\n" % (name, name) for name in _MODULES)
+    MAIN = "ServerRoot /usr/lib/apache2\n" + _LOAD + """
 DefaultRuntimeDir %(folder)s
 PidFile %(folder)s/pid
 ErrorLog /dev/stderr

@@ -121,6 +121,13 @@ TEST_F(HTMLFunctionsTest, ATagThatWasPutTogetherByAValueIsNone) {
   for (const Call& call : site_.host.calls) EXPECT_EQ(call.name, "G");
 }
 
+TEST_F(HTMLFunctionsTest, AnOpenerInsideATagIsAPartOfItsContent) {
+  EXPECT_EQ(site_.Page("<%=<%=FunctionF()%>|<%=FunctionF()%>"), "<%=<%=FunctionF()%>|{F:}");
+  EXPECT_EQ(site_.Page("<%=FunctionF(<%=FunctionG()%>"), "{F:<%=FunctionG(}");
+  site_.record.SSIEnable(true);
+  EXPECT_EQ(site_.Page("<%=<%=FunctionF()%>|<%=FunctionF()%>"), "|{F:}") << "the first is a variable that is not there";
+}
+
 TEST_F(HTMLFunctionsTest, AValueMayBeAnArgument) {
   site_.AllSwitchesOn();
   site_.request.QueryString = "q=a) %><%=FunctionG(";

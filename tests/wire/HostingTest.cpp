@@ -1,12 +1,19 @@
 // The three ways of hosting the loop, each with a real client, and stopping in the middle of things.
 
+#include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
+#include <sys/time.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <thread>
 #include <utility>
 
 #include <TesselServer/Timer.h>
 
+#include "tests/kit/Descriptors.h"
 #include "tests/wire/WireControl.h"
 
 namespace TesselServer {
@@ -76,6 +83,84 @@ TEST_F(HostingTest, TheDescriptorWakesAHostWithItsOwnPoll) {
   }
   wake.revents = 0;
   EXPECT_EQ(poll(&wake, 1, 50), 0);
+}
+
+std::atomic<int> alarms = 0;
+
+// While it lives, an alarm interrupts this thread every millisecond, and no thread that begins meanwhile.
+class Alarms {
+ public:
+  Alarms() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++alarms; };
+    sigaction(SIGALRM, &action, &before_);
+    Repeat(1000);
+  }
+  Alarms(const Alarms&) = delete;
+  Alarms& operator=(const Alarms&) = delete;
+  ~Alarms() {
+    Repeat(0);
+    sigaction(SIGALRM, &before_, nullptr);
+  }
+
+ private:
+  static void Repeat(suseconds_t microseconds) {
+    const itimerval every{{0, microseconds}, {0, microseconds}};
+    setitimer(ITIMER_REAL, &every, nullptr);
+  }
+
+  struct sigaction before_ {};
+};
+
+TEST_F(HostingTest, ThePollLoopOfTheReadmeGoesOnAfterSignals) {
+  clients.clear();
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const int descriptorOfMine = ends[0];
+  bool over = false;
+  const auto WorkOfMine = [&] { over = true; };
+  std::string answer;
+  const std::int32_t port = control.Port();
+  std::thread client([&, port] {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+    while (alarms < 10) std::this_thread::yield();
+    EventLoop own;
+    answer = Kit::Exchange(own, port, "GET /index.html HTTP/1.0\r\n\r\n");
+    close(ends[1]);
+  });
+  {
+    const Alarms interrupting;
+    pollfd watched[] = {{loop.Descriptor(), POLLIN, 0}, {descriptorOfMine, POLLIN, 0}};
+    while (!over) {
+      if (poll(watched, 2, -1) < 0) {
+        if (errno == EINTR) continue;  // a signal came
+        break;
+      }
+      if (watched[0].revents) loop.RunOnce(0);
+      if (watched[1].revents) WorkOfMine();
+    }
+  }
+  client.join();
+  close(ends[0]);
+  EXPECT_EQ(Kit::BodyOf(answer) == page, true);
+}
+
+TEST_F(HostingTest, TheDescriptorOfAHalfSentRequestGoesWithTheTurnAfterAStop) {
+  clients.clear();
+  const std::size_t before = Kit::CountDescriptors();
+  {
+    Kit::RawClient client(control.Port());
+    client.Send(loop, "POST /a.trp HTTP/1.0\r\nContent-Length: 500\r\n\r\nabc");
+    Kit::Settle(loop);
+    EXPECT_EQ(Kit::CountDescriptors(), before + 2) << "the client's and the server's";
+    ASSERT_TRUE(control.tessel.StopServer());
+    loop.RunOnce(0);
+    EXPECT_EQ(Kit::CountDescriptors(), before) << "the client's came, the listener went";
+    EXPECT_TRUE(client.Poll());
+  }
 }
 
 TEST_F(HostingTest, TheDescriptorWakesForTimersThatEndAWait) {

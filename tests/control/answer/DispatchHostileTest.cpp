@@ -112,6 +112,18 @@ TEST_F(DispatchHostileTest, OverlongPathsAreNotFound) {
   ExpectNotFound(dots);
 }
 
+TEST_F(DispatchHostileTest, APathAboveFourKiBIsNotFoundEvenWhereItsPartsVanish) {
+  const auto path = [](std::size_t bytes) {
+    const std::string name = bytes % 2 == 0 ? "index.html" : "/index.html";
+    std::string text;
+    while (text.size() + name.size() < bytes) text += "./";
+    return "/" + text + name;  // the first "/" is not counted
+  };
+  EXPECT_EQ(BodyOf(control.Get(path(4096))), BodyOf(control.Get("/index.html")));
+  ExpectNotFound(path(4097));
+  ExpectNotFound(path(4098));
+}
+
 TEST_F(DispatchHostileTest, FolderPasswordFilesAreNeverServed) {
   outside.Write("root/htaccess.txt", "user:pw");
   outside.Write("root/docs/HTACCESS.TXT", "user:pw");

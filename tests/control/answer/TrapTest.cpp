@@ -118,6 +118,7 @@ TEST_F(TrapTest, TheHostIsToldThePathBelowTheRootAndTheCredentials) {
       {"/empty/", "", "empty|"},
       {"/missing%20one\\x.trp", "", "missing one/x.trp|"},
       {"/../x", "", "|"},
+      {"/%2e%2e/%2e%2e/etc/passwd", "", "%2e%2e/%2e%2e/etc/passwd|"},
       {"http://host/sub/page.trp", "", "sub/page.trp|"},
       {"/page.trp", "Authorization: Basic dXNlcjpwdw==\r\n", "page.trp|user:pw"},
       {"/page.trp", "Authorization: Basic dXNlcjo=\r\n", "page.trp|user:"},

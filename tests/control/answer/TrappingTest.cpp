@@ -43,6 +43,7 @@ TEST(TrappingTest, ThePathIsWhatWasFoundBelowTheRootElseWhatWasAskedFor) {
       {"../a.trp", kNone, "", false, ""},
       {"x/..\\a.trp", kNone, "", false, ""},
       {"x/..", kNone, "", false, ""},
+      {"%2e%2e/%2E./a.trp", kNone, "", false, "%2e%2e/%2E./a.trp"},
       {"..a/b..", kNone, "", false, "..a/b.."},
       {"cgi/Tool.exe", kFile, "tool.exe", true, "cgi/Tool.exe"},
       {"../tool.exe", kFile, "tool.exe", true, ""},
