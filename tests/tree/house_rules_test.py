@@ -52,7 +52,7 @@ class TheRules(unittest.TestCase):
     def setUp(self):
         host = b"#include <TesselServer/Tessel.h>\nint main() {}\n"
         self.tree = {
-            "platform/sources.cmake": b"set(SOURCES\n  Clock.cpp)\nset(PUBLIC_HEADERS Error.h)\n",
+            "platform/sources.cmake": b"set(SOURCES\n  Clock.cpp)\nset(PUBLIC_HEADERS world/Error.h)\n",
             "platform/world/Error.h": b"// An error.\n#pragma once\n#include <string>\n",
             "platform/Clock.h": b"#pragma once\n",
             "platform/Clock.cpp": b'#include "platform/Clock.h"\n#include <unistd.h>\n#include <cerrno>\n',

@@ -1,0 +1,77 @@
+#!/usr/bin/python3
+"""What README.md says of errors, passwords and programs, with the program `tessel`: readme_test.py PROGRAM"""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
+from program import Program  # noqa: E402
+
+TESSEL = None  # set from the command line
+
+
+def run(*command):
+    """(exit status, standard output) of a client."""
+    done = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=60)
+    return done.returncode, done.stdout.decode("latin-1")
+
+
+def curl(*arguments):
+    return run("curl", "--silent", "--noproxy", "*", "--max-time", "20", *arguments)
+
+
+class Readme(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name).resolve()
+        self.site = self.folder / "site"
+        self.site.mkdir()
+        (self.site / "page.txt").write_text("a page\n")
+
+    def serve(self, *options):
+        program = Program([TESSEL, "--server-port", "0", *options, self.site])
+        self.addCleanup(program.__exit__)
+        return program
+
+    def test_programs_take_an_error_page_for_a_success_unless_they_are_switched_off(self):
+        is_ok = "fetch(process.argv[1]).then(answer => console.log(answer.ok))"
+        for option, failed, ok in ("--verbose-errors-enable", 0, "true\n"), ("--no-verbose-errors-enable", 22, "false\n"):
+            with self.subTest(option):
+                program = self.serve(option)
+                status, page = curl("--fail", program.address + "none.deb")
+                self.assertEqual((status, page != ""), (failed, failed == 0))
+                self.assertEqual(run("node", "-e", is_ok, program.address + "none.deb"), (0, ok))
+                program.wait_for_output('"GET /none.deb HTTP/1.1" 404 ')
+
+    def test_any_part_of_the_password_file_lets_in(self):
+        (self.folder / "users").write_text("ann:secret\n")
+        program = self.serve("--authentication-source-file", self.folder / "users", "--no-verbose-errors-enable")
+        for credentials, status in [("ann:secret", 0), ("ANN:SECRET", 0), ("ann:s", 0), ("n:sec", 0), ("ann:", 0),
+                                    ("ann:other", 22), ("ann:secret1", 22), ("bob:secret", 22)]:
+            with self.subTest(credentials):
+                self.assertEqual(curl("--fail", "--user", credentials, program.address + "page.txt")[0], status)
+
+    def test_a_program_gets_no_input_and_1024_bytes_of_its_output_count(self):
+        (self.site / "many.exe").write_text("#!/bin/sh\nhead -c 2000 /dev/zero | tr '\\0' x\n")
+        (self.site / "input.exe").write_text('#!/bin/sh\necho "[$(cat)]"\n')
+        for program in self.site.glob("*.exe"):
+            program.chmod(0o755)
+        program = self.serve("--cgi-enable")
+        self.assertEqual(curl(program.address + "many.exe"), (0, "x" * 1024))
+        self.assertEqual(curl("--data", "a=1", program.address + "input.exe"), (0, "[]\n"))
+
+    def test_what_is_no_program_in_the_default_folder_of_programs_is_public(self):
+        (self.site / "scripts").mkdir()
+        (self.site / "scripts" / "tool.conf").write_text("a secret\n")
+        program = self.serve("--cgi-enable")
+        self.assertEqual(curl("--fail", program.address + "scripts/tool.conf"), (0, "a secret\n"))
+
+
+if __name__ == "__main__":
+    TESSEL = os.path.abspath(sys.argv[1])
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=2)
