@@ -24,6 +24,13 @@ class Documents(unittest.TestCase):
         for block in blocks:
             self.assertTrue(any(is_part(lines_of(block), lines_of(source.read_text())) for source in sources), block)
 
+    def test_the_places_of_a_setting_are_all_named(self):
+        row = re.search(r"^\| a setting \|(.*)$", (ROOT / "docs" / "architecture.md").read_text(), re.MULTILINE).group(1)
+        sources = [path for folder in ("control", "host") for path in (ROOT / folder).rglob("*") if path.suffix in (".h", ".cpp")]
+        places = {str(path.relative_to(ROOT)) for path in [*sources, ROOT / "README.md"]
+                  if re.search("SSI-?Enable", path.read_text(), re.IGNORECASE)}
+        self.assertEqual(set(re.findall(r"`([^`]+)`", row)), places)
+
     def test_all_variables_are_listed(self):
         source = (ROOT / "http" / "ServerVariables.cpp").read_text()
         named = re.findall(r'^    \{"([A-Z_]+)", ', source, re.MULTILINE)

@@ -21,6 +21,21 @@ using testing::HasSubstr;
 constexpr std::string_view kRefused = "HTTP/1.0 401 Unauthorized";
 constexpr std::string_view kServed = "HTTP/1.0 200 OK";
 
+TEST(PasswordFileTest, AHostSeesThatItsFileCannotBeRead) {
+  EventLoop loop;
+  Tessel tessel(loop);
+  Kit::TemporaryTree tree;
+  tree.Write("users", "ann:secret\n");
+  const auto CannotRead = [](const std::string& file) { return "cannot read " + file; };
+  const auto use = [&](const std::string& passwords) {
+    tessel.AuthenticationSourceFile(passwords);
+    if (tessel.AuthenticationSourceFile() != passwords) return CannotRead(passwords);
+    return std::string();
+  };
+  EXPECT_EQ(use(tree.Text() + "/none"), "cannot read " + tree.Text() + "/none");
+  EXPECT_EQ(use(tree.Text() + "/users"), "");
+}
+
 class ProtectedPlacesTest : public Kit::WireTest {
  protected:
   ProtectedPlacesTest() {

@@ -144,6 +144,16 @@ TEST_F(StatisticsTest, UpTimeStartsAnewWithEachStartAndTheCountersGoOn) {
   EXPECT_EQ(tessel.Stats_BytesSent(), "2K");
 }
 
+TEST_F(StatisticsTest, BytesThatComeAfterTheAnswerDoNotCount) {
+  control.Start();
+  RawClient client(tessel.ListeningPort());
+  client.Send(control.loop, "GET /none HTTP/1.0\r\n");
+  client.ReceiveAll(control.loop);
+  ASSERT_TRUE(client.Send(control.loop, std::string(3000, 'x')));
+  Kit::Settle(control.loop);
+  EXPECT_EQ(tessel.Stats_BytesReceived(), "0K");
+}
+
 TEST_F(StatisticsTest, FreeConnectionsStartAtTheWholeNumber) {
   tessel.MaxConnections(5);
   control.Start();
