@@ -96,7 +96,8 @@ class CommandLine {
             "Names of index pages, comma between (default: index.html)");
     AddSwitch("directory-browse-enable", options_.directoryBrowseEnable,
               "List a folder that has no index page (default: no)");
-    AddSwitch("verbose-errors-enable", options_.verboseErrorsEnable, "Send a page with an error (default: yes)");
+    AddSwitch("verbose-errors-enable", options_.verboseErrorsEnable,
+              "Send errors as pages, with status 200; without: real codes (default: yes)");
     AddSwitch("error-files-enable", options_.errorFilesEnable,
               "Error pages from html/errors/http404.html and so on (default: no)");
     AddText("--application-folder", "D", options_.applicationFolder,

@@ -48,6 +48,9 @@ class Readme(unittest.TestCase):
                 self.assertEqual(run("node", "-e", is_ok, program.address + "none.deb"), (0, ok))
                 program.wait_for_output('"GET /none.deb HTTP/1.1" 404 ')
 
+    def test_the_help_says_so_too(self):
+        self.assertIn("Send errors as pages, with status 200", run(TESSEL, "--help")[1])
+
     def test_any_part_of_the_password_file_lets_in(self):
         (self.folder / "users").write_text("ann:secret\n")
         program = self.serve("--authentication-source-file", self.folder / "users", "--no-verbose-errors-enable")
