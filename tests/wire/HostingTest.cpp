@@ -117,7 +117,7 @@ TEST_F(HostingTest, ThePollLoopOfTheReadmeGoesOnAfterSignals) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   const int descriptorOfMine = ends[0];
-  bool over = false;
+  std::atomic<bool> over = false;
   const auto WorkOfMine = [&] { over = true; };
   std::string answer;
   const std::int32_t port = control.Port();
@@ -126,7 +126,7 @@ TEST_F(HostingTest, ThePollLoopOfTheReadmeGoesOnAfterSignals) {
     sigemptyset(&alarm);
     sigaddset(&alarm, SIGALRM);
     pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
-    while (alarms < 10) std::this_thread::yield();
+    while (alarms < 10 && !over) std::this_thread::yield();
     EventLoop own;
     answer = Kit::Exchange(own, port, "GET /index.html HTTP/1.0\r\n\r\n");
     close(ends[1]);
@@ -143,24 +143,25 @@ TEST_F(HostingTest, ThePollLoopOfTheReadmeGoesOnAfterSignals) {
       if (watched[1].revents) WorkOfMine();
     }
   }
+  over = true;
   client.join();
   close(ends[0]);
   EXPECT_EQ(Kit::BodyOf(answer) == page, true);
 }
 
-TEST_F(HostingTest, TheDescriptorOfAHalfSentRequestGoesWithTheTurnAfterAStop) {
+TEST_F(HostingTest, AHalfSentRequestEndsWithAStopAndItsDescriptorGoesWithTheLoop) {
   clients.clear();
   const std::size_t before = Kit::CountDescriptors();
-  {
-    Kit::RawClient client(control.Port());
-    client.Send(loop, "POST /a.trp HTTP/1.0\r\nContent-Length: 500\r\n\r\nabc");
-    Kit::Settle(loop);
-    EXPECT_EQ(Kit::CountDescriptors(), before + 2) << "the client's and the server's";
-    ASSERT_TRUE(control.tessel.StopServer());
-    loop.RunOnce(0);
-    EXPECT_EQ(Kit::CountDescriptors(), before) << "the client's came, the listener went";
-    EXPECT_TRUE(client.Poll());
-  }
+  Kit::RawClient client(control.Port());
+  client.Send(loop, "POST /a.trp HTTP/1.0\r\nContent-Length: 500\r\n\r\nabc");
+  Kit::Settle(loop);
+  ASSERT_EQ(Kit::CountDescriptors(), before + 2) << "the client's and the server's";
+  ASSERT_TRUE(control.tessel.StopServer());
+  EXPECT_TRUE(client.Poll()) << "the client sees the end at once";
+  client.EndSending();
+  EXPECT_EQ(Kit::CountDescriptors(), before + 1) << "the listener has gone, the server's descriptor has not";
+  Kit::Settle(loop);
+  EXPECT_EQ(Kit::CountDescriptors(), before) << "now it has";
 }
 
 TEST_F(HostingTest, TheDescriptorWakesForTimersThatEndAWait) {
