@@ -38,7 +38,7 @@ std::string HeaderLine(std::string_view header, std::string_view name) {
 
 // Who asks: what the proxy says, and only the proxy is believed.
 std::string ClientAddress(TesselServer::Tessel& tessel, std::int32_t index) {
-  const std::string peer = tessel.CGIValue(index, "REMOTE_ADDR");
+  std::string peer = tessel.CGIValue(index, "REMOTE_ADDR");
   if (peer != kProxy) return peer;
   const std::string forwarded = HeaderLine(tessel.HTTPHeader(index), "X-Forwarded-For");
   return forwarded.empty() ? peer : forwarded;
