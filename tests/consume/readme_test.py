@@ -40,7 +40,8 @@ class Readme(unittest.TestCase):
 
     def test_programs_take_an_error_page_for_a_success_unless_they_are_switched_off(self):
         is_ok = "fetch(process.argv[1]).then(answer => console.log(answer.ok))"
-        for option, failed, ok in ("--verbose-errors-enable", 0, "true\n"), ("--no-verbose-errors-enable", 22, "false\n"):
+        for option, failed, ok in [("--verbose-errors-enable", 0, "true\n"),
+                                   ("--no-verbose-errors-enable", 22, "false\n")]:
             with self.subTest(option):
                 program = self.serve(option)
                 status, page = curl("--fail", program.address + "none.deb")

@@ -25,8 +25,10 @@ class Documents(unittest.TestCase):
             self.assertTrue(any(is_part(lines_of(block), lines_of(source.read_text())) for source in sources), block)
 
     def test_the_places_of_a_setting_are_all_named(self):
-        row = re.search(r"^\| a setting \|(.*)$", (ROOT / "docs" / "architecture.md").read_text(), re.MULTILINE).group(1)
-        sources = [path for folder in ("control", "host") for path in (ROOT / folder).rglob("*") if path.suffix in (".h", ".cpp")]
+        tour = (ROOT / "docs" / "architecture.md").read_text()
+        row = re.search(r"^\| a setting \|(.*)$", tour, re.MULTILINE).group(1)
+        sources = [path for folder in ("control", "host") for ending in ("*.h", "*.cpp")
+                   for path in (ROOT / folder).rglob(ending)]
         places = {str(path.relative_to(ROOT)) for path in [*sources, ROOT / "README.md"]
                   if re.search("SSI-?Enable", path.read_text(), re.IGNORECASE)}
         self.assertEqual(set(re.findall(r"`([^`]+)`", row)), places)
