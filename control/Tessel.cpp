@@ -288,6 +288,10 @@ std::int32_t Tessel::LoadRegistryFile(const std::string& path) {
   return Enter(core_)->state.world.Registry().LoadFile(path);
 }
 
+bool Tessel::PutContentType(const std::string& extension, const std::string& contentType) {
+  return Enter(core_)->state.world.Registry().PutContentType(extension, contentType);
+}
+
 std::int32_t Tessel::ListeningPort() const { return Enter(core_)->state.sckWS.BoundPort(kListener); }
 
 bool Tessel::IsListening() const { return Enter(core_)->state.sckWS.State(kListener) == SocketState::kListening; }

@@ -257,6 +257,11 @@ class Tessel {
   // already. Returns how many values were taken, 0 for a file that cannot be read.
   std::int32_t LoadRegistryFile(const std::string& path);
 
+  // Puts one content type into that registry, in place of one that is there: `extension` with or without its dot.
+  // False, and nothing is put, for an extension or a type that is "" or has a control character, and for an extension
+  // with "\" or "=".
+  bool PutContentType(const std::string& extension, const std::string& contentType);
+
   // The port the listener has, 0 when there is none; tells which one was chosen for ServerPort 0.
   std::int32_t ListeningPort() const;
 

@@ -6,7 +6,7 @@
 // Errors:    a call that fails returns False and keeps the error's number and text. Nothing is raised.
 //
 // A list is read, changed and written back. Somebody else's change to the same list in between is lost: the system
-// offers no way to exclude or to notice it. The server itself never calls this class; a host may.
+// offers no way to exclude or to notice it.
 //
 // Masks and rights
 // ----------------

@@ -27,8 +27,8 @@ std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_vi
     std::replace_if(
         arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
   }
-  const std::string path = record.ProgramPath(record.FindFile(folder, program));
-  return ReplaceAll(record.RunCGI(path, arguments), kLineEnd, "<br>");
+  const Program found = FoundProgram(record, record.FindFile(folder, program), program);
+  return ReplaceAll(RunProgram(record, found, arguments), kLineEnd, "<br>");
 }
 
 // `folder` is asked for each tag: the settings of a record may change while a program runs.

@@ -18,6 +18,9 @@ class ParentControl {
 
   // Whether the host answered the latest CallFunction of connection `Index`, and its handler came to its end.
   virtual bool FunctionWasAnswered(std::int32_t Index) const = 0;
+
+  // Hears of a program that was not run, failed or was cut short: one line, see ProgramReport.h.
+  virtual void ReportProgram(const std::string& text) = 0;
 };
 
 }  // namespace TesselServer

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "http/ProgramReport.h"
 #include "http/ServerVariables.h"
 #include "http/cls_HTTP.h"
 #include "platform/programs/ProgramRunner.h"
@@ -50,8 +51,33 @@ std::string ErrorText(const cls_HTTP& record, ProgramResult::Failure failure, st
   return text;
 }
 
-std::string NotStarted(const cls_HTTP& record, std::errc reason) {
-  return ErrorText(record, ProgramResult::Failure::kStart, static_cast<std::int32_t>(reason));
+ProgramResult NotStarted(std::errc reason) {
+  ProgramResult result;
+  result.failure = ProgramResult::Failure::kStart;
+  result.error = static_cast<std::int32_t>(reason);
+  return result;
+}
+
+ProgramResult Run(cls_HTTP& record, const Program& program, std::string_view arguments) {
+  if (program.path.empty()) return NotStarted(program.reason);
+  if (record.Runner() == nullptr) return NotStarted(std::errc::function_not_supported);
+  ProgramStart start;
+  start.file = program.path;
+  if (IsBatchFile(program.path)) {
+    start.file = kBatchInterpreter;
+    start.arguments.push_back(program.path);
+  }
+  AppendWords(arguments, start.arguments);
+  start.environment = Environment(record);
+  start.waitMilliseconds = record.CGITimeoutMilliseconds();
+  start.outputLimit = kMaxCGIOutputBytes;
+  return record.Runner()->Run(start);
+}
+
+void Report(const cls_HTTP& record, const Program& program, const ProgramResult& result) {
+  if (record.ParentControl() == nullptr) return;
+  const std::string text = ProgramReport(program.name, result);
+  if (!text.empty()) record.ParentControl()->ReportProgram(text);
 }
 
 }  // namespace
@@ -60,20 +86,17 @@ bool IsProgramName(std::string_view path) { return EndsWithNoCase(path, ".exe");
 
 bool IsBatchFile(std::string_view path) { return EndsWithNoCase(path, ".bat"); }
 
-std::string RunProgram(cls_HTTP& record, const std::string& commandFile, std::string_view arguments) {
-  if (commandFile.empty()) return NotStarted(record, std::errc::no_such_file_or_directory);
-  if (record.Runner() == nullptr) return NotStarted(record, std::errc::function_not_supported);
-  ProgramStart start;
-  start.file = commandFile;
-  if (IsBatchFile(commandFile)) {
-    start.file = kBatchInterpreter;
-    start.arguments.push_back(commandFile);
-  }
-  AppendWords(arguments, start.arguments);
-  start.environment = Environment(record);
-  start.waitMilliseconds = record.CGITimeoutMilliseconds();
-  start.outputLimit = kMaxCGIOutputBytes;
-  ProgramResult result = record.Runner()->Run(start);
+Program FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name) {
+  Program program;
+  program.path = record.ProgramPath(found);
+  program.name = program.path.empty() ? std::string(name) : program.path;
+  if (found.kind == EntryKind::kFile && !found.readable) program.reason = std::errc::permission_denied;
+  return program;
+}
+
+std::string RunProgram(cls_HTTP& record, const Program& program, std::string_view arguments) {
+  ProgramResult result = Run(record, program, arguments);
+  Report(record, program, result);
   if (result.failure != ProgramResult::Failure::kNone) return ErrorText(record, result.failure, result.error);
   return std::move(result.output);
 }

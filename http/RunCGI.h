@@ -3,12 +3,17 @@
 // program folder can run what he likes anyway.
 //
 // Thread:    the host's thread only; it waits inside the call for as long as the record's CGITimeout.
-// Errors:    none; a program that cannot be run gives a text that says so.
+// Errors:    none; a program that cannot be run gives a text that says so. The host hears of every program that does
+// not
+//            do well, and may stop or destroy the control then.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <system_error>
+
+#include "platform/files/FileSystem.h"
 
 namespace TesselServer {
 
@@ -23,7 +28,17 @@ bool IsProgramName(std::string_view path);
 // Whether the batch interpreter runs the file: its name ends in ".bat", in any case.
 bool IsBatchFile(std::string_view path);
 
-// See cls_HTTP::RunCGI.
-std::string RunProgram(cls_HTTP& record, const std::string& commandFile, std::string_view arguments);
+// A program to run.
+struct Program {
+  std::string path;                                         // "" when there is none that can be run
+  std::string name;                                         // for reports: its path, or what was looked for
+  std::errc reason = std::errc::no_such_file_or_directory;  // why it has no path
+};
+
+// The program that a look-up for `name` has found. One that this process may not read is permission_denied.
+Program FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name);
+
+// See cls_HTTP::RunCGI. What does not go well is reported to the record's ParentControl as well.
+std::string RunProgram(cls_HTTP& record, const Program& program, std::string_view arguments);
 
 }  // namespace TesselServer

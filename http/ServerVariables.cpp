@@ -1,6 +1,6 @@
 #include "http/ServerVariables.h"
 
-#include "net/cls_WinSock.h"
+#include "net/HostLookUp.h"
 #include "support/Dates.h"
 #include "support/Format.h"
 
@@ -14,11 +14,7 @@ std::string LocalTime(const Context& from, std::string_view picture) {
 }
 
 std::string RemoteHost(const Context& from) {
-  cls_WinSock sockets(from.world);
-  std::string description;
-  sockets.SocketsStartup(description);
-  from.request.RemoteHost = sockets.HostNameFromAddress(from.request.RemoteAddr);
-  sockets.SocketsCleanup();
+  from.request.RemoteHost = HostLookUp(from.world).HostNameFromAddress(from.request.RemoteAddr);
   return from.request.RemoteHost;
 }
 

@@ -305,7 +305,7 @@ bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
 // ---- Programs.
 
 std::string cls_HTTP::RunCGI(const std::string& CommandFile, const std::string& Arguments) {
-  return RunProgram(*this, CommandFile, Arguments);
+  return RunProgram(*this, {CommandFile, CommandFile}, Arguments);
 }
 
 std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {
@@ -319,7 +319,7 @@ Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusC
     if (wantHeader) answer.head = cls_CGI().CGIWarningPage();
     return answer;
   }
-  CGIOutput output = ParseCGIOutput(RunCGI(ProgramPath(found), ""));
+  CGIOutput output = ParseCGIOutput(RunProgram(*this, FoundProgram(*this, found, found.name), ""));
   if (output.statusCode == "204" || output.statusCode == "304") output.body.clear();  // RFC 9110: these have none
   if (wantHeader && output.isWholeResponse) {
     answer.head = std::move(output.wholeHead);

@@ -226,7 +226,8 @@ class cls_HTTP {
   // Failed.", "Create::Process Failed." or "ReadFile Failed.", with the system's number and text). `CommandFile` is its
   // path; one that ends in ".bat" is given to /bin/sh. `Arguments` are words with blanks between them; no shell sees
   // them. The 29 server variables are in its environment. Waits at most CGITimeout; a program that runs longer runs on.
-  // For a `CommandFile` of "" nothing is run, and the text says so.
+  // For a `CommandFile` of "" nothing is run, and the text says so. ParentControl hears of a program that was not run,
+  // failed or was cut short.
   std::string RunCGI(const std::string& CommandFile, const std::string& Arguments);
 
   // Runs the exec directives of a page and puts the output in their places; see ExecDirectives.h.

@@ -9,6 +9,7 @@ set(SOURCES
   HTMLFunctions.cpp
   Page.cpp
   PageRewriter.cpp
+  ProgramReport.cpp
   ResponseHeader.cpp
   RunCGI.cpp
   SecretFiles.cpp

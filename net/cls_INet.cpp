@@ -1,6 +1,7 @@
 #include "net/cls_INet.h"
 
 #include "net/cls_WinSock.h"
+#include "platform/network/NetworkSubsystem.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {

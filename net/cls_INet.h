@@ -3,7 +3,7 @@
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second, an echo for
 //            kEchoMilliseconds more.
-// Ownership: the World and the network given outlive the object.
+// Ownership: it owns nothing.
 // Errors:    none. What keeps the network from starting or ending is shown in a message box (World::MessageBox); what
 //            cannot be had has the fallback told with each member.
 #pragma once
@@ -12,11 +12,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/network/NetworkSubsystem.h"
-
 namespace TesselServer {
 
+class NetworkSubsystem;
+NetworkSubsystem& SystemNetwork();
 class World;
+World& SystemWorld();
 
 // What came of an echo.
 struct EchoHostResult {
@@ -30,17 +31,19 @@ struct EchoHostResult {
   std::string Address;                // of the host, dotted; "" when it was not found
 };
 
-//   cls_INet net(world);
+//   cls_INet net;
 //   const EchoHostResult echo = net.EchoHost("printer.example.org");
 //   if (echo.Status == EchoHostResult::kAnswered) Show(echo.Address, echo.RoundTripMs);
 class cls_INet {
  public:
-  static constexpr VersionWord kVersion = 0x0101;              // 1.1
+  static constexpr std::uint16_t kVersion = 0x0101;            // 1.1
   static constexpr std::int32_t kMinimumSockets = 1;           // no work with fewer
   static constexpr std::int32_t kEchoMilliseconds = 200;       // how long an echo is waited for
   static constexpr std::string_view kEchoText = "Echo This.";  // what is sent
 
-  explicit cls_INet(World& world, NetworkSubsystem& network = SystemNetwork()) : world_(world), network_(network) {}
+  // `world` and `network` are for tests; they outlive the object.
+  explicit cls_INet(World& world = SystemWorld(), NetworkSubsystem& network = SystemNetwork())
+      : world_(world), network_(network) {}
 
   // Starts the network. True when sockets are usable; else a message box tells why not: it does not start, is older
   // than 1.1, or has no socket left.
@@ -67,8 +70,8 @@ class cls_INet {
   EchoHostResult EchoHost(std::string_view host);
 
   // The low and the high byte of a version word: major and minor number.
-  static std::uint8_t LowByte(VersionWord word) { return static_cast<std::uint8_t>(word & 0xFF); }
-  static std::uint8_t HighByte(VersionWord word) { return static_cast<std::uint8_t>(word >> 8); }
+  static std::uint8_t LowByte(std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); }
+  static std::uint8_t HighByte(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
 
  private:
   bool Complain(std::string_view text);

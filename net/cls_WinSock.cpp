@@ -1,12 +1,12 @@
 #include "net/cls_WinSock.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
 #include <limits>
 #include <optional>
 
+#include "net/HostLookUp.h"
 #include "platform/network/NetworkNames.h"
 #include "platform/sockets/SocketErrors.h"
 #include "platform/world/World.h"
@@ -16,53 +16,7 @@ namespace {
 
 constexpr std::string_view kDescription = "Linux sockets, IPv4";
 
-constexpr bool IsNameByte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' || c == '-';
-}
-
-// Takes the number that `text` begins with, as C writes numbers. Nothing when there is none or it needs over 32 bits.
-std::optional<std::uint32_t> TakeNumber(std::string_view& text) {
-  int base = 10;
-  if (text.starts_with("0x") || text.starts_with("0X")) {
-    base = 16;
-    text.remove_prefix(2);
-  } else if (text.starts_with('0')) {
-    base = 8;
-  }
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc{}) return std::nullopt;
-  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-  return number;
-}
-
-// The address that a dotted text means, its first number in the highest byte.
-std::optional<std::uint32_t> ParseDotted(std::string_view text) {
-  constexpr unsigned kMostLeading = 3;  // numbers before the last one
-  text = text.substr(0, text.find_last_not_of(" \t\n\v\f\r") + 1);
-  std::uint32_t address = 0;
-  for (unsigned leading = 0; leading <= kMostLeading; ++leading) {
-    const std::optional<std::uint32_t> number = TakeNumber(text);
-    if (!number) return std::nullopt;
-    if (text.empty()) {
-      const std::uint32_t most = std::numeric_limits<std::uint32_t>::max() >> (8 * leading);
-      return *number <= most ? std::optional(address | *number) : std::nullopt;
-    }
-    if (text.front() != '.' || *number > 0xFF || leading == kMostLeading) return std::nullopt;
-    text.remove_prefix(1);
-    address |= *number << (24 - 8 * leading);
-  }
-  return std::nullopt;
-}
-
 using AddressBytes = std::array<std::uint8_t, 4>;
-
-// An address whose first number is in the highest byte, in network byte order.
-std::uint32_t NetworkOrder(std::uint32_t address) {
-  return std::bit_cast<std::uint32_t>(
-      AddressBytes{static_cast<std::uint8_t>(address >> 24), static_cast<std::uint8_t>(address >> 16),
-                   static_cast<std::uint8_t>(address >> 8), static_cast<std::uint8_t>(address)});
-}
 
 constexpr std::int32_t kMaxPort = 65535;
 constexpr std::int32_t kMaxProtocol = 255;
@@ -75,11 +29,12 @@ std::int32_t PlainNumber(std::string_view text, std::int32_t most) {
   return error == std::errc{} && number <= most ? number : cls_WinSock::kNoNumber;
 }
 
-bool CanBeLookedUp(std::string_view name) {
-  return !name.empty() && name.size() <= cls_WinSock::kMaxLookupBytes && std::ranges::all_of(name, IsNameByte);
-}
-
 }  // namespace
+
+const std::string_view cls_WinSock::kUnknown = HostLookUp::kUnknown;
+static_assert(cls_WinSock::kNoAddress == HostLookUp::kNoAddress);
+static_assert(cls_WinSock::kMaxHostNameBytes == HostLookUp::kMaxHostNameBytes);
+static_assert(cls_WinSock::kMaxLookupBytes == HostLookUp::kMaxLookupBytes);
 
 bool cls_WinSock::SocketsStartup(std::string& description) {
   if (started_) return true;
@@ -89,29 +44,19 @@ bool cls_WinSock::SocketsStartup(std::string& description) {
 }
 
 std::string cls_WinSock::HostNameFromAddress(std::string_view text) const {
-  const std::int32_t address = AddressFromText(text);
-  return address == kNoAddress ? std::string(kUnknown) : HostNameFromLong(address);
+  return HostLookUp(world_).HostNameFromAddress(text);
 }
 
 std::int32_t cls_WinSock::AddressFromText(std::string_view text) const {
-  if (const auto dotted = ParseDotted(text)) return static_cast<std::int32_t>(NetworkOrder(*dotted));
-  if (!CanBeLookedUp(text)) return kNoAddress;
-  const auto found = world_.AddressOf(text);
-  return found ? static_cast<std::int32_t>(*found) : kNoAddress;
+  return HostLookUp(world_).AddressFromText(text);
 }
 
 std::string cls_WinSock::HostNameFromLong(std::int32_t address) const {
-  const auto found = world_.HostNameOf(static_cast<std::uint32_t>(address));
-  if (!found) return std::string(kUnknown);
-  std::string_view name = *found;
-  name = name.substr(0, std::min(name.find('\0'), kMaxHostNameBytes));
-  if (name.empty() || !std::ranges::all_of(name, IsNameByte)) return std::string(kUnknown);
-  return std::string(name);
+  return HostLookUp(world_).HostNameFromLong(address);
 }
 
 std::int32_t cls_WinSock::AddressFromDottedText(std::string_view text) {
-  const auto dotted = ParseDotted(text);
-  return dotted ? static_cast<std::int32_t>(NetworkOrder(*dotted)) : kNoAddress;
+  return HostLookUp::AddressFromDottedText(text);
 }
 
 std::string cls_WinSock::AddressText(std::int32_t address) {
@@ -127,7 +72,7 @@ std::string cls_WinSock::HostOrderAddressText(std::int64_t address) {
   const bool fits =
       address >= std::numeric_limits<std::int32_t>::min() && address <= std::numeric_limits<std::uint32_t>::max();
   if (!fits) return std::string(kNoHostOrderText);
-  return AddressText(static_cast<std::int32_t>(NetworkOrder(static_cast<std::uint32_t>(address))));
+  return AddressText(static_cast<std::int32_t>(HostLookUp::NetworkOrder(static_cast<std::uint32_t>(address))));
 }
 
 std::string cls_WinSock::LocalHostName() const {

@@ -4,7 +4,7 @@
 // its dotted text.
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second.
-// Ownership: the World given outlives the object; sockets stay the caller's.
+// Ownership: sockets stay the caller's.
 // Errors:    none; what cannot be had has the fallback told with each member. Why a socket refused something is told by
 //            its LastError.
 #pragma once
@@ -15,13 +15,14 @@
 #include <string>
 #include <string_view>
 
-#include "platform/sockets/NotifyingSocket.h"
+#include <TesselServer/NotifyingSocket.h>
 
 namespace TesselServer {
 
 class World;
+World& SystemWorld();
 
-//   cls_WinSock sockets(world);
+//   cls_WinSock sockets;
 //   std::string description;
 //   sockets.SocketsStartup(description);
 //   sockets.HostNameFromAddress("192.0.2.7");  // "printer.example.org"
@@ -35,13 +36,14 @@ class World;
 class cls_WinSock {
  public:
   static constexpr std::int32_t kNoAddress = -1;                   // also the number of the address 255.255.255.255
-  static constexpr std::string_view kUnknown = "Unknown";          // the name of a host that has none
+  static const std::string_view kUnknown;                          // "Unknown", the name of a host that has none
   static constexpr std::int32_t kNoNumber = -1;                    // of a name that no protocol and no service has
   static constexpr std::string_view kNoHostOrderText = "0.0.0.0";  // of a number that is no address
   static constexpr std::size_t kMaxHostNameBytes = 256;            // longer names of the name service are cut here
   static constexpr std::size_t kMaxLookupBytes = 255;  // no host name is longer, so nothing longer is asked for
 
-  explicit cls_WinSock(const World& world) : world_(world) {}
+  // `world` is for tests: what names and addresses are asked of.
+  explicit cls_WinSock(const World& world = SystemWorld()) : world_(world) {}
 
   // Makes the sockets ready and tells in `description` what they are. Always true. A second start changes nothing, the
   // description neither.

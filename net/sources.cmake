@@ -1,5 +1,8 @@
-set(SOURCES
-  cls_INet.cpp
-  cls_WinSock.cpp
-)
+set(SOURCES HostLookUp.cpp)
 set(PUBLIC_HEADERS)
+set(TOOLBOX_SOURCES
+  cls_INet.cpp
+  cls_WinSock.cpp)
+set(TOOLBOX_HEADERS
+  cls_INet.h
+  cls_WinSock.h)

@@ -1,7 +1,4 @@
 set(SOURCES
-  access/AccessList.cpp
-  access/AccessObject.cpp
-  access/Accounts.cpp
   files/DirectoryMemory.cpp
   files/DirectoryReader.cpp
   files/DosAttributes.cpp
@@ -21,10 +18,6 @@ set(SOURCES
   loop/EventLoop.cpp
   loop/LoopCore.cpp
   loop/Timer.cpp
-  network/Echo.cpp
-  network/EchoPacket.cpp
-  network/NetworkNames.cpp
-  network/NetworkSubsystem.cpp
   programs/ChildEnvironment.cpp
   programs/ChildPrograms.cpp
   programs/ChildWait.cpp
@@ -37,11 +30,9 @@ set(SOURCES
   sockets/Lingering.cpp
   sockets/Listener.cpp
   sockets/NoPipeSignal.cpp
-  sockets/NotifyingSocket.cpp
   sockets/Outgoing.cpp
   sockets/SocketArray.cpp
   sockets/SocketErrors.cpp
-  sockets/SocketOptions.cpp
   world/HostProcess.cpp
   world/SystemErrorText.cpp
   world/SystemErrors.cpp
@@ -52,3 +43,14 @@ set(PUBLIC_HEADERS
   settings/PropertyBag.h
   world/Error.h
   world/HostProcess.h)
+set(TOOLBOX_SOURCES
+  access/AccessList.cpp
+  access/AccessObject.cpp
+  access/Accounts.cpp
+  network/Echo.cpp
+  network/EchoPacket.cpp
+  network/NetworkNames.cpp
+  network/NetworkSubsystem.cpp
+  sockets/NotifyingSocket.cpp
+  sockets/SocketOptions.cpp)
+set(TOOLBOX_HEADERS sockets/NotifyingSocket.h)

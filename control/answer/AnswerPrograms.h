@@ -20,7 +20,10 @@ class AnswerPrograms : public ProgramRunner {
 
   ProgramResult Run(const ProgramStart& start) override {
     if (isWanted_) return programs_.Run(start);
-    return {ProgramResult::Failure::kStart, static_cast<std::int32_t>(std::errc::operation_canceled), false, {}};
+    ProgramResult result;
+    result.failure = ProgramResult::Failure::kStart;
+    result.error = static_cast<std::int32_t>(std::errc::operation_canceled);
+    return result;
   }
 
  private:

@@ -35,4 +35,6 @@ std::string TesselCore::RaiseCallFunction(std::int32_t Index, const std::string&
 
 bool TesselCore::FunctionWasAnswered(std::int32_t Index) const { return hostAnswers.FunctionWasAnswered(Index); }
 
+void TesselCore::ReportProgram(const std::string& text) { state.reporter.RaiseStatusLine(text); }
+
 }  // namespace TesselServer

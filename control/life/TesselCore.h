@@ -48,6 +48,7 @@ class TesselCore : private SocketNotifications, private ParentControl {
   std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
                                 const std::string& Params) override;
   bool FunctionWasAnswered(std::int32_t Index) const override;
+  void ReportProgram(const std::string& text) override;
 };
 
 }  // namespace TesselServer

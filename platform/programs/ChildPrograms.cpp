@@ -15,7 +15,12 @@
 namespace TesselServer {
 namespace {
 
-ProgramResult Failed(ProgramResult::Failure failure, int error) { return {failure, error, false, {}}; }
+ProgramResult Failed(ProgramResult::Failure failure, int error) {
+  ProgramResult result;
+  result.failure = failure;
+  result.error = error;
+  return result;
+}
 
 // Starts the program with the pipe's write end as its output, and closes that end here.
 StartedChild StartInto(const ProgramStart& start, UniqueDescriptor writeEnd) {
@@ -26,7 +31,14 @@ StartedChild StartInto(const ProgramStart& start, UniqueDescriptor writeEnd) {
 
 ProgramResult ResultOf(WaitedChild waited) {
   using Failure = ProgramResult::Failure;
-  return {waited.error == 0 ? Failure::kNone : Failure::kRead, waited.error, waited.ended, std::move(waited.output)};
+  return {.failure = waited.error == 0 ? Failure::kNone : Failure::kRead,
+          .error = waited.error,
+          .ended = waited.ended,
+          .output = std::move(waited.output),
+          .exitCode = waited.exitCode,
+          .signal = waited.signal,
+          .milliseconds = waited.milliseconds,
+          .outputWasCut = waited.outputWasCut};
 }
 
 }  // namespace

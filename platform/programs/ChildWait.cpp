@@ -50,6 +50,8 @@ class Waiting {
       result_.ended = result_.error == 0 && (handle_.IsOpen() ? watched[1].revents != 0 : IsGone());
     } while (!result_.ended && result_.error == 0 && Clock::now() < deadline);
     if (result_.ended) ReadTheRest();
+    if (result_.ended) LookHowItEnded();
+    result_.milliseconds = std::chrono::duration_cast<milliseconds>(Clock::now() - begin_).count();
     return std::move(result_);
   }
 
@@ -80,19 +82,29 @@ class Waiting {
       return 0;
     }
     const auto size = static_cast<std::size_t>(count);
-    result_.output.append(bytes, std::min(size, outputLimit_ - result_.output.size()));
+    const std::size_t kept = std::min(size, outputLimit_ - result_.output.size());
+    result_.output.append(bytes, kept);
+    result_.outputWasCut = result_.outputWasCut || kept < size;
     return size;
   }
 
   void ReadTheRest() {
     std::size_t total = 0;
-    while (total < kMaxLastBytes && output_ >= 0 && result_.output.size() < outputLimit_) {
+    while (total < kMaxLastBytes && output_ >= 0 && !result_.outputWasCut) {
       const std::size_t size = Read();
       if (size == 0) return;
       total += size;
     }
   }
 
+  // Leaves it to be collected.
+  void LookHowItEnded() {
+    siginfo_t state{};
+    if (waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) != 0 || state.si_pid == 0) return;
+    (state.si_code == CLD_EXITED ? result_.exitCode : result_.signal) = state.si_status;
+  }
+
+  const Clock::time_point begin_ = Clock::now();
   pid_t child_;
   UniqueDescriptor handle_;  // readable when the child has ended; none where the kernel refuses it
   int output_;               // -1 when nothing more will come; poll(2) passes over it

@@ -2,13 +2,14 @@
 //
 // Thread:    any. Sleeps in poll(2) until something happens or the time is over.
 // Ownership: the child and the descriptor stay the caller's. The child is watched only: the caller collects it.
-// Errors:    told in the result; none is raised but those of memory running out.
+// Errors:    in the result; none is raised but those of memory running out.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace TesselServer {
@@ -17,6 +18,10 @@ struct WaitedChild {
   bool ended = false;  // False: it was still running when the time was over, or when reading failed
   int error = 0;       // errno(3) of a failed read or wait
   std::string output;  // the beginning of what it has written
+  std::optional<std::int32_t> exitCode = {};  // what it returned, where that is how it ended
+  std::optional<std::int32_t> signal = {};    // that ended it
+  std::int64_t milliseconds = 0;              // how long it was waited for
+  bool outputWasCut = false;                  // it has written more than what was kept
 };
 
 // Waits until `child` has ended, at most `milliseconds` by a clock that nobody sets (0 and less: does not wait, but

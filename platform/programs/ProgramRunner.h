@@ -2,11 +2,12 @@
 //
 // Thread:    the host's thread only.
 // Ownership: results are values.
-// Errors:    told in the result; none is raised but those of memory running out.
+// Errors:    in the result; none is raised but those of memory running out.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +33,13 @@ struct ProgramResult {
   std::int32_t error = 0;            // the system's number for it (errno(3))
   bool ended = false;                // False: it was not started, or still ran when the time was over, and runs on
   std::string output;                // the beginning of its standard output
+
+  // How it ended: what it returned (0 to 255), or the signal that ended it (signal(7)). Neither is known of one that
+  // has not ended, or whose end the host has collected before it could be looked at.
+  std::optional<std::int32_t> exitCode = {};
+  std::optional<std::int32_t> signal = {};
+  std::int64_t milliseconds = 0;  // from its start until it had ended or was waited for no longer
+  bool outputWasCut = false;      // it has written more than outputLimit
 };
 
 class ProgramRunner {

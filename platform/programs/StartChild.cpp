@@ -54,14 +54,15 @@ class AllSignalsBlocked {
 };
 
 // ---- In the child. It shares the memory of a suspended thread: system calls only, no memory taken, and not a trace in
-// the shadow memory of the address sanitizer, since none of these functions returns to where it would be wiped off.
+// the shadow memory of the sanitizers, since none of these functions returns to where it would be wiped off.
+#define TESSEL_IN_THE_CHILD __attribute__((no_sanitize("address", "thread")))
 
 // `descriptor`, or its copy when it is one of the standard three, which are about to be replaced.
-[[gnu::no_sanitize_address]] int OutOfTheWay(int descriptor) {
+TESSEL_IN_THE_CHILD int OutOfTheWay(int descriptor) {
   return descriptor > STDERR_FILENO ? descriptor : fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-[[gnu::no_sanitize_address]] bool SetStandardDescriptors(int nothing, int output) {
+TESSEL_IN_THE_CHILD bool SetStandardDescriptors(int nothing, int output) {
   nothing = OutOfTheWay(nothing);
   output = OutOfTheWay(output);
   return nothing >= 0 && output >= 0 && dup2(nothing, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 &&
@@ -69,7 +70,7 @@ class AllSignalsBlocked {
 }
 
 // The number that `digits` spell; -1 for anything else.
-[[gnu::no_sanitize_address]] int NumberIn(const char* digits) {
+TESSEL_IN_THE_CHILD int NumberIn(const char* digits) {
   int number = 0;
   for (; *digits != '\0'; ++digits) {
     if (*digits < '0' || *digits > '9') return -1;
@@ -79,7 +80,7 @@ class AllSignalsBlocked {
 }
 
 // For a kernel without close_range(2): closes what /proc tells.
-[[gnu::no_sanitize_address]] bool CloseWhatIsListed() {
+TESSEL_IN_THE_CHILD bool CloseWhatIsListed() {
   const int folder = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) return false;
   alignas(dirent64) char entries[2048];
@@ -95,12 +96,12 @@ class AllSignalsBlocked {
   return size == 0;
 }
 
-[[gnu::no_sanitize_address]] bool CloseAllOthers() {
+TESSEL_IN_THE_CHILD bool CloseAllOthers() {
   return syscall(SYS_close_range, STDERR_FILENO + 1U, ~0U, 0U) == 0 || CloseWhatIsListed();
 }
 
 // Refusals are of signals that cannot be caught or belong to the C library: those are at their default.
-[[gnu::no_sanitize_address]] void SetSignals(const sigset_t& blocked) {
+TESSEL_IN_THE_CHILD void SetSignals(const sigset_t& blocked) {
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   for (int signal = 1; signal < NSIG; ++signal) sigaction(signal, &action, nullptr);
@@ -109,7 +110,7 @@ class AllSignalsBlocked {
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
-[[gnu::no_sanitize_address]] int BecomeTheProgram(void* given) {
+TESSEL_IN_THE_CHILD int BecomeTheProgram(void* given) {
   auto* plan = static_cast<ChildPlan*>(given);
   if (SetStandardDescriptors(plan->nothing, plan->output) && CloseAllOthers()) {
     SetSignals(plan->noSignals);
@@ -118,6 +119,8 @@ class AllSignalsBlocked {
   plan->error = errno;
   _exit(127);
 }
+
+#undef TESSEL_IN_THE_CHILD
 
 // ---- In this process.
 

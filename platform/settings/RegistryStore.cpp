@@ -38,8 +38,10 @@ constexpr BuiltIn kBuiltIn[] = {
     {".avif", "image/avif"},
     {".bmp", "image/bmp"},
     {".bz2", "application/x-bzip2"},
+    {".crt", "application/x-x509-ca-cert"},
     {".css", "text/css"},
     {".csv", "text/csv"},
+    {".deb", "application/vnd.debian.binary-package"},
     {".doc", "application/msword"},
     {".docx", "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
     {".eml", "message/rfc822"},
@@ -51,12 +53,15 @@ constexpr BuiltIn kBuiltIn[] = {
     {".html", "text/html"},
     {".ico", "image/x-icon"},
     {".ics", "text/calendar"},
+    {".jar", "application/java-archive"},
     {".jpeg", "image/jpeg"},
     {".jpg", "image/jpeg"},
     {".js", "text/javascript"},
     {".json", "application/json"},
     {".log", "text/plain"},
+    {".m3u8", "application/vnd.apple.mpegurl"},
     {".m4a", "audio/mp4"},
+    {".m4v", "video/mp4"},
     {".md", "text/markdown"},
     {".mid", "audio/midi"},
     {".mjs", "text/javascript"},
@@ -71,15 +76,19 @@ constexpr BuiltIn kBuiltIn[] = {
     {".oga", "audio/ogg"},
     {".ogg", "audio/ogg"},
     {".ogv", "video/ogg"},
+    {".opus", "audio/ogg"},
     {".otf", "font/otf"},
     {".pdf", "application/pdf"},
     {".png", "image/png"},
     {".ppt", "application/vnd.ms-powerpoint"},
     {".pptx", "application/vnd.openxmlformats-officedocument.presentationml.presentation"},
     {".ps", "application/postscript"},
+    {".rar", "application/vnd.rar"},
     {".rss", "application/rss+xml"},
     {".rtf", "application/rtf"},
+    {".shtml", "text/html"},
     {".svg", "image/svg+xml"},
+    {".svgz", "image/svg+xml"},
     {".tar", "application/x-tar"},
     {".text", "text/plain"},
     {".tif", "image/tiff"},
@@ -93,6 +102,7 @@ constexpr BuiltIn kBuiltIn[] = {
     {".webp", "image/webp"},
     {".woff", "font/woff"},
     {".woff2", "font/woff2"},
+    {".xht", "application/xhtml+xml"},
     {".xhtml", "application/xhtml+xml"},
     {".xls", "application/vnd.ms-excel"},
     {".xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
@@ -143,8 +153,20 @@ std::optional<std::uint32_t> RegistryStore::RootHandle(std::string_view name) {
 
 void RegistryStore::PutBytes(std::uint32_t root, std::string_view key, std::string_view valueName,
                              std::string_view bytes) {
-  ++revision_;
-  values_.insert_or_assign(IndexText(root, key, valueName), std::string(bytes));
+  std::string index = IndexText(root, key, valueName);
+  std::string value(bytes);
+  const std::lock_guard lock(mutex_);
+  values_.insert_or_assign(std::move(index), std::move(value));
+  revision_.fetch_add(1, std::memory_order_release);
+}
+
+bool RegistryStore::PutContentType(std::string_view extension, std::string_view contentType) {
+  if (extension.starts_with('.')) extension.remove_prefix(1);
+  if (extension.empty() || extension.find_first_of("\\=") != std::string_view::npos || HasControl(extension))
+    return false;
+  if (contentType.empty() || HasControl(contentType)) return false;
+  PutText(kClassesRoot, "." + std::string(extension), kContentType, contentType);
+  return true;
 }
 
 void RegistryStore::PutText(std::uint32_t root, std::string_view key, std::string_view valueName,
@@ -184,9 +206,11 @@ bool RegistryStore::TakeLine(std::string_view line) {
   return true;
 }
 
-std::optional<std::string_view> RegistryStore::Bytes(std::uint32_t root, std::string_view key,
-                                                     std::string_view valueName) const {
-  const auto found = values_.find(IndexText(root, key, valueName));
+std::optional<std::string> RegistryStore::Bytes(std::uint32_t root, std::string_view key,
+                                                std::string_view valueName) const {
+  const std::string index = IndexText(root, key, valueName);
+  const std::lock_guard lock(mutex_);
+  const auto found = values_.find(index);
   if (found == values_.end()) return std::nullopt;
   return found->second;
 }

@@ -2,13 +2,15 @@
 // to ASCII case; "\" separates the steps of a key path, and empty steps do not count. A value is raw bytes with its
 // terminating zero.
 //
-// Thread:    the host's thread only.
+// Thread:    any, several at once: the loops of a process share the one of the system's world.
 // Ownership: keeps its own copy of every name and value.
 // Errors:    none; a file or a line that cannot be used adds nothing.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,6 +35,11 @@ class RegistryStore {
   // Puts `bytes` (with its terminating zero, if it has one) in place of what stood there.
   void PutBytes(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view bytes);
 
+  // Puts the "Content Type" of files whose names end in `extension`, with or without its dot, as LoadFile takes it from
+  // a line. False, and nothing is put, for an extension or a type that is "" or has a control character, and for an
+  // extension with "\" or "=".
+  bool PutContentType(std::string_view extension, std::string_view contentType);
+
   // Puts `text` and a terminating zero.
   void PutText(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view text);
 
@@ -48,16 +55,18 @@ class RegistryStore {
 
   // The raw bytes of a value; nothing when the key or the value does not exist. The value name "" is the key's
   // unnamed default value.
-  std::optional<std::string_view> Bytes(std::uint32_t root, std::string_view key, std::string_view valueName) const;
+  std::optional<std::string> Bytes(std::uint32_t root, std::string_view key, std::string_view valueName) const;
 
-  // Changes whenever a value is put.
-  std::uint64_t Revision() const { return revision_; }
+  // Changes after a value was put, before the call that put it returns: what is read after the revision was asked for
+  // is at least that new.
+  std::uint64_t Revision() const { return revision_.load(std::memory_order_acquire); }
 
  private:
   bool TakeLine(std::string_view line);
 
+  mutable std::mutex mutex_;                                // of values_
   std::map<std::string, std::string, std::less<>> values_;  // "root\key\\value", upper-cased -> bytes
-  std::uint64_t revision_ = 0;
+  std::atomic<std::uint64_t> revision_ = 0;
 };
 
 }  // namespace TesselServer

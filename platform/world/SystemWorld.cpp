@@ -1,3 +1,4 @@
+#include <arpa/nameser.h>
 #include <errno.h>
 #include <ifaddrs.h>
 #include <limits.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -28,19 +30,22 @@ namespace {
 
 constexpr std::size_t kMaxHostName = 255;  // nothing longer is a host name (RFC 1123)
 
-// Makes this thread's resolver ask one server once and wait one second, as long as it lives: a look-up holds the only
-// thread. What the host has set comes back afterwards.
+// Makes this thread's resolver ask one server once, in one packet, and wait one second, as long as it lives: a look-up
+// holds the only thread. What the host has set comes back afterwards.
+//
+// TCP has no limit of time in the resolver, so an answer that does not fit into a packet counts as none.
 //
 // For a name that may be in one of our search domains the resolver has two questions, and it would ask the second when
 // nobody answers the first. They are asked for apart, so that one without an answer is the last.
 class ShortPatience {
  public:
   ShortPatience() {
-    if ((_res.options & RES_INIT) == 0) res_init();
+    BringUpToDate();
     options_ = _res.options;
     retrans_ = _res.retrans;
     retry_ = _res.retry;
     servers_ = _res.nscount;
+    _res.options = Brief(options_);
     _res.retrans = 1;
     _res.retry = 1;
     _res.nscount = std::min(servers_, 1);
@@ -57,7 +62,7 @@ class ShortPatience {
   // Asks for names as they are, or in our search domains.
   void AskAsItIs(bool asItIs) {
     constexpr auto kSearching = static_cast<unsigned long>(RES_DEFNAMES | RES_DNSRCH);
-    _res.options = asItIs ? options_ & ~kSearching : options_ | RES_NOTLDQUERY;
+    _res.options = Brief(asItIs ? options_ & ~kSearching : options_ | RES_NOTLDQUERY);
   }
 
   // Whether the system asks for `name` as it is before it looks into our search domains.
@@ -66,6 +71,18 @@ class ShortPatience {
   }
 
  private:
+  // Whenever it is used the resolver looks whether its configuration has changed, and takes all of the new one. It has
+  // to do so before it is made brief: here it makes a question that is not sent.
+  static void BringUpToDate() {
+    if ((_res.options & RES_INIT) == 0) res_init();
+    std::array<unsigned char, NS_PACKETSZ> unsent;
+    res_mkquery(ns_o_query, ".", ns_c_in, ns_t_a, nullptr, 0, nullptr, unsent.data(), unsent.size());
+  }
+
+  static unsigned long Brief(unsigned long options) {
+    return (options & ~static_cast<unsigned long>(RES_USEVC)) | RES_IGNTC | RES_NORELOAD;
+  }
+
   unsigned long options_;
   int retrans_;
   int retry_;
@@ -99,6 +116,7 @@ class RealWorld final : public World {
   std::int64_t UtcSeconds() const override { return Read(CLOCK_REALTIME).tv_sec; }
 
   std::int32_t BiasMinutes(std::int64_t utcSeconds) const override {
+    FollowTheZone();
     const time_t moment = utcSeconds;
     tm local{};
     if (localtime_r(&moment, &local) == nullptr) return 0;
@@ -189,7 +207,15 @@ class RealWorld final : public World {
   }
 
  private:
+  // tzset(3) looks whether TZ, or without it /etc/localtime, is another one than last time. A look costs a system call
+  // and lines of a log come by the thousand, so there is one in each second.
+  void FollowTheZone() const {
+    const std::int64_t second = Read(CLOCK_MONOTONIC).tv_sec;
+    if (lastZoneSecond_.exchange(second, std::memory_order_relaxed) != second) tzset();
+  }
+
   RegistryStore registry_;
+  mutable std::atomic<std::int64_t> lastZoneSecond_ = -1;  // of the last look; any thread's serves all
 };
 
 }  // namespace

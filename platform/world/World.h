@@ -2,7 +2,7 @@
 // folder, the registry store. One interface, so that a test can let 31 seconds or a change to summer time pass in no
 // time at all.
 //
-// Thread:    the host's thread only.
+// Thread:    SystemWorld() may be used by several threads at once; another world is for the thread of its loop.
 // Ownership: SystemWorld() lives as long as the process; an EventLoop and a control keep a reference to theirs.
 // Errors:    none; what cannot be learnt has the fallback value told with each member.
 #pragma once
@@ -31,8 +31,9 @@ class World {
   virtual std::int64_t UtcSeconds() const = 0;
 
   // Minutes to add to local time for UTC at the moment `utcSeconds`, daylight time included: -60 one hour east of
-  // Greenwich. 0 when the time zone is unknown. See tzset(3) for where the zone comes from: the system's world takes it
-  // once and changes nothing of the process's, so a host that changes TZ while it runs calls tzset itself.
+  // Greenwich. 0 when the time zone is unknown. See tzset(3), which the system's world calls once in a second, for where
+  // the zone comes from: a new TZ and, where there is none, a new /etc/localtime count within a second. A file that TZ
+  // names is read once, as for all programs.
   virtual std::int32_t BiasMinutes(std::int64_t utcSeconds) const = 0;
 
   // The host name of this machine (gethostname(2)), "" when it cannot be told.
@@ -45,8 +46,10 @@ class World {
   virtual std::string ApplicationFolder() const = 0;
 
   // The name that the name service knows for the IPv4 address `address` (network byte order), as it was answered: it is
-  // the peer's word. Nothing when there is none. Only the first DNS server is asked, once; when it does not answer it
-  // is given up after about one second.
+  // the peer's word. Nothing when there is none. Only the first DNS server is asked, once and in one UDP packet, whatever
+  // resolv.conf(5) says; when it does not answer it is given up after about one second. An answer too long for a packet
+  // counts as none. Other services that nsswitch.conf(5) names for hosts, and nscd(8), have a patience of their own,
+  // which the C library lets nobody shorten.
   virtual std::optional<std::string> HostNameOf(std::uint32_t address) const = 0;
 
   // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time.

@@ -32,18 +32,19 @@ def call(*command):
 
 
 def build_host(project, folder, *options):
-    """Configures and builds a project anew; answers the path of its host."""
+    """Configures and builds a project anew; answers the folder with its programs."""
     shutil.rmtree(folder, ignore_errors=True)
     call("cmake", "-S", HERE / project, "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
          "-DCMAKE_CXX_COMPILER=" + os.environ["TESSEL_CXX"], *options)
-    call("cmake", "--build", folder, "--target", "consume_host")
-    return folder / "consume_host"
+    call("cmake", "--build", folder, "--target", "consume_host", "consume_toolbox")
+    return folder
 
 
 class Consume(unittest.TestCase):
     build = scratch = None  # set from the command line
 
     def serve_a_page(self, host):
+        """The host uses the library alone."""
         page = b"<html><body>served by a host of its own</body></html>\n"
         with tempfile.TemporaryDirectory() as folder:
             pathlib.Path(folder, "index.html").write_bytes(page)
@@ -53,19 +54,33 @@ class Consume(unittest.TestCase):
                 program.wait_for_output(r'"GET / HTTP/1\.1" 200 ')
                 self.assertEqual(program.end(signal.SIGTERM), 0)
 
+    def use_the_toolbox(self, program):
+        self.assertEqual(call(program).decode().splitlines(),
+                         ["Connection refused.", "127.0.0.1", "192.0.2.7", "Read", "connected"])
+
+    def test_the_library_holds_nothing_of_the_toolbox(self):
+        libraries = {p.name.split(".")[0]: p.read_bytes() for p in self.build.glob("lib*.[as]*") if p.is_file()}
+        for name in (b"cls_NTSecurity", b"cls_INet", b"cls_WinSock", b"NotifyingSocket"):
+            self.assertIn(name, libraries["libTesselToolbox"])
+            self.assertNotIn(name, libraries["libTesselServer"])
+
     def test_an_installed_copy_is_found(self):
         prefix = self.scratch / "prefix"
         shutil.rmtree(prefix, ignore_errors=True)
         call("cmake", "--install", self.build, "--prefix", prefix)
         installed = {p.name for p in prefix.glob("include/TesselServer/*")}
-        self.assertLessEqual({"Tessel.h", "Event.h", "EventLoop.h", "PropertyBag.h", "Error.h", "Timer.h"}, installed)
+        self.assertLessEqual({"Tessel.h", "Event.h", "EventLoop.h", "PropertyBag.h", "Error.h", "Timer.h",
+                              "cls_INet.h", "cls_NTSecurity.h", "cls_WinSock.h", "NotifyingSocket.h"}, installed)
         self.assertEqual([p for p in prefix.rglob("*.h") if p.parent.name != "TesselServer"], [])
-        host = build_host("find_package", self.scratch / "find_package", "-DCMAKE_PREFIX_PATH=%s" % prefix,
-                          "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF", "-DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF")
-        self.serve_a_page(host)
+        built = build_host("find_package", self.scratch / "find_package", "-DCMAKE_PREFIX_PATH=%s" % prefix,
+                           "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF", "-DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF")
+        self.serve_a_page(built / "consume_host")
+        self.use_the_toolbox(built / "consume_toolbox")
 
     def test_the_sources_are_added_as_a_folder(self):
-        self.serve_a_page(build_host("add_subdirectory", self.scratch / "add_subdirectory"))
+        built = build_host("add_subdirectory", self.scratch / "add_subdirectory")
+        self.serve_a_page(built / "consume_host")
+        self.use_the_toolbox(built / "consume_toolbox")
 
 
 if __name__ == "__main__":

@@ -8,8 +8,10 @@
 #include "http/ExecDirectives.h"
 #include "http/cls_HTTP.h"
 #include "tests/kit/AnswerText.h"
+#include "tests/kit/Child.h"
 #include "tests/kit/FakeRunner.h"
 #include "tests/kit/FakeWorld.h"
+#include "tests/kit/PageSite.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -331,6 +333,20 @@ TEST_F(ExecDirectivesTest, AFailureIsToldInThePage) {
   runner_.Fail(ProgramResult::Failure::kStart, 13);
   EXPECT_EQ(Processed("a<!--#execcgi=show.exe-->b"),
             "aCreate::Process Failed.<BR><br>Error Number: 13<BR><br>Error Desc: Permission denied<BR><br>b");
+}
+
+TEST(ExecDirectivesHostTest, AProgramThatMayBeExecutedButNotReadHasErrorNumber13) {
+  const int status = Kit::InUnprivilegedChild([] {
+    Kit::PageSite site;
+    site.record.CGIEnable(true);
+    site.cgi.Write("secret.exe", "#!/bin/sh\n");
+    std::filesystem::permissions(site.cgi.Path() / "secret.exe", std::filesystem::perms(0111));
+    if (site.Page("<!--#execcgi=secret.exe-->").find("Error Number: 13") == std::string::npos) return 1;
+    const std::vector<std::string> reports = {"Program secret.exe: not started, [13] Permission denied"};
+    return site.host.reports == reports ? 0 : 2;
+  });
+  ASSERT_NE(status, Kit::kCannotDropUser);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "http/cls_HTTP.h"
 #include "tests/kit/FakeRunner.h"
 #include "tests/kit/FakeWorld.h"
+#include "tests/kit/PageSite.h"
 
 namespace TesselServer {
 namespace {
@@ -174,6 +175,36 @@ TEST_F(RunCGITest, WithoutAPathOrARunnerNothingIsRun) {
   record_.Runner(nullptr);
   EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""),
             "Create::Process Failed.<BR>\r\nError Number: 38<BR>\r\nError Desc: Function not implemented<BR>\r\n");
+}
+
+TEST_F(RunCGITest, TheControlHearsOfAProgramThatDoesNotDoWell) {
+  Kit::FunctionHost host;
+  record_.ParentControl(&host);
+  runner_.Print("fine");
+  record_.RunCGI("/srv/a.exe", "");
+  EXPECT_TRUE(host.reports.empty());
+  runner_.answer.exitCode = 3;
+  runner_.answer.milliseconds = 12;
+  EXPECT_EQ(record_.RunCGI("/srv/b.bat", "word"), "fine") << "what the client gets stays";
+  runner_.Fail(ProgramResult::Failure::kStart, 8);
+  record_.RunCGI("/srv/c.exe", "");
+  record_.RunCGI("", "");
+  EXPECT_EQ(host.reports, Words({"Program /srv/b.bat: exit code 3, after 0.012 s",
+                                 "Program /srv/c.exe: not started, [8] Exec format error",
+                                 "Program : not started, [2] No such file or directory"}));
+}
+
+TEST_F(RunCGITest, AProgramThatMayNotBeReadHasThatAsItsReason) {
+  FoundEntry found;
+  found.kind = EntryKind::kFile;
+  found.name = "sub/a.exe";
+  EXPECT_EQ(RunProgram(record_, FoundProgram(record_, found, "a.exe"), ""),
+            "Create::Process Failed.<BR>\r\nError Number: 13<BR>\r\nError Desc: Permission denied<BR>\r\n");
+  for (const EntryKind kind : {EntryKind::kNone, EntryKind::kDirectory}) {
+    found.kind = kind;
+    EXPECT_EQ(RunProgram(record_, FoundProgram(record_, found, "a.exe"), ""),
+              "Create::Process Failed.<BR>\r\nError Number: 2<BR>\r\nError Desc: No such file or directory<BR>\r\n");
+  }
 }
 
 TEST(ProgramNamesTest, TheLastFourCharactersMakeAProgramOrABatchFile) {

@@ -16,6 +16,7 @@ class NoControl : public ParentControl {
     return {};
   }
   bool FunctionWasAnswered(std::int32_t) const override { return false; }
+  void ReportProgram(const std::string&) override {}
 };
 
 class cls_HTTPTest : public testing::Test {

@@ -20,21 +20,32 @@ namespace TesselServer::Kit {
 // This process asks a socket on the loopback for names, and nothing else. It is never undone.
 class NameServer {
  public:
-  NameServer() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    const timeval patience{3, 0};
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    isReady_ = bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), size) == 0 &&
-               getsockname(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &size) == 0 && res_init() == 0 &&
-               __nss_configure_lookup("hosts", "dns") == 0;
+  static constexpr std::uint16_t kDomainPort = 53;
+
+  // On a free port, which the resolver of this thread is told directly; over TCP it accepts and never says a word.
+  NameServer() : NameServer(0) {
+    isReady_ = isReady_ && res_init() == 0;
     _res.nscount = 2;
-    _res.nsaddr_list[0] = _res.nsaddr_list[1] = address;
+    _res.nsaddr_list[0] = _res.nsaddr_list[1] = address_;
     _res.retrans = 7;
     _res.retry = 3;
     _res.ndots = 1;
+  }
+
+  // On `port`, where a resolv.conf(5) says that it is.
+  explicit NameServer(std::uint16_t port)
+      : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+        listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    address_.sin_family = AF_INET;
+    address_.sin_port = htons(port);
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address_;
+    const timeval patience{3, 0};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    isReady_ = bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address_), size) == 0 &&
+               getsockname(socket_.Get(), reinterpret_cast<sockaddr*>(&address_), &size) == 0 &&
+               bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address_), size) == 0 &&
+               listen(listener_.Get(), 8) == 0 && __nss_configure_lookup("hosts", "dns") == 0;
   }
 
   bool IsReady() const { return isReady_; }
@@ -44,6 +55,17 @@ class NameServer {
     const std::string name = static_cast<char>(label.size()) + label + std::string("\7example\0", 9);
     return !Answer([&](const std::string&) { return Record('\x0C', name); }).empty();
   }
+
+  // Answers one question with nothing but the word that the answer is too long for a packet; false when none comes.
+  bool AnswerTruncated() const {
+    isTruncating_ = true;
+    const bool asked = !Answer([](const std::string&) { return std::string(); }).empty();
+    isTruncating_ = false;
+    return asked;
+  }
+
+  // Whether somebody has connected over TCP.
+  bool WasAskedOverTcp() const { return UniqueDescriptor(accept(listener_.Get(), nullptr, nullptr)).IsOpen(); }
 
   // Answers one question for the address of a name: 192.0.2.7 when it is `name`, else that there is no such name. The
   // name asked for, "" when no question comes.
@@ -93,13 +115,17 @@ class NameServer {
     const std::string record = find(name);
     answer.resize(answer.find('\0', 12) + 5);  // the header, the question's name, type and class
     answer.replace(2, 10, record.empty() ? "\x81\x83\0\1\0\0\0\0\0\0" : "\x81\x80\0\1\0\1\0\0\0\0", 10);
+    if (isTruncating_) answer.replace(2, 2, "\x83\x80", 2);
     answer += record;
     sendto(socket_.Get(), answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&from), size);
     return name;
   }
 
   UniqueDescriptor socket_;
+  UniqueDescriptor listener_;  // for TCP, on the same port
+  sockaddr_in address_{};
   bool isReady_ = false;
+  mutable bool isTruncating_ = false;
 };
 
 }  // namespace TesselServer::Kit

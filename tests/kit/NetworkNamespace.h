@@ -1,5 +1,5 @@
-// A network of its own for a child process (tests/kit/Child.h): nothing but a loopback, whose settings the child may
-// change without harm to anybody.
+// A network and a tree of mounts of its own for a child process (tests/kit/Child.h): nothing but a loopback, and files
+// put in place of the system's, which the child may change without harm to anybody.
 #pragma once
 
 #include <fcntl.h>
@@ -7,6 +7,7 @@
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -25,20 +26,33 @@ inline bool WriteSetting(const std::string& path, const std::string& value) {
   return write(file.Get(), value.data(), value.size()) == static_cast<ssize_t>(value.size());
 }
 
-// Moves this process into a fresh network, as root or as the root of a user namespace of its own. False when the
-// machine does not allow it.
-inline bool EnterOwnNetwork(bool loopbackUp) {
+// Moves this process into fresh namespaces (clone(2)), as root or as the root of a user namespace of its own. False
+// when the machine does not allow it.
+inline bool EnterOwn(int namespaces) {
   const std::string user = "0 " + std::to_string(geteuid()) + " 1";
   const std::string group = "0 " + std::to_string(getegid()) + " 1";
-  const bool entered = unshare(CLONE_NEWNET) == 0 ||
-                       (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 && WriteSetting("/proc/self/uid_map", user) &&
-                        WriteSetting("/proc/self/setgroups", "deny") && WriteSetting("/proc/self/gid_map", group));
-  if (!entered || !loopbackUp) return entered;
+  return unshare(namespaces) == 0 ||
+         (unshare(CLONE_NEWUSER | namespaces) == 0 && WriteSetting("/proc/self/uid_map", user) &&
+          WriteSetting("/proc/self/setgroups", "deny") && WriteSetting("/proc/self/gid_map", group));
+}
+
+inline bool RaiseLoopback() {
   const UniqueDescriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ifreq loopback{};
   std::strcpy(loopback.ifr_name, "lo");
   loopback.ifr_flags = IFF_UP | IFF_RUNNING;
   return ioctl(control.Get(), SIOCSIFFLAGS, &loopback) == 0;
+}
+
+// Moves this process into a fresh network.
+inline bool EnterOwnNetwork(bool loopbackUp) { return EnterOwn(CLONE_NEWNET) && (!loopbackUp || RaiseLoopback()); }
+
+// In a tree of mounts of its own (EnterOwn(CLONE_NEWNS)): no change of it shows outside.
+inline bool KeepMountsToOneself() { return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0; }
+
+// Puts `file` in the place of `system`, in the tree of mounts this process is in.
+inline bool PutInPlaceOf(const std::string& system, const std::string& file) {
+  return mount(file.c_str(), system.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
 
 // Lets root have ping sockets in the network this process is in; in a fresh one nobody may.

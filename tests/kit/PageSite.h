@@ -28,6 +28,7 @@ class FunctionHost : public ParentControl {
   // Nothing: the host does not answer.
   std::function<std::optional<std::string>(const Call& call)> answer = [](const Call&) { return std::nullopt; };
   std::vector<Call> calls;
+  std::vector<std::string> reports;  // of programs
 
   std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string&,
                                 const std::string& Params) override {
@@ -38,6 +39,7 @@ class FunctionHost : public ParentControl {
     return latest_;
   }
   bool FunctionWasAnswered(std::int32_t) const override { return answered_; }
+  void ReportProgram(const std::string& text) override { reports.push_back(text); }
 
  private:
   std::string latest_;

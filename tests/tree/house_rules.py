@@ -49,7 +49,6 @@ NEAR_THE_SYSTEM = {"platform", "tests", "benchmarks", "fuzz"}
 MAX_LINES = 600  # a longer file of the library is two files
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:<([^>\n]+)>|"([^"\n]+)")', re.MULTILINE)
-PUBLIC_HEADERS = re.compile(r"set\(PUBLIC_HEADERS([^)]*)\)")
 
 
 def text(data):
@@ -64,14 +63,25 @@ def is_code(path):
     return path.endswith((".h", ".cpp"))
 
 
+def _listed(tree, name):
+    """The paths that the list `name` holds in the sources.cmake of all layers."""
+    paths = []
+    for layer in LAYERS:
+        match = re.search(r"set\(%s\b([^)]*)\)" % name, text(tree.get(layer + "/sources.cmake", b"")))
+        paths += [layer + "/" + each for each in match.group(1).split()] if match else []
+    return paths
+
+
 def public_headers(tree):
     """The installed headers: name -> path of the file in its layer."""
-    found = {}
-    for layer in LAYERS:
-        match = PUBLIC_HEADERS.search(text(tree.get(layer + "/sources.cmake", b"")))
-        for name in match.group(1).split() if match else []:
-            found[posixpath.basename(name)] = layer + "/" + name
-    return found
+    return {posixpath.basename(path): path for path in _listed(tree, "PUBLIC_HEADERS") + _listed(tree, "TOOLBOX_HEADERS")}
+
+
+def toolbox(tree):
+    """The files of the toolbox: its sources, their headers and the public ones."""
+    sources = _listed(tree, "TOOLBOX_SOURCES")
+    headers = [path[:-len(".cpp")] + ".h" for path in sources] + _listed(tree, "TOOLBOX_HEADERS")
+    return set(sources + headers) & set(tree)
 
 
 def includes(data):
@@ -138,6 +148,18 @@ def layer_breaches(tree):
             wrong = _check_angled(tree, public, path, name) if angled else _check_quoted(tree, path, name)
             if wrong:
                 breaches.append("%s: includes %s, which %s" % (path, name, wrong))
+    return breaches
+
+
+def toolbox_breaches(tree):
+    """What belongs to the toolbox is used by the toolbox, by hosts and by tests, never by the library itself."""
+    public, tools = public_headers(tree), toolbox(tree)
+    breaches = []
+    for path in sorted(p for p in tree if is_code(p) and top(p) in LAYERS and p not in tools):
+        for name, angled in includes(tree[path]):
+            target = public.get(posixpath.basename(name)) if angled else name
+            if target in tools:
+                breaches.append("%s: includes %s, which belongs to the toolbox" % (path, name))
     return breaches
 
 
@@ -235,5 +257,5 @@ def link_breaches(tree):
     return breaches
 
 
-RULES = [layer_breaches, public_header_breaches, guard_breaches, length_breaches, source_list_breaches, word_breaches,
-         readme_breaches, link_breaches]
+RULES = [layer_breaches, toolbox_breaches, public_header_breaches, guard_breaches, length_breaches,
+         source_list_breaches, word_breaches, readme_breaches, link_breaches]

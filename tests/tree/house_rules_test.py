@@ -61,8 +61,10 @@ class TheRules(unittest.TestCase):
             "support/Text.cpp": b'#include "support/Text.h"\n#include <vector>\n',
             "files/sources.cmake": b"set(SOURCES )\n",
             "files/List.h": b'#pragma once\n#include "support/Text.h"\n',
-            "net/sources.cmake": b"set(SOURCES )\n",
+            "net/sources.cmake": b"set(SOURCES )\nset(TOOLBOX_SOURCES Ping.cpp)\nset(TOOLBOX_HEADERS Ping.h)\n",
             "net/Names.h": b"#pragma once\n",
+            "net/Ping.h": b"#pragma once\n#include <TesselServer/Error.h>\n",
+            "net/Ping.cpp": b'#include "net/Ping.h"\n#include "net/Names.h"\n',
             "http/sources.cmake": b"set(SOURCES )\n",
             "http/Page.h": b'#pragma once\n#include "files/List.h"\n#include "net/Names.h"\n',
             "control/sources.cmake": b"set(SOURCES internal/Core.cpp)\nset(PUBLIC_HEADERS Tessel.h)\n",
@@ -127,6 +129,19 @@ class TheRules(unittest.TestCase):
 
     def test_an_include_in_a_comment_is_no_include(self):
         self.tree["support/Text.cpp"] += b"// #include <unistd.h>\n"
+        self.assertEqual(house_rules.layer_breaches(self.tree), [])
+
+    def test_a_use_of_the_toolbox_by_the_library_is_noticed(self):
+        for line in (b'#include "net/Ping.h"\n', b"#include <TesselServer/Ping.h>\n"):
+            before = self.tree["http/Page.h"]
+            self.tree["http/Page.h"] = before + line
+            self.expect_breach(house_rules.toolbox_breaches, "http/Page.h", "belongs to the toolbox")
+            self.tree["http/Page.h"] = before
+
+    def test_the_toolbox_may_use_the_toolbox(self):
+        self.tree["examples/minimal.cpp"] += b"#include <TesselServer/Ping.h>\n"
+        self.tree["tests/net/PingTest.cpp"] = b'#include "net/Ping.h"\n'
+        self.assertEqual(house_rules.toolbox_breaches(self.tree), [])
         self.assertEqual(house_rules.layer_breaches(self.tree), [])
 
     def test_a_public_header_with_a_private_include_is_noticed(self):

@@ -177,6 +177,54 @@ TEST_F(ProgramRequestTest, AProgramThatMayNotBeExecutedTellsWhy) {
   EXPECT_THAT(control.errors, IsEmpty());
 }
 
+TEST_F(ProgramRequestTest, TheHostHearsOfAProgramThatDoesNotDoWell) {
+  tree.Write("root/plain.exe", "#!/bin/sh\n");
+  tree.Write("root/page.html", "<!--#execcgi=none.exe-->");
+  tree.Write("cgi/lost.exe", "#!/no/such/interpreter\n");
+  std::filesystem::permissions(tree.Path() / "cgi/lost.exe", std::filesystem::perms(0755));
+  Kit::WriteProgram(tree, "cgi/failing.exe", "printf before; exit 3");
+  Kit::WriteProgram(tree, "cgi/dying.exe", "printf before; kill -9 $$");
+  Kit::WriteProgram(tree, "cgi/talking.exe", "head -c 1025 /dev/zero | tr '\\0' x");
+  const struct {
+    const char *url, *body, *report;
+  } cases[] = {
+      {"/tool.exe", "ran cgi/tool.exe", ""},
+      {"/failing.exe", "before", "Program .*/cgi/failing\\.exe: exit code 3, after [0-9]+\\.[0-9]{3} s"},
+      {"/dying.exe", "before", "Program .*/cgi/dying\\.exe: signal 9, after [0-9]+\\.[0-9]{3} s"},
+      {"/talking.exe", "xxx", "Program .*/cgi/talking\\.exe: output cut at 1024 bytes, after [0-9]+\\.[0-9]{3} s"},
+      {"/lost.exe", "Create::Process Failed",
+       "Program .*/cgi/lost\\.exe: not started, \\[2\\] No such file or directory"},
+      {"/plain.exe", "Create::Process Failed", "Program .*/root/plain\\.exe: not started, \\[13\\] Permission denied"},
+      {"/page.html", "Create::Process Failed", "Program none\\.exe: not started, \\[2\\] No such file or directory"},
+  };
+  for (const auto& c : cases) {
+    if (tessel.ServerRunning()) control.status.clear();
+    EXPECT_THAT(Got(c.url), StartsWith(c.body)) << c.url;
+    if (*c.report == '\0') {
+      EXPECT_THAT(control.status, IsEmpty()) << c.url;
+    } else {
+      EXPECT_THAT(control.status, ElementsAre(testing::MatchesRegex(c.report))) << c.url;
+    }
+  }
+  EXPECT_THAT(control.errors, IsEmpty()) << "no error of the server's";
+}
+
+TEST_F(ProgramRequestTest, AHostMayStopTheServerWhenItHearsOfAProgram) {
+  Kit::WriteProgram(tree, "cgi/failing.exe", "exit 3");
+  tree.Write("root/page.html", "<!--#execcgi=failing.exe--><!--#execcgi=failing.exe?again-->");
+  control.Start();
+  int heard = 0;
+  tessel.StatusLine = [&](std::string& text) {
+    if (!text.starts_with("Program ")) return;
+    ++heard;
+    tessel.StopServer();
+  };
+  EXPECT_EQ(control.Get("/page.html"), "");
+  EXPECT_EQ(heard, 1) << "nothing is run for a server that has stopped";
+  EXPECT_FALSE(tessel.ServerRunning());
+  EXPECT_THAT(control.errors, IsEmpty());
+}
+
 TEST_F(ProgramRequestTest, ThePasswordFileIsNoProgram) {
   tessel.AuthenticationSource(e_AuthSource::DomainACL);
   tessel.AuthenticationSourceFile(tree.Text() + "/cgi/tool.exe");

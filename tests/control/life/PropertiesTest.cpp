@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "control/Tessel.h"
+#include "http/ContentTypes.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/settings/PropertyBag.h"
 #include "tests/kit/FakeWorld.h"
@@ -296,6 +297,14 @@ TEST_F(PropertiesTest, RegistryValuesComeFromAFile) {
   const std::string values = tree.Write("registry.txt", "HKEY_CLASSES_ROOT\\.abc\\Content Type=text/x-abc\n");
   EXPECT_EQ(tessel.LoadRegistryFile(values), 1);
   EXPECT_EQ(tessel.LoadRegistryFile(tree.Text() + "/missing"), 0);
+}
+
+TEST_F(PropertiesTest, OneContentTypeIsPutIntoTheRegistry) {
+  EXPECT_TRUE(tessel.PutContentType(".abc", "text/x-abc"));
+  EXPECT_TRUE(tessel.PutContentType("html", "text/x-own"));
+  EXPECT_FALSE(tessel.PutContentType(".abc", ""));
+  EXPECT_EQ(RegistryContentType(world.registry, "abc"), "text/x-abc");
+  EXPECT_EQ(RegistryContentType(world.registry, "html"), "text/x-own");
 }
 
 TEST_F(PropertiesTest, TheAboutBoxIsToldTheNameAndTheVersion) {

@@ -66,6 +66,22 @@ TEST_F(ChildProgramsTest, TellsWhatTheProgramPrinted) {
   ExpectEnded(Run(Write("asking", "read line; printf \"<$line>\"")), "<>");
 }
 
+TEST_F(ChildProgramsTest, ReportsHowAProgramEnded) {
+  ProgramResult result = Run(Write("failing", "exit 3"));
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_EQ(result.signal, std::nullopt);
+  EXPECT_FALSE(result.outputWasCut);
+  result = Run(Write("dying", "kill -11 $$"));
+  EXPECT_EQ(result.exitCode, std::nullopt);
+  EXPECT_EQ(result.signal, 11);
+  result = Run(Write("talking", "printf 12345"), kLong, 4);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_TRUE(result.outputWasCut);
+  result = Run(Write("waiting", "read line < $here/gate"), 30);
+  EXPECT_FALSE(result.ended);
+  EXPECT_GE(result.milliseconds, 30);
+}
+
 TEST_F(ChildProgramsTest, HandsOnArgumentsAndEnvironment) {
   const ProgramResult result = programs_->Run({.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
                                                .arguments = {"a=1", "; echo x", "", "$(id)"},

@@ -81,6 +81,45 @@ TEST_F(ChildWaitTest, TellsTheEndAndTheOutputAndCollectsNobody) {
   EXPECT_FALSE(Kit::HasNoChild());
 }
 
+TEST_F(ChildWaitTest, TheExitCodeOfAChildIsReported) {
+  Start("exit 3");
+  const WaitedChild waited = Wait(kLong);
+  EXPECT_EQ(waited.exitCode, 3);
+  EXPECT_EQ(waited.signal, std::nullopt);
+  EXPECT_LT(waited.milliseconds, kLong);
+}
+
+TEST_F(ChildWaitTest, TheSignalThatEndedAChildIsReported) {
+  Start("kill -9 $$");
+  const WaitedChild waited = Wait(kLong);
+  EXPECT_EQ(waited.exitCode, std::nullopt);
+  EXPECT_EQ(waited.signal, SIGKILL);
+}
+
+TEST_F(ChildWaitTest, AChildThatIsWaitedForNoLongerHasNoEndYet) {
+  Start("read line < $here/gate; exit 3");
+  const WaitedChild waited = Wait(50);
+  EXPECT_FALSE(waited.ended);
+  EXPECT_EQ(waited.exitCode, std::nullopt);
+  EXPECT_EQ(waited.signal, std::nullopt);
+  EXPECT_GE(waited.milliseconds, 50);
+}
+
+TEST_F(ChildWaitTest, ThatOutputWasCutIsReported) {
+  const struct {
+    std::size_t limit;
+    bool cut;
+    const char* why;
+  } cases[] = {
+      {9, true, "a byte too many"}, {10, false, "exactly as many"}, {11, false, "fewer"}, {0, true, "none wanted"}};
+  for (const auto& c : cases) {
+    Start("printf 01234; sleep 0.02; printf 56789");
+    EXPECT_EQ(Wait(kLong, c.limit).outputWasCut, c.cut) << c.why;
+    waitpid(child_, nullptr, 0);
+    child_ = -1;
+  }
+}
+
 TEST_F(ChildWaitTest, TheBeginningOfTheOutputIsKept) {
   Start("printf 0123456789; sleep 0.05; printf abc");
   EXPECT_EQ(Wait(kLong, 12).output, "0123456789ab");

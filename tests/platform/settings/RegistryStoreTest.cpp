@@ -18,24 +18,91 @@ TEST(RegistryStoreTest, KnowsTheTypesOfTheUsualFiles) {
   struct {
     const char *extension, *type;
   } const cases[] = {
-      {".htm", "text/html"},         {".html", "text/html"},        {".txt", "text/plain"},
-      {".text", "text/plain"},       {".css", "text/css"},          {".xml", "text/xml"},
-      {".csv", "text/csv"},          {".md", "text/markdown"},      {".js", "text/javascript"},
-      {".gif", "image/gif"},         {".jpg", "image/jpeg"},        {".jpeg", "image/jpeg"},
-      {".png", "image/png"},         {".bmp", "image/bmp"},         {".ico", "image/x-icon"},
-      {".svg", "image/svg+xml"},     {".webp", "image/webp"},       {".json", "application/json"},
-      {".pdf", "application/pdf"},   {".zip", "application/zip"},   {".gz", "application/gzip"},
-      {".tar", "application/x-tar"}, {".wasm", "application/wasm"}, {".mp3", "audio/mpeg"},
-      {".wav", "audio/wav"},         {".ogg", "audio/ogg"},         {".avi", "video/x-msvideo"},
-      {".mpeg", "video/mpeg"},       {".mpg", "video/mpeg"},        {".mp4", "video/mp4"},
-      {".webm", "video/webm"},       {".mov", "video/quicktime"},   {".woff", "font/woff"},
-      {".woff2", "font/woff2"},      {".ttf", "font/ttf"},
+      {".htm", "text/html"},
+      {".html", "text/html"},
+      {".txt", "text/plain"},
+      {".text", "text/plain"},
+      {".css", "text/css"},
+      {".xml", "text/xml"},
+      {".csv", "text/csv"},
+      {".md", "text/markdown"},
+      {".js", "text/javascript"},
+      {".gif", "image/gif"},
+      {".jpg", "image/jpeg"},
+      {".jpeg", "image/jpeg"},
+      {".png", "image/png"},
+      {".bmp", "image/bmp"},
+      {".ico", "image/x-icon"},
+      {".svg", "image/svg+xml"},
+      {".webp", "image/webp"},
+      {".json", "application/json"},
+      {".pdf", "application/pdf"},
+      {".zip", "application/zip"},
+      {".gz", "application/gzip"},
+      {".tar", "application/x-tar"},
+      {".wasm", "application/wasm"},
+      {".mp3", "audio/mpeg"},
+      {".wav", "audio/wav"},
+      {".ogg", "audio/ogg"},
+      {".avi", "video/x-msvideo"},
+      {".mpeg", "video/mpeg"},
+      {".mpg", "video/mpeg"},
+      {".mp4", "video/mp4"},
+      {".webm", "video/webm"},
+      {".mov", "video/quicktime"},
+      {".woff", "font/woff"},
+      {".woff2", "font/woff2"},
+      {".ttf", "font/ttf"},
+      {".shtml", "text/html"},
+      {".xht", "application/xhtml+xml"},
+      {".svgz", "image/svg+xml"},
+      {".m3u8", "application/vnd.apple.mpegurl"},
+      {".opus", "audio/ogg"},
+      {".m4v", "video/mp4"},
+      {".mjs", "text/javascript"},
+      {".avif", "image/avif"},
+      {".jar", "application/java-archive"},
+      {".crt", "application/x-x509-ca-cert"},
+      {".deb", "application/vnd.debian.binary-package"},
+      {".rar", "application/vnd.rar"},
   };
   const RegistryStore store;
   for (const auto& c : cases) EXPECT_EQ(TextOf(store, c.extension), c.type + "\0"s) << c.extension;
   EXPECT_EQ(TextOf(store, ".exe"), "nothing");
   EXPECT_EQ(TextOf(store, "html"), "nothing");
   EXPECT_EQ(TextOf(store, ".html", ""), "nothing");
+}
+
+TEST(RegistryStoreTest, ATypeIsPutForAnExtensionWithOrWithoutItsDot) {
+  RegistryStore store;
+  EXPECT_TRUE(store.PutContentType(".one", "type/one"));
+  EXPECT_TRUE(store.PutContentType("two", "type/two; x=\"y\""));
+  EXPECT_TRUE(store.PutContentType(".HTML", "type/html"));
+  EXPECT_TRUE(store.PutContentType("tar.gz", "type/both"));
+  EXPECT_EQ(TextOf(store, ".one"), "type/one\0"s);
+  EXPECT_EQ(TextOf(store, ".two"), "type/two; x=\"y\"\0"s);
+  EXPECT_EQ(TextOf(store, ".html"), "type/html\0"s) << "in place of the usual one";
+  EXPECT_EQ(TextOf(store, ".tar.gz"), "type/both\0"s);
+}
+
+TEST(RegistryStoreTest, WhatCanBeNoTypeIsNotPut) {
+  const struct {
+    std::string extension, type;
+    const char* why;
+  } cases[] = {
+      {"", "a/b", "no extension"},
+      {".", "a/b", "a dot alone"},
+      {".x", "", "no type"},
+      {".x", "a/b\r\nX: y", "a line end in the type"},
+      {".x\0y"s, "a/b", "a NUL"},
+      {".x\\y", "a/b", "a step of a key"},
+      {".x=y", "a/b", "what ends a key in a file"},
+      {".x", "a\x7F", "a control character"},
+  };
+  RegistryStore store;
+  const std::uint64_t before = store.Revision();
+  for (const auto& c : cases) EXPECT_FALSE(store.PutContentType(c.extension, c.type)) << c.why;
+  EXPECT_EQ(store.Revision(), before);
 }
 
 TEST(RegistryStoreTest, NamesHaveNoCaseAndEmptyStepsDoNotCount) {

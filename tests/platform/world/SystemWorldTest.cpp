@@ -13,6 +13,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/settings/CRegSettings.h"
@@ -20,6 +21,9 @@
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/NameServer.h"
+#include "tests/kit/NetworkNamespace.h"
+#include "tests/kit/Programs.h"
+#include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
 namespace {
@@ -46,6 +50,45 @@ TEST(SystemWorldTest, BiasIsTheOneOfTheProcessesZone) {
     EXPECT_EQ(SystemWorld().BiasMinutes(moment), -offset / 60) << moment;
   }
   EXPECT_EQ(SystemWorld().BiasMinutes(std::numeric_limits<std::int64_t>::max()), 0) << "no such year";
+}
+
+// A file as tzfile(5) describes it, of a zone so many minutes east of Greenwich the whole year round.
+std::string ZoneFile(std::int32_t minutesEast) {
+  std::string file = "TZif" + std::string(16, '\0');
+  for (const char count : {'\0', '\0', '\0', '\0', '\1', '\4'})
+    file += std::string(3, '\0') + count;  // one kind of time, four letters
+  const std::int32_t seconds = minutesEast * 60;
+  for (const int shift : {24, 16, 8, 0}) file += static_cast<char>(seconds >> shift & 0xFF);
+  return file + std::string(2, '\0') + std::string("OWN\0", 4);
+}
+
+TEST(SystemWorldTest, AnotherZoneOfTheMachineIsSeenWithinASecond) {
+  const Kit::TemporaryTree tree;
+  const std::string file = tree.Write("localtime", ZoneFile(60));
+  const int status = Kit::InChild([&] {
+    unsetenv("TZ");
+    if (!Kit::EnterOwn(CLONE_NEWNS) || !Kit::KeepMountsToOneself() || !Kit::PutInPlaceOf("/etc/localtime", file)) {
+      return Kit::kNoNamespace;
+    }
+    const auto bias = [](std::int32_t minutes) { return SystemWorld().BiasMinutes(1'794'766'805) == minutes; };
+    if (!Kit::Eventually([&] { return bias(-60); })) return 1;
+    if (!Kit::PutInPlaceOf("/etc/localtime", tree.Write("other", ZoneFile(-210)))) return 2;
+    return Kit::Eventually([&] { return bias(210); }) ? 0 : 3;
+  });
+  if (status == Kit::kNoNamespace) GTEST_SKIP() << "this machine gives no mounts of its own";
+  EXPECT_EQ(status, 0);
+}
+
+TEST(SystemWorldTest, AnotherZoneOfTheHostIsSeenWithinASecond) {
+  const int status = Kit::InChild([] {
+    for (const auto& [zone, minutes] : {std::pair("EST5", 300), std::pair("IST-5:30", -330)}) {
+      setenv("TZ", zone, 1);
+      const std::int32_t wanted = minutes;
+      if (!Kit::Eventually([&] { return SystemWorld().BiasMinutes(1'794'766'805) == wanted; })) return 1;
+    }
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST(SystemWorldTest, TellsTheHostsOwnName) {
@@ -113,6 +156,68 @@ TEST(SystemWorldTest, ANameServerThatKeepsSilentIsGivenUpAndTheResolverIsAsBefor
   });
   EXPECT_EQ(status, 0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+// What the resolver would wait for without end: a child that does it dies of the alarm.
+constexpr unsigned kMostSeconds = 8;
+
+TEST(SystemWorldTest, ATruncatedAnswerIsNotAskedForAgainOverTcp) {
+  const auto start = std::chrono::steady_clock::now();
+  const int status = Kit::InChild([] {
+    alarm(kMostSeconds);
+    const Kit::NameServer server;
+    if (!server.IsReady()) return 1;
+    for (const bool byName : {false, true}) {
+      std::thread answering([&server] { server.AnswerTruncated(); });
+      const bool found = byName ? SystemWorld().AddressOf("long.example").has_value()
+                                : SystemWorld().HostNameOf(Address("192.0.2.8")).has_value();
+      answering.join();
+      if (found) return 2;
+      if (server.WasAskedOverTcp()) return 3;
+    }
+    return 0;
+  });
+  EXPECT_EQ(status, 0) << "1014 is the end by the alarm";
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4)) << "two look-ups of a second each";
+}
+
+TEST(SystemWorldTest, AResolverThatIsToUseTcpUsesUdpForUs) {
+  const int status = Kit::InChild([] {
+    alarm(kMostSeconds);
+    const Kit::NameServer server;
+    if (!server.IsReady()) return 1;
+    _res.options |= RES_USEVC;
+    const auto options = _res.options;
+    std::thread answering([&server] { server.AnswerWithName("client-7"); });
+    const auto name = SystemWorld().HostNameOf(Address("192.0.2.7"));
+    answering.join();
+    if (name != "client-7.example") return 2;
+    if (server.WasAskedOverTcp()) return 3;
+    return _res.options == options ? 0 : 4;
+  });
+  EXPECT_EQ(status, 0) << "1014 is the end by the alarm";
+}
+
+// The resolver reads a resolv.conf that has changed when it is next used.
+TEST(SystemWorldTest, ANewConfigurationOfTheResolverDoesNotMakeItMorePatient) {
+  const Kit::TemporaryTree tree;
+  const std::string file = tree.Write("resolv.conf", "nameserver 127.0.0.1\n");
+  const int status = Kit::InChild([&] {
+    alarm(kMostSeconds);
+    if (!Kit::EnterOwn(CLONE_NEWNET | CLONE_NEWNS) || !Kit::RaiseLoopback() || !Kit::KeepMountsToOneself() ||
+        !Kit::PutInPlaceOf("/etc/resolv.conf", file)) {
+      return Kit::kNoNamespace;
+    }
+    const Kit::NameServer server(Kit::NameServer::kDomainPort);
+    if (!server.IsReady()) return 1;
+    if (SystemWorld().HostNameOf(Address("192.0.2.8")) || server.CountQuestions() != 1) return 2;
+    tree.Write("resolv.conf", "nameserver 127.0.0.1\noptions use-vc timeout:20 attempts:5\n");
+    if (SystemWorld().HostNameOf(Address("192.0.2.8"))) return 3;
+    if (server.CountQuestions() != 1 || server.WasAskedOverTcp()) return 4;
+    return _res.retrans == 20 && _res.retry == 5 && (_res.options & RES_USEVC) != 0 ? 0 : 5;
+  });
+  if (status == Kit::kNoNamespace) GTEST_SKIP() << "this machine gives no network of its own";
+  EXPECT_EQ(status, 0) << "1014 is the end by the alarm";
 }
 
 TEST(SystemWorldTest, ANameThatNobodyAnswersForIsAskedForOnce) {
