@@ -26,7 +26,8 @@
 //                                                                           TrapFileData(EX) now or later
 //   HTTPLog        a line for the access log is due                         the line
 //   LogEvent       an error happened; each adds one to Stats_Errors         its text
-//   StatusLine     a short text for a status bar is due                     the text
+//   StatusLine     a short text for a status bar is due; also for each      the text
+//                  program that was not run, failed or was cut short
 #pragma once
 
 #include <cstdint>
