@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "net/cls_INet.h"
+#include "platform/network/NetworkSubsystem.h"
 #include "platform/world/World.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/FakeWorld.h"
