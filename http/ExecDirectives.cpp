@@ -27,7 +27,7 @@ std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_vi
     std::replace_if(
         arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
   }
-  const Program found = FoundProgram(record, record.FindFile(folder, program), program);
+  const ProgramFile found = FoundProgram(record, record.FindFile(folder, program), program);
   return ReplaceAll(RunProgram(record, found, arguments), kLineEnd, "<br>");
 }
 

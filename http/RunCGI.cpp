@@ -58,7 +58,7 @@ ProgramResult NotStarted(std::errc reason) {
   return result;
 }
 
-ProgramResult Run(cls_HTTP& record, const Program& program, std::string_view arguments) {
+ProgramResult Run(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
   if (program.path.empty()) return NotStarted(program.reason);
   if (record.Runner() == nullptr) return NotStarted(std::errc::function_not_supported);
   ProgramStart start;
@@ -74,7 +74,7 @@ ProgramResult Run(cls_HTTP& record, const Program& program, std::string_view arg
   return record.Runner()->Run(start);
 }
 
-void Report(const cls_HTTP& record, const Program& program, const ProgramResult& result) {
+void Report(const cls_HTTP& record, const ProgramFile& program, const ProgramResult& result) {
   if (record.ParentControl() == nullptr) return;
   const std::string text = ProgramReport(program.name, result);
   if (!text.empty()) record.ParentControl()->ReportProgram(text);
@@ -86,15 +86,15 @@ bool IsProgramName(std::string_view path) { return EndsWithNoCase(path, ".exe");
 
 bool IsBatchFile(std::string_view path) { return EndsWithNoCase(path, ".bat"); }
 
-Program FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name) {
-  Program program;
+ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name) {
+  ProgramFile program;
   program.path = record.ProgramPath(found);
   program.name = program.path.empty() ? std::string(name) : program.path;
   if (found.kind == EntryKind::kFile && !found.readable) program.reason = std::errc::permission_denied;
   return program;
 }
 
-std::string RunProgram(cls_HTTP& record, const Program& program, std::string_view arguments) {
+std::string RunProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
   ProgramResult result = Run(record, program, arguments);
   Report(record, program, result);
   if (result.failure != ProgramResult::Failure::kNone) return ErrorText(record, result.failure, result.error);

@@ -29,16 +29,16 @@ bool IsProgramName(std::string_view path);
 bool IsBatchFile(std::string_view path);
 
 // A program to run.
-struct Program {
+struct ProgramFile {
   std::string path;                                         // "" when there is none that can be run
   std::string name;                                         // for reports: its path, or what was looked for
   std::errc reason = std::errc::no_such_file_or_directory;  // why it has no path
 };
 
 // The program that a look-up for `name` has found. One that this process may not read is permission_denied.
-Program FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name);
+ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name);
 
 // See cls_HTTP::RunCGI. What does not go well is reported to the record's ParentControl as well.
-std::string RunProgram(cls_HTTP& record, const Program& program, std::string_view arguments);
+std::string RunProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments);
 
 }  // namespace TesselServer
