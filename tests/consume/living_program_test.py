@@ -124,6 +124,19 @@ class HostAnswers(LivingTest):
             self.assertIn(b"HTTP 404", ask(program.port, path).data)
 
 
+class FailingPrograms(LivingTest):
+    def test_standard_error_says_how_a_program_failed(self):
+        bad = self.site / "bad.exe"
+        bad.write_text("#!/bin/sh\nprintf before\nexit 3\n")
+        bad.chmod(0o755)
+        program = self.serve("--cgi-enable")
+        self.assertEqual(ask(program.port, "/bad.exe").data, b"before")
+        self.assertEqual(program.end(signal.SIGTERM), 0)
+        lines = [line for line in program.errors if line.startswith("Program ")]
+        self.assertEqual(len(lines), 1, program.errors)
+        self.assertRegex(lines[0], r"^Program %s: exit code 3, after \d+\.\d{3} s$" % re.escape(str(bad)))
+
+
 class Functions(LivingTest):
     def shown(self, port, page, query=""):
         (self.site / "page.html").write_text(page)
