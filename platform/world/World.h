@@ -31,8 +31,8 @@ class World {
   virtual std::int64_t UtcSeconds() const = 0;
 
   // Minutes to add to local time for UTC at the moment `utcSeconds`, daylight time included: -60 one hour east of
-  // Greenwich. 0 when the time zone is unknown. See tzset(3), which the system's world calls once in a second, for where
-  // the zone comes from: a new TZ and, where there is none, a new /etc/localtime count within a second. A file that TZ
+  // Greenwich. 0 when the time zone is unknown. tzset(3) says where the zone comes from. The system's world calls it
+  // once in a second, so a new TZ and, where there is none, a new /etc/localtime count within a second. A file that TZ
   // names is read once, as for all programs.
   virtual std::int32_t BiasMinutes(std::int64_t utcSeconds) const = 0;
 
@@ -46,10 +46,10 @@ class World {
   virtual std::string ApplicationFolder() const = 0;
 
   // The name that the name service knows for the IPv4 address `address` (network byte order), as it was answered: it is
-  // the peer's word. Nothing when there is none. Only the first DNS server is asked, once and in one UDP packet, whatever
-  // resolv.conf(5) says; when it does not answer it is given up after about one second. An answer too long for a packet
-  // counts as none. Other services that nsswitch.conf(5) names for hosts, and nscd(8), have a patience of their own,
-  // which the C library lets nobody shorten.
+  // the peer's word. Nothing when there is none. Only the first DNS server is asked, once and in one UDP packet,
+  // whatever resolv.conf(5) says; when it does not answer it is given up after about one second. An answer too long for
+  // a packet counts as none. Other services that nsswitch.conf(5) names for hosts, and nscd(8), have a patience of
+  // their own, which the C library lets nobody shorten.
   virtual std::optional<std::string> HostNameOf(std::uint32_t address) const = 0;
 
   // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time.

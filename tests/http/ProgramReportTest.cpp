@@ -8,8 +8,6 @@
 namespace TesselServer {
 namespace {
 
-using Failure = ProgramResult::Failure;
-
 ProgramResult Ended(std::int32_t exitCode) {
   ProgramResult result;
   result.ended = true;
@@ -47,6 +45,7 @@ TEST(ProgramReportTest, NamesTheProgramTheReasonAndTheTime) {
 }
 
 TEST(ProgramReportTest, AProgramThatWasNotRunHasAReasonAndNoTime) {
+  using Failure = ProgramResult::Failure;
   const struct {
     Failure failure;
     std::int32_t error;
