@@ -199,9 +199,11 @@ class Tessel {
   // Delimiter behind it, when Variable is blank. "" for an Index that is no connection.
   std::string CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter = ",");
 
-  // The whole header block of the request, or the value of one header line. The name is found anywhere in the block,
-  // so a client can pretend one inside another line. Raises Error 9 for an Index that is no connection, and Error 5
-  // when the line found has no line end.
+  // The whole header block of the request, or the value of one header line, "" when there is none or it is empty. The
+  // name is found anywhere in the block, so a client can pretend one inside another line. What is returned begins two
+  // characters after the name, for ":" and one blank: of "Referer:http://x/", which has no blank, it is "ttp://x/".
+  // Raises Error 9 for an Index that is no connection, and Error 5 when the line found has no line end, which the header
+  // block of a request never lacks.
   std::string HTTPHeader(std::int32_t Index, const std::string& HeaderField = "") const;
 
   // True from a start until StopServer; also after a start that failed, until StopServer.

@@ -1,5 +1,7 @@
 #include "control/answer/HostAnswers.h"
 
+#include <algorithm>
+
 #include "control/answer/RecordSetup.h"
 #include "control/answer/SlotTarget.h"
 #include "platform/world/Error.h"
@@ -33,9 +35,10 @@ std::string NormaliseStatusCode(std::string_view statusCode) {
 std::string HeaderValue(const std::string& header, std::string_view field) {
   const std::size_t found = FindNoCase(header, field);
   if (found == std::string::npos) return {};
-  const std::size_t start = found + field.size() + 2;  // behind ":" and one blank
-  const std::size_t end = header.find(kLineEnd, start);
+  const std::size_t nameEnd = found + field.size();
+  const std::size_t end = header.find(kLineEnd, nameEnd);
   if (end == std::string::npos) throw Error(ErrorNumber::kInvalidCall, "Invalid procedure call or argument");
+  const std::size_t start = std::min(nameEnd + 2, end);  // kept: ":" and one blank are passed over, whatever stands there
   return header.substr(start, end - start);
 }
 
@@ -63,7 +66,9 @@ void HostAnswers::TrapFileData(std::int32_t Index, const std::string& Data, bool
   if (slot == nullptr || !slot->TrapOutstanding) return;
   slot->TrapOutstanding = false;
   slot->NotTrapped = Process;
-  if (!Process) {
+  if (Process) {
+    slot->AuthenticatedUser = slot->Fields().AuthUser;  // the host has heard the password, and lets the client in
+  } else {
     slot->TrapContentType = ContentType;
     slot->TrapData = Data;
     if (slot->TrapStatusCode.empty()) slot->TrapStatusCode = kDefaultStatus;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "control/connection/MemoryBudget.h"
 #include "control/connection/Reception.h"
 #include "http/cls_HTTP.h"
 #include "platform/files/FileSystem.h"
@@ -18,6 +19,9 @@ namespace TesselServer {
 
 struct Slot {
   Reception Request;
+  MemoryShare BodyMemory;         // what the request's body takes, as far as it has come
+  MemoryShare PageMemory;         // what the text of the page takes that is on its way
+  std::string AuthenticatedUser;  // whom a password file, or the host in FileRequest, has let in; "" for nobody
   std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
   std::string FunctionResult;     // what the host returned for the latest function tag
   bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
@@ -40,6 +44,12 @@ struct Slot {
 
   RequestFields& Fields() { return Request.Fields(); }
 
+  // The body of the request is of no further use.
+  void LetGoOfBody() {
+    Release(Fields().RequestBody);
+    BodyMemory.Release();
+  }
+
   // For the next client: all memory of the last one goes, but for what RequestFields::kKeptBytes lets each text keep.
   // Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record; a record that is at work on an answer
   // stays with that work.
@@ -48,6 +58,9 @@ struct Slot {
     BeingAnswered = false;
     Request.Reset();
     Request.MaxBodyBytes(maxBodyBytes);
+    BodyMemory.Release();
+    PageMemory.Release();
+    Release(AuthenticatedUser);
     Release(Target.name);  // an assignment would keep its memory
     Target = {};
     TargetIsKnown = TargetIsInCGIDirectory = TrapOutstanding = FunctionAnswered = false;
