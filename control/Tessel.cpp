@@ -49,7 +49,6 @@ void LetIndexPageNames(const std::shared_ptr<TesselCore>& core, const std::strin
   Let(core, "IndexPageNames", [&](Settings& settings) { settings.SetIndexPageNames(value); });
 }
 
-
 }  // namespace
 
 Tessel::Tessel(EventLoop& loop) : core_(std::make_shared<TesselCore>(loop, *this)) {

@@ -99,14 +99,16 @@ class Tessel {
   std::string AuthenticationSourceFile() const;
   void AuthenticationSourceFile(const std::string& value);
 
-  // Whether programs are run: requested files whose names end in ".exe", and exec directives in pages. Of what a program
-  // prints the first 1,024 bytes count, and the rest is lost. It learns of its request from the server variables in its
-  // environment alone: it has no standard input, so it can serve GET and not read the body of a POST. Default: False.
+  // Whether programs are run: requested files whose names end in ".exe", and exec directives in pages. Of what a
+  // program prints the first 1,024 bytes count, and the rest is lost. It learns of its request from the server
+  // variables in its environment alone: it has no standard input, so it can serve GET and not read the body of a POST.
+  // Default: False.
   bool CGIEnable() const;
   void CGIEnable(bool value);
 
   // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
-  // VirtualPath & "\scripts" at the start, which lies below the root: what is there and is no ".exe" (a script's data, a
+  // VirtualPath & "\scripts" at the start, which lies below the root: what is there and is no ".exe" (a script's data,
+  // a
   // ".bat", a copy of an editor's) can be fetched like any other file. Default: "".
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
@@ -134,10 +136,11 @@ class Tessel {
   void ErrorFilesEnable(bool value);
 
   // Whether error answers carry a page. Default: True.
-  // With a page, every error leaves with the status line "HTTP/1.0 200 OK", and only the page's text says what is wrong.
-  // People do not see the difference; programs take the error page for what they asked for: apt and "curl -f" report
-  // success and store it, link checkers find no dead links, fetch() of a script or of node says "ok". Without a page an
-  // error is a header with its true code (404, 401, 403, 400, 500) and no body: set False for whatever is not a person.
+  // With a page, every error leaves with the status line "HTTP/1.0 200 OK", and only the page's text says what is
+  // wrong. People do not see the difference; programs take the error page for what they asked for: apt and "curl -f"
+  // report success and store it, link checkers find no dead links, fetch() of a script or of node says "ok". Without a
+  // page an error is a header with its true code (404, 401, 403, 400, 500) and no body: set False for whatever is not a
+  // person.
   bool VerboseErrorsEnable() const;
   void VerboseErrorsEnable(bool value);
 
@@ -222,8 +225,8 @@ class Tessel {
   // The whole header block of the request, or the value of one header line, "" when there is none or it is empty. The
   // name is found anywhere in the block, so a client can pretend one inside another line. What is returned begins two
   // characters after the name, for ":" and one blank: of "Referer:http://x/", which has no blank, it is "ttp://x/".
-  // Raises Error 9 for an Index that is no connection, and Error 5 when the line found has no line end, which the header
-  // block of a request never lacks.
+  // Raises Error 9 for an Index that is no connection, and Error 5 when the line found has no line end, which the
+  // header block of a request never lacks.
   std::string HTTPHeader(std::int32_t Index, const std::string& HeaderField = "") const;
 
   // True from a start until StopServer; also after a start that failed, until StopServer.

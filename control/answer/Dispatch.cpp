@@ -70,8 +70,8 @@ bool Dispatch::BodyIsRead(Slot& slot) const {
     const FoundEntry& target = slot.Target;
     const bool isFile = target.kind == EntryKind::kFile && target.readable;
     // what is no file gets a page of the site only where the site has error pages
-    isRead = IsForHost(slot) || (isFile ? !state_.requestTemplate.IsPlain(target.file, target.name)
-                                        : state_.settings.ErrorFilesEnable);
+    isRead = IsForHost(slot) ||
+             (isFile ? !state_.requestTemplate.IsPlain(target.file, target.name) : state_.settings.ErrorFilesEnable);
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
@@ -85,13 +85,13 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   const std::uint64_t generation = state_.sckWS.Generation(Index);
   std::string path = PathForHost(slot);
   slot.NotTrapped = false;
-  slot.TrapOutstanding = true;
+  slot.Enter(RequestPhase::kOfferedToHost);
   slot.Target = {};  // the answer may take its time: nothing stays open until then
   slot.TargetIsKnown = false;
   state_.loop.Flush();  // the host may take its time
   const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(path), UserAuthentication(slot.Fields()));
-  if (heard || state_.sckWS.Generation(Index) != generation || !slot.TrapOutstanding) return;
-  slot.TrapOutstanding = false;
+  if (heard || state_.sckWS.Generation(Index) != generation) return;
+  if (slot.Phase() != RequestPhase::kOfferedToHost) return;  // it was answered before the handler failed
   SendWebPage(Index, "500", true);
 }
 
@@ -101,9 +101,9 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
   if (slot == nullptr) return;
   state_.statistics.RequestCount += 1;
   Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr, false};
-  slot->BeingAnswered = true;
+  slot->Enter(RequestPhase::kAnswering);
   MakeAnswer(call, StatusCode, ForceStatus);
-  slot->BeingAnswered = false;
+  if (slot->Phase() == RequestPhase::kAnswering) slot->Enter(RequestPhase::kSending);
   if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
   slot->Target = {};
   slot->LetGoOfBody();  // not kept for as long as the answer takes to go out
@@ -113,7 +113,7 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
 
 // Makes the answer and hands it over; where that fails, the error answer for 500.
 void Dispatch::MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus) {
-  AnswerPrograms programs(state_.programs, call.slot.BeingAnswered);
+  AnswerPrograms programs(state_.programs, call.slot);
   const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
     call.record = RecordOf(state_, call.slot, call.index);
     call.record->Runner(&programs);

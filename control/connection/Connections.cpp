@@ -65,7 +65,8 @@ void Connections::Close(std::int32_t Index) {
   state_.reporter.Trap(ErrorPrefix::kClose, [&] {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
-    if (slot == nullptr || slot->TrapOutstanding || slot->BeingAnswered) return;
+    if (slot == nullptr) return;
+    if (slot->Phase() == RequestPhase::kOfferedToHost || slot->Phase() == RequestPhase::kAnswering) return;
     const Reception::Outcome outcome = slot->Request.EndOfInput();
     if (outcome == Reception::Outcome::kIgnored) slot->LetGoOfBody();
     Follow(Index, *slot, outcome);
@@ -96,7 +97,7 @@ void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outc
       state_.sckWS.AnswerPending(Index, true);
       break;
   }
-  slot.WaitTimer.reset();
+  slot.StopWaiting();
   if (outcome == Outcome::kComplete) dispatch_.Begin(Index);
   if (outcome == Outcome::kBad) dispatch_.SendWebPage(Index, "400", true);
 }
@@ -117,7 +118,7 @@ Reception::Outcome Connections::BoundBody(Slot& slot, Reception::Outcome outcome
 
 // The time runs from the first outcome of its kind; later ones do not prolong it.
 void Connections::Wait(std::int32_t Index, Slot& slot, Reception::Outcome reason, std::int32_t milliseconds) {
-  if (slot.WaitTimer && slot.WaitsFor == reason) return;
+  if (slot.WaitsFor == reason) return;
   slot.WaitsFor = reason;
   slot.WaitTimer = std::make_unique<Timer>(state_.loop);
   slot.WaitTimer->Interval(milliseconds);
@@ -130,7 +131,7 @@ void Connections::TimeUp(std::int32_t Index) {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
     if (slot == nullptr) return;
-    slot->WaitTimer.reset();
+    slot->StopWaiting();
     Follow(Index, *slot, slot->Request.TimeUp());
   });
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace TesselServer {
 
@@ -39,8 +40,9 @@ class MemoryBudget {
 class MemoryShare {
  public:
   MemoryShare() = default;
-  MemoryShare(const MemoryShare&) = delete;
-  MemoryShare& operator=(const MemoryShare&) = delete;
+  MemoryShare(MemoryShare&& other) noexcept
+      : budget_(std::exchange(other.budget_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
+  MemoryShare& operator=(MemoryShare&&) = delete;
   ~MemoryShare() { Release(); }
 
   // Whether Resize would succeed. `bytes` is not negative.

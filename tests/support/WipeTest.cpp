@@ -1,6 +1,6 @@
-#include "support/Wipe.h"
-
 #include <gtest/gtest.h>
+
+#include "support/Wipe.h"
 
 namespace TesselServer {
 namespace {

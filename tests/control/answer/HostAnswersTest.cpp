@@ -317,7 +317,7 @@ class RaiseCallFunctionTest : public testing::Test {
  protected:
   RaiseCallFunctionTest() {
     control.Start();
-    control.SlotAt(2).BeingAnswered = true;
+    control.SlotAt(2).Enter(RequestPhase::kAnswering);
   }
 
   std::string Raise(std::int32_t index, const std::string& name, const std::string& params = "") {
@@ -371,7 +371,7 @@ TEST_F(RaiseCallFunctionTest, NothingIsRaisedWithoutANameOrAConnection) {
 TEST_F(RaiseCallFunctionTest, OnlyAConnectionThatIsBeingAnsweredHasFunctionsToRaise) {
   int calls = 0;
   control.owner.CallFunction = [&](std::int32_t&, std::string&) { ++calls; };
-  control.SlotAt(2).BeingAnswered = false;
+  control.SlotAt(2).Enter(RequestPhase::kSending);
   EXPECT_EQ(Raise(2, "F", "x=1"), "");
   EXPECT_EQ(Raise(1, "F", "x=1"), "");
   EXPECT_EQ(calls, 0);

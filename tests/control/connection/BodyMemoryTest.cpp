@@ -27,6 +27,7 @@ class BodyMemoryTest : public testing::Test {
   BodyMemoryTest() {
     tessel.MaxConnections(20);
     tessel.MaxBodyBytesTotal(1000);
+    tessel.VerboseErrorsEnable(false);
     tessel.TrapFileEnable(true);
     tessel.FileRequest = [this](std::int32_t& index, std::string&, std::string&) {
       if (hold) {
@@ -50,7 +51,7 @@ class BodyMemoryTest : public testing::Test {
   }
   bool WasRefused(RawClient& client) {
     client.Poll();
-    return client.Received().find("400 - Bad Request") != std::string::npos;
+    return client.Received().starts_with("HTTP/1.0 400 Bad Request\r\n");
   }
 
   Kit::TestControl control;
@@ -115,7 +116,8 @@ TEST_F(BodyMemoryTest, AClientThatGoesGivesItsRoomBack) {
 TEST_F(BodyMemoryTest, ARefusedBodyIsReadAndDroppedSoThatTheAnswerArrives) {
   RawClient client(tessel.ListeningPort());
   EXPECT_TRUE(client.Send(control.loop, Post("/form", 2'000'000, std::string(2'000'000, 'x'))));
-  EXPECT_NE(client.ReceiveAll(control.loop).find("400 - Bad Request"), std::string::npos);
+  client.ReceiveAll(control.loop);
+  EXPECT_TRUE(WasRefused(client));
   EXPECT_FALSE(client.WasReset());
 }
 

@@ -158,8 +158,8 @@ TEST(GraceTest, AClientThatExpectsToBeToldToGoOnHasTwoSeconds) {
     Trapped trapped(control);
     control.Start();
     RawClient client(control.tessel.ListeningPort());
-    client.Send(control.loop,
-                std::string("POST /form HTTP/1.0\r\n") + line + "\r\nContent-Length: 20\r\n\r\n" + std::string(15, 'b'));
+    client.Send(control.loop, std::string("POST /form HTTP/1.0\r\n") + line + "\r\nContent-Length: 20\r\n\r\n" +
+                                  std::string(15, 'b'));
     Settle(control.loop);
     control.world.Advance(1999);
     control.loop.RunOnce(0);
