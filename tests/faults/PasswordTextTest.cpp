@@ -12,13 +12,13 @@ namespace TesselServer {
 namespace {
 
 // Long enough that the texts lie in memory of their own, and short ones that lie within the table.
-constexpr const char* kPasswords = "realm: site\nanna:a-long-top-secret-word-of-hers\nbob:topsecret\n";
+constexpr const char* kSecretLines = "realm: site\nanna:a-long-top-secret-word-of-hers\nbob:topsecret\n";
 
 class PasswordTextTest : public testing::TestWithParam<const char*> {};
 
 TEST_P(PasswordTextTest, IsGoneWhenAnotherFileIsNamedAndWhenTheControlIsDestroyed) {
   Kit::TemporaryTree tree;
-  const std::string passwords = tree.Write("users.txt", kPasswords);
+  const std::string passwords = tree.Write("users.txt", kSecretLines);
   const std::string others = tree.Write("others.txt", "carl:else\n");
   Kit::FakeWorld world;
   EventLoop loop(world);

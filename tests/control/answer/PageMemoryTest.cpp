@@ -16,8 +16,8 @@ using Kit::RawClient;
 using Kit::Settle;
 using testing::HasSubstr;
 
-constexpr std::size_t kLarge = 16 * 1024 * 1024;  // more than the kernel takes from one connection
-constexpr const char* kBusy = "Sorry, the server is too busy to handle you request.";
+constexpr std::size_t kLargePage = 16 * 1024 * 1024;  // more than the kernel takes from one connection
+constexpr const char* kBusyText = "Sorry, the server is too busy to handle you request.";
 
 class PageMemoryTest : public testing::Test {
  protected:
@@ -25,7 +25,7 @@ class PageMemoryTest : public testing::Test {
     tessel.MaxConnections(20);
     tessel.DirectoryBrowseEnable(true);
     tessel.SSIEnable(true);
-    control.tree.Write("large.html", "<!--#echo var=DATE-->" + std::string(kLarge, 'x'));
+    control.tree.Write("large.html", "<!--#echo var=DATE-->" + std::string(kLargePage, 'x'));
     control.tree.Write("small.html", "<!--#echo var=REQUEST_METHOD--> small");
     control.tree.Write("plain.txt", std::string(10'000, 'p'));
     for (int i = 0; i < 20; ++i) control.tree.Write("folder/" + std::to_string(i) + ".txt", "");
@@ -44,26 +44,26 @@ class PageMemoryTest : public testing::Test {
 };
 
 TEST_F(PageMemoryTest, APageThatFindsNoRoomIsThePageOfAServerThatIsTooBusy) {
-  tessel.MaxUnsentPageBytes(kLarge + 1000);
+  tessel.MaxUnsentPageBytes(kLargePage + 1000);
   const auto slow = AskAndWait("/large.html");
   control.log.clear();
   const std::string answer = control.Get("/large.html");
   EXPECT_THAT(answer, testing::StartsWith("HTTP/1.0 200 OK\r\n")) << "as errors with a page are";
-  EXPECT_THAT(BodyOf(answer), HasSubstr(kBusy));
+  EXPECT_THAT(BodyOf(answer), HasSubstr(kBusyText));
   ASSERT_EQ(control.log.size(), 1u);
   EXPECT_THAT(control.log[0],
               HasSubstr("\"GET /large.html HTTP/1.0\" 503 " + std::to_string(answer.size()) + " \"\" \"\""));
   EXPECT_EQ(BodyOf(control.Get("/small.html")), "GET small") << "what has room is served";
-  EXPECT_EQ(BodyOf(slow->ReceiveAll(control.loop)).size(), kLarge + std::string("mm/dd/yyyy").size());
-  EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLarge + std::string("mm/dd/yyyy").size())
+  EXPECT_EQ(BodyOf(slow->ReceiveAll(control.loop)).size(), kLargePage + std::string("mm/dd/yyyy").size());
+  EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLargePage + std::string("mm/dd/yyyy").size())
       << "what has gone gives its room back";
 }
 
 TEST_F(PageMemoryTest, AClientThatGoesGivesItsRoomBack) {
-  tessel.MaxUnsentPageBytes(kLarge + 1000);
+  tessel.MaxUnsentPageBytes(kLargePage + 1000);
   AskAndWait("/large.html")->Abort();
   Settle(control.loop);
-  EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLarge + std::string("mm/dd/yyyy").size());
+  EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLargePage + std::string("mm/dd/yyyy").size());
 }
 
 TEST_F(PageMemoryTest, AListingCountsAndItsRepeatedPathWithIt) {
@@ -72,7 +72,7 @@ TEST_F(PageMemoryTest, AListingCountsAndItsRepeatedPathWithIt) {
   EXPECT_EQ(BodyOf(control.Get("/folder/")).size(), usual);
   std::string detour;
   for (int i = 0; i < 500; ++i) detour += "/.";
-  EXPECT_THAT(BodyOf(control.Get(detour + "/folder/")), HasSubstr(kBusy));
+  EXPECT_THAT(BodyOf(control.Get(detour + "/folder/")), HasSubstr(kBusyText));
 }
 
 TEST_F(PageMemoryTest, FilesAsTheyAreAndTheHostsOwnDataDoNotCount) {

@@ -11,7 +11,7 @@ namespace {
 
 using Kit::BodyOf;
 
-constexpr const char* kAnn = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
+constexpr const char* kAnnsPassword = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
 
 class RemoteUserTest : public testing::Test {
  protected:
@@ -22,7 +22,7 @@ class RemoteUserTest : public testing::Test {
   }
   void Guard() { tessel.AuthenticationSourceFile(control.tree.Write("users.txt", "ann:secret\r\n")); }
   // What a page shows of its user to a client that says it is "ann".
-  std::string Shown(const std::string& headers = kAnn) {
+  std::string Shown(const std::string& headers = kAnnsPassword) {
     if (!tessel.ServerRunning()) control.Start();
     return BodyOf(control.Ask("GET /page.html HTTP/1.0\r\n" + headers + "\r\n"));
   }

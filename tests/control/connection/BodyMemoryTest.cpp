@@ -16,7 +16,7 @@ using Kit::BodyOf;
 using Kit::RawClient;
 using Kit::Settle;
 
-std::string Post(const std::string& path, std::size_t announced, const std::string& body) {
+std::string PostTo(const std::string& path, std::size_t announced, const std::string& body) {
   return "POST " + path + " HTTP/1.0\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n" + body;
 }
 
@@ -41,7 +41,7 @@ class BodyMemoryTest : public testing::Test {
 
   std::unique_ptr<RawClient> Begin(std::size_t announced, std::size_t sent) {
     auto client = std::make_unique<RawClient>(tessel.ListeningPort());
-    client->Send(control.loop, Post("/form", announced, std::string(sent, 'b')));
+    client->Send(control.loop, PostTo("/form", announced, std::string(sent, 'b')));
     Settle(control.loop);
     return client;
   }
@@ -64,10 +64,10 @@ TEST_F(BodyMemoryTest, ABodyThatFindsNoRoomIsRefusedWhenItIsAnnounced) {
   const auto first = Begin(800, 700);
   const auto second = Begin(400, 0);
   EXPECT_TRUE(WasRefused(*second));
-  EXPECT_EQ(BodyOf(control.Ask(Post("/form", 300, std::string(300, 'x')))), "300") << "a smaller one has room";
+  EXPECT_EQ(BodyOf(control.Ask(PostTo("/form", 300, std::string(300, 'x')))), "300") << "a smaller one has room";
   Continue(*first, 100);
   EXPECT_EQ(BodyOf(first->ReceiveAll(control.loop)), "800") << "what had room before goes on";
-  EXPECT_EQ(BodyOf(control.Ask(Post("/form", 1000, std::string(1000, 'x')))), "1000") << "and gives it back";
+  EXPECT_EQ(BodyOf(control.Ask(PostTo("/form", 1000, std::string(1000, 'x')))), "1000") << "and gives it back";
 }
 
 TEST_F(BodyMemoryTest, ABodyThatGrowsBeyondTheRoomIsRefused) {
@@ -83,7 +83,7 @@ TEST_F(BodyMemoryTest, ABodyThatGrowsBeyondTheRoomIsRefused) {
 
 TEST_F(BodyMemoryTest, ABodyThatComesWithItsHeaderCountsAsWell) {
   const auto first = Begin(900, 800);
-  EXPECT_EQ(BodyOf(control.Ask(Post("/form", 200, std::string(200, 'x')))), "200");
+  EXPECT_EQ(BodyOf(control.Ask(PostTo("/form", 200, std::string(200, 'x')))), "200");
   const auto second = Begin(201, 201);
   EXPECT_TRUE(WasRefused(*second));
 }
@@ -97,7 +97,7 @@ TEST_F(BodyMemoryTest, ARequestThatWaitsForTheHostKeepsItsRoom) {
   EXPECT_TRUE(WasRefused(*second));
   tessel.TrapFileData(held[0], "late", false);
   EXPECT_EQ(BodyOf(first->ReceiveAll(control.loop)), "late");
-  EXPECT_EQ(BodyOf(control.Ask(Post("/form", 1000, std::string(1000, 'x')))), "1000");
+  EXPECT_EQ(BodyOf(control.Ask(PostTo("/form", 1000, std::string(1000, 'x')))), "1000");
 }
 
 TEST_F(BodyMemoryTest, AClientThatGoesGivesItsRoomBack) {
@@ -109,13 +109,13 @@ TEST_F(BodyMemoryTest, AClientThatGoesGivesItsRoomBack) {
       gone->Close();
     }
     Settle(control.loop);
-    EXPECT_EQ(BodyOf(control.Ask(Post("/form", 1000, std::string(1000, 'x')))), "1000") << reset;
+    EXPECT_EQ(BodyOf(control.Ask(PostTo("/form", 1000, std::string(1000, 'x')))), "1000") << reset;
   }
 }
 
 TEST_F(BodyMemoryTest, ARefusedBodyIsReadAndDroppedSoThatTheAnswerArrives) {
   RawClient client(tessel.ListeningPort());
-  EXPECT_TRUE(client.Send(control.loop, Post("/form", 2'000'000, std::string(2'000'000, 'x'))));
+  EXPECT_TRUE(client.Send(control.loop, PostTo("/form", 2'000'000, std::string(2'000'000, 'x'))));
   client.ReceiveAll(control.loop);
   EXPECT_TRUE(WasRefused(client));
   EXPECT_FALSE(client.WasReset());
@@ -137,7 +137,7 @@ class UnreadBodyTest : public testing::Test {
   std::size_t Kept(const std::string& path) {
     if (!core.state().running) core.Start();
     RawClient client(core.Port());
-    client.Send(core.loop, Post(path, 2000, std::string(1000, 'b')));
+    client.Send(core.loop, PostTo(path, 2000, std::string(1000, 'b')));
     Settle(core.loop);
     const std::size_t kept = core.SlotAt(2).Fields().RequestBody.size();
     EXPECT_EQ(core.state().bodyMemory.Used(), static_cast<std::int64_t>(kept)) << path;
@@ -194,7 +194,7 @@ TEST_F(UnreadBodyTest, ABodyThatIsDroppedNeedsNoRoom) {
   EXPECT_EQ(Kept("/plain.txt"), 0u);
   EXPECT_EQ(BodyOf(answer), "plain");
   RawClient whole(core.Port());
-  whole.Send(core.loop, Post("/plain.txt", 100, std::string(100, 'x')));
+  whole.Send(core.loop, PostTo("/plain.txt", 100, std::string(100, 'x')));
   EXPECT_EQ(BodyOf(whole.ReceiveAll(core.loop)), "plain") << "also when it comes with its header";
 }
 
