@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "control/answer/RequestTarget.h"
 #include "platform/files/FileSystem.h"
@@ -66,7 +67,8 @@ BENCHMARK(MapRequestPath);
 void ResolveRequestPath(benchmark::State& state, std::string_view path) {
   const Site& site = SiteOf(kFewFiles);
   const auto isSecret = [](const FoundEntry&) { return false; };
-  for (auto _ : state) benchmark::DoNotOptimize(ResolveTarget(site.Root(), path, "index.html", isSecret));
+  const std::vector<std::string> indexPages{"index.html"};
+  for (auto _ : state) benchmark::DoNotOptimize(ResolveTarget(site.Root(), path, indexPages, isSecret));
 }
 BENCHMARK_CAPTURE(ResolveRequestPath, AsSpelled, "a%20b-c.htm");
 BENCHMARK_CAPTURE(ResolveRequestPath, InAnotherCase, "A%20B-C.HTM");

@@ -5,6 +5,7 @@
 #include <thread>
 #include <utility>
 
+#include "control/answer/RecordSetup.h"
 #include "control/life/ComponentVersion.h"
 #include "control/life/Persistence.h"
 #include "control/life/TesselCore.h"
@@ -28,12 +29,13 @@ std::shared_ptr<TesselCore> Enter(const std::shared_ptr<TesselCore>& core) {
   return core;
 }
 
-// Sets a property: its name is told first, then the value is stored.
+// Sets a property: its name is told first, then the value is stored and handed on to what works with it.
 template <typename Store>
 void Let(const std::shared_ptr<TesselCore>& shared, const char* name, Store&& store) {
   const auto core = Enter(shared);
   core->state.reporter.RaisePropertyChanged(name);
   store(core->state.settings);
+  ApplySettings(core->state);
 }
 
 void LetMaxConnections(const std::shared_ptr<TesselCore>& core, std::int32_t value) {
@@ -45,14 +47,6 @@ void LetMaxConnections(const std::shared_ptr<TesselCore>& core, std::int32_t val
 
 void LetIndexPageNames(const std::shared_ptr<TesselCore>& core, const std::string& value) {
   Let(core, "IndexPageNames", [&](Settings& settings) { settings.SetIndexPageNames(value); });
-}
-
-// A file that cannot be loaded leaves the property as it was and is not told of.
-template <typename Store>
-void LetFile(const std::shared_ptr<TesselCore>& core, const char* name, const std::string& path, Store&& store) {
-  LineTable lines = LoadLines(path);
-  if (lines == nullptr) return;
-  Let(core, name, [&](Settings& settings) { store(settings, std::move(lines)); });
 }
 
 }  // namespace
@@ -98,10 +92,9 @@ void Tessel::ContentTypeSource(e_ContentTypeSource value) {
 
 std::string Tessel::ContentTypeSourceFile() const { return Enter(core_)->state.settings.ContentTypeSourceFile; }
 void Tessel::ContentTypeSourceFile(const std::string& value) {
-  LetFile(core_, "ContentTypeSourceFile", value, [&](Settings& settings, LineTable lines) {
-    settings.ContentTypeLines = std::move(lines);
-    settings.ContentTypeSourceFile = value;
-  });
+  LineTable lines = LoadLines(value);
+  if (lines == nullptr) return;  // kept: a file that cannot be read leaves the property as it was, silently
+  Let(core_, "ContentTypeSourceFile", [&](Settings& settings) { settings.SetContentTypes(value, std::move(lines)); });
 }
 
 e_AuthSource Tessel::AuthenticationSource() const { return Enter(core_)->state.settings.AuthenticationSource; }
@@ -111,7 +104,9 @@ void Tessel::AuthenticationSource(e_AuthSource value) {
 
 std::string Tessel::AuthenticationSourceFile() const { return Enter(core_)->state.settings.AuthenticationSourceFile; }
 void Tessel::AuthenticationSourceFile(const std::string& value) {
-  LetFile(core_, "AuthenticationSourceFile", value, [&](Settings& settings, LineTable lines) {
+  auto lines = SecretLines::Load(value);
+  if (lines == nullptr) return;  // kept: a file that cannot be read leaves the property as it was, silently
+  Let(core_, "AuthenticationSourceFile", [&](Settings& settings) {
     settings.AuthLines = std::move(lines);
     settings.AuthenticationSourceFile = value;
   });
@@ -182,7 +177,7 @@ void Tessel::TrapFileEnable(bool value) {
 
 std::string Tessel::TrapFileTypes() const { return Enter(core_)->state.settings.TrapFileTypes; }
 void Tessel::TrapFileTypes(const std::string& value) {
-  Let(core_, "TrapFileTypes", [&](Settings& settings) { settings.SetTrapFileTypes(value); });
+  Let(core_, "TrapFileTypes", [&](Settings& settings) { settings.TrapFileTypes = WithoutBlanks(value); });
 }
 
 // ---- Methods.
@@ -267,6 +262,7 @@ std::string Tessel::Version() const {
 void Tessel::InitProperties() {
   const auto core = Enter(core_);
   core->state.settings = Settings();
+  ApplySettings(core->state);
   LetMaxConnections(core, Settings::kMinMaxConnections);
 }
 
@@ -275,6 +271,7 @@ void Tessel::ReadProperties(const PropertyBag& bag) {
   ReadSettings(bag, core->state.settings,
                {[&](std::int32_t value) { LetMaxConnections(core, value); },
                 [&](const std::string& value) { LetIndexPageNames(core, value); }});
+  ApplySettings(core->state);
 }
 
 void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, Enter(core_)->state.settings); }
@@ -282,7 +279,11 @@ void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, Enter(
 // ---- Beyond the interface.
 
 std::string Tessel::ApplicationFolder() const { return Enter(core_)->state.applicationFolder; }
-void Tessel::ApplicationFolder(const std::string& value) { Enter(core_)->state.applicationFolder = value; }
+void Tessel::ApplicationFolder(const std::string& value) {
+  const auto core = Enter(core_);
+  core->state.applicationFolder = value;
+  ApplySettings(core->state);
+}
 
 std::int32_t Tessel::LoadRegistryFile(const std::string& path) {
   return Enter(core_)->state.world.Registry().LoadFile(path);
@@ -300,6 +301,12 @@ std::int64_t Tessel::MaxBodyBytes() const { return Enter(core_)->state.maxBodyBy
 void Tessel::MaxBodyBytes(std::int64_t value) {
   Enter(core_)->state.maxBodyBytes = std::clamp<std::int64_t>(value, 0, Reception::kMaxBodyBytes);
 }
+
+std::int64_t Tessel::MaxBodyBytesTotal() const { return Enter(core_)->state.bodyMemory.Limit(); }
+void Tessel::MaxBodyBytesTotal(std::int64_t value) { Enter(core_)->state.bodyMemory.Limit(value); }
+
+std::int64_t Tessel::MaxUnsentPageBytes() const { return Enter(core_)->state.pageMemory.Limit(); }
+void Tessel::MaxUnsentPageBytes(std::int64_t value) { Enter(core_)->state.pageMemory.Limit(value); }
 
 std::string Tessel::RequestBody(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestBody(Index); }
 

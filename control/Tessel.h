@@ -56,7 +56,9 @@ class Tessel {
   ~Tessel();
 
   // ---- Properties. Each is one name in two forms; setting one raises PropertyChanged with its name. Those marked
-  // (start) take effect at the next StartServer, all others with the next request.
+  // (start) take effect at the next StartServer, all others with the next request. What is shown of them follows at
+  // once: SERVER_IP and SERVER_PORT are what the properties say, though the listener keeps the address it has. The
+  // configuration lines that a start logs show the values of its beginning.
 
   // (start) The IPv4 address to listen on, "" = all addresses. Blanks around it are dropped. Default: "".
   std::string ServerIP() const;
@@ -79,8 +81,9 @@ class Tessel {
   e_ContentTypeSource ContentTypeSource() const;
   void ContentTypeSource(e_ContentTypeSource value);
 
-  // The file of content types for the source File, one "extension,type" a line. Setting it reads the file; when that
-  // fails, the name stays as it was. Default: "".
+  // The file of content types for the source File, one "extension,type" a line. Setting it reads the file, and each
+  // start reads it anew. When it cannot be read the name stays as it was, silently: read the property back to know.
+  // Default: "".
   std::string ContentTypeSourceFile() const;
   void ContentTypeSourceFile(const std::string& value);
 
@@ -88,18 +91,26 @@ class Tessel {
   e_AuthSource AuthenticationSource() const;
   void AuthenticationSource(e_AuthSource value);
 
-  // The file of user:password pairs for the source GolbalFile. Setting it reads the file; when that fails, the name
-  // stays as it was. It is read again for each request. A client gets in when "user:password" stands anywhere in it,
-  // without regard to case: the beginning of a password is enough. Default: "".
+  // The file of user:password pairs for the source GolbalFile. Default: "". Setting it reads the file. When it cannot
+  // be read the name stays as it was, silently: read the property back, for a site that has no password file is open to
+  // everybody. The file is read again for each request.
+  // A client gets in when the text "user:password" that it sends is a substring of the file, without regard to case:
+  // any beginning of a password is enough, an empty one too; so is the end of a user's name ("nn" for "ann"), and the
+  // user "realm" with no password wherever the file has a line "realm:". It keeps passers-by out, and nobody else.
   std::string AuthenticationSourceFile() const;
   void AuthenticationSourceFile(const std::string& value);
 
-  // Whether programs are run: requested files whose names end in ".exe", and exec directives in pages. Default: False.
+  // Whether programs are run: requested files whose names end in ".exe", and exec directives in pages. Of what a
+  // program prints the first 1,024 bytes count, and the rest is lost. It learns of its request from the server
+  // variables in its environment alone: it has no standard input, so it can serve GET and not read the body of a POST.
+  // Default: False.
   bool CGIEnable() const;
   void CGIEnable(bool value);
 
   // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
-  // VirtualPath & "\scripts" at the start. Default: "".
+  // VirtualPath & "\scripts" at the start, which lies below the root: what is there and is no ".exe" (a script's data,
+  // a
+  // ".bat", a copy of an editor's) can be fetched like any other file. Default: "".
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
 
@@ -125,12 +136,18 @@ class Tessel {
   bool ErrorFilesEnable() const;
   void ErrorFilesEnable(bool value);
 
-  // Whether error answers carry a page; without, they are a header with the status code alone. Default: True.
+  // Whether error answers carry a page. Default: True.
+  // With a page, every error leaves with the status line "HTTP/1.0 200 OK", and only the page's text says what is
+  // wrong. People do not see the difference; programs take the error page for what they asked for: apt and "curl -f"
+  // report success and store it, link checkers find no dead links, fetch() of a script or of node says "ok". Without a
+  // page an error is a header with its true code (404, 401, 403, 400, 500) and no body: set False for whatever is not a
+  // person.
   bool VerboseErrorsEnable() const;
   void VerboseErrorsEnable(bool value);
 
   // (start) The highest socket element; one of them listens, so at most MaxConnections - 1 clients are served at
-  // once. Below 2 becomes 2; above 10,000 the value stays as it was. Default: 2.
+  // once. Below 2 becomes 2; above 10,000 the value stays as it was. Default: 2. A value lowered while running works at
+  // once: the elements above it take no more clients. A raised one waits for the next start.
   std::int32_t MaxConnections() const;
   void MaxConnections(std::int32_t value);
 
@@ -163,7 +180,8 @@ class Tessel {
   void ShowAboutBox();
 
   // Bytes received and sent as whole kilobytes ("2K"), requests and errors as numbers, the time since the last start
-  // as "dd:hh:mm:ss" ("" before the first), and free slots as "free/MaxConnections".
+  // as "dd:hh:mm:ss" ("" before the first), and free slots as "free/MaxConnections". An answer that could not be handed
+  // over, because its client had just gone, is logged and counted as sent.
   std::string Stats_BytesReceived() const;
   std::string Stats_BytesSent() const;
   std::string Stats_Requests() const;
@@ -197,12 +215,19 @@ class Tessel {
   std::string QueryString(std::int32_t Index, const std::string& Paramter, std::int32_t Item = 1) const;
 
   // The value of one of the 29 server variables (names are case-sensitive), or all of them as NAME=value, each with
-  // Delimiter behind it, when Variable is blank. "" for an Index that is no connection.
+  // Delimiter behind it, when Variable is blank. "" for an Index that is no connection. In the order of that list:
+  //   AUTH_TYPE, CONTENT_LENGTH, CONTENT_TYPE, GATEWAY_INTERFACE, HTTP_ACCEPT, HTTP_REFERER, HTTP_USER_AGENT,
+  //   PATH_INFO, PATH_TRANSLATED, QUERY_STRING, REMOTE_ADDR, REMOTE_HOST, REMOTE_USER, REQUEST_METHOD, SCRIPT_NAME,
+  //   SERVER_NAME, SERVER_PORT, SERVER_PROTOCOL, SERVER_SOFTWARE, SERVER_IP, TIME, DATE, DATE_LOCAL, DATE_GMT,
+  //   COUNTER, DAY_OF_WEEK, DOCUMENT_NAME, DOCUMENT_URI, DOCUMENT_URL
+  // REMOTE_USER is "" unless the password file, or the host by TrapFileData with Process True, has let the client in.
   std::string CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter = ",");
 
-  // The whole header block of the request, or the value of one header line. The name is found anywhere in the block,
-  // so a client can pretend one inside another line. Raises Error 9 for an Index that is no connection, and Error 5
-  // when the line found has no line end.
+  // The whole header block of the request, or the value of one header line, "" when there is none or it is empty. The
+  // name is found anywhere in the block, so a client can pretend one inside another line. What is returned begins two
+  // characters after the name, for ":" and one blank: of "Referer:http://x/", which has no blank, it is "ttp://x/".
+  // Raises Error 9 for an Index that is no connection, and Error 5 when the line found has no line end, which the
+  // header block of a request never lacks.
   std::string HTTPHeader(std::int32_t Index, const std::string& HeaderField = "") const;
 
   // True from a start until StopServer; also after a start that failed, until StopServer.
@@ -273,6 +298,20 @@ class Tessel {
   // Takes effect with the next connection.
   std::int64_t MaxBodyBytes() const;
   void MaxBodyBytes(std::int64_t value);
+
+  // How many bytes of bodies the control keeps at once, over all connections: those that are still arriving, and those
+  // of requests that wait for the host's answer. A body that finds no room is answered with status 400, when it is
+  // announced or when it has grown so far. A negative value becomes 0. Default: 256 MiB. Takes effect at once for what
+  // arrives from then on.
+  std::int64_t MaxBodyBytesTotal() const;
+  void MaxBodyBytesTotal(std::int64_t value);
+
+  // How many bytes of pages and listings, over all connections, may wait in memory for clients that read slowly. A
+  // client whose page finds no room gets the page "server too busy" instead, which the log shows with status 503. Files
+  // that are sent as they are and the host's own data do not count. A negative value becomes 0. Default: 256 MiB. Takes
+  // effect at once for the next pages.
+  std::int64_t MaxUnsentPageBytes() const;
+  void MaxUnsentPageBytes(std::int64_t value);
 
   // The body of the request on this connection, from the moment it is complete until its answer is handed over: inside
   // FileRequest and CallFunction, and after FileRequest for as long as the answer is due. "" at any other time.

@@ -71,6 +71,9 @@ class LineWriter {
 
 template <typename Bytes>
 std::string Encode(const Bytes& bytes) {
+  if (bytes.empty()) {
+    throw Error(cls_Base64::kArrayNotDimensioned, "Input array is not dimensioned.", "Base64.EncodeArr");
+  }
   LineWriter writer((bytes.size() + 2) / 3 * 4);
   for (std::size_t at = 0; at < bytes.size(); at += 3) {
     const std::size_t count = std::min<std::size_t>(bytes.size() - at, 3);
@@ -122,16 +125,13 @@ void cls_Base64::DecodeToFile(std::string_view text, std::string_view path) cons
   throw FileAccessError();
 }
 
-std::string cls_Base64::EncodeArr(const std::vector<std::uint8_t>& bytes) const {
-  if (bytes.empty()) throw Error(kArrayNotDimensioned, "Input array is not dimensioned.", "Base64.EncodeArr");
-  return Encode(bytes);
-}
+std::string cls_Base64::EncodeArr(const std::vector<std::uint8_t>& bytes) const { return Encode(bytes); }
 
 std::string cls_Base64::EncodeStr(std::string_view text) const { return Encode(text); }
 
 std::string cls_Base64::EncodeFile(std::string_view path) const {
   std::string bytes;
-  if (!OpenPath(path).ReadAll(bytes, kMaxFileBytes)) return {};
+  if (!OpenPath(path).ReadAll(bytes, kMaxFileBytes) || bytes.empty()) return {};
   return Encode(bytes);
 }
 

@@ -2,7 +2,7 @@
 //
 // Thread:    any for text and bytes; the host's thread for files.
 // Ownership: values; views given are read during the call.
-// Errors:    decoding never fails on bad characters. EncodeArr and DecodeToFile raise Error as told with them.
+// Errors:    decoding never fails on bad characters. EncodeArr, EncodeStr and DecodeToFile raise Error as said there.
 #pragma once
 
 #include <cstddef>
@@ -44,7 +44,7 @@ class cls_Base64 {
   // kArrayNotDimensioned, "Input array is not dimensioned." from "Base64.EncodeArr" when there are no bytes.
   std::string EncodeArr(const std::vector<std::uint8_t>& bytes) const;
 
-  // The bytes of `text` in the same way. An empty text is an empty text, and no error: DecodeStr gives it back.
+  // The bytes of `text` in the same way. Raises what EncodeArr raises for an empty text.
   std::string EncodeStr(std::string_view text) const;
 
   // The bytes of the file at `path` in the same way. "" when it cannot be read, is empty, or is longer than

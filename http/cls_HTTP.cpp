@@ -197,15 +197,22 @@ std::string cls_HTTP::HeadOf(const Answer& answer, std::string_view type, std::s
   return BuildHeader(code, answer.BodySize(), Trim(type).empty() ? kFallbackType : type, true, extraHeaders);
 }
 
-std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const {
+// The content type of a file that is IsPlain; nothing for any other.
+std::optional<std::string> cls_HTTP::PlainType(const OpenFile& file, std::string_view name) const {
   if (file.Kind() != EntryKind::kFile || IsProgramName(name)) return std::nullopt;
   if (name.find(kEncodedBlank) != std::string_view::npos) return std::nullopt;
-  const std::string type = ContentTypeOf(name);
+  std::string type = ContentTypeOf(name);
   if (type == kHtmlType) return std::nullopt;
+  return type;
+}
+
+std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const {
+  const auto type = PlainType(file, name);
+  if (!type) return std::nullopt;
   Answer answer;
   const std::int64_t size = file.Size();
   answer.body = FileBody{std::move(file), size};
-  answer.head = HeadOf(answer, type, StatusCode, "");
+  answer.head = HeadOf(answer, *type, StatusCode, "");
   return answer;
 }
 

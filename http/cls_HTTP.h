@@ -215,9 +215,13 @@ class cls_HTTP {
   Answer ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
                      std::string_view ExtraHeaders, RequestInfo info, const std::string& Body);
 
+  // Whether the open `file`, whose name is `name`, goes out as it is on disk, whoever asks for it: it is a file, no
+  // program, not of type "text/html", and its name is without "%20".
+  bool IsPlain(const OpenFile& file, std::string_view name) const { return PlainType(file, name).has_value(); }
+
   // The same answer, header included, for a file that goes out as it is on disk and for which nobody asks for request
   // values: it takes the open `file`, whose name is `name`. Nothing, and `file` stays, when ProcessFile must make the
-  // answer: for a program, a file of type "text/html", a name with "%20", and what is no open file.
+  // answer: for what is not IsPlain.
   std::optional<Answer> PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const;
 
   // ---- Programs ----
@@ -272,6 +276,7 @@ class cls_HTTP {
   RequestInfo& Info();
 
   std::string FoundContentType(std::string_view extension) const;
+  std::optional<std::string> PlainType(const OpenFile& file, std::string_view name) const;
   std::string HeadOf(const Answer& answer, std::string_view type, std::string_view code,
                      std::string_view extraHeaders) const;
   Answer BuiltInErrorPage(std::string_view code) const;

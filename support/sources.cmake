@@ -2,6 +2,7 @@ set(SOURCES
   Dates.cpp
   Format.cpp
   Text.cpp
+  Wipe.cpp
   cls_Cookies.cpp
   cls_QueryString.cpp
   cls_Strings.cpp

@@ -2,24 +2,25 @@
 // server, and a program that is started then would hold up the host for nothing.
 //
 // Thread:    the host's thread.
-// Ownership: borrows the control's programs and the slot's flag, both for its own lifetime.
+// Ownership: borrows the control's programs and the slot, both for its own lifetime.
 // Errors:    as ProgramRunner; kStart, ECANCELED when nobody waits any more.
 #pragma once
 
 #include <cstdint>
 #include <system_error>
 
+#include "control/connection/Slot.h"
 #include "platform/programs/ProgramRunner.h"
 
 namespace TesselServer {
 
 class AnswerPrograms : public ProgramRunner {
  public:
-  // `isWanted` is looked at before each program.
-  AnswerPrograms(ProgramRunner& programs, const bool& isWanted) : programs_(programs), isWanted_(isWanted) {}
+  // Whether `slot` is still being answered is looked at before each program.
+  AnswerPrograms(ProgramRunner& programs, const Slot& slot) : programs_(programs), slot_(slot) {}
 
   ProgramResult Run(const ProgramStart& start) override {
-    if (isWanted_) return programs_.Run(start);
+    if (slot_.Phase() == RequestPhase::kAnswering) return programs_.Run(start);
     ProgramResult result;
     result.failure = ProgramResult::Failure::kStart;
     result.error = static_cast<std::int32_t>(std::errc::operation_canceled);
@@ -28,7 +29,7 @@ class AnswerPrograms : public ProgramRunner {
 
  private:
   ProgramRunner& programs_;
-  const bool& isWanted_;
+  const Slot& slot_;
 };
 
 }  // namespace TesselServer

@@ -80,8 +80,9 @@ Admission AdmissionTo(const FoundEntry& target, const Settings& settings, const 
                       const std::string& user, const std::string& password) {
   const Passwords passwords = PasswordsFor(target, settings, folderFile);
   if (passwords.state == Passwords::State::kNone) return {};
-  if (passwords.state == Passwords::State::kClosed) return {false, std::string(kDefaultRealm)};
-  return {HoldsPassword(passwords.text, user, password), RealmOf(passwords.text)};
+  if (passwords.state == Passwords::State::kClosed) return {false, std::string(kDefaultRealm), false};
+  const bool holds = HoldsPassword(passwords.text, user, password);
+  return {holds, RealmOf(passwords.text), holds};
 }
 
 }  // namespace TesselServer

@@ -17,7 +17,8 @@ namespace TesselServer {
 // What a request has to do with a password file.
 struct Admission {
   bool granted = true;
-  std::string realm;  // what the client is told when it is not
+  std::string realm;        // what the client is told when it is not
+  bool byPassword = false;  // it was asked for a password, and knew one
 };
 
 // A password file longer than this lets nobody in: it is read for every request, and none that people write comes near.

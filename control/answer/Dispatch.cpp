@@ -3,6 +3,7 @@
 #include <exception>
 #include <memory>
 #include <utility>
+#include <variant>
 
 #include "control/answer/AnswerPrograms.h"
 #include "control/answer/Listing.h"
@@ -16,6 +17,13 @@
 namespace TesselServer {
 
 namespace {
+
+// The bytes of an answer's text that is in memory for this answer alone.
+std::int64_t OwnTextBytes(const Answer& answer) {
+  if (const auto* text = std::get_if<std::string>(&answer.body)) return static_cast<std::int64_t>(text->size());
+  const auto* shared = std::get_if<Answer::SharedBytes>(&answer.body);
+  return shared != nullptr && shared->use_count() == 1 ? answer.BodySize() : 0;
+}
 
 // One leading separator goes, unless nothing else is there: the root keeps its name.
 void DropLeadingSeparator(std::string& path) {
@@ -43,7 +51,7 @@ void Dispatch::Begin(std::int32_t Index) {
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
-  if (state_.reporter.FileRequestIsHeard() && IsTrapped(*slot, state_.settings)) {
+  if (IsForHost(*slot)) {
     OfferToHost(Index, *slot);
     return;
   }
@@ -51,18 +59,39 @@ void Dispatch::Begin(std::int32_t Index) {
   SendWebPage(Index, "", false);
 }
 
+bool Dispatch::IsForHost(const Slot& slot) const {
+  return state_.reporter.FileRequestIsHeard() && IsTrapped(slot, state_.settings);
+}
+
+bool Dispatch::BodyIsRead(Slot& slot) const {
+  bool isRead = true;
+  try {
+    FindTarget(state_, slot);
+    const FoundEntry& target = slot.Target;
+    const bool isFile = target.kind == EntryKind::kFile && target.readable;
+    // what is no file gets a page of the site only where the site has error pages
+    isRead = IsForHost(slot) ||
+             (isFile ? !state_.requestTemplate.IsPlain(target.file, target.name) : state_.settings.ErrorFilesEnable);
+  } catch (const std::exception&) {
+    // SendWebPage looks again, and answers for what it meets
+  }
+  slot.Target = {};  // the body may take its time: nothing stays open until then
+  slot.TargetIsKnown = false;
+  return isRead;
+}
+
 void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   const auto slots = state_.slots;
   const std::uint64_t generation = state_.sckWS.Generation(Index);
   std::string path = PathForHost(slot);
   slot.NotTrapped = false;
-  slot.TrapOutstanding = true;
+  slot.Enter(RequestPhase::kOfferedToHost);
   slot.Target = {};  // the answer may take its time: nothing stays open until then
   slot.TargetIsKnown = false;
   state_.loop.Flush();  // the host may take its time
   const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(path), UserAuthentication(slot.Fields()));
-  if (heard || state_.sckWS.Generation(Index) != generation || !slot.TrapOutstanding) return;
-  slot.TrapOutstanding = false;
+  if (heard || state_.sckWS.Generation(Index) != generation) return;
+  if (slot.Phase() != RequestPhase::kOfferedToHost) return;  // it was answered before the handler failed
   SendWebPage(Index, "500", true);
 }
 
@@ -72,19 +101,19 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
   if (slot == nullptr) return;
   state_.statistics.RequestCount += 1;
   Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr, false};
-  slot->BeingAnswered = true;
+  slot->Enter(RequestPhase::kAnswering);
   MakeAnswer(call, StatusCode, ForceStatus);
-  slot->BeingAnswered = false;
+  if (slot->Phase() == RequestPhase::kAnswering) slot->Enter(RequestPhase::kSending);
   if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
   slot->Target = {};
-  Release(slot->Fields().RequestBody);  // not kept for as long as the answer takes to go out
+  slot->LetGoOfBody();  // not kept for as long as the answer takes to go out
   if (call.record) call.record->EndRequest();
   if (!call.handedOver) sending_.CloseConnection(Index);
 }
 
 // Makes the answer and hands it over; where that fails, the error answer for 500.
 void Dispatch::MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus) {
-  AnswerPrograms programs(state_.programs, call.slot.BeingAnswered);
+  AnswerPrograms programs(state_.programs, call.slot);
   const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
     call.record = RecordOf(state_, call.slot, call.index);
     call.record->Runner(&programs);
@@ -111,6 +140,7 @@ Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, boo
   if (target.kind == EntryKind::kNone) return Refusal(*call.record, "404");
   const Admission admission =
       AdmissionTo(target, state_.settings, state_.authFileName, request.AuthUser, request.AuthPassword);
+  if (admission.byPassword) call.slot.AuthenticatedUser = request.AuthUser;
   return target.kind == EntryKind::kDirectory ? DirectoryAnswer(call, admission) : FileAnswer(call, admission);
 }
 
@@ -145,8 +175,9 @@ Dispatch::Decision Dispatch::DirectoryAnswer(Call& call, const Admission& admiss
   // kept: written otherwise than for a file
   if (!admission.granted) return Challenge(*call.record, "WWW-authenticate", admission.realm);
   std::string page = ListingOf(state_, call.slot);
-  std::string head = call.record->BuildHeader("200", static_cast<std::int64_t>(page.size()), "text/html", true, "");
-  return {{std::move(head), std::move(page)}, "200", true};
+  const auto size = static_cast<std::int64_t>(page.size());
+  std::string head = call.record->BuildHeader("200", size, "text/html", true, "");
+  return {{std::move(head), std::move(page)}, "200", true, size};
 }
 
 Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) const {
@@ -159,13 +190,18 @@ Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) 
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
   Answer answer = call.record->ProcessFile(std::move(found), file, "200", true, "", std::move(info),
                                            call.slot.Fields().RequestBody);
-  return {std::move(answer), "200", true};
+  const std::int64_t pageBytes = OwnTextBytes(answer);
+  return {std::move(answer), "200", true, pageBytes};
 }
 
 // Sends and logs.
 void Dispatch::Deliver(Call& call, Decision decision) {
   const std::int64_t size = decision.answer.Size();
   if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return;
+  if (!call.slot.PageMemory.Resize(state_.pageMemory, decision.pageBytes)) {
+    call.handedOver = sending_.ServerTooBusy(call.index);
+    return;
+  }
   const std::string address = decision.logged ? state_.sckWS.RemoteHostIP(call.index) : std::string();
   call.handedOver = sending_.SendData(call.index, std::move(decision.answer));
   if (!decision.logged) return;

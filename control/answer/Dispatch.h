@@ -23,6 +23,10 @@ class Dispatch {
   // A request is complete: finds its target and answers it, or offers it to the host through FileRequest.
   void Begin(std::int32_t Index);
 
+  // Whether anybody can read the body of the slot's request, by the settings of this moment: the host in FileRequest,
+  // or what runs for the answer, a page or a program. True where that cannot be told.
+  bool BodyIsRead(Slot& slot) const;
+
   // Decides on the answer and hands it over. With ForceStatus it is the error answer for StatusCode. A connection that
   // got no byte of an answer is closed.
   void SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus);
@@ -33,9 +37,11 @@ class Dispatch {
     Answer answer;
     std::string status;
     bool logged = false;
+    std::int64_t pageBytes = 0;  // of a page or listing: the text that only this answer holds in memory
   };
   struct Call;
 
+  bool IsForHost(const Slot& slot) const;
   void OfferToHost(std::int32_t Index, Slot& slot);
 
   void MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus);

@@ -1,5 +1,7 @@
 #include "control/answer/HostAnswers.h"
 
+#include <algorithm>
+
 #include "control/answer/RecordSetup.h"
 #include "control/answer/SlotTarget.h"
 #include "platform/world/Error.h"
@@ -33,9 +35,11 @@ std::string NormaliseStatusCode(std::string_view statusCode) {
 std::string HeaderValue(const std::string& header, std::string_view field) {
   const std::size_t found = FindNoCase(header, field);
   if (found == std::string::npos) return {};
-  const std::size_t start = found + field.size() + 2;  // behind ":" and one blank
-  const std::size_t end = header.find(kLineEnd, start);
+  const std::size_t nameEnd = found + field.size();
+  const std::size_t end = header.find(kLineEnd, nameEnd);
   if (end == std::string::npos) throw Error(ErrorNumber::kInvalidCall, "Invalid procedure call or argument");
+  const std::size_t start =
+      std::min(nameEnd + 2, end);  // kept: ":" and one blank are passed over, whatever stands there
   return header.substr(start, end - start);
 }
 
@@ -60,10 +64,11 @@ void HostAnswers::ReturnData(std::int32_t Index, const std::string& mData) {
 void HostAnswers::TrapFileData(std::int32_t Index, const std::string& Data, bool Process,
                                const std::string& ContentType) {
   Slot* slot = Find(Index);
-  if (slot == nullptr || !slot->TrapOutstanding) return;
-  slot->TrapOutstanding = false;
+  if (slot == nullptr || slot->Phase() != RequestPhase::kOfferedToHost) return;
   slot->NotTrapped = Process;
-  if (!Process) {
+  if (Process) {
+    slot->AuthenticatedUser = slot->Fields().AuthUser;  // the host has heard the password, and lets the client in
+  } else {
     slot->TrapContentType = ContentType;
     slot->TrapData = Data;
     if (slot->TrapStatusCode.empty()) slot->TrapStatusCode = kDefaultStatus;
@@ -75,7 +80,7 @@ void HostAnswers::TrapFileDataEX(std::int32_t Index, const std::string& Data, bo
                                  const std::string& ContentType, const std::string& StatusCode,
                                  const std::string& HeaderField) {
   Slot& slot = Require(Index);
-  if (!slot.TrapOutstanding) return;
+  if (slot.Phase() != RequestPhase::kOfferedToHost) return;
   slot.TrapHeaderField = NormaliseHeaderField(HeaderField);
   slot.TrapStatusCode = NormaliseStatusCode(StatusCode);
   TrapFileData(Index, Data, Process, ContentType);
@@ -117,14 +122,15 @@ std::string HostAnswers::RequestBody(std::int32_t Index) {
 
 std::uint64_t HostAnswers::RequestNumber(std::int32_t Index) {
   Slot* slot = Find(Index);
-  return slot != nullptr && slot->TrapOutstanding ? state_.sckWS.Generation(Index) : 0;
+  const bool isOffered = slot != nullptr && slot->Phase() == RequestPhase::kOfferedToHost;
+  return isOffered ? state_.sckWS.Generation(Index) : 0;
 }
 
 std::string HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
                                            const std::string& Params) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->At(Index) : nullptr;
-  if (slot == nullptr || !slot->BeingAnswered) return {};
+  if (slot == nullptr || slot->Phase() != RequestPhase::kAnswering) return {};
   slot->FunctionAnswered = false;
   if (Trim(FunctionName).empty()) return {};
   slot->Fields().RequestQuery += Params;  // kept: no separator in between

@@ -21,7 +21,8 @@ std::string NormaliseHeaderField(std::string_view headerField);
 std::string NormaliseStatusCode(std::string_view statusCode);
 
 // The value of the first `field` in `header`, found anywhere without regard to case: from two characters behind it to
-// the next line end. "" when it is not there; raises Error 5 when no line end follows.
+// the end of its line. "" when it is not there or its line ends before; raises Error 5 when no line end follows.
+// kept: a value that follows its ":" without a blank loses its first letter.
 std::string HeaderValue(const std::string& header, std::string_view field);
 
 class HostAnswers {

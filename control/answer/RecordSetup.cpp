@@ -10,8 +10,9 @@ namespace {
 // The control's 0 means no limit; the record knows none and takes its longest instead.
 std::int32_t RecordTimeout(std::int32_t seconds) { return seconds == 0 ? -1 : seconds; }
 
-// Brings the control-wide settings up to this moment; what has not changed costs a comparison.
-const cls_HTTP& SettingsNow(ControlState& state) {
+}  // namespace
+
+void ApplySettings(ControlState& state) {
   cls_HTTP& shared = state.requestTemplate;
   const Settings& settings = state.settings;
   shared.VirtualPath(settings.VirtualPath);
@@ -29,15 +30,12 @@ const cls_HTTP& SettingsNow(ControlState& state) {
   shared.ApplicationFolder(state.applicationFolder);
   shared.Root(state.Root());
   shared.Secrets(state.Secrets());
-  return shared;
 }
-
-}  // namespace
 
 std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t Index) {
   if (!slot.Record) slot.Record = std::make_shared<cls_HTTP>(state.world);
   slot.Record->ConnectionIndex(static_cast<std::int16_t>(Index));
-  slot.Record->ShareSettings(SettingsNow(state));
+  slot.Record->ShareSettings(state.requestTemplate);
   return slot.Record;
 }
 
@@ -55,7 +53,7 @@ RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, s
   info.ContentLength = request.ContentLengthText;
   info.ContentType = request.RequestContentType;
   info.RequestMethod = request.RequestMethod;
-  info.RemoteUser = request.AuthUser;
+  info.RemoteUser = slot.AuthenticatedUser;
   return info;
 }
 

@@ -11,7 +11,11 @@
 
 namespace TesselServer {
 
-// The slot's record, made on first use, with the control's settings of this moment. The caller keeps it across events:
+// Brings the record that all records take their settings from up to those of the control. To be called whenever one of
+// them has changed, or what stands in for one: the name, address and port in use, the application folder.
+void ApplySettings(ControlState& state);
+
+// The slot's record, made on first use, with the control's settings as last applied. The caller keeps it across events:
 // the slot lets go of it when the server stops.
 std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t Index);
 

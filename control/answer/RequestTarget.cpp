@@ -6,7 +6,6 @@
 #include "platform/world/AsciiCase.h"
 #include "support/PathText.h"
 #include "support/Text.h"
-#include "support/cls_Strings.h"
 
 namespace TesselServer {
 
@@ -38,9 +37,9 @@ FoundEntry FindOnce(const RootFolder& root, std::string_view requestPath) {
   return root.Find(decoded);
 }
 
-FoundEntry FindIndexPage(const RootFolder& root, const FoundEntry& folder, std::string_view indexPageNames,
+FoundEntry FindIndexPage(const RootFolder& root, const FoundEntry& folder, std::span<const std::string> indexPages,
                          const std::function<bool(const FoundEntry&)>& isSecret) {
-  for (const std::string& name : cls_Strings::ListStrToArray(indexPageNames, ",")) {
+  for (const std::string& name : indexPages) {
     if (name.empty()) continue;
     FoundEntry page = root.Find(folder.name + "/" + name);
     if (page.kind == EntryKind::kFile && !isSecret(page)) return page;
@@ -96,11 +95,11 @@ FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
   return isProgram ? std::move(program) : FoundEntry();
 }
 
-FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::string_view indexPageNames,
+FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::span<const std::string> indexPages,
                          const std::function<bool(const FoundEntry&)>& isSecret) {
   FoundEntry entry = FindOnce(root, requestPath);
   if (entry.kind == EntryKind::kDirectory) {
-    FoundEntry page = FindIndexPage(root, entry, indexPageNames, isSecret);
+    FoundEntry page = FindIndexPage(root, entry, indexPages, isSecret);
     return page.kind == EntryKind::kFile ? std::move(page) : std::move(entry);
   }
   if (entry.kind == EntryKind::kFile && isSecret(entry)) return {};

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -44,9 +45,9 @@ FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
 
 // Finds what `requestPath` names beneath `root`: as it is spelled, "%20" being a blank; where nothing stands there,
 // with every "%XX" decoded, for the links of listings are encoded further than requests are decoded. In a folder the
-// first of the `indexPageNames` (comma list) that is a file wins over the folder. An entry that `isSecret` tells of is
+// first of the `indexPages` that is a file wins over the folder. An entry that `isSecret` tells of is
 // not there.
-FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::string_view indexPageNames,
+FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::span<const std::string> indexPages,
                          const std::function<bool(const FoundEntry&)>& isSecret);
 
 }  // namespace TesselServer

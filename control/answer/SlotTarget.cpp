@@ -9,7 +9,7 @@ void FindTarget(ControlState& state, Slot& slot) {
   if (request.RequestPath.empty()) return;
   const auto secrets = state.Secrets();
   const auto isSecret = [&secrets](const FoundEntry& entry) { return secrets->Contains(entry); };
-  slot.Target = ResolveTarget(*state.Root(), request.RequestPath, state.settings.IndexPageNames, isSecret);
+  slot.Target = ResolveTarget(*state.Root(), request.RequestPath, state.settings.IndexPageList, isSecret);
   slot.TargetIsInCGIDirectory = false;
   if (slot.Target.kind == EntryKind::kNone && state.settings.CGIEnable &&
       IsProgramRequest(request.RequestPath, request.RequestQuery)) {

@@ -65,15 +65,17 @@ void Connections::Close(std::int32_t Index) {
   state_.reporter.Trap(ErrorPrefix::kClose, [&] {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
-    if (slot == nullptr || slot->TrapOutstanding || slot->BeingAnswered) return;
+    if (slot == nullptr) return;
+    if (slot->Phase() == RequestPhase::kOfferedToHost || slot->Phase() == RequestPhase::kAnswering) return;
     const Reception::Outcome outcome = slot->Request.EndOfInput();
-    if (outcome == Reception::Outcome::kIgnored) Release(slot->Fields().RequestBody);  // of no use to anybody now
+    if (outcome == Reception::Outcome::kIgnored) slot->LetGoOfBody();
     Follow(Index, *slot, outcome);
   });
 }
 
 void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outcome) {
   using Outcome = Reception::Outcome;
+  outcome = BoundBody(slot, outcome);
   // a line end may follow a body without being announced: a client's old habit
   const bool mayCome = slot.Request.InputMayCome() || slot.Fields().RequestMethod == "POST";
   state_.sckWS.InputMayCome(Index, mayCome);
@@ -84,6 +86,9 @@ void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outc
     case Outcome::kGrace:
       Wait(Index, slot, outcome, Reception::kGraceMilliseconds);
       return;
+    case Outcome::kLateBody:
+      Wait(Index, slot, outcome, Reception::kLateBodyMilliseconds);
+      return;
     case Outcome::kWaiting:
     case Outcome::kIgnored:
       break;
@@ -92,14 +97,28 @@ void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outc
       state_.sckWS.AnswerPending(Index, true);
       break;
   }
-  slot.WaitTimer.reset();
+  slot.StopWaiting();
   if (outcome == Outcome::kComplete) dispatch_.Begin(Index);
   if (outcome == Outcome::kBad) dispatch_.SendWebPage(Index, "400", true);
 }
 
+// Bodies are bounded over all connections, and one that nobody can read is not kept. Whether it can be read costs a
+// look at its target, so that is asked only where the body has not come with its header, or finds no room.
+Reception::Outcome Connections::BoundBody(Slot& slot, Reception::Outcome outcome) {
+  Reception& request = slot.Request;
+  const auto bytes = [&] { return static_cast<std::int64_t>(slot.Fields().RequestBody.size()); };
+  const bool isDue = slot.Fields().BodyPending || !slot.BodyMemory.Fits(state_.bodyMemory, bytes());
+  if (request.Body() == Reception::BodyUse::kUndecided && isDue) {
+    const bool isRead = dispatch_.BodyIsRead(slot);
+    request.Body(isRead ? Reception::BodyUse::kKept : Reception::BodyUse::kDropped);
+    if (isRead && !slot.BodyMemory.Fits(state_.bodyMemory, request.AnnouncedBytes())) return request.Refuse();
+  }
+  return slot.BodyMemory.Resize(state_.bodyMemory, bytes()) ? outcome : request.Refuse();
+}
+
 // The time runs from the first outcome of its kind; later ones do not prolong it.
 void Connections::Wait(std::int32_t Index, Slot& slot, Reception::Outcome reason, std::int32_t milliseconds) {
-  if (slot.WaitTimer && slot.WaitsFor == reason) return;
+  if (slot.WaitsFor == reason) return;
   slot.WaitsFor = reason;
   slot.WaitTimer = std::make_unique<Timer>(state_.loop);
   slot.WaitTimer->Interval(milliseconds);
@@ -112,7 +131,7 @@ void Connections::TimeUp(std::int32_t Index) {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
     if (slot == nullptr) return;
-    slot->WaitTimer.reset();
+    slot->StopWaiting();
     Follow(Index, *slot, slot->Request.TimeUp());
   });
 }

@@ -31,6 +31,7 @@ class Connections {
   void AcceptSecondary(std::int32_t Index, std::int32_t requestID);
   bool TakeSlot(std::int32_t slot, std::int32_t requestID);
   void Follow(std::int32_t Index, Slot& slot, Reception::Outcome outcome);
+  Reception::Outcome BoundBody(Slot& slot, Reception::Outcome outcome);
   void Wait(std::int32_t Index, Slot& slot, Reception::Outcome reason, std::int32_t milliseconds);
   void TimeUp(std::int32_t Index);
 

@@ -8,6 +8,7 @@ namespace TesselServer {
 namespace {
 
 constexpr std::string_view kAcceptSeparator = ", ";
+constexpr std::string_view kContinue = "100-continue";
 
 bool HoldsNul(std::string_view text) { return text.find('\0') != kNpos; }
 
@@ -40,6 +41,7 @@ class NameSearch {
   std::size_t contentType = kNpos;
   std::size_t authorization = kNpos;
   std::size_t contentLength = kNpos;
+  std::size_t expect = kNpos;
 
  private:
   void Look(std::size_t colon, std::string& accept) {
@@ -49,6 +51,7 @@ class NameSearch {
         [[fallthrough]];
       case 'T':
         if (IsBefore(colon, kAccept)) TakeAccept(colon, accept);
+        if (IsBefore(colon, "\r\nexpect")) Take(expect, colon);
         break;
       case 'r':
       case 'R':
@@ -115,8 +118,9 @@ std::optional<std::int64_t> ReadHeaderFields(std::string_view text, std::size_t 
   if (!accept.empty()) accept.resize(accept.size() - kAcceptSeparator.size());
   fields.RequestReferer = Value(text, names.referer);
   fields.RequestUserAgent = Value(text, names.userAgent);
-  const bool inBlock = names.contentType != kNpos && names.contentType <= blankLine;
-  fields.RequestContentType = Value(text, inBlock ? names.contentType : kNpos);
+  const auto inBlock = [blankLine](std::size_t at) { return at <= blankLine ? at : kNpos; };
+  fields.RequestContentType = Value(text, inBlock(names.contentType));
+  fields.ExpectsContinue = EqualNoCase(Value(text, inBlock(names.expect)), kContinue);
   ReadCredentials(text, names.authorization, fields);
   return LeadingNumber(Value(text, names.contentLength));
 }

@@ -19,11 +19,11 @@ namespace TesselServer {
 // Base64 credentials longer than this are not decoded: the request carries none.
 inline constexpr std::size_t kMaxCredentialBytes = 8 * 1024;
 
-// Fills RequestHeader, RequestAccept, RequestReferer, RequestUserAgent, RequestContentType, AuthUser and AuthPassword
-// from `text`, the start of a request without blanks around it, whose first CR LF CR LF stands at `blankLine` (npos for
-// none). A value goes to the next CR LF or to the end of the text, without the blanks around it; one that holds a NUL
-// is dropped, for a later reader could take its head for the whole. Costs one pass over the text and one for each
-// value.
+// Fills RequestHeader, RequestAccept, RequestReferer, RequestUserAgent, RequestContentType, AuthUser, AuthPassword and
+// ExpectsContinue from `text`, the start of a request without blanks around it, whose first CR LF CR LF stands at
+// `blankLine` (npos for none). A value goes to the next CR LF or to the end of the text, without the blanks around it;
+// one that holds a NUL is dropped, for a later reader could take its head for the whole. Costs one pass over the text
+// and one for each value.
 //
 // Returns the announced length, the number at the first "Content-Length:", in any case: its leading decimal digits,
 // what stands behind them is passed over. A number too large for the type is its largest. Nothing when there is no such

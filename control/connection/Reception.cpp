@@ -166,9 +166,10 @@ Reception::Outcome Reception::TakeBody(std::string_view bytes) {
   return BodyOutcome();
 }
 
-// Counts body bytes and keeps those within the announced length.
+// Counts body bytes and keeps those within the announced length, if anybody wants them.
 void Reception::Store(std::string_view bytes) {
   received_ += static_cast<std::int64_t>(bytes.size());
+  if (bodyUse_ == BodyUse::kDropped) return;
   auto& body = fields_.RequestBody;
   const auto length = static_cast<std::size_t>(length_);
   const auto kept = bytes.substr(0, length - body.size());
@@ -181,7 +182,8 @@ void Reception::Store(std::string_view bytes) {
 
 Reception::Outcome Reception::BodyOutcome() {
   if (received_ >= length_) return Complete();
-  return length_ - received_ > kBodyTolerance ? Outcome::kWaiting : Outcome::kGrace;
+  if (length_ - received_ > kBodyTolerance) return Outcome::kWaiting;
+  return received_ == 0 || fields_.ExpectsContinue ? Outcome::kLateBody : Outcome::kGrace;
 }
 
 Reception::Outcome Reception::Complete() {
@@ -194,6 +196,16 @@ Reception::Outcome Reception::Bad() {
   if (fields_.RequestPath.empty()) fields_.RequestPath = '/';  // what is answered has a path
   Finish();
   return Outcome::kBad;
+}
+
+void Reception::Body(BodyUse use) {
+  bodyUse_ = use;
+  if (use == BodyUse::kDropped) Release(fields_.RequestBody);
+}
+
+Reception::Outcome Reception::Refuse() {
+  Release(fields_.RequestBody);
+  return Bad();
 }
 
 Reception::Outcome Reception::Ignore() {
@@ -213,6 +225,7 @@ void Reception::Reset() {
   Release(held_);
   textStart_ = 0;
   blankLine_ = BlankLineFinder();
+  bodyUse_ = BodyUse::kUndecided;
   length_ = 0;
   received_ = 0;
   fields_.Reset();

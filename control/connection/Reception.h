@@ -31,8 +31,11 @@ class Reception {
   static constexpr std::size_t kMaxHeldBytes = 64 * 1024;
   // How long the header block of a request that is not a GET is waited for.
   static constexpr std::int32_t kHoldMilliseconds = 2000;
-  // How long the last one to eight announced bytes of a body are waited for.
+  // How long the last one to eight announced bytes of a body are waited for once it has begun.
   static constexpr std::int32_t kGraceMilliseconds = 250;
+  // How long they are waited for where the body may come well after its header: none of it has come yet, or the client
+  // expects to be told to go on. It is not told, and sends after a second or so (RFC 9110, 10.1.1).
+  static constexpr std::int32_t kLateBodyMilliseconds = 2000;
   // A body may fall this many bytes short of its announced length.
   static constexpr std::int64_t kBodyTolerance = 8;
   // A longer body is refused at once. The host may set another limit.
@@ -44,6 +47,7 @@ class Reception {
     kWaiting,   // more must arrive; nothing to do until then, however long it takes
     kHolding,   // more must arrive; call TimeUp() kHoldMilliseconds after the first outcome of this kind
     kGrace,     // more may arrive; call TimeUp() kGraceMilliseconds after the first outcome of this kind
+    kLateBody,  // more may arrive; call TimeUp() kLateBodyMilliseconds after the first outcome of this kind
     kComplete,  // the request is complete: dispatch it. Comes at most once
     kBad,       // the request is bad: answer with status 400. Comes at most once, and never beside kComplete
     kIgnored,   // the request was taken already (complete or bad), or there will be none: the bytes are dropped
@@ -54,11 +58,23 @@ class Reception {
   // Takes the next chunk as it arrived.
   Outcome Data(std::string_view chunk);
 
-  // The time asked for by kHolding or kGrace is over. kIgnored when nothing was being waited for by time.
+  // The time asked for by kHolding, kGrace or kLateBody is over. kIgnored when nothing was being waited for by time.
   Outcome TimeUp();
 
   // The peer sends nothing more. kComplete, kBad, or kIgnored when what has come makes no request.
   Outcome EndOfInput();
+
+  // Whether anybody can read the body. The caller decides once the length is known; until then, and with kKept, what
+  // comes of it is kept. With kDropped what has come is let go, and what comes is counted only.
+  enum class BodyUse { kUndecided, kKept, kDropped };
+  BodyUse Body() const { return bodyUse_; }
+  void Body(BodyUse use);
+
+  // The length of the body as announced, 0 while it is not known.
+  std::int64_t AnnouncedBytes() const { return length_; }
+
+  // The caller has no room for the body: the request is bad, even one that was complete. Always kBad.
+  Outcome Refuse();
 
   // True until everything the client announced has been read: its blank line seen and its body complete, nothing
   // behind it. While true, closing must be orderly, for a close with unread input would destroy the answer.
@@ -115,6 +131,7 @@ class Reception {
   std::string held_;           // the start of the request, while more of it must come
   std::size_t textStart_ = 0;  // how many bytes of the start are leading blanks
   BlankLineFinder blankLine_;
+  BodyUse bodyUse_ = BodyUse::kUndecided;
   std::int64_t length_ = 0;    // announced length of the body
   std::int64_t received_ = 0;  // bytes behind the blank line, those beyond the length included
   RequestFields fields_;

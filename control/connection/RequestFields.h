@@ -29,6 +29,7 @@ struct RequestFields {
   std::string AuthPassword;
   std::string ContentLengthText;  // the announced length in decimal; "" when none was announced
   std::string RequestBody;        // what arrived of the body, never more than announced
+  bool ExpectsContinue = false;   // a header line "Expect: 100-continue": the client is in no hurry with its body
   bool BodyPending = false;       // a body is still being collected
   std::int64_t BodyWritePos = 1;  // 1-based position in RequestBody at which the next body byte goes
   std::int64_t HeaderEndPos = 1;  // 1-based position of the blank line's CR LF CR LF in what started a POST, 0 when it
@@ -42,6 +43,7 @@ struct RequestFields {
       Empty(*text, kKeptBytes);
     }
     Release(RequestBody);
+    ExpectsContinue = false;
     BodyPending = false;
     BodyWritePos = 1;
     HeaderEndPos = 1;

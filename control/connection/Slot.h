@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "control/connection/MemoryBudget.h"
 #include "control/connection/Reception.h"
 #include "http/cls_HTTP.h"
 #include "platform/files/FileSystem.h"
@@ -16,50 +17,79 @@
 
 namespace TesselServer {
 
+// Where the request of a connection is. Slot::Enter alone changes it.
+enum class RequestPhase {
+  kReceiving,      // it has not arrived whole, or there is none
+  kOfferedToHost,  // FileRequest was raised and not answered yet
+  kAnswering,      // inside SendWebPage: its page may raise function tags and run programs
+  kSending,        // its answer was handed over and has not gone yet
+};
+
 struct Slot {
   Reception Request;
+  MemoryShare BodyMemory;         // what the request's body takes, as far as it has come
+  MemoryShare PageMemory;         // what the text of the page takes that is on its way
+  std::string AuthenticatedUser;  // whom a password file, or the host in FileRequest, has let in; "" for nobody
   std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
   std::string FunctionResult;     // what the host returned for the latest function tag
   bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
-  bool BeingAnswered = false;     // inside SendWebPage: its page may raise function tags and run programs
   FoundEntry Target;              // what the path of the request leads to
   bool TargetIsKnown = false;     // Target was looked for, though nothing may have been there
   bool TargetIsInCGIDirectory = false;
   std::string ScriptName;          // the file part of the request; stays when Target is let go
   bool NotTrapped = true;          // the control answers by itself, not with the host's data
   bool SecondaryAccepted = false;  // kept: set for an element that is no listener but was asked to accept
-  bool TrapOutstanding = false;    // FileRequest was raised and not answered yet
   std::string TrapData;
   std::string TrapContentType;
   std::string TrapHeaderField;
   std::string TrapStatusCode;
   cls_QueryString QueryParser;
   std::shared_ptr<cls_HTTP> Record;                            // made on first use, kept for the next request
+  Reception::Outcome WaitsFor = Reception::Outcome::kWaiting;  // what WaitTimer runs for; kWaiting: it does not run
   std::unique_ptr<Timer> WaitTimer;                            // for the rest of a header block or body
-  Reception::Outcome WaitsFor = Reception::Outcome::kWaiting;  // what WaitTimer is running for
 
   RequestFields& Fields() { return Request.Fields(); }
+
+  RequestPhase Phase() const { return phase_; }
+  void Enter(RequestPhase phase) { phase_ = phase; }
+
+  // No time runs for this request any more.
+  void StopWaiting() {
+    WaitTimer.reset();
+    WaitsFor = Reception::Outcome::kWaiting;
+  }
+
+  // The body of the request is of no further use.
+  void LetGoOfBody() {
+    Release(Fields().RequestBody);
+    BodyMemory.Release();
+  }
 
   // For the next client: all memory of the last one goes, but for what RequestFields::kKeptBytes lets each text keep.
   // Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record; a record that is at work on an answer
   // stays with that work.
   void Reset(std::int64_t maxBodyBytes) {
-    if (BeingAnswered) Record.reset();
-    BeingAnswered = false;
+    if (phase_ == RequestPhase::kAnswering) Record.reset();
+    Enter(RequestPhase::kReceiving);
     Request.Reset();
     Request.MaxBodyBytes(maxBodyBytes);
+    BodyMemory.Release();
+    PageMemory.Release();
+    Release(AuthenticatedUser);
     Release(Target.name);  // an assignment would keep its memory
     Target = {};
-    TargetIsKnown = TargetIsInCGIDirectory = TrapOutstanding = FunctionAnswered = false;
+    TargetIsKnown = TargetIsInCGIDirectory = FunctionAnswered = false;
     Empty(ScriptName, RequestFields::kKeptBytes);
     for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
       Release(*text);
     }
     cls_QueryString fresh;
     std::swap(QueryParser, fresh);  // its texts' memory goes as well
-    WaitTimer.reset();
-    WaitsFor = Reception::Outcome::kWaiting;
+    StopWaiting();
   }
+
+ private:
+  RequestPhase phase_ = RequestPhase::kReceiving;
 };
 
 // The slots of one run of the server, by element number. A slot is made when it is first used, so that 10,000 unused

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "control/answer/RecordSetup.h"
 #include "control/life/ComponentVersion.h"
 #include "platform/sockets/SocketErrors.h"
 #include "platform/world/Error.h"
@@ -71,7 +72,7 @@ void Lifecycle::Start() {
   state_.holdConnections = true;
   state_.running = true;  // kept: a start that fails leaves both set until StopServer
   FillDefaults();
-  state_.requestTemplate.VirtualPath(state_.settings.VirtualPath);
+  ApplySettings(state_);
   state_.requestTemplate.ParentControl(&control_);
   Status("Starting Server ...");
   Log("#" + sending_.LogTimestamp() + " - Starting Server ...");
@@ -83,9 +84,11 @@ void Lifecycle::Start() {
   }
   state_.slots = std::make_shared<SlotTable>(state_.settings.MaxConnections);
   NameServer();
+  ApplySettings(state_);
   LogConfiguration();
   Log("#" + sending_.LogTimestamp() + " - Server Started.");
   if (state_.settings.ServerIP.empty()) state_.serverAddressInUse = state_.world.LocalAddress();
+  ApplySettings(state_);
   WarnOfDescriptors();
   CheckAbandoned();
   state_.tmrCheckConn.Enabled(true);
@@ -110,11 +113,7 @@ void Lifecycle::FillDefaults() {
     state_.reporter.RaisePropertyChanged("VirtualPath");
     CheckAbandoned();
   }
-  // a name that was read from a bag has not been loaded yet, and a file that was empty may have been filled
-  const bool loaded = settings.ContentTypeLines != nullptr && !settings.ContentTypeLines->empty();
-  if (!settings.ContentTypeSourceFile.empty() && !loaded) {
-    settings.ContentTypeLines = LoadLines(settings.ContentTypeSourceFile);
-  }
+  settings.RefreshContentTypes();
 }
 
 void Lifecycle::StartListening() {

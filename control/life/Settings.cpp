@@ -5,26 +5,64 @@
 #include "platform/files/FileSystem.h"
 #include "platform/settings/PropertyBag.h"
 #include "support/Text.h"
+#include "support/Wipe.h"
 #include "support/cls_Strings.h"
 
 namespace TesselServer {
+
+namespace {
+
+// Fills `lines` with the trimmed lines of `text`. False when there are more than a table takes. The memory for them is
+// asked for once, so that no line is left behind where the table was before it grew.
+bool CutIntoLines(std::string_view text, std::vector<std::string>& lines) {
+  const bool isOpen = !text.empty() && text.back() != '\n';
+  const auto count = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + (isOpen ? 1 : 0);
+  if (count > Settings::kMaxTableLines) return false;
+  lines.reserve(count);
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    std::string_view line = text.substr(start, end - start);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    lines.emplace_back(Trim(line));
+    start = end + 1;
+  }
+  return true;
+}
+
+}  // namespace
 
 void Settings::SetIndexPageNames(std::string_view names) {
   IndexPageNames = WithoutBlanks(names);
   IndexPageList = cls_Strings::ListStrToArray(IndexPageNames, ",");
 }
 
-void Settings::SetTrapFileTypes(std::string_view types) {
-  TrapFileTypes = WithoutBlanks(types);
-  TrapTypeList = cls_Strings::ListStrToArray(TrapFileTypes, ",");
+void Settings::SetContentTypes(const std::string& file, LineTable lines) {
+  ContentTypeLines = std::move(lines);
+  ContentTypeLinesFile = file;
+  ContentTypeSourceFile = file;
 }
 
-// A port given as text converts as one kept in a property bag does.
-std::int32_t ParseServerPort(std::string_view text) {
-  MemoryPropertyBag bag;
-  bag.Put("ServerPort", Trim(text));
-  return std::get<std::int32_t>(bag.ReadProperty("ServerPort", std::int32_t{0}));
+void Settings::RefreshContentTypes() {
+  LineTable lines = ContentTypeSourceFile.empty() ? nullptr : LoadLines(ContentTypeSourceFile);
+  if (lines == nullptr && ContentTypeLinesFile == ContentTypeSourceFile) return;
+  SetContentTypes(ContentTypeSourceFile, std::move(lines));
 }
+
+std::shared_ptr<const SecretLines> SecretLines::Load(const std::string& path) {
+  std::string text;
+  const bool isRead = OpenPath(path).ReadAll(text, Settings::kMaxTableBytes);
+  std::vector<std::string> lines;
+  const bool isTable = isRead && CutIntoLines(text, lines);
+  Wipe(text);
+  auto secret = std::make_shared<SecretLines>(std::move(lines));
+  return isTable ? secret : nullptr;
+}
+
+SecretLines::~SecretLines() {
+  for (std::string& line : lines_) Wipe(line);
+}
+
+std::int32_t ParseServerPort(std::string_view text) { return NumberFromText("ServerPort", Trim(text)); }
 
 std::int32_t ClampSeconds(std::int32_t value) { return std::clamp(value, 0, Settings::kMaxSeconds); }
 
@@ -32,17 +70,9 @@ std::string WithoutBlanks(std::string_view text) { return ReplaceAll(text, " ", 
 
 LineTable LoadLines(const std::string& path) {
   std::string text;
-  if (!OpenPath(path).ReadAll(text, Settings::kMaxTableBytes)) return nullptr;
   auto lines = std::make_shared<std::vector<std::string>>();
-  for (std::size_t start = 0; start < text.size();) {
-    std::size_t end = std::min(text.find('\n', start), text.size());
-    std::string_view line(text.data() + start, end - start);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    lines->emplace_back(Trim(line));
-    if (lines->size() > Settings::kMaxTableLines) return nullptr;
-    start = end + 1;
-  }
-  return lines;
+  const bool isTable = OpenPath(path).ReadAll(text, Settings::kMaxTableBytes) && CutIntoLines(text, *lines);
+  return isTable ? lines : nullptr;
 }
 
 }  // namespace TesselServer

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "http/Enumerations.h"
@@ -17,6 +18,23 @@ namespace TesselServer {
 
 // One trimmed line of a file per entry, in file order.
 using LineTable = std::shared_ptr<const std::vector<std::string>>;
+
+// The lines of a file of passwords. Their bytes are overwritten before their memory is given back.
+class SecretLines {
+ public:
+  // Null when the file cannot be read or is beyond the limits of a table.
+  static std::shared_ptr<const SecretLines> Load(const std::string& path);
+
+  explicit SecretLines(std::vector<std::string> lines) : lines_(std::move(lines)) {}
+  SecretLines(const SecretLines&) = delete;
+  SecretLines& operator=(const SecretLines&) = delete;
+  ~SecretLines();
+
+  const std::vector<std::string>& Lines() const { return lines_; }
+
+ private:
+  std::vector<std::string> lines_;
+};
 
 struct Settings {
   static constexpr std::int32_t kMaxSeconds = 2'000'000'000;        // the time-outs' upper end
@@ -48,15 +66,21 @@ struct Settings {
   bool TrapFileEnable = false;
   std::string TrapFileTypes;
 
-  // Made from the above when the property is set; a default or a value read from a bag does not make them.
-  std::vector<std::string> IndexPageList;
-  std::vector<std::string> TrapTypeList;
-  LineTable ContentTypeLines;
-  LineTable AuthLines;
+  // Made from the above when the property is set.
+  std::vector<std::string> IndexPageList{IndexPageNames};
+  LineTable ContentTypeLines;                    // null for none
+  std::string ContentTypeLinesFile;              // the file that they were read from
+  std::shared_ptr<const SecretLines> AuthLines;  // null for none; nothing reads them
 
   // Stores the comma list without its blanks, and cuts it into its array.
   void SetIndexPageNames(std::string_view names);
-  void SetTrapFileTypes(std::string_view types);
+
+  // Stores the name of a file of content types, and its lines.
+  void SetContentTypes(const std::string& file, LineTable lines);
+
+  // Reads the file of content types anew: its name may have come from a bag, which reads nothing, and it may have
+  // changed since. One that cannot be read leaves the lines that were read of it before; those of another file go.
+  void RefreshContentTypes();
 };
 
 // A port text as a number: blanks around it are dropped, a fraction is rounded half to even. Raises Error 13 for a text

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "control/answer/RecordSetup.h"
+
 namespace TesselServer {
 
 namespace {
@@ -42,7 +44,9 @@ void TimeOuts::OpenListener() {
     state_.sckWS.LocalPort(kListener, state_.listenPort);
   }
   state_.sckWS.Listen(kListener);
-  if (state_.listenPort == 0) state_.listenPort = state_.sckWS.BoundPort(kListener);
+  if (state_.listenPort != 0) return;
+  state_.listenPort = state_.sckWS.BoundPort(kListener);
+  ApplySettings(state_);  // the port that pages show
 }
 
 void TimeOuts::Sweep() {

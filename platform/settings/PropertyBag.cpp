@@ -123,17 +123,6 @@ bool BooleanOf(std::string_view name, std::string_view text) {
   return !number->isZero;
 }
 
-std::int32_t NumberOf(std::string_view name, std::string_view text) {
-  const auto number = ParseDecimal(text);
-  if (!number) RaiseMismatch(name, text, "a number");
-  using Limits = std::numeric_limits<std::int32_t>;
-  if (number->rounded < Limits::min() || number->rounded > Limits::max()) {
-    throw Error(ErrorNumber::kOverflow, "Overflow: " + std::string(name) + " is " + Quoted(text) +
-                                            ", which is outside -2147483648 to 2147483647");
-  }
-  return static_cast<std::int32_t>(number->rounded);
-}
-
 std::string TextOf(const PropertyValue& value) {
   if (const auto* flag = std::get_if<bool>(&value)) return *flag ? "True" : "False";
   if (const auto* number = std::get_if<std::int32_t>(&value)) return std::to_string(*number);
@@ -221,6 +210,17 @@ int Replace(const std::string& target, std::string_view bytes) {
 
 }  // namespace
 
+std::int32_t NumberFromText(std::string_view name, std::string_view text) {
+  const auto number = ParseDecimal(text);
+  if (!number) RaiseMismatch(name, text, "a number");
+  using Limits = std::numeric_limits<std::int32_t>;
+  if (number->rounded < Limits::min() || number->rounded > Limits::max()) {
+    throw Error(ErrorNumber::kOverflow, "Overflow: " + std::string(name) + " is " + Quoted(text) +
+                                            ", which is outside -2147483648 to 2147483647");
+  }
+  return static_cast<std::int32_t>(number->rounded);
+}
+
 void PropertyBag::WriteProperty(std::string_view name, const PropertyValue& value, const PropertyValue& byDefault) {
   if (value == byDefault) {
     Remove(name);
@@ -233,7 +233,7 @@ PropertyValue PropertyBag::ReadProperty(std::string_view name, const PropertyVal
   const auto text = Get(name);
   if (!text) return byDefault;
   if (std::holds_alternative<bool>(byDefault)) return BooleanOf(name, *text);
-  if (std::holds_alternative<std::int32_t>(byDefault)) return NumberOf(name, *text);
+  if (std::holds_alternative<std::int32_t>(byDefault)) return NumberFromText(name, *text);
   return *text;
 }
 

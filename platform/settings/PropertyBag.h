@@ -19,6 +19,11 @@ namespace TesselServer {
 // A setting: text, a whole number of 32 bits, or a Boolean.
 using PropertyValue = std::variant<bool, std::int32_t, std::string>;
 
+// A text as a whole number of 32 bits, as a bag reads one: decimal, with or without a fraction, which is rounded half
+// to even (80.5 is 80); blanks around it do not count. Raises Error 13 (type mismatch) or 6 (overflow) for any other,
+// with a description that names the setting and its text.
+std::int32_t NumberFromText(std::string_view name, std::string_view text);
+
 // The texts by which values are kept: numbers in decimal, Booleans as "True" and "False".
 class PropertyBag {
  public:

@@ -17,12 +17,12 @@ using Kit::FailNth;
 using Kit::RawClient;
 using Kit::TestControl;
 
-struct Fault {
+struct ServingFault {
   const char* function;
   int error;
 };
 
-class ServingFaultsTest : public testing::TestWithParam<Fault> {};
+class ServingFaultsTest : public testing::TestWithParam<ServingFault> {};
 
 // A few requests of every kind: a page, a small file, one that the kernel sends, a body, and input behind a request.
 void Use(TestControl& control) {
@@ -70,12 +70,14 @@ TEST_P(ServingFaultsTest, HarmOneClientAtMost) {
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, ServingFaultsTest,
-    testing::Values(Fault{"accept4", EMFILE}, Fault{"accept4", ENOMEM}, Fault{"accept4", ECONNABORTED},
-                    Fault{"accept4", EINTR}, Fault{"recv", ECONNRESET}, Fault{"recv", EINTR}, Fault{"recv", ENOMEM},
-                    Fault{"sendmsg", EPIPE}, Fault{"sendmsg", EAGAIN}, Fault{"sendmsg", ENOBUFS},
-                    Fault{"sendmsg", EINTR}, Fault{"sendfile", EIO}, Fault{"sendfile", EPIPE},
-                    Fault{"sendfile", EAGAIN}, Fault{"sendfile", EINTR}, Fault{"pread", EIO}, Fault{"pread", EINTR},
-                    Fault{"epoll_ctl", ENOMEM}, Fault{"epoll_ctl", ENOSPC}, Fault{"epoll_wait", EINTR}),
+    testing::Values(ServingFault{"accept4", EMFILE}, ServingFault{"accept4", ENOMEM},
+                    ServingFault{"accept4", ECONNABORTED}, ServingFault{"accept4", EINTR},
+                    ServingFault{"recv", ECONNRESET}, ServingFault{"recv", EINTR}, ServingFault{"recv", ENOMEM},
+                    ServingFault{"sendmsg", EPIPE}, ServingFault{"sendmsg", EAGAIN}, ServingFault{"sendmsg", ENOBUFS},
+                    ServingFault{"sendmsg", EINTR}, ServingFault{"sendfile", EIO}, ServingFault{"sendfile", EPIPE},
+                    ServingFault{"sendfile", EAGAIN}, ServingFault{"sendfile", EINTR}, ServingFault{"pread", EIO},
+                    ServingFault{"pread", EINTR}, ServingFault{"epoll_ctl", ENOMEM}, ServingFault{"epoll_ctl", ENOSPC},
+                    ServingFault{"epoll_wait", EINTR}),
     [](const auto& each) { return std::string(each.param.function) + "_" + std::to_string(each.param.error); });
 
 }  // namespace

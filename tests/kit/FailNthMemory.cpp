@@ -1,8 +1,12 @@
 #include "tests/kit/FailNthMemory.h"
 
+#include <malloc.h>
+
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+
+#include "tests/kit/FreedText.h"
 
 namespace TesselServer::Kit {
 namespace {
@@ -16,7 +20,25 @@ bool Fails() {
   return true;
 }
 
+thread_local std::string_view watched;  // "": nothing is
+thread_local int seen = 0;
+
+void Free(void* memory) noexcept {
+  if (memory != nullptr && !watched.empty()) {
+    const std::string_view bytes(static_cast<const char*>(memory), malloc_usable_size(memory));
+    if (bytes.find(watched) != std::string_view::npos) ++seen;
+  }
+  std::free(memory);
+}
+
 }  // namespace
+
+FreedText::FreedText(std::string_view text) {
+  watched = text;
+  seen = 0;
+}
+FreedText::~FreedText() { watched = {}; }
+int FreedText::Seen() const { return seen; }
 
 FailNthMemory::FailNthMemory(int nth) {
   left = nth;
@@ -37,6 +59,6 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return TesselServer::Kit::Fails() ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept { TesselServer::Kit::Free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { TesselServer::Kit::Free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { TesselServer::Kit::Free(memory); }

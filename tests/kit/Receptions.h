@@ -15,7 +15,7 @@ namespace TesselServer {
 
 // So that a failed expectation names the outcome.
 inline void PrintTo(Reception::Outcome outcome, std::ostream* out) {
-  constexpr const char* kNames[] = {"kWaiting", "kHolding", "kGrace", "kComplete", "kBad", "kIgnored"};
+  constexpr const char* kNames[] = {"kWaiting", "kHolding", "kGrace", "kLateBody", "kComplete", "kBad", "kIgnored"};
   *out << kNames[static_cast<std::size_t>(outcome)];
 }
 
@@ -42,6 +42,7 @@ inline std::string Describe(const RequestFields& fields) {
       {"AuthPassword", fields.AuthPassword},
       {"ContentLengthText", fields.ContentLengthText},
       {"RequestBody", fields.RequestBody},
+      {"ExpectsContinue", fields.ExpectsContinue ? "True" : "False"},
       {"BodyPending", fields.BodyPending ? "True" : "False"},
       {"BodyWritePos", std::to_string(fields.BodyWritePos)},
       {"HeaderEndPos", std::to_string(fields.HeaderEndPos)},

@@ -39,6 +39,9 @@ class Documents(unittest.TestCase):
         listed = re.findall(r"^\| `([A-Z_]+)` \|", (ROOT / "docs" / "variables.md").read_text(), re.MULTILINE)
         self.assertEqual(len(named), 29)
         self.assertEqual(listed, named)
+        header = (ROOT / "control" / "Tessel.h").read_text()
+        comment = re.search(r"In the order of that list:\n((?:  //   .*\n)*)", header).group(1)
+        self.assertEqual(re.findall(r"[A-Z_]+", comment), named)
 
 
 if __name__ == "__main__":

@@ -140,6 +140,13 @@ TEST_F(RequestsTest, BodiesOfEverySizeArriveWhole) {
   }
 }
 
+// A client that asks to be told to go on, and is not, waits for a while and then sends its body all the same.
+TEST_F(RequestsTest, ABodyThatCurlSendsAfterAWhileArrives) {
+  EXPECT_EQ(RunWell({"curl", "-sS", "--max-time", "10", "--expect100-timeout", "0.6", "-H", "Expect: 100-continue",
+                     "-d", "a=1", control.Url("/a.trp")}),
+            "POST /a.trp?\na=1");
+}
+
 TEST_F(RequestsTest, ARefusalArrivesWholeThoughInputFollows) {
   control.tessel.MaxBodyBytes(1000);
   const std::string refused = Kit::WithoutDate(control.Ask("POST / HTTP/1.0\r\n\r\n"));

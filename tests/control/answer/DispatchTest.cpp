@@ -364,6 +364,44 @@ TEST_F(DispatchTest, ContentTypesNamedInABagAreReadAtTheStart) {
   EXPECT_EQ(Get("/a.txt"), Page("text/x-mine", "text"));
 }
 
+TEST_F(DispatchTest, ContentTypesNamedInABagReplaceThoseOfAnotherFile) {
+  tessel.ContentTypeSource(e_ContentTypeSource::File);
+  tessel.ContentTypeSourceFile(tree.Write("old.txt", "txt,text/x-old\n"));
+  tree.Write("a.txt", "text");
+  Start();
+  EXPECT_EQ(Get("/a.txt"), Page("text/x-old", "text"));
+  tessel.StopServer();
+  const auto readBag = [&](const std::string& types) {
+    MemoryPropertyBag bag;
+    tessel.WriteProperties(bag);
+    bag.Put("ContentTypeSourceFile", types);
+    tessel.ReadProperties(bag);
+    Start();
+  };
+  readBag(tree.Write("new.txt", "txt,text/x-new\n"));
+  EXPECT_EQ(Get("/a.txt"), Page("text/x-new", "text"));
+  tessel.StopServer();
+  readBag(tree.Text() + "/missing.txt");
+  EXPECT_EQ(Get("/a.txt"), Page("application/octet-stream", "text")) << "no types of a file that is not named";
+}
+
+TEST_F(DispatchTest, AChangedFileOfContentTypesIsSeenAtTheNextStart) {
+  const std::string types = tree.Write("types.txt", "txt,text/x-old\n");
+  tessel.ContentTypeSource(e_ContentTypeSource::File);
+  tessel.ContentTypeSourceFile(types);
+  tree.Write("a.txt", "text");
+  Start();
+  tree.Write("types.txt", "txt,text/x-new\n");
+  EXPECT_EQ(Get("/a.txt"), Page("text/x-old", "text")) << "not before";
+  tessel.StopServer();
+  Start();
+  EXPECT_EQ(Get("/a.txt"), Page("text/x-new", "text"));
+  tessel.StopServer();
+  std::filesystem::remove(types);
+  Start();
+  EXPECT_EQ(Get("/a.txt"), Page("text/x-new", "text")) << "a file that has gone leaves what was read of it";
+}
+
 TEST_F(DispatchTest, ATableOfContentTypesThatWasEmptyIsReadAgainAtTheStart) {
   const std::string types = tree.Write("types.txt", "");
   tessel.ContentTypeSource(e_ContentTypeSource::File);

@@ -64,6 +64,22 @@ TEST(HeaderValueTest, IsTheRestOfTheLineTwoCharactersBehindTheName) {
   for (const auto& c : cases) EXPECT_EQ(HeaderValue(block, c.field), c.value) << c.field << ": " << c.why;
 }
 
+TEST(HeaderValueTest, AnEmptyValueIsEmptyWhateverFollows) {
+  struct {
+    const char *block, *why;
+  } const cases[] = {
+      {"Referer:\r\n", "the last line"},
+      {"Referer: \r\n", "with its blank"},
+      {"Referer:\r\nX-Role: admin\r\n", "the next line is another header"},
+      {"Referer\r\nX-Role: admin\r\n", "not even a colon"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(HeaderValue(c.block, "referer"), "") << c.why;
+}
+
+TEST(HeaderValueTest, AValueWithoutTheBlankLosesItsFirstLetter) {
+  EXPECT_EQ(HeaderValue("Referer:http://x/\r\n", "Referer"), "ttp://x/");
+}
+
 TEST(HeaderValueTest, ALineWithoutItsEndIsRaised) {
   for (const char* block : {"Host: h", "Host", "Host:", "Host: h\n", "Host: h\r"}) {
     try {
@@ -186,6 +202,14 @@ TEST_F(HostAnswersTest, QueryStringCountStopsAtItsLargestNumber) {
          [&](std::int32_t index) { EXPECT_EQ(tessel.QueryStringCount(index, "a"), 20000); });
 }
 
+TEST_F(HostAnswersTest, AnEmptyHeaderLineIsNoError) {
+  Inside("GET /a HTTP/1.0\r\nReferer:\r\nX-Role: admin\r\nX-Last:\r\n\r\n", [&](std::int32_t index) {
+    EXPECT_EQ(tessel.HTTPHeader(index, "Referer"), "");
+    EXPECT_EQ(tessel.HTTPHeader(index, "X-Role"), "admin");
+    EXPECT_NO_THROW(EXPECT_EQ(tessel.HTTPHeader(index, "X-Last"), ""));
+  });
+}
+
 TEST_F(HostAnswersTest, CGIValueTellsOfTheRequestAndTheServer) {
   tessel.ServerName("www.example.test");
   const std::int32_t port = control.Start();
@@ -205,7 +229,7 @@ TEST_F(HostAnswersTest, CGIValueTellsOfTheRequestAndTheServer) {
             {"PATH_TRANSLATED", control.tree.Text()},
             {"QUERY_STRING", "a=1"},
             {"REMOTE_ADDR", "127.0.0.1"},
-            {"REMOTE_USER", "user"},
+            {"REMOTE_USER", ""},  // nobody has let the client in yet
             {"REQUEST_METHOD", "POST"},
             {"SCRIPT_NAME", "Page.TRP"},
             {"DOCUMENT_NAME", "Page.TRP"},
@@ -293,7 +317,7 @@ class RaiseCallFunctionTest : public testing::Test {
  protected:
   RaiseCallFunctionTest() {
     control.Start();
-    control.SlotAt(2).BeingAnswered = true;
+    control.SlotAt(2).Enter(RequestPhase::kAnswering);
   }
 
   std::string Raise(std::int32_t index, const std::string& name, const std::string& params = "") {
@@ -347,7 +371,7 @@ TEST_F(RaiseCallFunctionTest, NothingIsRaisedWithoutANameOrAConnection) {
 TEST_F(RaiseCallFunctionTest, OnlyAConnectionThatIsBeingAnsweredHasFunctionsToRaise) {
   int calls = 0;
   control.owner.CallFunction = [&](std::int32_t&, std::string&) { ++calls; };
-  control.SlotAt(2).BeingAnswered = false;
+  control.SlotAt(2).Enter(RequestPhase::kSending);
   EXPECT_EQ(Raise(2, "F", "x=1"), "");
   EXPECT_EQ(Raise(1, "F", "x=1"), "");
   EXPECT_EQ(calls, 0);

@@ -284,8 +284,8 @@ TEST_F(ProgramRequestTest, TheProgramIsToldOfItsRequest) {
   EXPECT_EQ(Got("/x/Tell.exe?a=1&b=2 3"), "0|GET|a=1&b=2|Tell.exe|/x/Tell.exe||||");
   EXPECT_EQ(BodyOf(control.Ask("POST /tell.exe HTTP/1.0\r\nAuthorization: Basic dXNlcjpwdw==\r\n"
                                "Content-Length: 4\r\n\r\nbody")),
-            "0|POST||tell.exe|/tell.exe|4|user||")
-      << "no body on its standard input";
+            "0|POST||tell.exe|/tell.exe|4|||")
+      << "no user whom nobody has asked, and no body on its standard input";
 }
 
 TEST_F(ProgramRequestTest, NoTimeLimitIsALongOne) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "control/answer/RequestTarget.h"
+#include "support/cls_Strings.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -126,7 +127,7 @@ class ResolveTargetTest : public testing::Test {
   // "F name", "D name" or "-".
   std::string Resolve(std::string_view path, std::string_view pages = "index.html,default.htm") const {
     const auto isSecret = [](const FoundEntry& entry) { return entry.name.ends_with("secret.txt"); };
-    const FoundEntry entry = ResolveTarget(root, path, pages, isSecret);
+    const FoundEntry entry = ResolveTarget(root, path, cls_Strings::ListStrToArray(pages, ","), isSecret);
     if (entry.kind == EntryKind::kNone) return "-";
     return (entry.kind == EntryKind::kFile ? "F " : "D ") + entry.name;
   }

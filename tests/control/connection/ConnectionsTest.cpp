@@ -176,7 +176,7 @@ TEST_F(ConnectionsTest, ASlotBeginsAnewWithEachClient) {
   slot.ScriptName = "old";
   slot.NotTrapped = false;
   slot.SecondaryAccepted = true;
-  slot.TrapOutstanding = true;
+  slot.Enter(RequestPhase::kOfferedToHost);
   slot.TrapData = slot.TrapContentType = slot.TrapHeaderField = slot.TrapStatusCode = "old";
   slot.QueryParser.QueryString("old=1");
   slot.Record = std::make_shared<cls_HTTP>(control.world);
@@ -198,7 +198,7 @@ TEST_F(ConnectionsTest, ASlotBeginsAnewWithEachClient) {
   EXPECT_EQ(fields.BodyWritePos, 1);
   EXPECT_EQ(fields.HeaderEndPos, 1);
   EXPECT_EQ(slot.QueryParser.Count("old"), 0);
-  EXPECT_FALSE(slot.TrapOutstanding);
+  EXPECT_EQ(slot.Phase(), RequestPhase::kReceiving);
   EXPECT_FALSE(slot.NotTrapped) << "left as it is";
   EXPECT_TRUE(slot.SecondaryAccepted) << "left as it is";
   EXPECT_EQ(slot.Record, record) << "used again";

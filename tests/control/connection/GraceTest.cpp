@@ -104,6 +104,72 @@ TEST(GraceTest, FurtherBytesDoNotProlongTheWait) {
   EXPECT_EQ(trapped.bodies, std::vector<std::string>{"12345"});
 }
 
+TEST(GraceTest, ASmallBodyThatComesAfterItsHeaderIsWaitedForTwoSeconds) {
+  for (std::size_t size = 1; size <= 8; ++size) {
+    TestControl control;
+    Trapped trapped(control);
+    control.Start();
+    RawClient client(control.tessel.ListeningPort());
+    client.Send(control.loop, Post(size, ""));
+    Settle(control.loop);
+    control.world.Advance(1999);
+    control.loop.RunOnce(0);
+    EXPECT_TRUE(trapped.bodies.empty()) << size;
+    client.Send(control.loop, std::string(size, 'b'));
+    EXPECT_EQ(Kit::BodyOf(client.ReceiveAll(control.loop)), "taken") << size;
+    EXPECT_EQ(trapped.bodies, std::vector<std::string>{std::string(size, 'b')});
+  }
+}
+
+TEST(GraceTest, ASmallBodyThatNeverComesIsAnsweredAfterTwoSeconds) {
+  TestControl control;
+  Trapped trapped(control);
+  control.Start();
+  RawClient client(control.tessel.ListeningPort());
+  client.Send(control.loop, Post(8, ""));
+  Settle(control.loop);
+  control.world.Advance(2000);
+  control.loop.RunOnce(0);
+  EXPECT_EQ(trapped.bodies, std::vector<std::string>{""});
+  EXPECT_EQ(Kit::BodyOf(client.ReceiveAll(control.loop)), "taken");
+}
+
+TEST(GraceTest, ABodyThatHasBegunHasAQuarterOfASecondFromItsFirstByteOn) {
+  TestControl control;
+  Trapped trapped(control);
+  control.Start();
+  RawClient client(control.tessel.ListeningPort());
+  client.Send(control.loop, Post(5, ""));
+  Settle(control.loop);
+  control.world.Advance(1900);
+  client.Send(control.loop, "12");
+  Settle(control.loop);
+  control.world.Advance(249);
+  control.loop.RunOnce(0);
+  EXPECT_TRUE(trapped.bodies.empty());
+  control.world.Advance(1);
+  control.loop.RunOnce(0);
+  EXPECT_EQ(trapped.bodies, std::vector<std::string>{"12"});
+}
+
+TEST(GraceTest, AClientThatExpectsToBeToldToGoOnHasTwoSeconds) {
+  for (const char* line : {"Expect: 100-continue", "expect:100-Continue", "EXPECT:   100-CONTINUE  "}) {
+    TestControl control;
+    Trapped trapped(control);
+    control.Start();
+    RawClient client(control.tessel.ListeningPort());
+    client.Send(control.loop, std::string("POST /form HTTP/1.0\r\n") + line + "\r\nContent-Length: 20\r\n\r\n" +
+                                  std::string(15, 'b'));
+    Settle(control.loop);
+    control.world.Advance(1999);
+    control.loop.RunOnce(0);
+    EXPECT_TRUE(trapped.bodies.empty()) << line;
+    control.world.Advance(1);
+    control.loop.RunOnce(0);
+    EXPECT_EQ(trapped.bodies, std::vector<std::string>{std::string(15, 'b')}) << line;
+  }
+}
+
 TEST(GraceTest, HeaderBlockIsWaitedForTwoSeconds) {
   TestControl control;
   control.Start();

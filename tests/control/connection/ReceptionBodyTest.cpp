@@ -39,7 +39,7 @@ TEST(ReceptionBodyTest, CollectsWhatWasAnnounced) {
       {"one chunk, short by 8", 20, {12}, {Outcome::kGrace}, 12},
       {"one chunk, short by 9", 20, {11}, {Outcome::kWaiting}, 11},
       {"header, then body", 20, {0, 20}, {Outcome::kWaiting, Outcome::kComplete}, 20},
-      {"header, then a body within the tolerance", 5, {0, 5}, {Outcome::kGrace, Outcome::kComplete}, 5},
+      {"header, then a body within the tolerance", 5, {0, 5}, {Outcome::kLateBody, Outcome::kComplete}, 5},
       {"header, then a body beyond it", 9, {0, 9}, {Outcome::kWaiting, Outcome::kComplete}, 9},
       {"three chunks", 50, {0, 30, 20}, {Outcome::kWaiting, Outcome::kWaiting, Outcome::kComplete}, 50},
       {"the first with the header", 50, {10, 20, 20}, {Outcome::kWaiting, Outcome::kWaiting, Outcome::kComplete}, 50},
@@ -158,10 +158,82 @@ TEST(ReceptionBodyTest, TheBlankLineMayLieAcrossTheMomentOfGivingUp) {
 TEST(ReceptionBodyTest, AShortBodyBehindAGivenUpHeaderHasItsGrace) {
   Reception reception;
   ASSERT_EQ(reception.Data("POST /a HTTP/1.0\r\nContent-Length: 5\r\n"), Outcome::kHolding);
-  EXPECT_EQ(reception.TimeUp(), Outcome::kGrace);
+  EXPECT_EQ(reception.TimeUp(), Outcome::kLateBody);
   EXPECT_EQ(reception.Data("X: y\r\n\r\n123"), Outcome::kGrace);
   EXPECT_EQ(reception.TimeUp(), Outcome::kComplete);
   EXPECT_EQ(reception.Fields().RequestBody, "123");
+}
+
+TEST(ReceptionBodyTest, ABodyThatMayComeLateIsAwaitedForLonger) {
+  const std::string expects = "POST /a HTTP/1.0\r\nExpect: 100-continue\r\nContent-Length: ";
+  struct {
+    std::string bytes;
+    Outcome outcome;
+    const char* why;
+  } const cases[] = {
+      {Header(8), Outcome::kLateBody, "nothing of it has come"},
+      {Header(8) + "1", Outcome::kGrace, "it has begun"},
+      {Header(9), Outcome::kWaiting, "a longer one is awaited without end"},
+      {expects + "8\r\n\r\n", Outcome::kLateBody, "nothing of it has come"},
+      {expects + "8\r\n\r\n1234567", Outcome::kLateBody, "the client takes its time"},
+      {expects + "9\r\n\r\n", Outcome::kWaiting, "a longer one is awaited without end"},
+      {expects + "20\r\n\r\n" + Body(12), Outcome::kLateBody, "the client takes its time"},
+      {expects + "4\r\n\r\n1234", Outcome::kComplete, "it is there"},
+      {"POST /a HTTP/1.0\r\nExpect: 200-ok\r\nContent-Length: 8\r\n\r\n1", Outcome::kGrace, "something else"},
+      {"POST /a HTTP/1.0\r\nX-Expect: 100-continue\r\nContent-Length: 8\r\n\r\n1", Outcome::kGrace, "another name"},
+      {"POST /a HTTP/1.0\r\nContent-Length: 40\r\n\r\n\r\nExpect: 100-continue\r\n" + Body(9), Outcome::kGrace,
+       "a part of the body"},
+  };
+  for (const auto& c : cases) {
+    Reception reception;
+    EXPECT_EQ(reception.Data(c.bytes), c.outcome) << c.bytes << ": " << c.why;
+    EXPECT_EQ(reception.TimeUp(),
+              c.outcome == Outcome::kGrace || c.outcome == Outcome::kLateBody ? Outcome::kComplete : Outcome::kIgnored)
+        << c.bytes;
+  }
+}
+
+// ---- What the caller decides.
+
+TEST(ReceptionBodyTest, ABodyThatNobodyReadsIsCountedOnly) {
+  Reception reception;
+  ASSERT_EQ(reception.Data(Header(300) + Body(100)), Outcome::kWaiting);
+  EXPECT_EQ(reception.Body(), Reception::BodyUse::kUndecided);
+  EXPECT_EQ(reception.AnnouncedBytes(), 300);
+  reception.Body(Reception::BodyUse::kDropped);
+  EXPECT_EQ(reception.Fields().RequestBody, "");
+  EXPECT_LE(reception.Fields().RequestBody.capacity(), 64U) << "its memory goes";
+  EXPECT_EQ(reception.Data(Body(195)), Outcome::kGrace);
+  EXPECT_EQ(reception.Data(Body(5)), Outcome::kComplete);
+  EXPECT_EQ(reception.Fields().RequestBody, "");
+  EXPECT_EQ(reception.Fields().ContentLengthText, "300");
+  EXPECT_FALSE(reception.InputMayCome());
+  reception.Reset();
+  EXPECT_EQ(reception.Body(), Reception::BodyUse::kUndecided);
+  ASSERT_EQ(reception.Data(Header(30) + Body(30)), Outcome::kComplete);
+  EXPECT_EQ(reception.Fields().RequestBody, Body(30)) << "the next one's is kept";
+}
+
+TEST(ReceptionBodyTest, ABodyThatIsKeptIsWhole) {
+  Reception reception;
+  ASSERT_EQ(reception.Data(Header(30) + Body(10)), Outcome::kWaiting);
+  reception.Body(Reception::BodyUse::kKept);
+  EXPECT_EQ(reception.Data(Body(30).substr(10)), Outcome::kComplete);
+  EXPECT_EQ(reception.Fields().RequestBody, Body(30));
+}
+
+TEST(ReceptionBodyTest, ARefusedBodyIsABadRequestWhateverHasCome) {
+  for (const std::size_t sent : {0u, 100u, 295u, 300u}) {
+    Reception reception;
+    reception.Data(Header(300) + Body(sent));
+    EXPECT_EQ(reception.Refuse(), Outcome::kBad) << sent;
+    EXPECT_EQ(reception.Fields().RequestBody, "") << sent;
+    EXPECT_FALSE(reception.Fields().BodyPending) << sent;
+    EXPECT_NE(reception.Fields().RequestPath, "") << sent;
+    EXPECT_EQ(reception.Data(Body(200)), Outcome::kIgnored) << sent << ": one answer";
+    EXPECT_EQ(reception.TimeUp(), Outcome::kIgnored) << sent;
+    EXPECT_TRUE(reception.InputMayCome()) << sent;
+  }
 }
 
 TEST(ReceptionBodyTest, MemoryGrowsByWhatArrives) {

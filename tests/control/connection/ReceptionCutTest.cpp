@@ -130,11 +130,11 @@ TEST(ReceptionCutTest, OutcomesOnTheWay) {
     std::string_view raw, outcomes;
     const char* why;
   } const cases[] = {
-      // One letter a byte: w waiting, h holding, g grace, C complete, B bad, i ignored.
+      // One letter a byte: w waiting, h holding, g grace, l late body, C complete, B bad, i ignored.
       {"GET /a HTTP", "wwwwwwCiiii", "a GET is waited for as long as it takes"},
       {"  GET  x", "wwwwwwCi", "leading blanks"},
       {"GEX / H\r\n\r\n", "wwhhhhhhhhB", "held from where it is no GET"},
-      {"PUT / H\r\nContent-Length: 1\r\n\r\nab", "hhhhhhhhhhhhhhhhhhhhhhhhhhhhhgCi", "a body of one byte"},
+      {"PUT / H\r\nContent-Length: 1\r\n\r\nab", "hhhhhhhhhhhhhhhhhhhhhhhhhhhhhlCi", "a body of one byte"},
       {"PUT / H\r\nContent-Length: 9\r\n\r\n123456789", "hhhhhhhhhhhhhhhhhhhhhhhhhhhhhwggggggggC", "and of nine"},
       {"PUT / H\r\nContent-Length: 0\r\n\r\n", "hhhhhhhhhhhhhhhhhhhhhhhhhCiiii", "no body"},
   };
@@ -142,7 +142,7 @@ TEST(ReceptionCutTest, OutcomesOnTheWay) {
     Reception reception;
     std::string outcomes;
     for (const auto outcome : Kit::Bring(reception, Kit::ByteByByte(c.raw))) {
-      outcomes += "whgCBi"[static_cast<std::size_t>(outcome)];
+      outcomes += "whglCBi"[static_cast<std::size_t>(outcome)];
     }
     EXPECT_EQ(outcomes, c.outcomes) << c.why;
   }

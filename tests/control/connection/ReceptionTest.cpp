@@ -295,7 +295,7 @@ TEST(ReceptionTest, HeldHeaderBlocksAreTakenAsTheyStandWhenTimeIsUp) {
       {"xyz", Outcome::kBad, "/", "", "nothing of use"},
       {"POST /a HTTP/1.0\r\nContent-Length: x", Outcome::kBad, "a", "", "no number"},
       {"POST /a HTTP/1.0\r\nContent-Length: 20", Outcome::kWaiting, "a", "20", "a body is awaited"},
-      {"POST /a HTTP/1.0\r\nContent-Length: 5", Outcome::kGrace, "a", "5", "a short one for a short time"},
+      {"POST /a HTTP/1.0\r\nContent-Length: 5", Outcome::kLateBody, "a", "5", "a short one for a while"},
       {"POST /a HTTP/1.0\r\nContent-Length:0\r\n", Outcome::kComplete, "a", "0", "an empty body is there"},
   };
   for (const auto& c : cases) {

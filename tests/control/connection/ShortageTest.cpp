@@ -75,6 +75,7 @@ TEST(ShortageTest, ClientThatLeftHoldsNoDescriptor) {
   core.core.state.settings.MaxConnections = 40;
   core.core.state.settings.ConnectionTimeout = 0;
   core.Start();
+  core.Get("/");  // the root stays open
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 20; ++i) {
     RawClient client(core.Port());
@@ -89,9 +90,10 @@ TEST(ShortageTest, ClientThatLeftHoldsNoDescriptor) {
 
 TEST(ShortageTest, ClientThatLeftHoldsNoMemory) {
   TestCore core;
+  core.tree.Write("page.html", "a page may ask for the body");
   core.Start();
   RawClient client(core.Port());
-  client.Send(core.loop, "POST / HTTP/1.0\r\nContent-Length: 9000000\r\n\r\n" + std::string(8'000'000, 'b'));
+  client.Send(core.loop, "POST /page.html HTTP/1.0\r\nContent-Length: 9000000\r\n\r\n" + std::string(8'000'000, 'b'));
   Settle(core.loop);
   EXPECT_GE(core.SlotAt(2).Fields().RequestBody.capacity(), 8'000'000u);
   client.Close();

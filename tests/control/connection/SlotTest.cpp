@@ -21,7 +21,7 @@ TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
   slot.Fields().RequestQuery = "a=1";
   slot.FunctionResult = "answer";
   slot.FunctionAnswered = true;
-  slot.TrapOutstanding = true;
+  slot.Enter(RequestPhase::kOfferedToHost);
   slot.TrapData = "data";
   slot.TargetIsKnown = slot.TargetIsInCGIDirectory = true;
   slot.Reset(0);
@@ -30,7 +30,7 @@ TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
   EXPECT_TRUE(slot.SecondaryAccepted);
   EXPECT_EQ(slot.LastActivity, 5);
   EXPECT_EQ(slot.Fields().RequestQuery + slot.FunctionResult + slot.TrapData, "");
-  EXPECT_FALSE(slot.FunctionAnswered || slot.TrapOutstanding || slot.TargetIsKnown || slot.TargetIsInCGIDirectory);
+  EXPECT_FALSE(slot.FunctionAnswered || slot.TargetIsKnown || slot.TargetIsInCGIDirectory);
 }
 
 TEST(SlotTest, AResetGivesLargeMemoryBack) {
@@ -77,10 +77,10 @@ TEST(SlotTest, ARecordAtWorkStaysWithItsWork) {
   Kit::FakeWorld world;
   Slot slot;
   slot.Record = std::make_shared<cls_HTTP>(world);
-  slot.BeingAnswered = true;
+  slot.Enter(RequestPhase::kAnswering);
   slot.Reset(0);
   EXPECT_EQ(slot.Record, nullptr) << "the next client gets one of its own";
-  EXPECT_FALSE(slot.BeingAnswered);
+  EXPECT_EQ(slot.Phase(), RequestPhase::kReceiving);
 }
 
 TEST(SlotTest, TheRecordOfARequestServesTheNext) {

@@ -89,12 +89,23 @@ TEST(SettingsTest, ListsAreStoredWithoutBlanksAndCutInOrder) {
   settings.SetIndexPageNames(" default.htm , index.html ");
   EXPECT_EQ(settings.IndexPageNames, "default.htm,index.html");
   EXPECT_EQ(settings.IndexPageList, (std::vector<std::string>{"default.htm", "index.html"}));
-  settings.SetTrapFileTypes("tr p, trp2");
-  EXPECT_EQ(settings.TrapFileTypes, "trp,trp2");
-  EXPECT_EQ(settings.TrapTypeList, (std::vector<std::string>{"trp", "trp2"}));
-  settings.SetTrapFileTypes(" ");
-  EXPECT_EQ(settings.TrapFileTypes, "");
-  EXPECT_TRUE(settings.TrapTypeList.empty());
+  settings.SetIndexPageNames(" ");
+  EXPECT_EQ(settings.IndexPageNames, "");
+  EXPECT_THAT(settings.IndexPageList, IsEmpty());
+}
+
+TEST(SettingsTest, TheListOfIndexPagesIsThatOfTheNamesFromTheBeginning) {
+  const Settings settings;
+  EXPECT_THAT(settings.IndexPageList, ElementsAre(settings.IndexPageNames));
+}
+
+TEST(SettingsTest, SecretLinesAreReadAsOthersAre) {
+  const Kit::TemporaryTree tree;
+  const auto lines = SecretLines::Load(tree.Write("users.txt", " realm: site \r\n\r\nanna:secret"));
+  ASSERT_NE(lines, nullptr);
+  EXPECT_THAT(lines->Lines(), ElementsAre("realm: site", "", "anna:secret"));
+  EXPECT_EQ(SecretLines::Load(tree.Text() + "/missing"), nullptr);
+  EXPECT_EQ(SecretLines::Load(tree.Write("long.txt", std::string(Settings::kMaxTableLines + 1, '\n'))), nullptr);
 }
 
 }  // namespace

@@ -22,9 +22,9 @@ namespace {
 using Kit::RawClient;
 
 // A control that does something with itself at the n-th function that it is asked for.
-class Scene {
+class FunctionScene {
  public:
-  Scene() {
+  FunctionScene() {
     tree.Write("root/index.html", "index");
     tree.Write(
         "root/page.html",
@@ -72,7 +72,7 @@ class Scene {
   Kit::FakeWorld world;
   EventLoop loop{world};
   std::unique_ptr<Tessel> tessel = std::make_unique<Tessel>(loop);
-  std::function<void(Scene&, std::int32_t)> act;
+  std::function<void(FunctionScene&, std::int32_t)> act;
   int at = 0;
   int asked = 0;
   int reports = 0;
@@ -83,14 +83,15 @@ constexpr int kFunctions = 4;      // that the page asks for
 constexpr int kBeforeProgram = 2;  // so many of them before its program is run
 
 // Acts at each function of the page in turn. `way` makes the page be asked for.
-void ActAtEachFunction(const std::function<void(Scene&, std::int32_t)>& act, const std::function<void(Scene&)>& check) {
+void ActAtEachFunction(const std::function<void(FunctionScene&, std::int32_t)>& act,
+                       const std::function<void(FunctionScene&)>& check) {
   for (const std::string url : {"/page.html", "/none.html"}) {
     for (const bool trapped : {false, true}) {
       for (int at = 1; at <= kFunctions; ++at) {
         SCOPED_TRACE(url + (trapped ? " trapped, " : ", ") + std::to_string(at));
         const auto before = Kit::CountDescriptors();
         {
-          Scene scene;
+          FunctionScene scene;
           scene.at = at;
           scene.act = act;
           scene.tessel->TrapFileEnable(trapped);
@@ -108,7 +109,7 @@ void ActAtEachFunction(const std::function<void(Scene&, std::int32_t)>& act, con
 }
 
 // That the server starts if it does not stand, and serves the whole page.
-void ExpectServing(Scene& scene) {
+void ExpectServing(FunctionScene& scene) {
   if (!scene.tessel->ServerRunning()) {
     EXPECT_TRUE(scene.tessel->StartServer());
   }
@@ -119,8 +120,8 @@ void ExpectServing(Scene& scene) {
 }
 
 TEST(StopInsideFunctionsTest, StopServer) {
-  ActAtEachFunction([](Scene& scene, std::int32_t) { EXPECT_TRUE(scene.tessel->StopServer()); },
-                    [](Scene& scene) {
+  ActAtEachFunction([](FunctionScene& scene, std::int32_t) { EXPECT_TRUE(scene.tessel->StopServer()); },
+                    [](FunctionScene& scene) {
                       EXPECT_FALSE(scene.tessel->IsListening());
                       EXPECT_EQ(scene.reports, 0);
                       ExpectServing(scene);
@@ -129,7 +130,7 @@ TEST(StopInsideFunctionsTest, StopServer) {
 
 TEST(StopInsideFunctionsTest, AnAnswerBehindTheStopReachesNobody) {
   ActAtEachFunction(
-      [](Scene& scene, std::int32_t index) {
+      [](FunctionScene& scene, std::int32_t index) {
         scene.tessel->ReturnData(index, "before");
         scene.tessel->StopServer();
         scene.tessel->ReturnData(index, "behind");
@@ -137,7 +138,7 @@ TEST(StopInsideFunctionsTest, AnAnswerBehindTheStopReachesNobody) {
         EXPECT_EQ(scene.tessel->RequestBody(index), "");
         EXPECT_EQ(scene.tessel->CGIValue(index, "DOCUMENT_URI"), "");
       },
-      [](Scene& scene) {
+      [](FunctionScene& scene) {
         EXPECT_EQ(scene.reports, 0);
         ExpectServing(scene);
       });
@@ -145,11 +146,11 @@ TEST(StopInsideFunctionsTest, AnAnswerBehindTheStopReachesNobody) {
 
 TEST(StopInsideFunctionsTest, AHandlerThatThrowsBehindTheStopIsReported) {
   ActAtEachFunction(
-      [](Scene& scene, std::int32_t) {
+      [](FunctionScene& scene, std::int32_t) {
         scene.tessel->StopServer();
         throw std::runtime_error("mine");
       },
-      [](Scene& scene) {
+      [](FunctionScene& scene) {
         EXPECT_EQ(scene.reports, 1);
         ExpectServing(scene);
       });
@@ -157,11 +158,11 @@ TEST(StopInsideFunctionsTest, AHandlerThatThrowsBehindTheStopIsReported) {
 
 TEST(StopInsideFunctionsTest, Restart) {
   ActAtEachFunction(
-      [](Scene& scene, std::int32_t) {
+      [](FunctionScene& scene, std::int32_t) {
         scene.tessel->StopServer();
         EXPECT_TRUE(scene.tessel->StartServer());
       },
-      [](Scene& scene) {
+      [](FunctionScene& scene) {
         EXPECT_TRUE(scene.tessel->IsListening());
         EXPECT_EQ(scene.reports, 0);
         ExpectServing(scene);
@@ -170,7 +171,7 @@ TEST(StopInsideFunctionsTest, Restart) {
 
 TEST(StopInsideFunctionsTest, RestartAndServeTheSameSlotInside) {
   ActAtEachFunction(
-      [](Scene& scene, std::int32_t index) {
+      [](FunctionScene& scene, std::int32_t index) {
         scene.tessel->StopServer();
         EXPECT_TRUE(scene.tessel->StartServer());
         const bool trapped = scene.tessel->TrapFileEnable();
@@ -184,17 +185,17 @@ TEST(StopInsideFunctionsTest, RestartAndServeTheSameSlotInside) {
 }
 
 TEST(StopInsideFunctionsTest, Destroy) {
-  ActAtEachFunction([](Scene& scene, std::int32_t) { scene.tessel.reset(); },
-                    [](Scene& scene) { EXPECT_FALSE(scene.loop.RunOnce(0)); });
+  ActAtEachFunction([](FunctionScene& scene, std::int32_t) { scene.tessel.reset(); },
+                    [](FunctionScene& scene) { EXPECT_FALSE(scene.loop.RunOnce(0)); });
 }
 
 TEST(StopInsideFunctionsTest, DestroyAndThrow) {
   ActAtEachFunction(
-      [](Scene& scene, std::int32_t) {
+      [](FunctionScene& scene, std::int32_t) {
         scene.tessel.reset();
         throw std::runtime_error("mine");
       },
-      [](Scene& scene) { EXPECT_EQ(scene.reports, 0) << "nobody is there to hear"; });
+      [](FunctionScene& scene) { EXPECT_EQ(scene.reports, 0) << "nobody is there to hear"; });
 }
 
 }  // namespace

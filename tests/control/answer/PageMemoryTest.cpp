@@ -1,0 +1,90 @@
+// What pages and listings that wait for their clients take of memory together.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "tests/kit/TestControl.h"
+
+namespace TesselServer {
+namespace {
+
+using Kit::BodyOf;
+using Kit::RawClient;
+using Kit::Settle;
+using testing::HasSubstr;
+
+constexpr std::size_t kLargePage = 16 * 1024 * 1024;  // more than the kernel takes from one connection
+constexpr const char* kBusyText = "Sorry, the server is too busy to handle you request.";
+
+class PageMemoryTest : public testing::Test {
+ protected:
+  PageMemoryTest() {
+    tessel.MaxConnections(20);
+    tessel.DirectoryBrowseEnable(true);
+    tessel.SSIEnable(true);
+    control.tree.Write("large.html", "<!--#echo var=DATE-->" + std::string(kLargePage, 'x'));
+    control.tree.Write("small.html", "<!--#echo var=REQUEST_METHOD--> small");
+    control.tree.Write("plain.txt", std::string(10'000, 'p'));
+    for (int i = 0; i < 20; ++i) control.tree.Write("folder/" + std::to_string(i) + ".txt", "");
+    control.Start();
+  }
+
+  std::unique_ptr<RawClient> AskAndWait(const std::string& path) {
+    auto client = std::make_unique<RawClient>(tessel.ListeningPort());
+    client->Send(control.loop, "GET " + path + " HTTP/1.0\r\n\r\n");
+    Settle(control.loop);
+    return client;
+  }
+
+  Kit::TestControl control;
+  Tessel& tessel = control.tessel;
+};
+
+TEST_F(PageMemoryTest, APageThatFindsNoRoomIsThePageOfAServerThatIsTooBusy) {
+  tessel.MaxUnsentPageBytes(kLargePage + 1000);
+  const auto slow = AskAndWait("/large.html");
+  control.log.clear();
+  const std::string answer = control.Get("/large.html");
+  EXPECT_THAT(answer, testing::StartsWith("HTTP/1.0 200 OK\r\n")) << "as errors with a page are";
+  EXPECT_THAT(BodyOf(answer), HasSubstr(kBusyText));
+  ASSERT_EQ(control.log.size(), 1u);
+  EXPECT_THAT(control.log[0],
+              HasSubstr("\"GET /large.html HTTP/1.0\" 503 " + std::to_string(answer.size()) + " \"\" \"\""));
+  EXPECT_EQ(BodyOf(control.Get("/small.html")), "GET small") << "what has room is served";
+  EXPECT_EQ(BodyOf(slow->ReceiveAll(control.loop)).size(), kLargePage + std::string("mm/dd/yyyy").size());
+  EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLargePage + std::string("mm/dd/yyyy").size())
+      << "what has gone gives its room back";
+}
+
+TEST_F(PageMemoryTest, AClientThatGoesGivesItsRoomBack) {
+  tessel.MaxUnsentPageBytes(kLargePage + 1000);
+  AskAndWait("/large.html")->Abort();
+  Settle(control.loop);
+  EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLargePage + std::string("mm/dd/yyyy").size());
+}
+
+TEST_F(PageMemoryTest, AListingCountsAndItsRepeatedPathWithIt) {
+  const std::size_t usual = BodyOf(control.Get("/folder/")).size();
+  tessel.MaxUnsentPageBytes(static_cast<std::int64_t>(usual) + 1000);
+  EXPECT_EQ(BodyOf(control.Get("/folder/")).size(), usual);
+  std::string detour;
+  for (int i = 0; i < 500; ++i) detour += "/.";
+  EXPECT_THAT(BodyOf(control.Get(detour + "/folder/")), HasSubstr(kBusyText));
+}
+
+TEST_F(PageMemoryTest, FilesAsTheyAreAndTheHostsOwnDataDoNotCount) {
+  tessel.MaxUnsentPageBytes(10);
+  EXPECT_EQ(BodyOf(control.Get("/plain.txt")).size(), 10'000u);
+  EXPECT_THAT(control.Get("/missing"), HasSubstr("404")) << "nor do error pages";
+  tessel.TrapFileEnable(true);
+  tessel.FileRequest = [&](std::int32_t& index, std::string&, std::string&) {
+    tessel.TrapFileData(index, std::string(500, 'h'), false);
+  };
+  EXPECT_EQ(BodyOf(control.Get("/any")).size(), 500u);
+}
+
+}  // namespace
+}  // namespace TesselServer
