@@ -301,6 +301,12 @@ void Tessel::MaxBodyBytes(std::int64_t value) {
   Enter(core_)->state.maxBodyBytes = std::clamp<std::int64_t>(value, 0, Reception::kMaxBodyBytes);
 }
 
+std::int64_t Tessel::MaxBodyBytesTotal() const { return Enter(core_)->state.bodyMemory.Limit(); }
+void Tessel::MaxBodyBytesTotal(std::int64_t value) { Enter(core_)->state.bodyMemory.Limit(value); }
+
+std::int64_t Tessel::MaxUnsentPageBytes() const { return Enter(core_)->state.pageMemory.Limit(); }
+void Tessel::MaxUnsentPageBytes(std::int64_t value) { Enter(core_)->state.pageMemory.Limit(value); }
+
 std::string Tessel::RequestBody(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestBody(Index); }
 
 std::uint64_t Tessel::RequestNumber(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestNumber(Index); }

@@ -274,6 +274,20 @@ class Tessel {
   std::int64_t MaxBodyBytes() const;
   void MaxBodyBytes(std::int64_t value);
 
+  // How many bytes of bodies the control keeps at once, over all connections: those that are still arriving, and those
+  // of requests that wait for the host's answer. A body that finds no room is answered with status 400, when it is
+  // announced or when it has grown so far. A negative value becomes 0. Default: 256 MiB. Takes effect at once for what
+  // arrives from then on.
+  std::int64_t MaxBodyBytesTotal() const;
+  void MaxBodyBytesTotal(std::int64_t value);
+
+  // How many bytes of pages and listings, over all connections, may wait in memory for clients that read slowly. A
+  // client whose page finds no room gets the page "server too busy" instead, which the log shows with status 503. Files
+  // that are sent as they are and the host's own data do not count. A negative value becomes 0. Default: 256 MiB. Takes
+  // effect at once for the next pages.
+  std::int64_t MaxUnsentPageBytes() const;
+  void MaxUnsentPageBytes(std::int64_t value);
+
   // The body of the request on this connection, from the moment it is complete until its answer is handed over: inside
   // FileRequest and CallFunction, and after FileRequest for as long as the answer is due. "" at any other time.
   std::string RequestBody(std::int32_t Index) const;

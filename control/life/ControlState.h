@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "control/connection/MemoryBudget.h"
 #include "control/connection/Slot.h"
 #include "control/life/Reporter.h"
 #include "control/life/Settings.h"
@@ -26,6 +27,11 @@ namespace TesselServer {
 // The element that listens; connections have the elements above it.
 inline constexpr std::int32_t kListener = 1;
 inline constexpr std::int32_t kFirstConnection = 2;
+
+// What the bodies of all connections, and the pages on their way to them, may take of memory unless the host says
+// otherwise: a few of the largest, and little of what a machine has.
+inline constexpr std::int64_t kDefaultMaxBodyBytesTotal = 256LL * 1024 * 1024;
+inline constexpr std::int64_t kDefaultMaxUnsentPageBytes = 256LL * 1024 * 1024;
 
 struct ControlState {
   ControlState(EventLoop& eventLoop, Tessel& owner, SocketNotifications& notifications)
@@ -47,8 +53,10 @@ struct ControlState {
   SocketArray sckWS;
   ChildPrograms programs;
   Timer tmrCheckConn;
-  cls_HTTP requestTemplate;     // the control-wide settings that records share
-  DirectoryMemory directories;  // that listings have shown
+  cls_HTTP requestTemplate;                             // the control-wide settings that records share
+  DirectoryMemory directories;                          // that listings have shown
+  MemoryBudget bodyMemory{kDefaultMaxBodyBytesTotal};   // for bodies, over all slots
+  MemoryBudget pageMemory{kDefaultMaxUnsentPageBytes};  // for pages that are on their way, over all slots
   std::shared_ptr<SlotTable> slots;
 
   bool running = false;                  // from StartServer to StopServer, a failed start included

@@ -286,6 +286,22 @@ TEST_F(PropertiesTest, TheLongestBodyIsMovedIntoItsRange) {
   }
 }
 
+TEST_F(PropertiesTest, TheMemoryOfAllConnectionsTogetherHasBounds) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  EXPECT_EQ(tessel.MaxBodyBytesTotal(), 256 * 1024 * 1024);
+  EXPECT_EQ(tessel.MaxUnsentPageBytes(), 256 * 1024 * 1024);
+  struct {
+    std::int64_t given, kept;
+  } const cases[] = {{0, 0}, {-1, 0}, {1000, 1000}, {kMost, kMost}};
+  for (const auto& c : cases) {
+    tessel.MaxBodyBytesTotal(c.given);
+    tessel.MaxUnsentPageBytes(c.given);
+    EXPECT_EQ(tessel.MaxBodyBytesTotal(), c.kept) << c.given;
+    EXPECT_EQ(tessel.MaxUnsentPageBytes(), c.kept) << c.given;
+  }
+  EXPECT_THAT(changed, IsEmpty()) << "they are no properties of the interface";
+}
+
 TEST_F(PropertiesTest, TheApplicationFolderIsThatOfTheWorldUntilTheHostSetsIt) {
   EXPECT_EQ(tessel.ApplicationFolder(), "/nonexistent/application");
   tessel.ApplicationFolder("/opt/tool");
