@@ -1,6 +1,7 @@
 set(SOURCES
   Dates.cpp
   Format.cpp
+  Printable.cpp
   Text.cpp
   cls_Cookies.cpp
   cls_QueryString.cpp
@@ -9,4 +10,5 @@ set(SOURCES
   mTimeZone.cpp
   mURLEncode.cpp
 )
-set(PUBLIC_HEADERS)
+set(PUBLIC_HEADERS
+  Printable.h)
