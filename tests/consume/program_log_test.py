@@ -131,6 +131,19 @@ class StalledReaders(LogTest):
                         self.serves()
                     self.ends(process, number)
 
+    def test_a_terminal_that_takes_nothing_and_a_full_disk_hold_nothing_either(self):
+        terminal, end = os.openpty()
+        self.addCleanup(os.close, terminal)
+        with open("/dev/full", "wb") as full:
+            for what, output in (("terminal", end), ("disk", full)):
+                with self.subTest(what):
+                    process = self.start(stdout=output)
+                    for _ in range(100):  # far more than a terminal takes in
+                        ask(self.port, b"GET %s HTTP/1.0\r\n\r\n" % b"/?".ljust(LONG_URL_BYTES, b"u"))
+                    self.serves()
+                    self.ends(process)
+        os.close(end)
+
     def test_one_output_that_is_not_read_does_not_hold_the_other(self):
         _, stalled = self.pipe(full=True)
         reading, writing = self.pipe()
