@@ -135,10 +135,9 @@ class CommandLine {
     AddSwitch("directory-browse-enable", options_.directoryBrowseEnable,
               "List a folder that has no index page (default: no)");
     AddSwitch("verbose-errors-enable", options_.verboseErrorsEnable,
-              "Send a page with an error (default: yes). Such an answer has the status 200:\n"
-              "people read what is wrong, programs (apt, curl -f, link checkers, node) take the\n"
-              "page for what they asked for. With --no-verbose-errors-enable errors have their\n"
-              "codes (404 and so on) and no page");
+              "Send errors as pages, with status 200 (default: yes). People read what is wrong;\n"
+              "programs (apt, curl -f, link checkers, node) take the page for what they asked for.\n"
+              "With --no-verbose-errors-enable errors have their codes (404 and so on) and no page");
     AddSwitch("error-files-enable", options_.errorFilesEnable,
               "Error pages from html/errors/http404.html and so on (default: no)");
     AddText("--application-folder", "D", options_.applicationFolder,
