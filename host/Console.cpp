@@ -1,47 +1,45 @@
 #include "host/Console.h"
 
-#include <iostream>
+#include <TesselServer/Printable.h>
 
 namespace TesselServer {
 namespace {
 
-void Write(std::ostream& stream, std::string_view line) {
-  stream.clear();  // an output that was full for a while is used again
-  stream << line << std::endl;
+// What a line of the access log that is no request's begins with; the control has made the others printable already.
+constexpr char kRemark = '#';
+
+LogWriter::Sink SinkOf(StandardStream stream) {
+  return [stream](std::string_view bytes) { return WriteWhole(stream, bytes); };
 }
 
 }  // namespace
 
-std::string Printable(std::string_view text) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string printable;
-  printable.reserve(text.size());
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7F) {
-      printable += c;
-    } else {
-      printable += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-  }
-  return printable;
+Console::~Console() {
+  if (!output_ || !error_) return;
+  output_->End();
+  error_->End();
+  const auto limit = std::chrono::steady_clock::now() + kEndMilliseconds;
+  output_->WaitUntil(limit);
+  error_->WaitUntil(limit);
 }
 
-void Console::Log(std::string_view line) { Put(std::cout, line); }
+void Console::Log(std::string_view line) {
+  Put(StandardStream::Output, line.starts_with(kRemark) ? Printable(line) : std::string(line));
+}
 
-void Console::Tell(std::string_view line) { Put(std::cerr, line); }
+void Console::Tell(std::string_view text) { Put(StandardStream::Error, Printable(text)); }
 
 void Console::Release() {
-  released_ = true;
-  for (const auto& [stream, line] : kept_) Write(*stream, line);
-  kept_.clear();
+  output_.emplace(SinkOf(StandardStream::Output), "#");
+  error_.emplace(SinkOf(StandardStream::Error), "tessel: ");
+  for (const auto& [stream, line] : std::exchange(kept_, {})) Put(stream, line);
 }
 
-void Console::Put(std::ostream& stream, std::string_view line) {
-  if (released_) {
-    Write(stream, Printable(line));
+void Console::Put(StandardStream stream, std::string line) {
+  if (!output_ || !error_) {
+    kept_.emplace_back(stream, std::move(line));
   } else {
-    kept_.emplace_back(&stream, Printable(line));
+    (stream == StandardStream::Output ? *output_ : *error_).Put(line);
   }
 }
 

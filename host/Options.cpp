@@ -41,6 +41,44 @@ std::string WithoutDoubleGaps(std::string text) {
   return text;
 }
 
+// Whether `text` is a word of a content type, one side of its "/".
+bool IsToken(std::string_view text) {
+  static constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           kMarks.find(c) != std::string_view::npos;
+  });
+}
+
+bool HoldsControl(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+// ".x": what is behind the last dot of a name, and its dot.
+bool IsExtension(std::string_view text) {
+  return text.size() > 1 && text.front() == '.' && text.find_first_of("./\\", 1) == std::string_view::npos &&
+         !HoldsControl(text);
+}
+
+// "type/subtype", or that with parameters behind a ";".
+bool IsContentType(std::string_view text) {
+  const auto slash = text.find('/');
+  if (slash == std::string_view::npos || HoldsControl(text)) return false;
+  auto subtype = text.substr(slash + 1, text.find(';') - slash - 1);
+  while (subtype.ends_with(' ')) subtype.remove_suffix(1);
+  return IsToken(text.substr(0, slash)) && IsToken(subtype);
+}
+
+ContentTypeEntry ContentTypeFrom(const std::string& text) {
+  const auto equals = text.find('=');
+  if (equals != std::string::npos) {
+    ContentTypeEntry entry{text.substr(0, equals), text.substr(equals + 1)};
+    if (IsExtension(entry.extension) && IsContentType(entry.contentType)) return entry;
+  }
+  throw UsageError(std::string(kContentTypeOption) + ": \"" + text + "\" is not of the form .extension=type/subtype");
+}
+
 // The parser with the options that it knows; fills an Options.
 class CommandLine {
  public:
@@ -97,7 +135,9 @@ class CommandLine {
     AddSwitch("directory-browse-enable", options_.directoryBrowseEnable,
               "List a folder that has no index page (default: no)");
     AddSwitch("verbose-errors-enable", options_.verboseErrorsEnable,
-              "Send errors as pages, with status 200; without: real codes (default: yes)");
+              "Send errors as pages, with status 200 (default: yes). People read what is wrong;\n"
+              "programs (apt, curl -f, link checkers, node) take the page for what they asked for.\n"
+              "With --no-verbose-errors-enable errors have their codes (404 and so on) and no page");
     AddSwitch("error-files-enable", options_.errorFilesEnable,
               "Error pages from html/errors/http404.html and so on (default: no)");
     AddText("--application-folder", "D", options_.applicationFolder,
@@ -109,14 +149,19 @@ class CommandLine {
                                    "Content types from: registry, file, internal (default: registry)");
     AddText("--content-type-source-file", "F", options_.contentTypeSourceFile,
             "The file of content types, 'extension,type' a line");
+    AddContentTypes();
   }
 
   void AddPages() {
     group_ = "Pages and programs";
     AddSwitch("ssi-enable", options_.ssiEnable, "Expand server-side includes (default: no)");
     AddSwitch("html-functions-enable", options_.htmlFunctionsEnable, "Let pages call functions (default: no)");
-    AddSwitch("cgi-enable", options_.cgiEnable, "Run programs (default: no)");
-    AddText("--cgi-directory", "D", options_.cgiDirectory, "The folder of programs (default: DIRECTORY\\scripts)");
+    AddSwitch("cgi-enable", options_.cgiEnable,
+              "Run programs (default: no). Of what one prints the first 1,024 bytes count. GET\n"
+              "only: a program has no standard input, so the body of a POST never reaches it");
+    AddText("--cgi-directory", "D", options_.cgiDirectory,
+            "The folder of programs (default: DIRECTORY\\scripts, which lies below the root:\n"
+            "what is no program there, a script's data or a backup, is public)");
     AddNumber("--cgi-timeout", options_.cgiTimeout, kSecondsRange,
               "Seconds that a program is waited for, 0 for ever (default: 30)");
   }
@@ -127,6 +172,15 @@ class CommandLine {
               "Serve N - 1 clients at once (default: " + std::string(kOwnMaxConnections) + ")");
     AddNumber("--connection-timeout", options_.connectionTimeout, kMinutesRange,
               "Minutes until dead connections are swept up, 0 never (default: 10)");
+    AddNumber("--max-body-bytes", options_.maxBodyBytes, kMaxBodyBytesRange,
+              "Bytes of the longest body of a POST; a longer one is refused with 400\n"
+              "(default: 67108864)");
+    AddNumber("--max-body-bytes-total", options_.maxBodyBytesTotal, kTotalBytesRange,
+              "Bytes of all bodies that are kept at once; one that finds no room is refused\n"
+              "with 400 (default: 268435456)");
+    AddNumber("--max-unsent-page-bytes", options_.maxUnsentPageBytes, kTotalBytesRange,
+              "Bytes of all pages and listings that wait for slow clients; one that finds no\n"
+              "room is refused with 503 (default: 268435456)");
   }
 
   void AddProtection() {
@@ -139,7 +193,10 @@ class CommandLine {
                             "Passwords from: global-file, directory-file; local-acl and domain-acl\nprotect nothing "
                             "(default: global-file)");
     AddText("--authentication-source-file", "F", options_.authenticationSourceFile,
-            "The file of passwords, 'user:password' a line");
+            "The file of passwords, 'user:password' a line. A client gets in when the\n"
+            "'user:password' it sends is a substring of the file, in any case: the beginning\n"
+            "of a password is enough, an empty one too, and so is the end of a name. It keeps\n"
+            "passers-by out, and nobody else");
   }
 
   void AddTrapping() {
@@ -166,10 +223,10 @@ class CommandLine {
         ->group(name.front() == '-' ? group_ : "Arguments");
   }
 
-  void AddNumber(const std::string& name, std::optional<std::int32_t>& target, const Range& range,
-                 const std::string& help) {
+  template <typename Number>
+  void AddNumber(const std::string& name, std::optional<Number>& target, const Range& range, const std::string& help) {
     const auto take = [name, &target, range](const std::string& text) {
-      std::int32_t number = 0;
+      Number number = 0;
       const auto* end = text.data() + text.size();
       const auto [stopped, error] = std::from_chars(text.data(), end, number);
       if (error != std::errc() || stopped != end || !range.Contains(number)) {
@@ -178,6 +235,19 @@ class CommandLine {
       target = number;
     };
     app_.add_option_function<std::string>(name, take, help)->type_name("N")->group(group_);
+  }
+
+  void AddContentTypes() {
+    const auto take = [this](const std::vector<std::string>& texts) {
+      for (const auto& text : texts) options_.contentTypes.push_back(ContentTypeFrom(text));
+    };
+    app_.add_option_function<std::vector<std::string>>(kContentTypeOption, take,
+                                                       "One content type more, '.extension=type/subtype', in place of "
+                                                       "one that is there;\nrepeatable; for the source registry")
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("X=T")
+        ->group(group_);
   }
 
   template <typename Enumeration>

@@ -9,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <TesselServer/Enumerations.h>
 
@@ -19,6 +20,14 @@ class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// ".x=type/y"
+struct ContentTypeEntry {
+  std::string extension;  // with its dot
+  std::string contentType;
+};
+
+inline constexpr const char* kContentTypeOption = "--content-type";
 
 struct Options {
   enum class Task { Serve, SaveConfig, ShowHelp, ShowVersion, ShowAbout };
@@ -52,10 +61,16 @@ struct Options {
   std::optional<bool> trapFileEnable;
   std::optional<std::string> trapFileTypes;
 
-  std::optional<std::string> applicationFolder;  // no property: it is neither read from --config nor saved
+  // What is no property: it is neither read from --config nor saved.
+  std::optional<std::string> applicationFolder;
+  std::optional<std::int64_t> maxBodyBytes;
+  std::optional<std::int64_t> maxBodyBytesTotal;
+  std::optional<std::int64_t> maxUnsentPageBytes;
+  std::vector<ContentTypeEntry> contentTypes;  // --content-type, in the order given
 };
 
-// Reads the command line, argv[0] being the program's name. Of an option given twice the last one counts. Raises
+// Reads the command line, argv[0] being the program's name. Of an option given twice the last one counts,
+// but of --content-type all. Raises
 // UsageError for an unknown option, a missing value and a value that its option cannot take.
 Options ParseOptions(int argc, const char* const* argv);
 

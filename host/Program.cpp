@@ -8,6 +8,7 @@
 
 #include <TesselServer/EventLoop.h>
 #include <TesselServer/HostProcess.h>
+#include <TesselServer/Printable.h>
 #include <TesselServer/Tessel.h>
 #include <TesselServer/Timer.h>
 

@@ -3,13 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace TesselServer {
 
 struct Range {
-  std::int32_t low;
-  std::int32_t high;
+  std::int64_t low;
+  std::int64_t high;
 
   bool Contains(std::int64_t value) const { return low <= value && value <= high; }
 };
@@ -18,6 +19,8 @@ inline constexpr Range kServerPortRange{0, 65535};  // 0 lets the system choose
 inline constexpr Range kSecondsRange{0, 2'000'000'000};
 inline constexpr Range kMinutesRange{0, 2'000'000'000};
 inline constexpr Range kMaxConnectionsRange{2, 10'000};
+inline constexpr Range kMaxBodyBytesRange{0, std::numeric_limits<std::int32_t>::max()};
+inline constexpr Range kTotalBytesRange{0, std::numeric_limits<std::int64_t>::max()};  // over all connections
 
 inline constexpr const char* kOwnServerIP = "127.0.0.1";   // nobody else sees a folder that is only being tried out
 inline constexpr const char* kOwnServerPort = "8080";      // needs no rights

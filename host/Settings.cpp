@@ -148,6 +148,9 @@ void ApplyNumbers(Tessel& tessel, const Options& options) {
   if (options.cgiTimeout) tessel.CGITimeout(*options.cgiTimeout);
   if (options.maxConnections) tessel.MaxConnections(*options.maxConnections);
   if (options.connectionTimeout) tessel.ConnectionTimeout(*options.connectionTimeout);
+  if (options.maxBodyBytes) tessel.MaxBodyBytes(*options.maxBodyBytes);
+  if (options.maxBodyBytesTotal) tessel.MaxBodyBytesTotal(*options.maxBodyBytesTotal);
+  if (options.maxUnsentPageBytes) tessel.MaxUnsentPageBytes(*options.maxUnsentPageBytes);
 }
 
 void ApplySwitches(Tessel& tessel, const Options& options) {
@@ -158,6 +161,14 @@ void ApplySwitches(Tessel& tessel, const Options& options) {
   if (options.errorFilesEnable) tessel.ErrorFilesEnable(*options.errorFilesEnable);
   if (options.verboseErrorsEnable) tessel.VerboseErrorsEnable(*options.verboseErrorsEnable);
   if (options.trapFileEnable) tessel.TrapFileEnable(*options.trapFileEnable);
+}
+
+void ApplyContentTypes(Tessel& tessel, const Options& options) {
+  if (options.contentTypes.empty()) return;
+  if (tessel.ContentTypeSource() != e_ContentTypeSource::Registry) {
+    throw SettingError(std::string(kContentTypeOption) + ": counts only where --content-type-source is registry");
+  }
+  for (const auto& [extension, contentType] : options.contentTypes) tessel.PutContentType(extension, contentType);
 }
 
 // The control reads a file when it is named, so the files are checked before they are handed over.
@@ -186,6 +197,7 @@ std::vector<std::string> ApplySettings(Tessel& tessel, const Options& options) {
   ApplyNumbers(tessel, options);
   ApplySwitches(tessel, options);
   ApplyFiles(tessel, options);
+  ApplyContentTypes(tessel, options);
   if (options.applicationFolder) {
     tessel.ApplicationFolder(FolderOf("--application-folder", *options.applicationFolder));
   }

@@ -7,7 +7,8 @@
 #include <exception>
 #include <iostream>
 
-#include "host/Console.h"
+#include <TesselServer/Printable.h>
+
 #include "host/Options.h"
 #include "host/Program.h"
 

@@ -36,13 +36,6 @@ std::size_t FindByteNoCase(std::string_view text, char wanted, std::size_t begin
   return end;
 }
 
-// Looks at every byte, without a branch for each, so that the compiler takes many at a time.
-bool HoldsControl(std::string_view text) {
-  unsigned found = 0;
-  for (const char c : text) found |= static_cast<unsigned>(IsControl(c));
-  return found != 0;
-}
-
 }  // namespace
 
 std::size_t FindLineEnd(std::string_view text) {
@@ -104,21 +97,6 @@ std::optional<std::int64_t> LeadingNumber(std::string_view text) {
     number = number * 10 + digit;
   }
   return number;
-}
-
-void AppendEscaped(std::string& result, std::string_view text) {
-  if (!HoldsControl(text)) {
-    result.append(text);
-    return;
-  }
-  for (const char c : text) {
-    if (IsControl(c)) {
-      const auto byte = static_cast<unsigned char>(c);
-      result.append("\\x").append(1, kUpperHexDigits[byte >> 4]).append(1, kUpperHexDigits[byte & 0x0F]);
-    } else {
-      result += c;
-    }
-  }
 }
 
 }  // namespace TesselServer

@@ -65,8 +65,4 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
 //   LeadingNumber("-5");      // nothing: "-" is no digit
 std::optional<std::int64_t> LeadingNumber(std::string_view text);
 
-// Puts `text` behind `result`, each byte below 0x20 and 0x7F written as "\xHH" (upper-case digits), so that a client's
-// bytes can neither end a log line nor steer a terminal. Everything else, the backslash too, is unchanged.
-void AppendEscaped(std::string& result, std::string_view text);
-
 }  // namespace TesselServer

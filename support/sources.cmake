@@ -1,6 +1,7 @@
 set(SOURCES
   Dates.cpp
   Format.cpp
+  Printable.cpp
   Text.cpp
   Wipe.cpp
   cls_Cookies.cpp
@@ -10,4 +11,5 @@ set(SOURCES
   mTimeZone.cpp
   mURLEncode.cpp
 )
-set(PUBLIC_HEADERS)
+set(PUBLIC_HEADERS
+  Printable.h)

@@ -5,6 +5,7 @@
 //   --mode latency   one request at a time: the time from the wish to connect to the first byte of the answer
 //   --mode hold      --connections N: sends half a request on each, says so, and keeps them until standard input ends
 //   --status 200 --body FILE   the expected answer
+//   --numbers N                N paths in turn: "####" in --path and in the body is 0000, 0001 and so on
 //   --source 127.0.0.3         where connections come from
 #include <exception>
 #include <fstream>
@@ -35,6 +36,8 @@ LoadOrder Order(const CommandLine& line) {
   order.request = "GET " + line.Text("path", "/") + " HTTP/1.0\r\nHost: 127.0.0.1\r\nUser-Agent: comparison\r\n\r\n";
   order.expected.status = line.Text("status", "200");
   if (line.Has("body")) order.expected.body = Content(line.Text("body"));
+  order.numbers = line.Number("numbers", 1);
+  if (order.numbers < 1 || order.numbers > LoadOrder::kMaxNumbers) throw std::runtime_error("so many are not counted");
   order.atOnce = line.Number("at-once", 1);
   order.requests = line.Number("requests", 0);
   order.milliseconds = line.Number("milliseconds", 0);

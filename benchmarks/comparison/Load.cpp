@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
 namespace Comparison {
 namespace {
@@ -16,11 +17,26 @@ constexpr std::size_t kBufferBytes = 1 << 18;
 constexpr int kSilenceMilliseconds = 20'000;  // a server that keeps silent for so long has failed
 constexpr std::size_t kEventsAtOnce = 256;
 
+std::string WithNumber(std::string text, std::int64_t number) {
+  const auto digits = std::to_string(LoadOrder::kMaxNumbers + number).substr(1);
+  const auto at = text.find(LoadOrder::kNumberMark);
+  return at == std::string::npos ? text : text.replace(at, LoadOrder::kNumberMark.size(), digits);
+}
+
 }  // namespace
+
+std::vector<Load::Question> Load::Questions(const LoadOrder& order) {
+  std::vector<Question> questions;
+  for (std::int64_t i = 0; i < order.numbers; ++i) {
+    questions.push_back({WithNumber(order.request, i), {order.expected.status, WithNumber(order.expected.body, i)}});
+  }
+  return questions;
+}
 
 Load::Load(const LoadOrder& order)
     : order_(order),
-      clients_(static_cast<std::size_t>(order.atOnce), Client(order.expected)),
+      questions_(Questions(order)),
+      clients_(static_cast<std::size_t>(order.atOnce), Client(questions_.front())),
       buffer_(kBufferBytes, '\0'),
       epoll_(epoll_create1(EPOLL_CLOEXEC)) {
   if (epoll_ < 0) throw std::runtime_error("epoll_create1");
@@ -57,11 +73,11 @@ bool Load::MoreWanted() const {
 
 void Load::Start(Client& client) {
   if (!MoreWanted()) return;
-  client = Client(order_.expected);
+  client = Client(questions_[static_cast<std::size_t>(started_ % order_.numbers)]);
   client.socket = BeginConnect(order_.route);
   client.compared = started_++ % order_.compareEvery == 0;
   ++open_;
-  const bool sent = SendAll(client.socket, order_.request);
+  const bool sent = SendAll(client.socket, client.question->request);
   Watch(client, sent ? EPOLLIN : EPOLLOUT, EPOLL_CTL_ADD);
 }
 
@@ -74,7 +90,7 @@ void Load::Watch(Client& client, std::uint32_t events, int operation) {
 
 void Load::Serve(Client& client, std::uint32_t events) {
   if ((events & EPOLLOUT) != 0) {
-    if (SendAll(client.socket, order_.request)) Watch(client, EPOLLIN, EPOLL_CTL_MOD);
+    if (SendAll(client.socket, client.question->request)) Watch(client, EPOLLIN, EPOLL_CTL_MOD);
     return;
   }
   while (Receive(client)) {

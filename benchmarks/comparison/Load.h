@@ -1,5 +1,5 @@
-// Asks a server for one answer over and over, a fixed number of connections at once, one request a connection, and
-// checks every answer.
+// Asks a server for one answer over and over, or for a number of answers in turn, a fixed number of connections at
+// once, one request a connection, and checks every answer.
 //
 // Thread:    any.
 // Ownership: closes what it opens.
@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "benchmarks/comparison/AnswerCheck.h"
@@ -17,9 +18,14 @@
 namespace Comparison {
 
 struct LoadOrder {
+  // Where it is in the request and in the body expected, the number of the question is put, in as many digits.
+  static constexpr std::string_view kNumberMark = "####";
+  static constexpr std::int64_t kMaxNumbers = 10'000;
+
   Route route;
   std::string request;            // its bytes, as sent
   Expectation expected;           // the answer
+  std::int64_t numbers = 1;       // how many questions are asked in turn, from number 0 on; at most kMaxNumbers
   std::int64_t atOnce = 1;        // connections
   std::int64_t requests = 0;      // how many in all; 0 leaves it to `milliseconds`
   std::int64_t milliseconds = 0;  // how long new connections are made; 0 leaves it to `requests`
@@ -45,13 +51,20 @@ class Load {
   LoadResult Run();
 
  private:
+  struct Question {
+    std::string request;
+    Expectation expected;
+  };
+
   struct Client {
-    explicit Client(const Expectation& expected) : check(expected) {}
+    explicit Client(const Question& asked) : question(&asked), check(asked.expected) {}
+    const Question* question;
     int socket = -1;
     bool compared = true;
     AnswerCheck check;
   };
 
+  static std::vector<Question> Questions(const LoadOrder& order);
   bool MoreWanted() const;
   void Start(Client& client);
   void Serve(Client& client, std::uint32_t events);
@@ -60,6 +73,7 @@ class Load {
   void Watch(Client& client, std::uint32_t events, int operation);
 
   const LoadOrder& order_;
+  const std::vector<Question> questions_;
   std::vector<Client> clients_;
   std::string buffer_;
   int epoll_;

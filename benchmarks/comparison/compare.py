@@ -79,7 +79,8 @@ def wanted_servers(setting, chosen):
 
 def workloads_watched(chosen):
     """The workloads under which the host's waiting is measured: those chosen, or all."""
-    return [w for w in site_tree.WORKLOADS if w.name in (chosen or [])] or site_tree.WORKLOADS
+    every = [w for w in site_tree.WORKLOADS if w.at_once > 1]  # alone, a turn has one request at most
+    return [w for w in site_tree.WORKLOADS if w.name in (chosen or [])] or every
 
 
 def run(name, context, watched):
@@ -95,7 +96,8 @@ def run(name, context, watched):
         return experiments.start_stop(context)
     if name == "away":
         return experiments.away(context, watched)
-    return experiments.load(context, experiments.workload_named(name))
+    workload = experiments.workload_named(name)
+    return experiments.cold(context, workload) if workload.numbers > 1 else experiments.load(context, workload)
 
 
 def setting_of(chosen, load):
@@ -148,6 +150,10 @@ def main():
         root.mkdir()
         names = chosen.workload or NAMES
         watched = workloads_watched(chosen.workload) if "away" in names else []
+        if any(experiments.workload_named(name).site == "cold" for name in {*names} - EXTRAS.keys()) or any(
+                w.site == "cold" for w in watched):
+            (folder / "cold").mkdir()
+            site_tree.build_cold(folder / "cold")
         site_tree.build(root, chosen.programs, site_tree.LISTED.keys() & {*names, *(w.name for w in watched)})
         setting = servers.Setting(chosen.programs, root, folder, server_cpu)
         context = experiments.Context(setting, measure.Client(chosen.programs / "comparison_load", client_cpu, folder),

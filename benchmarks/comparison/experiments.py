@@ -16,6 +16,7 @@ import servers
 import site_tree
 
 HELD = 9000            # connections that hold half a request
+HELD_SERVERS = ("tessel", "nginx", "lighttpd", "microhttpd")
 SETTLE_SECONDS = 0.5   # until a server has seen that they came or went
 START_STOPS = 21
 MEMORY_ROUNDS = 3      # memory hardly differs from round to round
@@ -45,8 +46,9 @@ class Context:
                 if v.name in workload.servers and v.name in self.names and (quiet or v.log or v.name == "floor")]
 
     @contextlib.contextmanager
-    def running(self, variant, features=(), arguments=()):
-        server = servers.Server(self.setting, variant, features, arguments)
+    def running(self, variant, features=(), arguments=(), site="site"):
+        setting = dataclasses.replace(self.setting, root=self.setting.root.parent / site)
+        server = servers.Server(setting, variant, features, arguments)
         try:
             yield server
         finally:
@@ -107,6 +109,37 @@ def load(context, workload):
                 calls[server.variant] = measure.system_calls(context.client, server, arguments[server],
                                                              workload.calls_requests)
     return _load_finding(workload, variants, results, calls, bodies)
+
+
+# ---- Files that are asked for once.
+
+def cold(context, workload):
+    """As `load`, with a fresh server for each measurement, whose files were not asked for before."""
+    variants = context.variants(workload, quiet=False)
+    results = {v: [] for v in variants}
+    calls, bodies = {}, {}
+    requests = min(workload.numbers, context.requests or workload.numbers)
+    for turn in range(context.rounds):
+        for variant in variants[turn % len(variants):] + variants[:turn % len(variants)]:
+            with _cold_server(context, workload, variant) as (server, arguments, body):
+                bodies[variant] = body
+                found = measure.loaded(context.client, server, arguments, ["--requests", str(requests)])
+                results[variant].append(found)
+                context.say("  %s: %.1f us" % (variant.label, found["cpu_us"]))
+    for variant in variants if not context.quick else ():
+        with _cold_server(context, workload, variant) as (server, arguments, _):
+            calls[variant] = measure.system_calls(context.client, server, arguments, workload.calls_requests)
+    return _load_finding(workload, variants, results, calls, bodies)
+
+
+@contextlib.contextmanager
+def _cold_server(context, workload, variant):
+    """A fresh server, warmed with another file; with the arguments of the generator, and how long an answer's body is."""
+    with context.running(variant, workload.features, site=workload.site) as server:
+        warm, _ = context.client.learn(server, workload_named("1k"))
+        context.client.run(*warm, "--at-once", str(workload.at_once), "--requests", str(workload.warm_requests))
+        learnt, body = context.client.learn(server, workload)
+        yield server, learnt + ["--at-once", str(workload.at_once), "--compare-every", str(workload.compare_every)], body
 
 
 def _load_finding(workload, variants, results, calls, bodies):
@@ -170,8 +203,7 @@ def latency(context):
 def held(context):
     """The cost of 1 KiB while 9,000 other connections hold half a request, and what one of those costs in memory."""
     workload = workload_named("1k")
-    variants = [v for v in context.variants(workload, quiet=False) if v.name not in ("floor", "civetweb",
-                                                                                    "nginx-deferred")]
+    variants = [v for v in context.variants(workload, quiet=False) if v.name in HELD_SERVERS]
     results = {v: {"alone": [], "beside": [], "bytes": []} for v in variants}
     for turn in range(context.rounds):
         for variant in variants[turn % len(variants):] + variants[:turn % len(variants)]:
@@ -250,7 +282,7 @@ def away(context, workloads):
     rows, facts = [], {}
     for workload in workloads:
         small = workload_named("1k")
-        with context.running(TESSEL, workload.features, ["--watch"]) as server, \
+        with context.running(TESSEL, workload.features, ["--watch"], workload.site) as server, \
                 context.running(servers.Variant("floor", False), small.features, ["--watch"]) as floor:
             arguments = _away_arguments(context, server, workload), _away_arguments(context, floor, small)
             found, least = [], []

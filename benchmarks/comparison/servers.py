@@ -30,14 +30,16 @@ class Variant:
         return self.name if self.log or self.name == "floor" else self.name + ", no log"
 
 
-# Every variant. The floor has no log at all.
+# Every variant. The floor has no log at all. "tessel" is a host that measures, "program" the program tessel as it ships.
 VARIANTS = [
     Variant("floor", False),
     Variant("tessel", True),
     Variant("tessel", False),
+    Variant("program", True),
     Variant("nginx", True),
     Variant("nginx", False),
     Variant("nginx-deferred", True),
+    Variant("nginx-open-file-cache", True),
     Variant("lighttpd", True),
     Variant("lighttpd", False),
     Variant("microhttpd", True),
@@ -57,6 +59,11 @@ class Setting:
     folder: pathlib.Path    # for what servers write
     cpu: int                # the processor of the server under measurement
 
+    @property
+    def program(self):
+        """The program tessel."""
+        return self.programs.parent / "tessel"
+
 
 class Server:
     """One running server. Its folder holds its configuration and its logs."""
@@ -72,6 +79,7 @@ class Server:
         self.folder.mkdir()
         self.log_file = self.folder / "access.log"
         self.port = 0
+        self.output = subprocess.PIPE
         self.process = None
         self.first_line = {}  # what a program of ours says when it has started
         self._start(list(arguments))
@@ -83,7 +91,7 @@ class Server:
     def _start(self, arguments):
         make = getattr(self, "_" + self.variant.name.replace("-", "_"))
         command = ["taskset", "-c", str(self.setting.cpu)] + make() + arguments
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.output,
                                         stderr=open(self.folder / "stderr.txt", "wb"), start_new_session=True)
         try:
             if self.port:
@@ -127,17 +135,18 @@ class Server:
             except subprocess.TimeoutExpired:
                 self.process.kill()
                 self.process.wait()
-        self.process.stdout.close()
+        if self.process.stdout:
+            self.process.stdout.close()
 
-    def _program(self, name):
+    def _own(self, name):
         return str(self.setting.programs / ("comparison_" + name))
 
     def _floor(self):
         size = [f.split("=")[1] for f in self.features if f.startswith("body=")]
-        return [self._program("floor")] + (["--body-bytes", size[0]] if size else ["--missing"])
+        return [self._own("floor")] + (["--body-bytes", size[0]] if size else ["--missing"])
 
     def _tessel(self):
-        command = [self._program("host"), "--root", str(self.setting.root), "--connections", str(CONNECTIONS)]
+        command = [self._own("host"), "--root", str(self.setting.root), "--connections", str(CONNECTIONS)]
         if self.variant.log:
             command += ["--log", str(self.log_file)]
         if "ssi" in self.features:
@@ -148,6 +157,12 @@ class Server:
             command += ["--cgi", str(self.setting.root / "cgi")]
         return command
 
+    def _program(self):
+        self.port = free_port()
+        self.output = open(self.log_file, "wb")  # the program's log is its standard output
+        return [str(self.setting.program), "--server-port", str(self.port), "--server-name", "127.0.0.1",
+                "--max-connections", str(CONNECTIONS), "--no-verbose-errors-enable", str(self.setting.root)]
+
     def _microhttpd(self):
         return self._library_host("microhttpd")
 
@@ -156,23 +171,27 @@ class Server:
 
     def _library_host(self, name):
         self.port = free_port()
-        command = [self._program(name), "--root", str(self.setting.root), "--port", str(self.port)]
+        command = [self._own(name), "--root", str(self.setting.root), "--port", str(self.port)]
         return command + (["--log", str(self.log_file)] if self.variant.log else [])
 
-    def _nginx(self, deferred=""):
+    def _nginx(self, deferred="", more=()):
         self.port = free_port()
         features = {"ssi": "ssi on;", "listing": "autoindex on;"}
+        lines = [features[f] for f in sorted(self.features) if f in features] + list(more)
         config = self._write("nginx.conf", {
             "deferred": deferred,
             "access_log": self.log_file if self.variant.log else "off",
             "error_log": self.folder / "error.log" if self.variant.log else "/dev/null crit",
             "log_not_found": "on" if self.variant.log else "off",
-            "features": "\n    ".join(features[f] for f in sorted(self.features) if f in features),
+            "features": "\n    ".join(lines),
         })
         return ["nginx", "-p", str(self.folder), "-c", str(config), "-e", str(self.folder / "error.log")]
 
     def _nginx_deferred(self):
         return self._nginx(" deferred")
+
+    def _nginx_open_file_cache(self):
+        return self._nginx(more=["open_file_cache max=%d inactive=60s;" % CONNECTIONS])
 
     def _lighttpd(self):
         self.port = free_port()
@@ -213,7 +232,9 @@ def free_port():
 
 def available(setting, name):
     """Whether a server of this name can be started on this machine."""
-    programs = {"nginx": "nginx", "nginx-deferred": "nginx", "lighttpd": "lighttpd"}
+    if name == "program":
+        return setting.program.exists()
+    programs = {"nginx": "nginx", "nginx-deferred": "nginx", "nginx-open-file-cache": "nginx", "lighttpd": "lighttpd"}
     if name in programs:
         path = os.environ.get("PATH", "") + ":/usr/sbin:/sbin"
         return any(os.access(os.path.join(folder, programs[name]), os.X_OK) for folder in path.split(":"))

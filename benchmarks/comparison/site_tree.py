@@ -6,6 +6,9 @@ import shutil
 import typing
 
 KIB = 1024
+COLD_FILES = 4000     # each of them is asked for once
+DEEP = "one/two/three"
+NUMBER = "####"       # what stands for the number of a file, for the generator too
 LISTED = {"list100": 100, "list10000": 10000}
 INCLUDED = "".join("<p>This line stands in the included file.</p>\n" for _ in range(6))
 CGI_BODY = "x" * 199 + "\n"
@@ -55,6 +58,25 @@ def build(root, programs, folders):
     shutil.copy(programs / "comparison_print", root / "cgi" / "print200.exe")
 
 
+def numbered(text, number):
+    return text.replace(NUMBER, "%04d" % number)
+
+
+def cold_body():
+    """What a file of the cold site contains, but for its number: each can be told from the others."""
+    return NUMBER.encode() + letters(KIB - len(NUMBER))
+
+
+def build_cold(root):
+    """Writes the cold site: the files in the root and as many three folders deep, one more of each than is asked for in
+    turn, for the first look; and one file to warm a server with."""
+    (root / "f1k.bin").write_bytes(letters(KIB))
+    (root / DEEP).mkdir(parents=True)
+    for folder in (root, root / DEEP):
+        for i in range(COLD_FILES + 1):
+            (folder / numbered("c%s.bin" % NUMBER, i)).write_bytes(numbered(cold_body().decode(), i).encode())
+
+
 @dataclasses.dataclass(frozen=True)
 class Workload:
     """One thing to ask for."""
@@ -72,6 +94,8 @@ class Workload:
     warm_requests: int = 300
     calls_requests: int = 500      # for the run that counts system calls
     note: str = ""
+    site: str = "site"              # the folder that is served: "site" or "cold"
+    numbers: int = 1                # how many files are asked for in turn, by the number in the path
 
     def path_for(self, server):
         return self.path.format(server=server.split("-")[0])
@@ -94,10 +118,29 @@ def lists(count):
 
 
 ALL = ("floor", "tessel", "nginx", "nginx-deferred", "lighttpd", "microhttpd", "civetweb")
+SMALL = ALL + ("program", "nginx-open-file-cache")
+COLD = ("floor", "tessel", "program", "nginx", "nginx-open-file-cache", "lighttpd")
 PROCESSING = ("tessel", "nginx", "lighttpd")
 
+
+def cold(name, title, folder, at_once):
+    return Workload(name, title, "/%sc%s.bin" % (folder, NUMBER),
+                    equals(numbered(cold_body().decode(), COLD_FILES).encode()), COLD, features=("body=1024",),
+                    at_once=at_once, site="cold", numbers=COLD_FILES,
+                    note="Each of %s files is asked for once, of a server that has just been started and has answered 300 "
+                         "requests for another file%s. The system has all of them in memory. The floor sends its one "
+                         "answer." % (format(COLD_FILES, ","), "" if at_once > 1 else "; one client"))
+
+
 WORKLOADS = [
-    Workload("1k", "A file of 1 KiB", "/f1k.bin", equals(letters(KIB)), ALL, features=("body=1024",)),
+    Workload("1k", "A file of 1 KiB", "/f1k.bin", equals(letters(KIB)), SMALL, features=("body=1024",),
+             note="\"program\" is the program tessel as it ships, its log going to a file."),
+    Workload("1k-1", "A file of 1 KiB, one client", "/f1k.bin", equals(letters(KIB)), COLD, features=("body=1024",),
+             at_once=1),
+    cold("cold", "Files of 1 KiB that were not asked for before", "", 64),
+    cold("cold-1", "Files of 1 KiB that were not asked for before, one client", "", 1),
+    cold("deep", "Files of 1 KiB that were not asked for before, three folders deep", DEEP + "/", 64),
+    cold("deep-1", "Files of 1 KiB that were not asked for before, three folders deep, one client", DEEP + "/", 1),
     Workload("html", "A page of 1 KiB without directives, page processing on", "/plain.html", equals(plain_page()),
              PROCESSING, features=("ssi",)),
     Workload("missing", "A file that is not there", "/missing.bin", any_body, ALL, status="404",

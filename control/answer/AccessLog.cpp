@@ -6,7 +6,7 @@
 
 #include "support/Dates.h"
 #include "support/Format.h"
-#include "support/Text.h"
+#include "support/Printable.h"
 #include "support/mTimeZone.h"
 
 namespace TesselServer {
@@ -19,7 +19,7 @@ constexpr std::size_t kFixedBytes = 64;
 
 void AppendQuoted(std::string& line, std::string_view fromClient) {
   line += '"';
-  AppendEscaped(line, fromClient);
+  AppendPrintable(line, fromClient);
   line += '"';
 }
 

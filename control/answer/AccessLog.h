@@ -22,8 +22,8 @@ inline constexpr std::size_t kMaxLoggedBytes = 8 * 1024;
 // kept: the month is a number, and the zone is given in whole hours, rounded eastwards, while the time itself is exact.
 std::string LogTimestamp(std::int64_t utcSeconds, std::int32_t biasMinutes);
 
-// The whole line, without a line end. `size` is the length in bytes of the answer, its header included. Control bytes
-// in what the client sent are written as "\xHH", so that it cannot forge a line; its quotes stay as they are.
+// The whole line, without a line end. `size` is the length in bytes of the answer, its header included. What the client
+// sent is made printable (support/Printable.h), so that it cannot forge a line; its quotes stay as they are.
 //
 //   10.0.0.7 - - [15/11/2026:18:20:05 +0100] "GET / HTTP/1.0" 200 5120 "" "curl/7.88.1"
 std::string AccessLogLine(std::string_view address, std::string_view timestamp, std::string_view requestLine,

@@ -1,20 +1,35 @@
-// What a program may do to itself before it hosts the control. The control never does any of it: limits belong to the
-// process, and the process belongs to its program.
+// What a program that hosts the control may do with its own process. The control never does any of it: limits, outputs
+// and threads belong to the process, and the process belongs to its program.
 //
-// Thread:    any, before the control is started.
+// Thread:    any.
 // Ownership: none.
-// Errors:    none; what the system refuses stays as it was.
+// Errors:    as each function says.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
 namespace TesselServer {
 
-// Raises the soft limit of open descriptors (RLIMIT_NOFILE, setrlimit(2)) of this process to its hard limit and returns
-// the soft limit that then holds. A server of many connections needs one descriptor a connection, and the usual soft
-// limit is 1024. Programs that call select(2) must not do this.
+// Before the control is started: raises the soft limit of open descriptors (RLIMIT_NOFILE, setrlimit(2)) of this
+// process to its hard limit and returns the soft limit that then holds. A server of many connections needs one
+// descriptor a connection, and the usual soft limit is 1024. Programs that call select(2) must not do this.
 //
 //   const std::int64_t most = TesselServer::RaiseDescriptorLimit();  // 524288, for instance
 std::int64_t RaiseDescriptorLimit();
+
+enum class StandardStream { Output, Error };
+
+// Writes `bytes` to this process's standard output or standard error (write(2)), waiting for as long as its reader
+// takes, also where somebody has made that output non-blocking. Returns how many bytes were written: all, or fewer when
+// the output is closed, full or broken. A reader that has gone raises SIGPIPE in this thread, as write(2) does, unless
+// that is ignored or blocked.
+std::size_t WriteWhole(StandardStream stream, std::string_view bytes);
+
+// Runs `work` on a thread of its own, to which no signal is delivered and which nothing waits for: the process may end
+// while it is at work, so `work` owns what it uses. Raises std::system_error when no thread can be had.
+void RunDetached(std::function<void()> work);
 
 }  // namespace TesselServer

@@ -12,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.request
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
 from program import Program  # noqa: E402
@@ -23,6 +24,8 @@ PROPERTIES = ["--server-ip", "--server-port", "--server-software", "--server-nam
               "--cgi-timeout", "--max-connections", "--connection-timeout", "--index-page-names", "--trap-file-types"]
 SWITCHES = ["cgi-enable", "ssi-enable", "html-functions-enable", "directory-browse-enable", "error-files-enable",
             "verbose-errors-enable", "trap-file-enable"]
+OTHERS = ["--application-folder", "--content-type", "--max-body-bytes", "--max-body-bytes-total",
+          "--max-unsent-page-bytes"]  # no properties
 
 
 def run(*arguments, cwd=None):
@@ -67,11 +70,27 @@ class Talk(ProgramTest):
     def test_help_names_every_option(self):
         status, out, err = run("--help")
         self.assertEqual((status, err), (0, ""))
-        for name in PROPERTIES + ["--[no-]" + each for each in SWITCHES] + ["--application-folder"]:
+        for name in PROPERTIES + ["--[no-]" + each for each in SWITCHES] + OTHERS:
             self.assertRegex(out, r"(?m)^  %s " % re.escape(name))
         for name in ("--config FILE", "--save-config FILE", "--help", "--version", "--about", "[DIRECTORY]"):
             self.assertIn(name, out)
         self.assertLessEqual(max(map(len, out.splitlines())), 120)
+
+    def test_help_says_what_settings_do_that_surprise(self):
+        """A promise each, in the words of its option."""
+        text = re.sub(r"\s+", " ", run("--help")[1])
+        for option, words in (
+                ("verbose-errors-enable", ["status 200", "apt, curl -f, link checkers, node", "--no-verbose-errors-enable",
+                                           "codes (404"]),
+                ("cgi-enable", ["first 1,024 bytes", "GET only", "no standard input"]),
+                ("cgi-directory", ["below the root", "is public"]),
+                ("authentication-source-file", ["substring", "in any case", "the beginning of a password is enough",
+                                                "the end of a name"])):
+            described = re.search(r" --(?:\[no-\])?%s (?:[A-Z] )?(.*?) (?=--(?:\[no-\])?[a-z-]+ (?:[A-Z]|Error)|[A-Z][a-z]+: )" % option,
+                                  text)
+            for part in words:
+                with self.subTest(option, part=part):
+                    self.assertIn(part, described[1])
 
     def test_version_and_about(self):
         self.assertEqual(run("--version"), (0, "tessel 1.1.000\n", ""))
@@ -110,6 +129,13 @@ class Refusals(ProgramTest):
             (["--connection-timeout", "x"], ["--connection-timeout", "0 to 2000000000"]),
             (["--max-connections", "1"], ["--max-connections", "2 to 10000"]),
             (["--max-connections", "10001"], ["--max-connections", "2 to 10000"]),
+            (["--max-body-bytes", "-1"], ["--max-body-bytes", "0 to 2147483647"]),
+            (["--max-body-bytes=2147483648"], ["--max-body-bytes", "0 to 2147483647"]),
+            (["--max-body-bytes-total", "1G"], ["--max-body-bytes-total", "0 to 9223372036854775807"]),
+            (["--max-unsent-page-bytes=-1"], ["--max-unsent-page-bytes", "0 to 9223372036854775807"]),
+            (["--content-type", "x"], ["--content-type", '"x"', ".extension=type/subtype"]),
+            (["--content-type=.x=plain"], ["--content-type", '".x=plain"', ".extension=type/subtype"]),
+            (["--content-type"], ["--content-type", "value is missing"]),
             (["--content-type-source", "web"], ["--content-type-source", '"web"', "registry, file, internal"]),
             (["--authentication-source", ""], ["--authentication-source", "global-file, directory-file"]),
             (["--ssi-enable=perhaps"], ["--ssi-enable", "perhaps"]),
@@ -131,6 +157,7 @@ class Refusals(ProgramTest):
             (["--config", self.site], [self.site]),
             (["--content-type-source-file", self.folder / "none", self.site], [self.folder / "none", "content types"]),
             (["--authentication-source-file", self.site, self.site], [self.site, "passwords"]),
+            (["--content-type=.x=a/b", "--content-type-source=internal", self.site], ["--content-type", "registry"]),
             (["--save-config", self.folder / "none" / "x.conf", self.site], [self.folder / "none" / "x.conf"]),
         ]:
             self.expect(1, words, *arguments)
@@ -194,8 +221,10 @@ class Settings(ProgramTest):
         self.assertEqual(self.saved(*apart, *switches, self.site), expected)
         self.assertEqual(self.saved(*joined, *switches, self.site), expected)
 
-    def test_the_application_folder_is_no_property(self):
-        self.assertEqual(self.saved("--application-folder", self.folder, self.site), self.saved(self.site))
+    def test_what_is_no_property_is_not_saved(self):
+        self.assertEqual(self.saved("--application-folder", self.folder, "--content-type=.x=a/b", "--max-body-bytes=1",
+                                    "--max-body-bytes-total=1", "--max-unsent-page-bytes=1", self.site),
+                         self.saved(self.site))
 
     def test_switches_and_repetitions(self):
         for arguments, key, value in [
@@ -290,6 +319,23 @@ class Serving(ProgramTest):
                          b"<a href = /shelf/two%20words>two words</a>", b"<a href = /shelf/book.txt>book.txt</a>"):
                 self.assertIn(part, page)
             self.assertEqual(get(program.port, "/"), (200, (self.site / "index.html").read_bytes()))
+
+    def test_content_types_of_the_command_line(self):
+        for name in ("a.x1", "b.X2", "c.txt"):
+            (self.site / name).write_text("text")
+        with self.serve("--content-type", ".x1=application/x-one", "--content-type=.x2=text/x-two; charset=utf-8",
+                        "--content-type", ".txt=text/x-mine", self.site) as program:
+            for path, kind in (("/a.x1", "application/x-one"), ("/b.X2", "text/x-two; charset=utf-8"),
+                               ("/c.txt", "text/x-mine"), ("/", "text/html")):
+                with urllib.request.urlopen(program.address + path[1:], timeout=20) as answer:
+                    self.assertEqual(answer.headers["Content-Type"], kind)
+
+    def test_a_body_beyond_the_limit_is_refused(self):
+        with self.serve("--max-body-bytes=5", "--no-verbose-errors-enable", self.site) as program:
+            for length, status in ((5, b"200"), (6, b"400")):
+                with socket.create_connection(("127.0.0.1", program.port), timeout=20) as client:
+                    client.sendall(b"POST / HTTP/1.0\r\nContent-Length: %d\r\n\r\n" % length + b"x" * length)
+                    self.assertEqual(client.makefile("rb").readline().split()[1], status)
 
     def test_passwords_are_asked_for_where_the_source_says(self):
         (self.site / "members").mkdir()

@@ -185,32 +185,5 @@ TEST(TextTest, EmptyKeepsSmallMemoryOnly) {
   EXPECT_LT(large.capacity(), 100u);
 }
 
-TEST(TextTest, AppendEscapedLeavesWhatStoodThere) {
-  std::string text = "\n|";
-  AppendEscaped(text, "plain, long enough for many bytes to be looked at in one go: \xC3\xA4|");
-  AppendEscaped(text, "a\tb|");
-  AppendEscaped(text, "");
-  EXPECT_EQ(text, "\n|plain, long enough for many bytes to be looked at in one go: \xC3\xA4|a\\x09b|");
-}
-
-TEST(TextTest, AppendEscapedShowsEveryControlCharacterAndNothingElse) {
-  std::string line;
-  AppendEscaped(line, "GET /\r\n\x1B[2J \x7F \\ \" \xC3\xA4");
-  EXPECT_EQ(line, "GET /\\x0D\\x0A\\x1B[2J \\x7F \\ \" \xC3\xA4");
-  const std::string bytes = AllBytes();
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    std::string escaped;
-    AppendEscaped(escaped, std::string_view(bytes).substr(i, 1));
-    if (i < 0x20 || i == 0x7F) {
-      ASSERT_EQ(escaped.size(), 4u) << i;
-      EXPECT_EQ(escaped.substr(0, 2), "\\x") << i;
-      EXPECT_EQ(std::stoul(escaped.substr(2), nullptr, 16), i);
-      EXPECT_EQ(Upper(escaped.substr(2)), escaped.substr(2)) << i;
-    } else {
-      EXPECT_EQ(escaped, bytes.substr(i, 1)) << i;
-    }
-  }
-}
-
 }  // namespace
 }  // namespace TesselServer

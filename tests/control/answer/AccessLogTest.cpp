@@ -55,8 +55,8 @@ TEST(AccessLogTest, ClientsCannotForgeALine) {
   const std::string line = AccessLogLine("a", "t", "GET /\r\nx", "200", 1, std::string("r\0s", 3), "u\x1B[2J\x7F\t\n");
   EXPECT_EQ(line, R"(a - - t "GET /\x0D\x0Ax" 200 1 "r\x00s" "u\x1B[2J\x7F\x09\x0A")");
   EXPECT_EQ(AccessLogLine("a", "t", "GET \"/\"", "200", 1, "\\x0A", "\xC3\xA4"),
-            "a - - t \"GET \"/\"\" 200 1 \"\\x0A\" \"\xC3\xA4\"")
-      << "quotes, backslashes and bytes of 0x80 and above stay";
+            "a - - t \"GET \"/\"\" 200 1 \"\\\\x0A\" \"\xC3\xA4\"")
+      << "quotes and other characters stay, and what a client writes like a code is told from one";
 }
 
 TEST(AccessLogTest, LongFieldsAreCutForTheLine) {

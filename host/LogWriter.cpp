@@ -1,0 +1,132 @@
+#include "host/LogWriter.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include <TesselServer/HostProcess.h>
+
+namespace TesselServer {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What is written in one go.
+struct Block {
+  std::string lines;
+  std::int64_t lost = 0;  // how many lines came after these and found no room
+
+  bool Empty() const { return lines.empty() && lost == 0; }
+};
+
+std::int64_t CountLines(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
+
+// Writes blocks, and counts what is lost.
+class BlockSink {
+ public:
+  BlockSink(LogWriter::Sink sink, std::string mark) : sink_(std::move(sink)), mark_(std::move(mark)) {}
+
+  void Write(const Block& block) {
+    const std::string_view lines = block.lines;
+    const auto written = TellLost() ? Put(lines) : 0;
+    lost_ += CountLines(lines.substr(written)) + block.lost;
+    if (written == lines.size()) TellLost();
+  }
+
+ private:
+  // Whether the output has taken the line that counts the lost ones, or none were lost.
+  bool TellLost() {
+    if (lost_ == 0) return true;
+    const auto line = std::string(lineIsCut_ ? "\n" : "") + mark_ + "Lost lines: " + std::to_string(lost_) +
+                      " (this output was not read, or could not be written)\n";
+    if (Put(line) < line.size()) return false;
+    lost_ = 0;
+    return true;
+  }
+
+  std::size_t Put(std::string_view bytes) {
+    const auto written = sink_(bytes);
+    if (written > 0) lineIsCut_ = bytes[written - 1] != '\n';
+    return written;
+  }
+
+  LogWriter::Sink sink_;
+  std::string mark_;
+  std::int64_t lost_ = 0;  // not told yet
+  bool lineIsCut_ = false;
+};
+
+}  // namespace
+
+// What the two threads have in common.
+struct LogWriter::Shared {
+  std::mutex mutex;
+  std::condition_variable toWrite;  // a first line waits, a whole block, or the end has come
+  std::condition_variable written;  // all of it, after the end
+  Block waiting;
+  bool ended = false;
+  bool allWritten = false;
+
+  // Waits until a block is due; nothing after the last one. No block comes before `earliest` unless it is whole.
+  std::optional<Block> Next(Clock::time_point earliest) {
+    std::unique_lock lock(mutex);
+    toWrite.wait(lock, [this] { return ended || !waiting.Empty(); });
+    toWrite.wait_until(lock, earliest, [this] { return ended || waiting.lines.size() >= kBlockBytes; });
+    if (waiting.Empty()) return std::nullopt;
+    return std::exchange(waiting, Block());
+  }
+
+  void WriteAll(BlockSink& sink, std::chrono::milliseconds blockInterval) {
+    Clock::time_point earliest{};
+    while (const auto block = Next(earliest)) {
+      earliest = Clock::now() + blockInterval;
+      sink.Write(*block);
+    }
+    const std::lock_guard lock(mutex);
+    allWritten = true;
+    written.notify_all();
+  }
+};
+
+LogWriter::LogWriter(Sink sink, std::string mark, std::chrono::milliseconds blockInterval)
+    : shared_(std::make_shared<Shared>()) {
+  RunDetached([shared = shared_, to = BlockSink(std::move(sink), std::move(mark)), blockInterval]() mutable {
+    shared->WriteAll(to, blockInterval);
+  });
+}
+
+LogWriter::~LogWriter() { End(); }
+
+void LogWriter::Put(std::string_view line) {
+  bool due = false;
+  {
+    const std::lock_guard lock(shared_->mutex);
+    if (shared_->ended) return;
+    auto& [lines, lost] = shared_->waiting;
+    const bool first = shared_->waiting.Empty();
+    const bool whole = lines.size() >= kBlockBytes;
+    if (lost > 0 || lines.size() + line.size() >= kMaxWaitingBytes) {
+      ++lost;
+    } else {
+      lines.append(line) += '\n';
+    }
+    due = first || (!whole && lines.size() >= kBlockBytes);
+  }
+  if (due) shared_->toWrite.notify_one();
+}
+
+void LogWriter::End() {
+  const std::lock_guard lock(shared_->mutex);
+  shared_->ended = true;
+  shared_->toWrite.notify_one();
+}
+
+bool LogWriter::WaitUntil(std::chrono::steady_clock::time_point limit) {
+  std::unique_lock lock(shared_->mutex);
+  return shared_->written.wait_until(lock, limit, [this] { return shared_->allWritten; });
+}
+
+}  // namespace TesselServer

@@ -1,0 +1,28 @@
+// Texts as they can stand in a line of a log or on a terminal: whoever wrote them, they neither end the line nor steer
+// the terminal, and each line has one meaning.
+//
+// Thread:    any; pure: values in, text out.
+// Errors:    none.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace TesselServer {
+
+// Appends `text` to `line`. Written as codes are:
+//
+//   "\xHH"   (upper-case digits) each byte below 0x20 and 0x7F; each byte from 0x80 to 0x9F that belongs to no valid
+//            UTF-8 character, and both bytes of the characters U+0080 to U+009F: the C1 controls of terminals of either
+//            kind
+//   "\\"     a backslash, so that a code that was sent is told from the byte that it stands for
+//
+// Everything else is unchanged, quotes and other UTF-8 characters included.
+void AppendPrintable(std::string& line, std::string_view text);
+
+// `text` alone, written so.
+//
+//   Printable("a\tb");  // "a\\x09b", seven characters
+std::string Printable(std::string_view text);
+
+}  // namespace TesselServer
