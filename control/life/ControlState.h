@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "control/connection/Slot.h"
@@ -13,7 +14,6 @@
 #include "control/life/Statistics.h"
 #include "http/ContentTypeMemory.h"
 #include "http/SecretFiles.h"
-#include "platform/files/DirectoryMemory.h"
 #include "platform/files/FileSystem.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/loop/Timer.h"
@@ -47,8 +47,7 @@ struct ControlState {
   SocketArray sckWS;
   ChildPrograms programs;
   Timer tmrCheckConn;
-  cls_HTTP requestTemplate;     // the control-wide settings that records share
-  DirectoryMemory directories;  // that listings have shown
+  cls_HTTP requestTemplate;  // the control-wide settings that records share
   std::shared_ptr<SlotTable> slots;
 
   bool running = false;                  // from StartServer to StopServer, a failed start included
@@ -66,8 +65,17 @@ struct ControlState {
 
   // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.
   const std::shared_ptr<const RootFolder>& Root() {
-    if (!root_ || root_->Path() != settings.VirtualPath) root_ = std::make_shared<RootFolder>(settings.VirtualPath);
+    if (!root_ || root_->Path() != settings.VirtualPath) {
+      root_ = std::make_shared<RootFolder>(settings.VirtualPath, world, RootFolder::Memory::kNamesAndFiles);
+    }
     return root_;
+  }
+  // CGIDirectory, likewise. What programs contain is never looked at.
+  const RootFolder& Programs() {
+    if (!programsRoot_ || programsRoot_->Path() != settings.CGIDirectory) {
+      programsRoot_.emplace(settings.CGIDirectory, world, RootFolder::Memory::kNames);
+    }
+    return *programsRoot_;
   }
   const std::shared_ptr<const SecretFiles>& Secrets() {
     const e_AuthSource source = settings.AuthenticationSource;
@@ -86,6 +94,7 @@ struct ControlState {
 
  private:
   std::shared_ptr<const RootFolder> root_;
+  std::optional<RootFolder> programsRoot_;
   std::shared_ptr<const SecretFiles> secrets_;
 };
 

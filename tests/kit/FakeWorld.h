@@ -16,6 +16,7 @@ class FakeWorld : public World {
   std::int64_t monotonicMilliseconds = 1'000'000;
   std::int64_t microseconds = 0;         // beside the milliseconds
   std::int64_t utcSeconds = 1794766805;  // Sunday, 15 November 2026, 18:20:05 UTC
+  std::int64_t fileNanoseconds = 0;      // so that every file has just changed, until LetFilesSettle
   std::function<std::int32_t(std::int64_t)> bias = [](std::int64_t) { return 0; };
   std::string localHostName = "testhost";
   std::string localAddress = "192.0.2.1";
@@ -27,17 +28,26 @@ class FakeWorld : public World {
   std::int64_t descriptorLimit = 1'000'000;
   std::vector<std::string> messages;
 
-  // Lets both clocks run on.
+  // Lets all clocks run on.
   void Advance(std::int64_t milliseconds) {
     monotonicMilliseconds += milliseconds;
+    fileNanoseconds += milliseconds * 1'000'000;
     passed_ += milliseconds;
     utcSeconds += passed_ / 1000;
     passed_ %= 1000;
   }
 
+  // Lets so much time pass that everything written so far may be remembered: an hour after the real moment, which is the
+  // one that files get as theirs.
+  void LetFilesSettle() {
+    constexpr std::int64_t kHour = 3'600'000'000'000;
+    fileNanoseconds = SystemWorld().FileClockNanoseconds() + kHour;
+  }
+
   std::int64_t MonotonicMilliseconds() const override { return monotonicMilliseconds; }
   std::int64_t MonotonicMicroseconds() const override { return monotonicMilliseconds * 1000 + microseconds; }
   std::int64_t UtcSeconds() const override { return utcSeconds; }
+  std::int64_t FileClockNanoseconds() const override { return fileNanoseconds; }
   std::int32_t BiasMinutes(std::int64_t seconds) const override { return bias(seconds); }
   std::string LocalHostName() const override { return localHostName; }
   std::string LocalAddress() const override { return localAddress; }
