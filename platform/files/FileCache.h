@@ -1,16 +1,16 @@
 // Small files beneath one root with their contents, so that a file that has not changed is served without being opened.
-// FileStamp.h has the rule by which it counts as the same; beside that the system is asked whether what leads to it from
-// the root are folders still, for a link might leave the root. Which folders they are does not matter: what is found by
-// this way is what opening the file by it would find.
+// FileStamp.h has the rule by which it counts as the same; beside that the system is asked whether what leads to it
+// from the root are folders still, for a link might leave the root. Which folders they are does not matter: what is
+// found by this way is what opening the file by it would find.
 //
 // Only files without a link on their way are remembered, no longer than kMaxFileBytes, and in a folder that knows each
 // name in one spelling alone.
 //
-// What it is for: a file of 1 KiB in the root costs one system call (newfstatat; one more for each folder on its way) in
-// place of five (openat2, fstat, fgetxattr, pread64, close). Where it loses: the second request within a minute
+// What it is for: a file of 1 KiB in the root costs one system call (newfstatat; one more for each folder on its way)
+// in place of five (openat2, fstat, fgetxattr, pread64, close). Where it loses: the second request within a minute
 // costs six calls more than without it, once a minute, so files that are asked for twice a minute and not more, or that
-// change more often than they are asked for, are cheaper without. Deep paths gain less: at four folders there are as many
-// calls with it as without, though no bytes are copied.
+// change more often than they are asked for, are cheaper without. Deep paths gain less: at four folders there are as
+// many calls with it as without, though no bytes are copied.
 //
 // Thread:    the host's thread only.
 // Ownership: a file that was found lives as long as somebody holds it. The world outlives the cache.
@@ -51,9 +51,9 @@ class FileCache {
   // The file `name` ("/" separators) below the root, when it is remembered and still the same.
   std::shared_ptr<const CachedFile> Find(std::string_view name);
 
-  // Of the file that was opened by exactly this name, without following a link below the root, and has this stamp: reads
-  // and remembers it at the second request. Null when it is not asked for again or cannot be remembered, for want of
-  // memory among others.
+  // Of the file that was opened by exactly this name, without following a link below the root, and has this stamp:
+  // reads and remembers it at the second request. Null when it is not asked for again or cannot be remembered, for want
+  // of memory among others.
   std::shared_ptr<const CachedFile> Admit(std::string_view name, int descriptor, const FileStamp& stamp);
 
   // What all of them take.

@@ -19,8 +19,7 @@ namespace TesselServer {
 namespace {
 
 // Which bits of the extended attribute count.
-constexpr std::uint32_t kDosAttributes =
-    FileAttribute::kHidden | FileAttribute::kSystem | FileAttribute::kTemporary;
+constexpr std::uint32_t kDosAttributes = FileAttribute::kHidden | FileAttribute::kSystem | FileAttribute::kTemporary;
 
 constexpr mode_t kAllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr mode_t kPermissions = 07777;

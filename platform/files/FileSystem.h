@@ -86,8 +86,8 @@ struct FoundEntry {
   std::string name;
   bool readable = false;  // false: it is there but this process may not open it
   OpenFile file;          // open when readable
-  // The last component of `name` is known to be the file's own: no link led to it, and no other spelling can have. Where
-  // it is false OpenFile::CanonicalPath tells the file's own name.
+  // The last component of `name` is known to be the file's own: no link led to it, and no other spelling can have.
+  // Where it is false OpenFile::CanonicalPath tells the file's own name.
   bool isOwnName = false;
 };
 

@@ -22,8 +22,8 @@ std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int 
   if (!stamp) return nullptr;
   try {
     const auto* known = records_.Find(folder);
-    auto record = known != nullptr && (*known)->ReadAs().Holds(stamp, world_) ? *known
-                                                                              : ReadAnew(folder, descriptor, *stamp);
+    auto record =
+        known != nullptr && (*known)->ReadAs().Holds(stamp, world_) ? *known : ReadAnew(folder, descriptor, *stamp);
     if (record) record->UsedAt(world_.FileClockNanoseconds());
     return record;
   } catch (const std::bad_alloc&) {

@@ -1,11 +1,11 @@
 // The names in folders beneath one root, for look-ups of names that are not there or are spelled otherwise and for
-// listings, and the attributes of files that are expensive to ask for. FileStamp.h has the rule by which a folder counts
-// as the same. A folder is read for the cache at its second request within a minute.
+// listings, and the attributes of files that are expensive to ask for. FileStamp.h has the rule by which a folder
+// counts as the same. A folder is read for the cache at its second request within a minute.
 //
-// What it is for: a name that is not there costs one system call (newfstatat) in place of eight and more and the reading
-// of all names; a listing saves the reading and one question for each file. Where it loses: a folder that is asked for
-// twice a minute and not more, or that changes before each request, pays for fstat, fstatfs, ioctl and a copy of its
-// names. A file that is there never costs more.
+// What it is for: a name that is not there costs one system call (newfstatat) in place of eight and more and the
+// reading of all names; a listing saves the reading and one question for each file. Where it loses: a folder that is
+// asked for twice a minute and not more, or that changes before each request, pays for fstat, fstatfs, ioctl and a copy
+// of its names. A file that is there never costs more.
 //
 // Thread:    the host's thread only.
 // Ownership: keeps records of its own; those in use by a listing live as long as that. The world outlives the cache.
@@ -35,8 +35,8 @@ class FolderCache {
   // The record of the folder, when it is remembered and still holds.
   std::shared_ptr<FolderRecord> Find(std::string_view folder);
 
-  // The record of the folder, which is open as `descriptor`: the remembered one where it still holds, else, at the second
-  // request, a new one. nullptr where the folder must be read as if there were no cache.
+  // The record of the folder, which is open as `descriptor`: the remembered one where it still holds, else, at the
+  // second request, a new one. nullptr where the folder must be read as if there were no cache.
   std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor);
 
   // Whether nothing can stand at `path`, in any spelling: the deepest folder on the way whose names are known lacks the

@@ -72,7 +72,8 @@ class FolderRecord {
   std::int64_t usedAt_ = 0;
   std::string names_;  // NUL behind each
   std::vector<Entry> entries_;
-  std::vector<std::uint32_t> sorted_;  // entries without regard to case, equal ones in byte order; empty until asked for
+  std::vector<std::uint32_t>
+      sorted_;  // entries without regard to case, equal ones in byte order; empty until asked for
 };
 
 }  // namespace TesselServer

@@ -19,8 +19,8 @@ int OpenAnywhere(int folder, const std::string& path, int flags);
 // or climbs out, wherever it ends. On a kernel that has no openat2, or in a sandbox that refuses it, OpenWithoutLinks.
 int OpenBeneath(int folder, const std::string& path, int flags);
 
-// Follows no link on the whole path (RESOLVE_NO_SYMLINKS): -ELOOP where there is one. So a path without ".." stays where
-// its text says, whatever else happens to its folders. Where the kernel or a sandbox does not offer that, it is
+// Follows no link on the whole path (RESOLVE_NO_SYMLINKS): -ELOOP where there is one. So a path without ".." stays
+// where its text says, whatever else happens to its folders. Where the kernel or a sandbox does not offer that, it is
 // OpenWithoutLinks below an open folder, and -ELOOP for a path that begins elsewhere.
 int OpenDirectly(int folder, const std::string& path, int flags);
 

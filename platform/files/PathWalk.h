@@ -45,8 +45,8 @@ int FlagsForReading();
 // What was opened by exactly the name `path`: kNone for what is not to be served.
 FoundEntry EntryOpened(const CollapsedPath& path, OpenFile file);
 
-// What RootFolder::Find promises for the folder open as `root`, opened through `open`. `tried` is the error of an attempt
-// to open the path without following a link, or 0.
+// What RootFolder::Find promises for the folder open as `root`, opened through `open`. `tried` is the error of an
+// attempt to open the path without following a link, or 0.
 FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, FolderCache* known = nullptr,
                        int tried = 0);
 

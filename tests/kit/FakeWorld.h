@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/files/FileStamp.h"
 #include "platform/settings/RegistryStore.h"
 #include "platform/world/World.h"
 
@@ -37,11 +38,14 @@ class FakeWorld : public World {
     passed_ %= 1000;
   }
 
-  // Lets so much time pass that everything written so far may be remembered: an hour after the real moment, which is the
-  // one that files get as theirs.
+  // Sets the clock of files to the moment at which everything written so far has just settled (kSettledNanoseconds),
+  // and what is written from now on has not. Files get the real time as theirs, so the next tick of that is waited for,
+  // some milliseconds.
   void LetFilesSettle() {
-    constexpr std::int64_t kHour = 3'600'000'000'000;
-    fileNanoseconds = SystemWorld().FileClockNanoseconds() + kHour;
+    const std::int64_t latest = SystemWorld().FileClockNanoseconds();
+    std::int64_t next = latest;
+    while (next <= latest) next = SystemWorld().FileClockNanoseconds();
+    fileNanoseconds = next - 1 + kSettledNanoseconds;
   }
 
   std::int64_t MonotonicMilliseconds() const override { return monotonicMilliseconds; }
