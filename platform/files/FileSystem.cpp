@@ -135,21 +135,20 @@ FoundEntry RootFolder::Find(std::string_view relative) const {
     }
   }
   if (folders_ && folders_->Lacks(path->text)) return {};
-  const int opened = OpenWithoutLink(path->text);
-  if (opened >= 0) return Direct(EntryOpened(*path, OpenFile(opened)));
-  const int root = Descriptor();
-  return root < 0 ? FoundEntry() : FindBeneath(&OpenBeneathOrRaise, root, *path, folders_.get(), opened);
+  // The usual way asks the system for nothing but the file: the whole path at once, where no link is on it.
+  const int flags = FlagsForReading() | (path->text.empty() ? O_DIRECTORY : 0);
+  int opened = -ELOOP;
+  if (!isBehindLink_) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(systemPath_, path->text), flags);
+  if (opened < 0) {
+    const int root = Descriptor();
+    if (root < 0) return {};
+    if (isBehindLink_) opened = OpenDirectlyOrRaise(root, path->text, flags);
+    if (opened < 0) return FindBeneath(&OpenBeneathOrRaise, root, *path, folders_.get(), opened);
+  }
+  return Direct(EntryOpened(*path, OpenFile(opened)));
 }
 
-// The usual way, which asks the system for nothing but the file: the whole path at once, where no link is on it.
-int RootFolder::OpenWithoutLink(const std::string& name) const {
-  const int flags = FlagsForReading() | (name.empty() ? O_DIRECTORY : 0);
-  if (!isBehindLink_) return OpenDirectlyOrRaise(AT_FDCWD, JoinPath(systemPath_, name), flags);
-  const int root = Descriptor();
-  return root < 0 ? root : OpenDirectlyOrRaise(root, name, flags);
-}
-
-// What was opened in that way. A letter beyond ASCII may have been another one in a folder that takes such spellings.
+// What was opened without a link. A letter beyond ASCII may have been another one in a folder that takes such spellings.
 FoundEntry RootFolder::Direct(FoundEntry found) const {
   if (found.kind != EntryKind::kFile) return found;
   found.isOwnName = std::all_of(found.name.begin(), found.name.end(), [](char c) { return (c & 0x80) == 0; });

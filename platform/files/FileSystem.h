@@ -132,7 +132,6 @@ class RootFolder {
 
  private:
   int Descriptor() const;
-  int OpenWithoutLink(const std::string& name) const;
   FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;

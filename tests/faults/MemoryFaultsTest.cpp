@@ -16,6 +16,7 @@
 #include "platform/files/FolderCache.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNthMemory.h"
+#include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"
 #include "tests/kit/TestControl.h"

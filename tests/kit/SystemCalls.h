@@ -1,7 +1,6 @@
 // Which system calls a piece of a test makes.
 #pragma once
 
-#include <linux/ptrace.h>
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -35,7 +34,7 @@ inline std::optional<std::vector<long>> SystemCallsOf(const std::function<void()
   std::vector<long> calls;
   while (ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0 && waitpid(child, &status, 0) == child &&
          WIFSTOPPED(status)) {
-    ptrace_syscall_info info{};
+    __ptrace_syscall_info info{};
     ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info);
     if (info.op == PTRACE_SYSCALL_INFO_ENTRY) calls.push_back(static_cast<long>(info.entry.nr));
   }

@@ -32,9 +32,9 @@ class FileCacheTest : public testing::Test {
   void SetUp() override {
     const UniqueDescriptor folder(open(tree_.Text().c_str(), O_PATH | O_CLOEXEC));
     if (!KeepsChangeTimes(folder.Get(), ReadFrom::kContents)) GTEST_SKIP() << "nothing is remembered of this folder";
-    for (const char* folder : {"site", "site/deep/er/still", "outside", "next"}) {
-      tree_.Write(std::string(folder) + "/a.txt", folder);
-      tree_.Write(std::string(folder) + "/b.txt", "other");
+    for (const char* each : {"site", "site/deep/er/still", "outside", "next"}) {
+      tree_.Write(std::string(each) + "/a.txt", each);
+      tree_.Write(std::string(each) + "/b.txt", "other");
     }
     world_.LetFilesSettle();
   }
