@@ -21,31 +21,25 @@ namespace {
 // What a file takes beside its texts: its record, and its places in a list and a table.
 constexpr std::size_t kEntryBytes = 512;
 
-// The root and each folder on the way to `name`.
-std::vector<std::string> WayTo(const std::string& root, std::string_view name) {
-  std::vector<std::string> way;
-  for (std::size_t end = 0; end != std::string_view::npos; end = name.find('/', end + 1)) {
-    way.push_back(JoinPath(root, name.substr(0, end)));
+// Whether only folders lead to `path`, of which the part before byte `begin` is the root. The root itself may be
+// reached by a link.
+bool HasNoLinks(const std::string& path, std::size_t begin) {
+  for (std::size_t end = path.find('/', begin); end != std::string::npos; end = path.find('/', end + 1)) {
+    const auto folder = StampOfPath(path.substr(0, end), LastLink::kItself);
+    if (!folder || !S_ISDIR(folder->mode)) return false;
   }
-  return way;
+  return true;
 }
 
-// Whether folders lead from the root to the file. The root itself may be reached by a link.
-bool HasNoLinks(const std::vector<std::string>& way) {
-  return std::all_of(way.begin() + 1, way.end(), [](const std::string& folder) {
-    const auto stamp = StampOfPath(folder, LastLink::kItself);
-    return stamp && S_ISDIR(stamp->mode);
-  });
-}
-
-// Which folder stands at `path`, where it holds the file `name` and takes names in one spelling only: the name that was
-// asked for might not be the file's own otherwise, which tells what the file is.
-std::optional<FileIdentity> FolderOf(const std::string& path, const char* name, const FileStamp& file) {
-  const UniqueDescriptor folder(OpenAnywhere(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+// The folder of `path`, where it holds that file and takes names in one spelling only: the name that was asked for
+// might not be the file's own otherwise, and the name decides what the file is.
+std::optional<FileIdentity> FolderOf(const std::string& path, const FileStamp& file) {
+  const UniqueDescriptor folder(
+      OpenAnywhere(AT_FDCWD, FolderPathOf(path), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
   const auto stamp = StampOfDescriptor(folder.Get());
   struct stat status;
   const bool holdsIt =
-      stamp && fstatat(folder.Get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && StampOf(status) == file;
+      stamp && fstatat(folder.Get(), LastNameOf(path), &status, AT_SYMLINK_NOFOLLOW) == 0 && StampOf(status) == file;
   if (!holdsIt || TakesOtherSpellings(folder.Get())) return std::nullopt;
   return stamp->identity;
 }
@@ -56,7 +50,7 @@ std::shared_ptr<const CachedFile> FileCache::Find(std::string_view name) {
   const auto* known = files_.Find(name);
   if (known == nullptr) return nullptr;
   const CachedFile& file = **known;
-  const bool holds = file.reading.IsFresh(world_) && HasNoLinks(file.way) &&
+  const bool holds = file.reading.IsFresh(world_) && HasNoLinks(file.path, file.path.size() - name.size()) &&
                      file.reading.Holds(StampOfPath(file.path, LastLink::kItself), world_);
   if (holds) return *known;
   files_.Drop(name);
@@ -69,7 +63,7 @@ std::shared_ptr<const CachedFile> FileCache::Admit(std::string_view name, int de
     if (!files_.IsAskedAgain(name, world_.MonotonicMilliseconds())) return nullptr;
     auto file = Read(name, descriptor, stamp);
     if (!file) return nullptr;
-    const std::size_t bytes = (1 + file->way.size()) * (kEntryBytes + file->path.size()) + file->contents->size();
+    const std::size_t bytes = kEntryBytes + name.size() + file->path.size() + file->contents->size();
     files_.Put(name, file, bytes);
     return file;
   } catch (const std::bad_alloc&) {
@@ -81,8 +75,8 @@ std::shared_ptr<const CachedFile> FileCache::Admit(std::string_view name, int de
 std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int descriptor, const FileStamp& stamp) const {
   const Reading reading(stamp, world_);
   if (!reading.IsSettled() || !KeepsChangeTimes(descriptor, ReadFrom::kContents)) return nullptr;
-  CachedFile file{JoinPath(rootPath_, name), WayTo(rootPath_, name), {}, reading, nullptr};
-  const auto folder = FolderOf(file.way.back(), file.path.c_str() + file.path.rfind('/') + 1, stamp);
+  CachedFile file{JoinPath(rootPath_, name), {}, reading, nullptr};
+  const auto folder = FolderOf(file.path, stamp);
   if (!folder) return nullptr;
   file.folder = *folder;
   std::string contents;
@@ -91,6 +85,10 @@ std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int des
   file.contents = std::make_shared<const std::string>(std::move(contents));
   return std::make_shared<const CachedFile>(std::move(file));
 }
+
+const char* LastNameOf(const std::string& path) { return path.c_str() + path.rfind('/') + 1; }
+
+std::string FolderPathOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 bool ReadWhole(int file, std::int64_t expected, std::int64_t limit, std::string& bytes) {
   constexpr std::size_t kLeastRoom = 4096;

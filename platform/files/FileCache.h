@@ -22,18 +22,16 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "platform/files/FileStamp.h"
 #include "platform/files/LruCache.h"
 
 namespace TesselServer {
 
-// Its paths are as the system takes them.
 struct CachedFile {
-  std::string path;
-  std::vector<std::string> way;  // the root and the folders below it, down to the one that the file lies in
-  FileIdentity folder;           // which that one was
+  std::string path;     // as the system takes it
+  FileIdentity folder;  // the one that it lies in
   Reading reading;
   std::shared_ptr<const std::string> contents;
 };
@@ -66,6 +64,10 @@ class FileCache {
   const World& world_;
   LruCache<std::shared_ptr<const CachedFile>> files_{kMaxBytes};
 };
+
+// The last name of a path with a separator in it, and what comes before that name.
+const char* LastNameOf(const std::string& path);
+std::string FolderPathOf(const std::string& path);
 
 // Reads `file` from its beginning to its end, whatever its length now; `expected` is what it was when it was opened.
 // False when it is longer than `limit` bytes or cannot be read; `bytes` then holds what was read.

@@ -1,16 +1,14 @@
 // What the system says of a file or folder, and the one rule by which what has been read of it is used again.
 //
 // The rule (class Reading). What was read is used again as long as all of this holds:
-//   1. stat(2) says what fstat(2) said before the reading: which file it is, its type, permissions, length, time of
-//   last
-//      write and change time. The change time is set by the system at each change, a new time of last write among them,
-//      and nobody can set it back. So the very next request sees every change that has a time.
+//   1. stat(2) says what fstat(2) said before the reading: which file it is, its type, permissions, length, time of last
+//      write and change time. The system sets the change time at each change, a new time of last write among them, and
+//      it cannot be set back. So the very next request sees every change that has a time.
 //   2. The change time was at least two seconds old when the reading began. Clocks of file systems are coarse: two
 //      changes within one tick leave the same times.
-//   3. The file system is one that is known to keep change times and to have no other writers than this machine: ext2
-//   to
-//      ext4, xfs, btrfs, tmpfs; and overlayfs, which has what its layers have. Of tmpfs only names count, not contents:
-//      programs meet there in files that they map into their memory, and no time is ever set.
+//   3. The file system is one that is known to keep change times and to have no other writers than this machine (ext2
+//      to ext4, xfs, btrfs, tmpfs; and overlayfs, which has what its layers have). Of tmpfs only names count, not
+//      contents: programs meet there in files that they map into their memory, and no time is ever set.
 //   4. It was read less than a minute ago.
 // What has no time shows after that minute at the latest: bytes that a program writes through a shared mapping (the
 // system notes the first write to a page, and the next one only when that has gone to disk, half a minute later as

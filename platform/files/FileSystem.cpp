@@ -12,6 +12,7 @@
 #include "platform/files/FolderCache.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
+#include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
 #include "platform/world/UniqueDescriptor.h"
 
@@ -44,6 +45,17 @@ OpenFile OpenAnyCase(std::string_view path, int flags) {
   OpenFile file(opened);
   if (file.Kind() == EntryKind::kFile && text.back() == '/') file.Close();
   return file;
+}
+
+// Whether no file system takes the name for another one, but for the case of its letters. Some take letters beyond
+// ASCII for others, drop dots and blanks at the end, or have short names with a "~".
+bool IsPlain(std::string_view name) {
+  const auto isAlphanumeric = [](char c) {
+    return (c >= '0' && c <= '9') || (UpperAscii(c) >= 'A' && UpperAscii(c) <= 'Z');
+  };
+  return isAlphanumeric(name.back()) && std::all_of(name.begin(), name.end(), [&](char c) {
+           return isAlphanumeric(c) || c == '-' || c == '_' || c == '.';
+         });
 }
 
 }  // namespace
@@ -109,22 +121,9 @@ RootFolder::RootFolder(std::string path, const World& world, Memory memory) : Ro
   if (memory == Memory::kNamesAndFiles) files_ = std::make_unique<FileCache>(systemPath_, world);
 }
 
-RootFolder::RootFolder(RootFolder&& other) noexcept { *this = std::move(other); }
-
-RootFolder& RootFolder::operator=(RootFolder&& other) noexcept {
-  std::swap(path_, other.path_);
-  std::swap(systemPath_, other.systemPath_);
-  std::swap(folders_, other.folders_);
-  std::swap(files_, other.files_);
-  std::swap(descriptor_, other.descriptor_);
-  std::swap(identity_, other.identity_);
-  std::swap(isBehindLink_, other.isBehindLink_);
-  return *this;
-}
-
-RootFolder::~RootFolder() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
+RootFolder::RootFolder(RootFolder&&) noexcept = default;
+RootFolder& RootFolder::operator=(RootFolder&&) noexcept = default;
+RootFolder::~RootFolder() = default;
 
 FoundEntry RootFolder::Find(std::string_view relative) const {
   const auto path = CollapsePath(relative);
@@ -148,10 +147,10 @@ FoundEntry RootFolder::Find(std::string_view relative) const {
   return Direct(EntryOpened(*path, OpenFile(opened)));
 }
 
-// What was opened without a link. A letter beyond ASCII may have been another one in a folder that takes such spellings.
+// What was opened without a link.
 FoundEntry RootFolder::Direct(FoundEntry found) const {
   if (found.kind != EntryKind::kFile) return found;
-  found.isOwnName = std::all_of(found.name.begin(), found.name.end(), [](char c) { return (c & 0x80) == 0; });
+  found.isOwnName = IsPlain(std::string_view(found.name).substr(found.name.rfind('/') + 1));
   if (!files_) return found;
   if (auto file = files_->Admit(found.name, found.file.Descriptor(), found.file.Stamp())) {
     found.file = OpenFile(std::move(file));
@@ -167,16 +166,16 @@ std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) cons
 
 int RootFolder::Descriptor() const {
   const auto stamp = StampOfPath(systemPath_, LastLink::kFollowed);
-  if (stamp && descriptor_ >= 0 && stamp->identity == identity_) return descriptor_;
-  const UniqueDescriptor old(std::exchange(descriptor_, -1));
+  if (stamp && descriptor_.IsOpen() && stamp->identity == identity_) return descriptor_.Get();
+  descriptor_ = UniqueDescriptor(-1);
   if (!stamp) return -1;
   UniqueDescriptor opened(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
   const auto openedStamp = StampOfDescriptor(opened.Get());
   if (!openedStamp) return -1;
   identity_ = openedStamp->identity;
   isBehindLink_ = UniqueDescriptor(OpenDirectly(AT_FDCWD, systemPath_, O_PATH | O_CLOEXEC)).Get() == -ELOOP;
-  descriptor_ = opened.Release();
-  return descriptor_;
+  descriptor_ = std::move(opened);
+  return descriptor_.Get();
 }
 
 OpenFile OpenPath(std::string_view path) { return OpenAnyCase(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "platform/files/FileStamp.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -138,7 +139,7 @@ class RootFolder {
   std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
   std::unique_ptr<FolderCache> folders_;
   std::unique_ptr<FileCache> files_;
-  mutable int descriptor_ = -1;  // of the root, once it was needed
+  mutable UniqueDescriptor descriptor_{-1};  // of the root, once it was needed
   mutable FileIdentity identity_;
   mutable bool isBehindLink_ = false;  // a link leads to the root, so the whole path cannot be opened without one
 };

@@ -18,14 +18,16 @@ namespace {
 
 using State = NeighbourFile::State;
 
+constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+
 // The folder of a file that is remembered: the one it was found in, or one that holds that very file now.
 UniqueDescriptor FolderOfCached(const CachedFile& file) {
-  UniqueDescriptor folder(OpenAnywhereOrRaise(AT_FDCWD, file.way.back(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  UniqueDescriptor folder(OpenAnywhereOrRaise(AT_FDCWD, FolderPathOf(file.path), kFolderFlags));
   const auto stamp = StampOfDescriptor(folder.Get());
-  const char* const name = file.path.c_str() + file.path.rfind('/') + 1;
   struct stat status;
   const auto stillHas = [&] {
-    return fstatat(folder.Get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && StampOf(status) == file.reading.Stamp();
+    return fstatat(folder.Get(), LastNameOf(file.path), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           StampOf(status) == file.reading.Stamp();
   };
   return stamp && (stamp->identity == file.folder || stillHas()) ? std::move(folder) : UniqueDescriptor(-1);
 }
@@ -33,14 +35,11 @@ UniqueDescriptor FolderOfCached(const CachedFile& file) {
 // The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be had.
 UniqueDescriptor FolderOfEntry(const OpenFile& entry) {
   if (entry.Kind() == EntryKind::kDirectory) {
-    return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", kFolderFlags));
   }
   if (entry.Cached() != nullptr) return FolderOfCached(*entry.Cached());
-  std::string path = entry.CanonicalPath();
-  const std::size_t cut = path.rfind('/');
-  if (cut == std::string::npos) return UniqueDescriptor(-1);
-  path.resize(cut == 0 ? 1 : cut);
-  return UniqueDescriptor(OpenAnywhereOrRaise(AT_FDCWD, path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const std::string path = entry.CanonicalPath();
+  return UniqueDescriptor(path.empty() ? -1 : OpenAnywhereOrRaise(AT_FDCWD, FolderPathOf(path), kFolderFlags));
 }
 
 // The name in the folder that is `name` in another spelling, "" for none; nothing when the folder cannot be read.

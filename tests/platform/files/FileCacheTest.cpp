@@ -147,11 +147,31 @@ TEST_F(FileCacheTest, ANewContentOfTheSameLengthIsSeenAtOnceAndEachTime) {
   }
 }
 
-TEST_F(FileCacheTest, AFileThatTakesItsPlaceIsSeenAtOnce) {
+TEST_F(FileCacheTest, EveryChangeIsSeenAtOnce) {
+  const struct {
+    void (*make)(const fs::path& folder);
+    const char* why;
+  } changes[] = {
+      {[](const fs::path& f) { fs::rename(f / "b.txt", f / "a.txt"); }, "another file of that name"},
+      {[](const fs::path& f) {
+         const auto before = fs::last_write_time(f / "a.txt");
+         std::ofstream(f / "a.txt", std::ios::in) << "again";
+         fs::last_write_time(f / "a.txt", before);
+       },
+       "a content of the same length, and the time of before"},
+      {[](const fs::path& f) { fs::resize_file(f / "a.txt", 3); }, "another length"},
+      {[](const fs::path& f) { chmod((f / "a.txt").c_str(), 0600); }, "other permissions"},
+      {[](const fs::path& f) { Kit::SetModified(f / "a.txt", 1'000'000); }, "another time"},
+  };
   const RootFolder root = Root();
-  ASSERT_TRUE(Remembers(root, "a.txt"));
-  fs::rename(PathOf("site/b.txt"), PathOf("site/a.txt"));
-  EXPECT_EQ(BytesOf(root.Find("a.txt")), "other");
+  for (const auto& change : changes) {
+    world_.LetFilesSettle();
+    ASSERT_TRUE(Remembers(root, "a.txt")) << change.why;
+    change.make(PathOf("site"));
+    const FoundEntry now = root.Find("a.txt");
+    EXPECT_FALSE(IsRemembered(now)) << change.why;
+    EXPECT_EQ(BytesOf(now), BytesOf({EntryKind::kFile, "", true, OpenPath(PathOf("site/a.txt"))})) << change.why;
+  }
 }
 
 TEST_F(FileCacheTest, ARemovedFileIsGoneAtOnce) {

@@ -3,9 +3,7 @@
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <limits>
 #include <optional>
 #include <string>
@@ -14,13 +12,10 @@
 #include "platform/world/UniqueDescriptor.h"
 #include "platform/world/World.h"
 #include "tests/kit/FakeWorld.h"
-#include "tests/kit/FileMarks.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
 namespace {
-
-namespace fs = std::filesystem;
 
 class FileStampTest : public testing::Test {
  protected:
@@ -28,12 +23,6 @@ class FileStampTest : public testing::Test {
     struct stat status {};
     EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
     return StampOf(status);
-  }
-
-  // Times are coarse: lets the file system's clock go on, so that what follows bears another one.
-  void LetTheClockGoOn() const {
-    const std::int64_t before = SystemWorld().FileClockNanoseconds();
-    while (SystemWorld().FileClockNanoseconds() == before) usleep(500);
   }
 
   Kit::TemporaryTree tree_;
@@ -62,73 +51,6 @@ TEST_F(FileStampTest, ATimeMayLieInAnyYear) {
         timespec{std::numeric_limits<time_t>::max(), 999'999'999}, timespec{std::numeric_limits<time_t>::min(), 0}}) {
     status.st_mtim = other;
     EXPECT_NE(StampOf(status), stamp) << other.tv_sec << " s and " << other.tv_nsec << " ns";
-  }
-}
-
-TEST_F(FileStampTest, EveryChangeOfAFileShows) {
-  const std::string path = tree_.Write("a", "12345");
-  const struct {
-    void (*change)(const std::string& path);
-    const char* why;
-  } cases[] = {
-      {[](const std::string& p) { Kit::SetModified(p, 1'000'000); }, "its time"},
-      {[](const std::string& p) { truncate(p.c_str(), 3); }, "its length"},
-      {[](const std::string& p) { chmod(p.c_str(), 0400); }, "its permissions"},
-      {[](const std::string& p) {
-         fs::rename(p, p + "2");
-         fs::copy_file(p + "2", p);
-       },
-       "another file of that name"},
-  };
-  for (const auto& c : cases) {
-    const FileStamp before = Stamp(path);
-    LetTheClockGoOn();
-    EXPECT_EQ(Stamp(path), before) << "nothing has changed";
-    c.change(path);
-    EXPECT_NE(Stamp(path), before) << c.why;
-  }
-}
-
-TEST_F(FileStampTest, AnExtendedAttributeShowsWhereItIsSaidTo) {
-  const std::string path = tree_.Write("a", "12345");
-  const UniqueDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!Kit::SetDosAttributes(path, "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
-  if (!KeepsChangeTimes(file.Get(), ReadFrom::kNames)) GTEST_SKIP() << "a file system of which it is not known";
-  for (const char* value : {"0x0", "0x4"}) {
-    const FileStamp before = Stamp(path);
-    LetTheClockGoOn();
-    ASSERT_TRUE(Kit::SetDosAttributes(path, value));
-    EXPECT_NE(Stamp(path), before) << value;
-  }
-  const FileStamp before = Stamp(path);
-  LetTheClockGoOn();
-  ASSERT_EQ(removexattr(path.c_str(), "user.DOSATTRIB"), 0);
-  EXPECT_NE(Stamp(path), before) << "taken away";
-}
-
-TEST_F(FileStampTest, EveryChangeOfAFoldersNamesShows) {
-  const std::string folder = tree_.MakeFolder("folder");
-  const UniqueDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!KeepsChangeTimes(opened.Get(), ReadFrom::kNames)) GTEST_SKIP() << "a file system of which it is not known";
-  const struct {
-    void (*change)(const fs::path& folder);
-    const char* why;
-  } cases[] = {
-      {[](const fs::path& f) { fs::create_directory(f / "a"); }, "a new name"},
-      {[](const fs::path& f) { fs::rename(f / "a", f / "b"); }, "another name"},
-      {[](const fs::path& f) { fs::create_symlink("x", f / "link"); }, "a link"},
-      {[](const fs::path& f) {
-         fs::create_symlink("y", f / "l");
-         fs::rename(f / "l", f / "link");
-       },
-       "its target"},
-      {[](const fs::path& f) { fs::remove(f / "b"); }, "a name taken away"},
-  };
-  for (const auto& c : cases) {
-    const FileStamp before = Stamp(folder);
-    LetTheClockGoOn();
-    c.change(folder);
-    EXPECT_NE(Stamp(folder), before) << c.why;
   }
 }
 
