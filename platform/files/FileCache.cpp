@@ -52,9 +52,12 @@ std::shared_ptr<const CachedFile> FileCache::Find(std::string_view name) {
   const CachedFile& file = **known;
   const bool holds = file.reading.IsFresh(world_) && HasNoLinks(file.path, file.path.size() - name.size()) &&
                      file.reading.Holds(StampOfPath(file.path, LastLink::kItself), world_);
-  if (holds) return *known;
-  files_.Drop(name);
-  return nullptr;
+  if (!holds) {
+    files_.Drop(name);
+    return nullptr;
+  }
+  files_.IsAskedAgain(name, world_.MonotonicMilliseconds());
+  return *known;
 }
 
 std::shared_ptr<const CachedFile> FileCache::Admit(std::string_view name, int descriptor, const FileStamp& stamp) {

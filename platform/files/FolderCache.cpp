@@ -13,17 +13,24 @@ FolderCache::FolderCache(std::string rootPath, const World& world, std::size_t m
 std::shared_ptr<FolderRecord> FolderCache::Find(std::string_view folder) {
   const auto* known = records_.Find(folder);
   if (known == nullptr || !(*known)->ReadAs().IsFresh(world_)) return nullptr;
-  return (*known)->ReadAs().Holds(StampOfPath(JoinPath(rootPath_, folder), LastLink::kFollowed), world_) ? *known
-                                                                                                         : nullptr;
+  const auto stamp = StampOfPath(JoinPath(rootPath_, folder), LastLink::kFollowed);
+  if (!(*known)->ReadAs().Holds(stamp, world_)) return nullptr;
+  records_.IsAskedAgain(folder, world_.MonotonicMilliseconds());
+  return *known;
 }
 
+// A folder that has just changed is read each time, and its record kept for what it knows of the files in it.
 std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int descriptor) {
   const auto stamp = StampOfDescriptor(descriptor);
   if (!stamp) return nullptr;
   try {
+    const bool isAgain = records_.IsAskedAgain(folder, world_.MonotonicMilliseconds());
     const auto* known = records_.Find(folder);
-    auto record =
-        known != nullptr && (*known)->ReadAs().Holds(stamp, world_) ? *known : ReadAnew(folder, descriptor, *stamp);
+    auto record = known != nullptr ? *known : nullptr;
+    if (!record || !record->ReadAs().Holds(stamp, world_)) {
+      if (!isAgain) return nullptr;
+      record = ReadAnew(folder, descriptor, *stamp, record.get());
+    }
     if (record) record->UsedAt(world_.FileClockNanoseconds());
     return record;
   } catch (const std::bad_alloc&) {
@@ -31,15 +38,12 @@ std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int 
   }
 }
 
-// A folder that has just changed is read each time, and its record kept for what it knows of the files in it.
-std::shared_ptr<FolderRecord> FolderCache::ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp) {
-  const bool isAgain = records_.IsAskedAgain(folder, world_.MonotonicMilliseconds());
-  const auto* known = records_.Find(folder);
-  if (known == nullptr && !isAgain) return nullptr;
-  const auto before = known != nullptr && (*known)->ReadAs().Stamp().identity == stamp.identity ? *known : nullptr;
+std::shared_ptr<FolderRecord> FolderCache::ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
+                                                    const FolderRecord* before) {
+  if (before != nullptr && before->ReadAs().Stamp().identity != stamp.identity) before = nullptr;
   std::shared_ptr<FolderRecord> record;
   if (KeepsChangeTimes(descriptor, ReadFrom::kNames)) {
-    record = FolderRecord::Read(descriptor, Reading(stamp, world_), before.get(), maxBytes_);
+    record = FolderRecord::Read(descriptor, Reading(stamp, world_), before, maxBytes_);
   }
   record ? records_.Put(folder, record, record->Bytes()) : records_.Drop(folder);
   return record;

@@ -48,7 +48,8 @@ class FolderCache {
   std::size_t Count() const { return records_.Count(); }
 
  private:
-  std::shared_ptr<FolderRecord> ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp);
+  std::shared_ptr<FolderRecord> ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
+                                         const FolderRecord* before);
 
   std::string rootPath_;
   const World& world_;

@@ -69,6 +69,19 @@ TEST_F(FileCacheTest, AFileIsRememberedAtTheSecondRequestWithinAMinute) {
   EXPECT_TRUE(IsRemembered(root.Find("a.txt")));
 }
 
+TEST_F(FileCacheTest, WhatIsAskedForAllTheTimeStaysRememberedThoughItIsReadAnewEachMinute) {
+  const RootFolder root = Root();
+  ASSERT_TRUE(Remembers(root, "a.txt"));
+  const auto first = root.Find("a.txt").file.Contents();
+  for (int i = 0; i < 10; ++i) {
+    world_.Advance(Reading::kMaxAgeMilliseconds / 4);
+    EXPECT_TRUE(IsRemembered(root.Find("a.txt"))) << i;
+  }
+  EXPECT_NE(root.Find("a.txt").file.Contents(), first);
+  world_.Advance(Reading::kMaxAgeMilliseconds);
+  EXPECT_FALSE(IsRemembered(root.Find("a.txt"))) << "not asked for in a minute";
+}
+
 // The numbers that the head of FileCache.h gives.
 TEST_F(FileCacheTest, TheFirstRequestCostsWhatReadingAFileCosts) {
   const RootFolder root = Root();
