@@ -4,15 +4,17 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "files/cls_DirListing.h"
-#include "platform/files/DirectoryMemory.h"
 #include "platform/files/FileSystem.h"
+#include "platform/files/FolderCache.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
@@ -39,18 +41,19 @@ class FilledFolder {
   FilledFolder& operator=(const FilledFolder&) = delete;
   ~FilledFolder() { fs::remove_all(path_); }
 
+  std::string Path() const { return path_.string(); }
   OpenFile Open() const { return OpenFile(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); }
 
  private:
   fs::path path_;
 };
 
-void List(benchmark::State& state, DirectoryMemory* memory) {
-  const FilledFolder folder(state.range(0));
+void List(benchmark::State& state, const FilledFolder& folder, FolderCache* cache) {
   const OpenFile directory = folder.Open();
   std::size_t bytes = 0;
   for (auto _ : state) {
-    cls_DirListing listing(SystemWorld(), directory, {"htaccess.txt", {}, {}}, memory);
+    auto names = cache != nullptr ? cache->NamesOf("", directory.Descriptor()) : nullptr;
+    cls_DirListing listing(SystemWorld(), directory, {"htaccess.txt", {}, {}}, std::move(names));
     std::string localDir = "/srv/www/folder";
     std::string urlPath = "/folder/";
     bytes = listing.GetDirListing(localDir, urlPath, "My server").size();
@@ -61,13 +64,16 @@ void List(benchmark::State& state, DirectoryMemory* memory) {
 }
 
 // A folder that is read.
-void ListFolder(benchmark::State& state) { List(state, nullptr); }
+void ListFolder(benchmark::State& state) { List(state, FilledFolder(state.range(0)), nullptr); }
 BENCHMARK(ListFolder)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
 // One that is remembered, as it is once the latest change is two seconds old.
 void ListRememberedFolder(benchmark::State& state) {
-  DirectoryMemory memory([]() -> std::int64_t { return std::numeric_limits<std::int64_t>::max(); });
-  List(state, &memory);
+  const FilledFolder folder(state.range(0));
+  FolderCache cache(folder.Path(), SystemWorld());
+  std::this_thread::sleep_for(std::chrono::nanoseconds(kSettledNanoseconds) + std::chrono::milliseconds(50));
+  cache.NamesOf("", folder.Open().Descriptor());
+  List(state, folder, &cache);
 }
 BENCHMARK(ListRememberedFolder)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 

@@ -10,6 +10,7 @@
 
 #include "control/answer/RequestTarget.h"
 #include "platform/files/FileSystem.h"
+#include "platform/world/World.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -21,7 +22,7 @@ constexpr int kManyFiles = 10'000;
 // A site of `count` files in each of two folders, the root and "docs/old/notes", and of "a b-c.htm" in both.
 class Site {
  public:
-  explicit Site(std::int64_t count) : root_(tree_.Text()) {
+  explicit Site(std::int64_t count) : root_(tree_.Text(), SystemWorld(), RootFolder::Memory::kNamesAndFiles) {
     for (const std::string folder : {"", "docs/old/notes/"}) {
       for (std::int64_t i = 0; i < count; ++i) tree_.Write(folder + "file " + std::to_string(i) + ".htm", "");
       tree_.Write(folder + "a b-c.htm", "page");

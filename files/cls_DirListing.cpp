@@ -178,7 +178,7 @@ void cls_DirListing::Rows::Expect(std::size_t entries) const {
 }
 
 void cls_DirListing::AppendSubDirectories(const Rows& rows) {
-  DirectoryReader folders(directory_, EntryKind::kDirectory, memory_);
+  DirectoryReader folders(directory_, EntryKind::kDirectory, names_);
   RowEnd end(fileInfo_, kSizeOfFolder);
   rows.Expect(folders.ExpectedEntries());
   std::int32_t left = kMaxEntries;
@@ -194,7 +194,7 @@ void cls_DirListing::AppendSubDirectories(const Rows& rows) {
 }
 
 void cls_DirListing::AppendFiles(const Rows& rows) {
-  DirectoryReader files(directory_, EntryKind::kFile, memory_);
+  DirectoryReader files(directory_, EntryKind::kFile, names_);
   RowEnd end(fileInfo_, kSizeOfFileEnd);
   rows.Expect(files.ExpectedEntries());
   std::int32_t left = kMaxEntries;

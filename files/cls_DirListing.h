@@ -4,7 +4,7 @@
 // a file in a served folder may put markup into its listing.
 //
 // Thread:    the host's thread only. Reads two passes over the folder, which hold the thread: see kMaxListingBytes.
-// Ownership: keeps references to the world, the open folder and the memory; nothing else is kept between calls.
+// Ownership: keeps references to the world and the open folder, and shares the names.
 // Errors:    none; a folder that cannot be read has no rows, an entry that vanishes is left out. No error text stands
 //            in the page.
 #pragma once
@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,7 +23,7 @@
 
 namespace TesselServer {
 
-class DirectoryMemory;
+class FolderRecord;
 class World;
 struct DirectoryEntry;
 
@@ -53,10 +54,11 @@ class cls_DirListing {
   static constexpr std::int32_t kMaxEntries = 500'000;
   static constexpr std::int32_t kMaxLinks = 10'000;
 
-  // `directory` is the folder as it was opened: nothing is looked up by path again. A `memory` that other listings
-  // share saves reading a folder that has not changed; without it (nullptr) every folder is read.
-  cls_DirListing(const World& world, const OpenFile& directory, ListingRules rules, DirectoryMemory* memory = nullptr)
-      : directory_(directory), rules_(std::move(rules)), memory_(memory), fileInfo_(world) {}
+  // `directory` is the folder as it was opened: nothing is looked up by path again. `names` are those that it has now,
+  // where they are remembered (RootFolder::NamesIn); without them (nullptr) the folder is read.
+  cls_DirListing(const World& world, const OpenFile& directory, ListingRules rules,
+                 std::shared_ptr<FolderRecord> names = nullptr)
+      : directory_(directory), rules_(std::move(rules)), names_(std::move(names)), fileInfo_(world) {}
 
   // The whole page. `LocalDir`, the folder's full path, gets a "\" at its end unless it has one. `UrlPath`, the path of
   // the URL as the client sent it, loses one "/" at its end when it has one; the title shows it as it came.
@@ -92,7 +94,7 @@ class cls_DirListing {
 
   const OpenFile& directory_;
   ListingRules rules_;
-  DirectoryMemory* memory_;
+  std::shared_ptr<FolderRecord> names_;
   CFileInfo fileInfo_;      // points at each entry in turn
   std::int32_t links_ = 0;  // that have been looked at
 };

@@ -8,7 +8,7 @@ namespace TesselServer {
 bool SecretFiles::Contains(const FoundEntry& entry) const {
   if (EqualNoCase(LastComponent(entry.name), folderFile_)) return true;
   if (!entry.readable) return false;
-  if (entry.file.Contents() == nullptr) {  // a link may have led to it
+  if (!entry.isOwnName) {  // a link may have led to it
     const std::string canonical = entry.file.CanonicalPath();
     if (canonical.empty() && source_ == e_AuthSource::DirectoryFile) return true;
     if (EqualNoCase(LastComponent(canonical), folderFile_)) return true;

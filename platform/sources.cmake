@@ -1,17 +1,13 @@
 set(SOURCES
-  files/DirectoryMemory.cpp
   files/DirectoryReader.cpp
   files/DosAttributes.cpp
+  files/FileCache.cpp
   files/FileFacts.cpp
   files/FileStamp.cpp
   files/FileSystem.cpp
-  files/FindBeneath.cpp
-  files/FolderNames.cpp
+  files/FolderCache.cpp
   files/FolderRecord.cpp
-  files/FolderSpelling.cpp
   files/FolderStream.cpp
-  files/KnownFiles.cpp
-  files/KnownFolders.cpp
   files/NeighbourFile.cpp
   files/OpenPaths.cpp
   files/PathWalk.cpp

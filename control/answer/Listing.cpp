@@ -25,7 +25,8 @@ ListingRules RulesFor(ControlState& state, const std::string& folder) {
 }  // namespace
 
 std::string ListingOf(ControlState& state, Slot& slot) {
-  cls_DirListing listing(state.world, slot.Target.file, RulesFor(state, slot.Target.name), &state.directories);
+  cls_DirListing listing(state.world, slot.Target.file, RulesFor(state, slot.Target.name),
+                         state.Root()->NamesIn(slot.Target));
   std::string localDir = MappedFileOf(state, slot);
   std::string urlPath = slot.Fields().DocumentURI;
   return listing.GetDirListing(localDir, urlPath, state.settings.ServerName);

@@ -13,7 +13,7 @@ void FindTarget(ControlState& state, Slot& slot) {
   slot.TargetIsInCGIDirectory = false;
   if (slot.Target.kind == EntryKind::kNone && state.settings.CGIEnable &&
       IsProgramRequest(request.RequestPath, request.RequestQuery)) {
-    slot.Target = FindProgram(RootFolder(state.settings.CGIDirectory), request.RequestPath, isSecret);
+    slot.Target = FindProgram(state.Programs(), request.RequestPath, isSecret);
     slot.TargetIsInCGIDirectory = slot.Target.kind != EntryKind::kNone;
   }
   slot.ScriptName = ScriptNameOf(slot.Target, request.RequestPath);

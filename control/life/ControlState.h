@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "control/connection/MemoryBudget.h"
@@ -14,7 +15,6 @@
 #include "control/life/Statistics.h"
 #include "http/ContentTypeMemory.h"
 #include "http/SecretFiles.h"
-#include "platform/files/DirectoryMemory.h"
 #include "platform/files/FileSystem.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/loop/Timer.h"
@@ -54,7 +54,6 @@ struct ControlState {
   ChildPrograms programs;
   Timer tmrCheckConn;
   cls_HTTP requestTemplate;                             // the control-wide settings that records share
-  DirectoryMemory directories;                          // that listings have shown
   MemoryBudget bodyMemory{kDefaultMaxBodyBytesTotal};   // for bodies, over all slots
   MemoryBudget pageMemory{kDefaultMaxUnsentPageBytes};  // for pages that are on their way, over all slots
   std::shared_ptr<SlotTable> slots;
@@ -74,8 +73,17 @@ struct ControlState {
 
   // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.
   const std::shared_ptr<const RootFolder>& Root() {
-    if (!root_ || root_->Path() != settings.VirtualPath) root_ = std::make_shared<RootFolder>(settings.VirtualPath);
+    if (!root_ || root_->Path() != settings.VirtualPath) {
+      root_ = std::make_shared<RootFolder>(settings.VirtualPath, world, RootFolder::Memory::kNamesAndFiles);
+    }
     return root_;
+  }
+  // CGIDirectory, likewise. What programs contain is never looked at.
+  const RootFolder& Programs() {
+    if (!programsRoot_ || programsRoot_->Path() != settings.CGIDirectory) {
+      programsRoot_.emplace(settings.CGIDirectory, world, RootFolder::Memory::kNames);
+    }
+    return *programsRoot_;
   }
   const std::shared_ptr<const SecretFiles>& Secrets() {
     const e_AuthSource source = settings.AuthenticationSource;
@@ -94,6 +102,7 @@ struct ControlState {
 
  private:
   std::shared_ptr<const RootFolder> root_;
+  std::optional<RootFolder> programsRoot_;
   std::shared_ptr<const SecretFiles> secrets_;
 };
 

@@ -3,25 +3,19 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "platform/files/DirectoryMemory.h"
+#include <utility>
+
 #include "platform/files/DosAttributes.h"
-#include "platform/files/EntryStatus.h"
-#include "platform/files/FactsOfStatus.h"
 #include "platform/files/FileStamp.h"
 #include "platform/files/FolderRecord.h"
 #include "platform/files/FolderStream.h"
 
 namespace TesselServer {
 
-DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, DirectoryMemory* memory)
-    : directory_(directory.Descriptor()), wanted_(wanted) {
-  if (directory.Kind() != EntryKind::kDirectory) return;
-  if (memory != nullptr) {
-    begun_ = memory->Now();
-    record_ = memory->NamesOf(directory_);
-  }
-  if (record_) return;
-  stream_ = std::make_unique<FolderStream>(directory_);
+DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record)
+    : directory_(directory.Descriptor()), wanted_(wanted), record_(std::move(record)) {
+  if (record_ || directory.Kind() != EntryKind::kDirectory) return;
+  stream_ = std::make_unique<FolderStream>(FolderStream::Of(directory_));
   if (!stream_->IsOpen()) stream_.reset();
 }
 
@@ -64,13 +58,13 @@ std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsign
 std::uint32_t DirectoryReader::KeptAttributes(const char* name, const struct stat& status, bool isLink) {
   if (isLink) return AskDosAttributes(directory_, name).attributes;
   if (withoutAttributes_ == status.st_dev) return 0;
-  const FileStamp stamp = FileStampOf(status);
+  const FileStamp stamp = StampOf(status);
   if (record_) {
     if (const auto known = record_->Attributes(next_ - 1, stamp)) return *known;
   }
   const DosAttributesAnswer answer = AskDosAttributes(directory_, name);
   if (!answer.isSupported) withoutAttributes_ = status.st_dev;
-  if (record_ && answer.isCertain) record_->LearnAttributes(next_ - 1, stamp, begun_, answer.attributes);
+  if (record_ && answer.isCertain) record_->LearnAttributes(next_ - 1, stamp, answer.attributes);
   return answer.attributes;
 }
 

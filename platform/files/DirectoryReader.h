@@ -4,8 +4,8 @@
 // whatever happens to its path.
 //
 // Thread:    the host's thread only.
-// Ownership: has a descriptor of its own as long as it lives, unless the names are remembered; the open folder and the
-//            memory must outlive it.
+// Ownership: has a descriptor of its own as long as it lives, unless the names are remembered; the open folder must
+//            outlive it.
 // Errors:    none; a folder that cannot be read, or has been removed, has no entries. An entry that vanishes during the
 //            pass is left out.
 #pragma once
@@ -24,7 +24,6 @@ struct stat;
 
 namespace TesselServer {
 
-class DirectoryMemory;
 class FolderRecord;
 class FolderStream;
 
@@ -38,9 +37,9 @@ struct DirectoryEntry {
 //   while (const auto entry = files.Next()) Show(entry->name, entry->facts.size);
 class DirectoryReader {
  public:
-  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. With a memory
-  // what has been read before, and still holds, is not read again; with nullptr the folder is.
-  DirectoryReader(const OpenFile& directory, EntryKind wanted, DirectoryMemory* memory = nullptr);
+  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. The names are
+  // those of `record`, which has just been seen to hold (FolderCache::NamesOf); with nullptr the folder is read.
+  DirectoryReader(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record = nullptr);
   DirectoryReader(const DirectoryReader&) = delete;
   DirectoryReader& operator=(const DirectoryReader&) = delete;
   ~DirectoryReader();
@@ -67,7 +66,6 @@ class DirectoryReader {
   std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
   std::unique_ptr<FolderStream> stream_;            // and where it is not
   std::size_t next_ = 0;                            // in the record
-  std::int64_t begun_ = 0;                          // when the pass began, by the memory's clock
   std::optional<std::uint64_t> withoutAttributes_;  // a file system (st_dev) that has said that it keeps none
 };
 

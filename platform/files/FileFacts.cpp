@@ -10,14 +10,16 @@
 #include <array>
 
 #include "platform/files/DosAttributes.h"
-#include "platform/files/EntryStatus.h"
-#include "platform/files/FactsOfStatus.h"
+#include "platform/files/FileSystem.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 namespace {
+
+// Which bits of the extended attribute count.
+constexpr std::uint32_t kDosAttributes = FileAttribute::kHidden | FileAttribute::kSystem | FileAttribute::kTemporary;
 
 constexpr mode_t kAllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr mode_t kPermissions = 07777;
@@ -96,7 +98,7 @@ FileFacts FactsOfStatus(const struct stat& status, std::uint32_t dosAttributes) 
     facts.size = status.st_size;
   }
   facts.modified = status.st_mtim.tv_sec;
-  facts.identity = IdentityOf(status);
+  facts.identity = {status.st_dev, status.st_ino};
   return facts;
 }
 

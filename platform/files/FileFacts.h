@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/files/FileSystem.h"
+#include "platform/files/FileStamp.h"
 
 namespace TesselServer {
 
@@ -33,6 +33,9 @@ struct FileFacts {
   std::int64_t modified = 0;     // last write, in whole seconds since 1 January 1970 UTC
   FileIdentity identity;
 };
+
+// Platform only: the facts of an entry with this status and this number in its extended attribute.
+FileFacts FactsOfStatus(const struct stat& status, std::uint32_t dosAttributes);
 
 // What stands at a path.
 struct PathFacts {

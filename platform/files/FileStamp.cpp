@@ -1,22 +1,25 @@
 #include "platform/files/FileStamp.h"
 
+#include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
-#include <time.h>
 
 #include <algorithm>
 #include <iterator>
+
+#include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {
 
 constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
-struct KnownFileSystem {
+struct FileSystem {
   std::uint32_t magic;
   bool contentsToo;
 };
-constexpr KnownFileSystem kKnownFileSystems[] = {
+constexpr FileSystem kFileSystems[] = {
     {EXT4_SUPER_MAGIC, true},  // ext2 and ext3 have the same
     {XFS_SUPER_MAGIC, true},  {BTRFS_SUPER_MAGIC, true}, {OVERLAYFS_SUPER_MAGIC, true}, {TMPFS_MAGIC, false},
 };
@@ -28,33 +31,57 @@ std::int64_t Nanoseconds(const timespec& moment) {
                                    static_cast<std::uint64_t>(moment.tv_nsec));
 }
 
-const KnownFileSystem* FileSystemOf(int descriptor) {
-  struct statfs facts;
-  if (fstatfs(descriptor, &facts) != 0) return nullptr;
-  const auto magic = static_cast<std::uint32_t>(facts.f_type);  // it is signed on some machines
-  const auto* const found = std::find_if(std::begin(kKnownFileSystems), std::end(kKnownFileSystems),
-                                         [magic](const KnownFileSystem& each) { return each.magic == magic; });
-  return found == std::end(kKnownFileSystems) ? nullptr : found;
-}
-
 }  // namespace
 
-FileStamp FileStampOf(const struct stat& status) {
-  return {status.st_dev, status.st_ino, status.st_size, Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim),
+EntryKind KindOf(const struct stat& status) {
+  if (S_ISREG(status.st_mode)) return EntryKind::kFile;
+  if (S_ISDIR(status.st_mode)) return EntryKind::kDirectory;
+  return EntryKind::kNone;
+}
+
+FileStamp StampOf(const struct stat& status) {
+  return {{status.st_dev, status.st_ino},
+          status.st_size,
+          Nanoseconds(status.st_mtim),
+          Nanoseconds(status.st_ctim),
           status.st_mode};
 }
 
-std::int64_t FileClockNow() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  return Nanoseconds(now);
+std::optional<FileStamp> StampOfDescriptor(int descriptor) {
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) return std::nullopt;
+  return StampOf(status);
 }
 
-bool KeepsChangeTimes(int descriptor) { return FileSystemOf(descriptor) != nullptr; }
+std::optional<FileStamp> StampOfPath(const std::string& path, LastLink last) {
+  struct stat status;
+  const int flags = last == LastLink::kItself ? AT_SYMLINK_NOFOLLOW : 0;
+  if (fstatat(AT_FDCWD, path.c_str(), &status, flags) != 0) return std::nullopt;
+  return StampOf(status);
+}
 
-bool KeepsContentChangeTimes(int descriptor) {
-  const KnownFileSystem* const known = FileSystemOf(descriptor);
-  return known != nullptr && known->contentsToo;
+bool KeepsChangeTimes(int descriptor, ReadFrom what) {
+  struct statfs facts;
+  if (fstatfs(descriptor, &facts) != 0) return false;
+  const auto magic = static_cast<std::uint32_t>(facts.f_type);  // it is signed on some machines
+  return std::any_of(std::begin(kFileSystems), std::end(kFileSystems), [&](const FileSystem& each) {
+    return each.magic == magic && (each.contentsToo || what == ReadFrom::kNames);
+  });
+}
+
+Reading::Reading(const FileStamp& stamp, const World& world)
+    : stamp_(stamp),
+      began_(world.MonotonicMilliseconds()),
+      isSettled_(TesselServer::IsSettled(stamp, world.FileClockNanoseconds())) {}
+
+bool Reading::IsFresh(const World& world) const {
+  return isSettled_ && world.MonotonicMilliseconds() - began_ < kMaxAgeMilliseconds;
+}
+
+std::string JoinPath(std::string_view root, std::string_view name) {
+  std::string path(root);
+  if (!name.empty()) path.append(path.ends_with('/') ? "" : "/").append(name);
+  return path;
 }
 
 }  // namespace TesselServer

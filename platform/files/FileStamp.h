@@ -1,30 +1,49 @@
-// By what a file or folder that has been read is known to be unchanged: what stat(2) says of it. Platform only.
+// What the system says of a file or folder, and the one rule by which what has been read of it is used again.
 //
-// What was read may be used again as long as the stamp is the same, where three things hold:
-//   1. The stamp was taken before reading and was settled then (IsSettled). Clocks of file systems are coarse: two
+// The rule (class Reading). What was read is used again as long as all of this holds:
+//   1. stat(2) says what fstat(2) said before the reading: which file it is, its type, permissions, length, time of last
+//      write and change time. The system sets the change time at each change, a new time of last write among them, and
+//      it cannot be set back. So the very next request sees every change that has a time.
+//   2. The change time was at least two seconds old when the reading began. Clocks of file systems are coarse: two
 //      changes within one tick leave the same times.
-//   2. The file system keeps change times (KeepsChangeTimes).
-//   3. No file's content is meant that somebody writes through a mapping: pages that are mapped for writing already are
-//      changed without any time being set. Folders, names and attributes have no such back door.
-//      KeepsContentChangeTimes leaves out the files that live by mappings; whoever remembers the contents of others
-//      reads them anew now and then.
+//   3. The file system is one that is known to keep change times and to have no other writers than this machine (ext2
+//      to ext4, xfs, btrfs, tmpfs; and overlayfs, which has what its layers have). Of tmpfs only names count, not
+//      contents: programs meet there in files that they map into their memory, and no time is ever set.
+//   4. It was read less than a minute ago.
+// What has no time shows after that minute at the latest: bytes that a program writes through a shared mapping (the
+// system notes the first write to a page, and the next one only when that has gone to disk, half a minute later as
+// systems are set up); what a change of this process's own rights would hide from it; an encrypted folder that is
+// unlocked. It costs what is asked for all the time one reading a minute.
 //
 // Thread:    any.
 // Ownership: values; descriptors stay the caller's.
-// Errors:    none; what cannot be told is false.
+// Errors:    none; what cannot be told is nothing or false.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct stat;
 
 namespace TesselServer {
+
+class World;
+
+enum class EntryKind { kNone, kFile, kDirectory };
+
+// Which file it is, whatever name leads to it (st_dev and st_ino, inode(7)).
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  bool operator==(const FileIdentity&) const = default;
+};
 
 // Any change of a folder's names, of a file's length, content, permissions or attributes shows in it, and so does
 // another file that takes the name.
 struct FileStamp {
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
+  FileIdentity identity;
   std::int64_t size = 0;      // bytes; for a folder whatever its file system says
   std::int64_t modified = 0;  // nanoseconds since 1 January 1970 UTC, modulo 2^64; anybody who may write may set it
   std::int64_t changed = 0;   // likewise; the system sets it at each change and nobody else can
@@ -32,33 +51,53 @@ struct FileStamp {
   bool operator==(const FileStamp&) const = default;
 };
 
-FileStamp FileStampOf(const struct stat& status);
+// The rest of this header is for the platform only.
 
-// The system's clock in the unit of the stamps, as coarse as theirs.
-std::int64_t FileClockNow();
+EntryKind KindOf(const struct stat& status);
+FileStamp StampOf(const struct stat& status);
+
+// The stamp of what is open as `descriptor`, and of what `path` leads to: links are followed wherever they go, or the
+// last name is taken for what it is. Nothing when there is nothing.
+std::optional<FileStamp> StampOfDescriptor(int descriptor);
+enum class LastLink { kFollowed, kItself };
+std::optional<FileStamp> StampOfPath(const std::string& path, LastLink last);
 
 // Two seconds are the coarsest clock of a file system there is.
 inline constexpr std::int64_t kSettledNanoseconds = 2'000'000'000;
 
-// Whether, at the moment `now` of FileClockNow, the last change lies so far back that no change to come can bear the
-// same time. One in the future never does.
+// Whether, at the moment `now` of World::FileClockNanoseconds, the last change lies so far back that no change to come
+// can bear the same time. One in the future never does.
 inline bool IsSettled(const FileStamp& stamp, std::int64_t now) { return stamp.changed <= now - kSettledNanoseconds; }
 
-// For how long names are trusted at all. Some changes have no time; nobody is to see their like for ever.
-inline constexpr std::int64_t kFreshNanoseconds = 1'000'000'000;
+// The third part of the rule, for what is open (O_PATH will do). Asks the system at each call, since the number of a
+// device may come back for another file system.
+enum class ReadFrom { kNames, kContents };
+bool KeepsChangeTimes(int descriptor, ReadFrom what);
 
-// Whether what was read at the moment `read` may still be used at the moment `now`, both of FileClockNow. A clock that
-// was set back ends it as well.
-inline bool IsFresh(std::int64_t read, std::int64_t now) { return now >= read && now - read < kFreshNanoseconds; }
+// Something that has been read, by the rule above.
+class Reading {
+ public:
+  static constexpr std::int64_t kMaxAgeMilliseconds = 60'000;
 
-// Whether the file system of what is open (O_PATH will do) is one that is known to set the change time with each change
-// of names, contents and extended attributes and to have no other writers than this machine: ext2 to ext4, xfs, btrfs,
-// tmpfs; and overlayfs, which has what its layers have. Asks the system at each call, since the number of a device may
-// come back for another file system; where a stamp is the key its device says the rest.
-bool KeepsChangeTimes(int descriptor);
+  // A reading that begins now: of what `stamp` was taken of before.
+  Reading(const FileStamp& stamp, const World& world);
 
-// Whether it does so for everything about a file, its contents among it: all of the above but tmpfs, where programs
-// meet in files that they map into their memory and no time is ever set.
-bool KeepsContentChangeTimes(int descriptor);
+  // Whether the second part of the rule holds, and the fourth as well: what can be told without asking the system.
+  bool IsSettled() const { return isSettled_; }
+  bool IsFresh(const World& world) const;
+
+  // Whether it may be used again, where the system says `now`.
+  bool Holds(const std::optional<FileStamp>& now, const World& world) const { return IsFresh(world) && now == stamp_; }
+
+  const FileStamp& Stamp() const { return stamp_; }
+
+ private:
+  FileStamp stamp_;
+  std::int64_t began_;  // World::MonotonicMilliseconds
+  bool isSettled_;
+};
+
+// `name` below the folder `root`; "" is the folder itself.
+std::string JoinPath(std::string_view root, std::string_view name);
 
 }  // namespace TesselServer

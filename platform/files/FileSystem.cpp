@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/files/EntryStatus.h"
-#include "platform/files/FindBeneath.h"
-#include "platform/files/KnownBeneath.h"
+#include "platform/files/FileCache.h"
+#include "platform/files/FolderCache.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
+#include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
 #include "platform/world/UniqueDescriptor.h"
 
@@ -47,6 +47,17 @@ OpenFile OpenAnyCase(std::string_view path, int flags) {
   return file;
 }
 
+// Whether no file system takes the name for another one, but for the case of its letters. Some take letters beyond
+// ASCII for others, drop dots and blanks at the end, or have short names with a "~".
+bool IsPlain(std::string_view name) {
+  const auto isAlphanumeric = [](char c) {
+    return (c >= '0' && c <= '9') || (UpperAscii(c) >= 'A' && UpperAscii(c) <= 'Z');
+  };
+  return isAlphanumeric(name.back()) && std::all_of(name.begin(), name.end(), [&](char c) {
+           return isAlphanumeric(c) || c == '-' || c == '_' || c == '.';
+         });
+}
+
 }  // namespace
 
 OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
@@ -54,33 +65,23 @@ OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
   if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0) kind_ = KindOf(status);
   if (kind_ == EntryKind::kNone) {
     Close();
-    return;
+  } else {
+    stamp_ = StampOf(status);
   }
-  size_ = kind_ == EntryKind::kFile ? status.st_size : 0;
-  identity_ = IdentityOf(status);
 }
 
-OpenFile::OpenFile(std::shared_ptr<const KnownFile> known)
-    : known_(std::move(known)),
-      kind_(EntryKind::kFile),
-      size_(known_->stamp.size),
-      identity_{known_->stamp.device, known_->stamp.inode} {}
+OpenFile::OpenFile(std::shared_ptr<const CachedFile> cached)
+    : cached_(std::move(cached)), kind_(EntryKind::kFile), stamp_(cached_->reading.Stamp()) {}
 
-OpenFile::OpenFile(OpenFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)),
-      known_(std::move(other.known_)),
-      kind_(std::exchange(other.kind_, EntryKind::kNone)),
-      size_(std::exchange(other.size_, 0)),
-      identity_(std::exchange(other.identity_, {})) {}
+OpenFile::OpenFile(OpenFile&& other) noexcept { *this = std::move(other); }
 
 OpenFile& OpenFile::operator=(OpenFile&& other) noexcept {
   if (this == &other) return *this;
   Close();
   descriptor_ = std::exchange(other.descriptor_, -1);
-  known_ = std::move(other.known_);
+  cached_ = std::move(other.cached_);
   kind_ = std::exchange(other.kind_, EntryKind::kNone);
-  size_ = std::exchange(other.size_, 0);
-  identity_ = std::exchange(other.identity_, {});
+  stamp_ = std::exchange(other.stamp_, {});
   return *this;
 }
 
@@ -89,99 +90,92 @@ OpenFile::~OpenFile() { Close(); }
 bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
   bytes.clear();
   if (kind_ != EntryKind::kFile) return false;
-  constexpr std::size_t kLeastRoom = 4096;
+  if (!cached_) return ReadWhole(descriptor_, stamp_.size, limit, bytes);
   const auto most = static_cast<std::size_t>(std::max<std::int64_t>(limit, 0));
-  if (known_) {
-    bytes.assign(*known_->contents, 0, most);
-    return known_->contents->size() <= most;
-  }
-  std::size_t length = 0;
-  // One byte more than is expected: where it stays empty the end was seen.
-  bytes.resize(std::min(static_cast<std::size_t>(size_), most) + 1);
-  for (;;) {
-    const ssize_t got = pread(descriptor_, bytes.data() + length, bytes.size() - length, static_cast<off_t>(length));
-    if (got < 0 && errno == EINTR) continue;
-    if (got > 0) length += static_cast<std::size_t>(got);
-    if (got <= 0 || length > most) {
-      bytes.resize(std::min(length, most));
-      return got == 0;
-    }
-    if (length == bytes.size()) bytes.resize(std::min(std::max(2 * length, kLeastRoom), most + 1));
-  }
+  bytes.assign(*cached_->contents, 0, most);
+  return cached_->contents->size() <= most;
 }
 
 std::string OpenFile::CanonicalPath() const {
-  if (known_) {
-    const UniqueDescriptor file(OpenAnywhere(AT_FDCWD, known_->path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status;
-    const bool isSame = file.IsOpen() && fstat(file.Get(), &status) == 0 && IdentityOf(status) == identity_;
-    return isSame ? PathOfDescriptor(file.Get()) : std::string();
-  }
-  return IsOpen() ? PathOfDescriptor(descriptor_) : std::string();
+  if (!IsOpen()) return {};
+  if (!cached_) return PathOfDescriptor(descriptor_);
+  const UniqueDescriptor file(OpenAnywhere(AT_FDCWD, cached_->path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const auto stamp = StampOfDescriptor(file.Get());
+  return stamp && stamp->identity == Identity() ? PathOfDescriptor(file.Get()) : std::string();
 }
 
-std::shared_ptr<const std::string> OpenFile::Contents() const { return known_ ? known_->contents : nullptr; }
+std::shared_ptr<const std::string> OpenFile::Contents() const { return cached_ ? cached_->contents : nullptr; }
 
 void OpenFile::Close() {
   if (descriptor_ >= 0) close(descriptor_);
   descriptor_ = -1;
-  known_.reset();
+  cached_.reset();
   kind_ = EntryKind::kNone;
-  size_ = 0;
-  identity_ = {};
+  stamp_ = {};
 }
 
-RootFolder::RootFolder(std::string path)
-    : path_(std::move(path)), systemPath_(SystemPath(path_)), known_(std::make_unique<KnownBeneath>(systemPath_)) {}
+RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
 
-RootFolder::RootFolder(RootFolder&& other) noexcept
-    : path_(std::move(other.path_)),
-      systemPath_(std::move(other.systemPath_)),
-      descriptor_(std::exchange(other.descriptor_, -1)),
-      identity_(std::exchange(other.identity_, {})),
-      known_(std::move(other.known_)) {}
-
-RootFolder& RootFolder::operator=(RootFolder&& other) noexcept {
-  std::swap(path_, other.path_);
-  std::swap(systemPath_, other.systemPath_);
-  std::swap(descriptor_, other.descriptor_);
-  std::swap(identity_, other.identity_);
-  std::swap(known_, other.known_);
-  return *this;
+RootFolder::RootFolder(std::string path, const World& world, Memory memory) : RootFolder(std::move(path)) {
+  folders_ = std::make_unique<FolderCache>(systemPath_, world);
+  if (memory == Memory::kNamesAndFiles) files_ = std::make_unique<FileCache>(systemPath_, world);
 }
 
-RootFolder::~RootFolder() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
+RootFolder::RootFolder(RootFolder&&) noexcept = default;
+RootFolder& RootFolder::operator=(RootFolder&&) noexcept = default;
+RootFolder::~RootFolder() = default;
 
 FoundEntry RootFolder::Find(std::string_view relative) const {
   const auto path = CollapsePath(relative);
-  if (!path || !known_) return {};
-  if (!path->asFolder) {
-    if (auto file = known_->files.Find(path->text))
-      return {EntryKind::kFile, path->text, true, OpenFile(std::move(file))};
+  if (!path || systemPath_.empty()) return {};
+  if (files_ && !path->asFolder) {
+    if (auto file = files_->Find(path->text)) {
+      return {EntryKind::kFile, path->text, true, OpenFile(std::move(file)), true};
+    }
   }
-  if (known_->Lacks(path->text)) return {};
-  const int root = Descriptor();
-  if (root < 0) return {};
-  FoundEntry found = FindBeneath(&OpenBeneathOrRaise, root, relative, &known_->folders);
-  if (found.name == path->text && found.readable && found.kind == EntryKind::kFile) {
-    if (auto file = known_->files.Remember(path->text, found.file)) found.file = OpenFile(std::move(file));
+  if (folders_ && folders_->Lacks(path->text)) return {};
+  // The usual way asks the system for nothing but the file: the whole path at once, where no link is on it.
+  const int flags = FlagsForReading() | (path->text.empty() ? O_DIRECTORY : 0);
+  int opened = -ELOOP;
+  if (!isBehindLink_) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(systemPath_, path->text), flags);
+  if (opened < 0) {
+    const int root = Descriptor();
+    if (root < 0) return {};
+    if (isBehindLink_) opened = OpenDirectlyOrRaise(root, path->text, flags);
+    if (opened < 0) return FindBeneath(&OpenBeneathOrRaise, root, *path, folders_.get(), opened);
+  }
+  return Direct(EntryOpened(*path, OpenFile(opened)));
+}
+
+// What was opened without a link.
+FoundEntry RootFolder::Direct(FoundEntry found) const {
+  if (found.kind != EntryKind::kFile) return found;
+  found.isOwnName = IsPlain(std::string_view(found.name).substr(found.name.rfind('/') + 1));
+  if (!files_) return found;
+  if (auto file = files_->Admit(found.name, found.file.Descriptor(), found.file.Stamp())) {
+    found.file = OpenFile(std::move(file));
+    found.isOwnName = true;
   }
   return found;
 }
 
+std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) const {
+  if (!folders_ || folder.file.Kind() != EntryKind::kDirectory) return nullptr;
+  return folders_->NamesOf(folder.name, folder.file.Descriptor());
+}
+
 int RootFolder::Descriptor() const {
-  struct stat status;
-  const bool isThere = !systemPath_.empty() && stat(systemPath_.c_str(), &status) == 0;
-  if (isThere && descriptor_ >= 0 && IdentityOf(status) == identity_) return descriptor_;
-  UniqueDescriptor old(std::exchange(descriptor_, -1));
-  if (!isThere) return -1;
+  const auto stamp = StampOfPath(systemPath_, LastLink::kFollowed);
+  if (stamp && descriptor_.IsOpen() && stamp->identity == identity_) return descriptor_.Get();
+  descriptor_ = UniqueDescriptor(-1);
+  if (!stamp) return -1;
   UniqueDescriptor opened(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0) return -1;
-  identity_ = IdentityOf(status);
-  descriptor_ = opened.Release();
-  return descriptor_;
+  const auto openedStamp = StampOfDescriptor(opened.Get());
+  if (!openedStamp) return -1;
+  identity_ = openedStamp->identity;
+  isBehindLink_ = UniqueDescriptor(OpenDirectly(AT_FDCWD, systemPath_, O_PATH | O_CLOEXEC)).Get() == -ELOOP;
+  descriptor_ = std::move(opened);
+  return descriptor_.Get();
 }
 
 OpenFile OpenPath(std::string_view path) { return OpenAnyCase(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }
@@ -191,13 +185,13 @@ PathIdentity IdentifyPath(std::string_view path) {
   const std::string text = SystemPath(path);
   if (text.empty()) return {};
   struct stat status;
-  if (stat(text.c_str(), &status) == 0) return {State::kFound, IdentityOf(status)};
+  if (stat(text.c_str(), &status) == 0) return {State::kFound, StampOf(status).identity};
   if (errno != ENOENT && errno != ENOTDIR) return {State::kUnknown, {}};
   if (lstat(text.c_str(), &status) == 0) return {State::kDangling, {}};
   try {
     const auto spelling = TrueSpelling(&OpenPermittedOrRaise, AT_FDCWD, text);
     if (!spelling || stat(spelling->c_str(), &status) != 0) return {};
-    return {State::kFound, IdentityOf(status)};
+    return {State::kFound, StampOf(status).identity};
   } catch (const Error&) {
     return {State::kUnknown, {}};
   }

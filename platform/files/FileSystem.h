@@ -4,8 +4,8 @@
 // Thread:    the host's thread only.
 // Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
 // Errors:    a file that cannot be had is a closed OpenFile or EntryKind::kNone. RootFolder::Find raises the socket
-// error
-//            10024 or 10055 when the process has run out of descriptors or memory, for what it looks for may be there.
+//            error 10024 or 10055 when the process has run out of descriptors or memory, for what it looks for may be
+//            there.
 #pragma once
 
 #include <cstdint>
@@ -13,19 +13,16 @@
 #include <string>
 #include <string_view>
 
+#include "platform/files/FileStamp.h"
+#include "platform/world/UniqueDescriptor.h"
+
 namespace TesselServer {
 
-class KnownBeneath;
-struct KnownFile;
-
-// Which file it is, whatever name leads to it (st_dev and st_ino, inode(7)).
-struct FileIdentity {
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  bool operator==(const FileIdentity&) const = default;
-};
-
-enum class EntryKind { kNone, kFile, kDirectory };
+class FileCache;
+class FolderCache;
+class FolderRecord;
+struct CachedFile;
+class World;
 
 // A file or directory that is open for reading, or nothing. A file whose contents are remembered counts as open and has
 // no descriptor.
@@ -36,7 +33,7 @@ class OpenFile {
   // is closed at once.
   explicit OpenFile(int descriptor);
   // Platform only: stands for the file that is remembered.
-  explicit OpenFile(std::shared_ptr<const KnownFile> known);
+  explicit OpenFile(std::shared_ptr<const CachedFile> cached);
   OpenFile(OpenFile&& other) noexcept;
   OpenFile& operator=(OpenFile&& other) noexcept;
   OpenFile(const OpenFile&) = delete;
@@ -48,9 +45,9 @@ class OpenFile {
   bool IsOpen() const { return kind_ != EntryKind::kNone; }
 
   // Length in bytes when it was opened; 0 for a directory.
-  std::int64_t Size() const { return size_; }
+  std::int64_t Size() const { return kind_ == EntryKind::kFile ? stamp_.size : 0; }
 
-  FileIdentity Identity() const { return identity_; }
+  FileIdentity Identity() const { return stamp_.identity; }
 
   // Reads the whole file into `bytes`, whatever its length now. False when it is longer than `limit` bytes, is no
   // regular file, or cannot be read; `bytes` then holds what was read.
@@ -62,7 +59,7 @@ class OpenFile {
   // name of an open file that has been removed since.
   std::string CanonicalPath() const;
 
-  // The whole contents where they are remembered, null otherwise. No link led to such a file from its root.
+  // The whole contents where they are remembered, null otherwise.
   std::shared_ptr<const std::string> Contents() const;
 
   void Close();
@@ -70,14 +67,15 @@ class OpenFile {
   // Platform only. -1 for a file whose contents are remembered.
   int Descriptor() const { return descriptor_; }
   // Platform only. Null for one whose contents are not.
-  const KnownFile* Known() const { return known_.get(); }
+  const CachedFile* Cached() const { return cached_.get(); }
+  // Platform only. What the system said of it when it was opened.
+  const FileStamp& Stamp() const { return stamp_; }
 
  private:
   int descriptor_ = -1;
-  std::shared_ptr<const KnownFile> known_;
+  std::shared_ptr<const CachedFile> cached_;
   EntryKind kind_ = EntryKind::kNone;
-  std::int64_t size_ = 0;
-  FileIdentity identity_;
+  FileStamp stamp_;
 };
 
 // What a look-up found.
@@ -89,6 +87,9 @@ struct FoundEntry {
   std::string name;
   bool readable = false;  // false: it is there but this process may not open it
   OpenFile file;          // open when readable
+  // The last component of `name` is known to be the file's own: no link led to it, and no other spelling can have.
+  // Where it is false OpenFile::CanonicalPath tells the file's own name.
+  bool isOwnName = false;
 };
 
 // The document root: opens what lies beneath one folder, and nothing else.
@@ -101,9 +102,14 @@ class RootFolder {
   static constexpr std::size_t kMaxPathBytes = 4096;      // PATH_MAX: nothing longer can be opened
   static constexpr std::size_t kMaxComponentBytes = 255;  // NAME_MAX
 
-  // Remembers the folder's path, in its exact spelling (a link to a folder is one as well). It is opened when needed
-  // and need not exist yet; each look-up notices that another folder has taken its place.
+  // Keeps the folder's path, in its exact spelling (a link to a folder is one as well). It is opened when needed and
+  // need not exist yet; each look-up notices that another folder has taken its place.
   explicit RootFolder(std::string path);
+
+  // What look-ups remember beside that, as long as the system says that it is what it was: the names in folders
+  // (FolderCache), and small files with their contents (FileCache). `world` outlives the object.
+  enum class Memory { kNames, kNamesAndFiles };
+  RootFolder(std::string path, const World& world, Memory memory);
   RootFolder(RootFolder&&) noexcept;
   RootFolder& operator=(RootFolder&&) noexcept;
   RootFolder(const RootFolder&) = delete;
@@ -120,18 +126,22 @@ class RootFolder {
   // (extended attribute "user.DOSATTRIB"), and whatever is neither a regular file nor a directory. The kernel keeps
   // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it. Where
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
-  // Files and the names in folders are remembered (KnownFiles, KnownFolders), as long as the system says that they are
-  // what they were.
   FoundEntry Find(std::string_view relative) const;
+
+  // The names in `folder`, which was found by this object, where they are remembered; else nullptr.
+  std::shared_ptr<FolderRecord> NamesIn(const FoundEntry& folder) const;
 
  private:
   int Descriptor() const;
+  FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;
   std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
-  mutable int descriptor_ = -1;
+  std::unique_ptr<FolderCache> folders_;
+  std::unique_ptr<FileCache> files_;
+  mutable UniqueDescriptor descriptor_{-1};  // of the root, once it was needed
   mutable FileIdentity identity_;
-  std::unique_ptr<KnownBeneath> known_;
+  mutable bool isBehindLink_ = false;  // a link leads to the root, so the whole path cannot be opened without one
 };
 
 // Opens the file or directory at `path`, absolute or below the working folder: in the spelling given, else with the

@@ -1,11 +1,22 @@
 #include "platform/files/FolderRecord.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 #include "platform/files/FolderStream.h"
+#include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
+namespace {
+
+bool LessNoCase(std::string_view a, std::string_view b) {
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char one, char other) {
+    return static_cast<unsigned char>(UpperAscii(one)) < static_cast<unsigned char>(UpperAscii(other));
+  });
+}
+
+}  // namespace
 
 // A folder's order is the same from one reading to the next but for what came and went between, so the next name wanted
 // stands near the one before.
@@ -31,11 +42,12 @@ class FolderRecord::Heir {
   Number next_ = 0;
 };
 
-std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const FileStamp& stamp, std::int64_t began,
-                                                 const FolderRecord* before, std::size_t limit) {
-  FolderStream stream(descriptor);
+std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const Reading& reading, const FolderRecord* before,
+                                                 std::size_t limit) {
+  FolderStream stream = FolderStream::Of(descriptor);
   if (!stream.IsOpen()) return nullptr;
-  std::shared_ptr<FolderRecord> record(new FolderRecord(stamp, began));
+  std::shared_ptr<FolderRecord> record(new FolderRecord(reading));
+  record->takesOtherSpellings_ = TesselServer::TakesOtherSpellings(descriptor);
   Heir heir(before);
   while (const dirent* each = stream.Next()) {
     const std::string_view name = each->d_name;
@@ -54,19 +66,37 @@ std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const FileStamp
 
 std::size_t FolderRecord::Bytes() const {
   constexpr std::size_t kHousekeeping = 192;  // what whoever remembers it needs to find it again
-  return sizeof *this + kHousekeeping + names_.capacity() + entries_.capacity() * sizeof(Entry);
+  return sizeof *this + kHousekeeping + names_.capacity() + entries_.capacity() * sizeof(Entry) +
+         entries_.size() * sizeof(std::uint32_t);
+}
+
+std::string_view FolderRecord::FirstEqual(std::string_view name) {
+  if (!IsSorted()) {
+    std::vector<std::uint32_t> sorted(entries_.size());
+    std::iota(sorted.begin(), sorted.end(), 0);
+    std::sort(sorted.begin(), sorted.end(), [this](std::uint32_t a, std::uint32_t b) {
+      const std::string_view one = Name(a), other = Name(b);
+      return EqualNoCase(one, other) ? one < other : LessNoCase(one, other);
+    });
+    sorted_ = std::move(sorted);
+  }
+  const auto place =
+      std::lower_bound(sorted_.begin(), sorted_.end(), name,
+                       [this](std::uint32_t each, std::string_view wanted) { return LessNoCase(Name(each), wanted); });
+  return place != sorted_.end() && EqualNoCase(Name(*place), name) ? Name(*place) : std::string_view();
 }
 
 std::optional<std::uint32_t> FolderRecord::Attributes(Number entry, const FileStamp& file) const {
   const Entry& known = entries_[entry];
-  if (known.inode != file.inode || known.changed != file.changed || file.device != stamp_.device) return std::nullopt;
-  return known.attributes;
+  const bool isKnown = known.inode == file.identity.inode && known.changed == file.changed &&
+                       file.identity.device == reading_.Stamp().identity.device;
+  return isKnown ? std::optional(known.attributes) : std::nullopt;
 }
 
-void FolderRecord::LearnAttributes(Number entry, const FileStamp& file, std::int64_t asked, std::uint32_t attributes) {
-  if (file.device != stamp_.device || !IsSettled(file, asked)) return;
+void FolderRecord::LearnAttributes(Number entry, const FileStamp& file, std::uint32_t attributes) {
+  if (file.identity.device != reading_.Stamp().identity.device || !IsSettled(file, usedAt_)) return;
   Entry& known = entries_[entry];
-  known.inode = file.inode;
+  known.inode = file.identity.inode;
   known.changed = file.changed;
   known.attributes = attributes;
 }

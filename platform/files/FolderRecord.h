@@ -23,16 +23,13 @@ class FolderRecord {
   // An entry by its number, 0 to Count() - 1, which it keeps.
   using Number = std::size_t;
 
-  // Reads the folder open as `descriptor`, whose stamp was `stamp` at the moment `began` of the clock of stamps. What
-  // `before`, an older record of the same folder or nullptr, knows of files that are still there is taken over. nullptr
-  // when the folder cannot be read to its end or the record would be longer than `limit` bytes.
-  static std::shared_ptr<FolderRecord> Read(int descriptor, const FileStamp& stamp, std::int64_t began,
-                                            const FolderRecord* before, std::size_t limit);
+  // Reads the folder open as `descriptor`. What `before`, an older record of the same folder or nullptr, knows of files
+  // that are still there is taken over. nullptr when the folder cannot be read to its end or the record would be longer
+  // than `limit` bytes.
+  static std::shared_ptr<FolderRecord> Read(int descriptor, const Reading& reading, const FolderRecord* before,
+                                            std::size_t limit);
 
-  // Whether the names are still those of the folder, when its stamp is `stamp` at the moment `now`.
-  bool Holds(const FileStamp& stamp, std::int64_t now) const {
-    return IsSettled(stamp_, began_) && IsFresh(began_, now) && stamp_ == stamp;
-  }
+  const Reading& ReadAs() const { return reading_; }
 
   Number Count() const { return entries_.size(); }
   std::size_t Bytes() const;  // of memory, as many as it takes in all
@@ -41,11 +38,20 @@ class FolderRecord {
   const char* Name(Number entry) const { return names_.data() + entries_[entry].nameAt; }
   unsigned char Type(Number entry) const { return entries_[entry].type; }
 
+  // The first name in byte order that is equal to `name` without regard to ASCII case, "" when there is none; until the
+  // record goes. The first call sorts the names.
+  std::string_view FirstEqual(std::string_view name);
+  bool IsSorted() const { return sorted_.size() == entries_.size(); }
+
+  // Whether the folder itself takes names in other spellings: one that is not in the record may be there.
+  bool TakesOtherSpellings() const { return takesOtherSpellings_; }
+
   // The attributes that were learnt of the file with this stamp, and remembering them. They are remembered where the
-  // stamp was settled when they were asked for, at the moment `asked`, and the file lies in the folder's own file
-  // system.
+  // stamp was settled when they were asked for, not before the moment `usedAt` of World::FileClockNanoseconds, and the
+  // file lies in the folder's own file system.
   std::optional<std::uint32_t> Attributes(Number entry, const FileStamp& file) const;
-  void LearnAttributes(Number entry, const FileStamp& file, std::int64_t asked, std::uint32_t attributes);
+  void LearnAttributes(Number entry, const FileStamp& file, std::uint32_t attributes);
+  void UsedAt(std::int64_t moment) { usedAt_ = moment; }
 
  private:
   struct Entry {
@@ -59,12 +65,15 @@ class FolderRecord {
   // Finds what an older record knows of names that come in the same order as there.
   class Heir;
 
-  FolderRecord(const FileStamp& stamp, std::int64_t began) : stamp_(stamp), began_(began) {}
+  explicit FolderRecord(const Reading& reading) : reading_(reading) {}
 
-  FileStamp stamp_;
-  std::int64_t began_;
+  Reading reading_;
+  bool takesOtherSpellings_ = false;
+  std::int64_t usedAt_ = 0;
   std::string names_;  // NUL behind each
   std::vector<Entry> entries_;
+  std::vector<std::uint32_t>
+      sorted_;  // entries without regard to case, equal ones in byte order; empty until asked for
 };
 
 }  // namespace TesselServer

@@ -1,18 +1,16 @@
 #include "platform/files/NeighbourFile.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
-#include "platform/files/EntryStatus.h"
-#include "platform/files/KnownFiles.h"
+#include "platform/files/FileCache.h"
+#include "platform/files/FolderStream.h"
 #include "platform/files/OpenPaths.h"
-#include "platform/world/AsciiCase.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -20,44 +18,36 @@ namespace {
 
 using State = NeighbourFile::State;
 
+constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+
 // The folder of a file that is remembered: the one it was found in, or one that holds that very file now.
-UniqueDescriptor FolderOfKnown(const KnownFile& file) {
-  UniqueDescriptor folder(OpenAnywhereOrRaise(AT_FDCWD, file.way.back(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const std::string name = file.path.substr(file.path.rfind('/') + 1);
+UniqueDescriptor FolderOfCached(const CachedFile& file) {
+  UniqueDescriptor folder(OpenAnywhereOrRaise(AT_FDCWD, FolderPathOf(file.path), kFolderFlags));
+  const auto stamp = StampOfDescriptor(folder.Get());
   struct stat status;
   const auto stillHas = [&] {
-    return fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && FileStampOf(status) == file.stamp;
+    return fstatat(folder.Get(), LastNameOf(file.path), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           StampOf(status) == file.reading.Stamp();
   };
-  if (!folder.IsOpen() || fstat(folder.Get(), &status) != 0) return UniqueDescriptor(-1);
-  return IdentityOf(status) == file.folder || stillHas() ? std::move(folder) : UniqueDescriptor(-1);
+  return stamp && (stamp->identity == file.folder || stillHas()) ? std::move(folder) : UniqueDescriptor(-1);
 }
 
 // The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be had.
 UniqueDescriptor FolderOfEntry(const OpenFile& entry) {
   if (entry.Kind() == EntryKind::kDirectory) {
-    return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", kFolderFlags));
   }
-  if (entry.Known() != nullptr) return FolderOfKnown(*entry.Known());
-  std::string path = entry.CanonicalPath();
-  const std::size_t cut = path.rfind('/');
-  if (cut == std::string::npos) return UniqueDescriptor(-1);
-  path.resize(cut == 0 ? 1 : cut);
-  return UniqueDescriptor(OpenAnywhereOrRaise(AT_FDCWD, path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (entry.Cached() != nullptr) return FolderOfCached(*entry.Cached());
+  const std::string path = entry.CanonicalPath();
+  return UniqueDescriptor(path.empty() ? -1 : OpenAnywhereOrRaise(AT_FDCWD, FolderPathOf(path), kFolderFlags));
 }
 
-// The name in the folder that is `name` in another spelling, "" for none. False when the folder cannot be read.
-bool FindOtherSpelling(int folder, std::string_view name, std::string& found) {
-  UniqueDescriptor descriptor(OpenAnywhereOrRaise(folder, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
-  if (!descriptor.IsOpen()) return false;
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(descriptor.Get()), &closedir);
-  if (!entries) return false;
-  descriptor.Release();
-  errno = 0;
-  while (const dirent* entry = readdir(entries.get())) {
-    const std::string_view candidate = entry->d_name;
-    if (EqualNoCase(candidate, name) && (found.empty() || candidate < found)) found = candidate;
-  }
-  return errno == 0;
+// The name in the folder that is `name` in another spelling, "" for none; nothing when the folder cannot be read.
+std::optional<std::string> OtherSpelling(int folder, std::string_view name) {
+  FolderStream names(
+      UniqueDescriptor(OpenAnywhereOrRaise(folder, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC)));
+  std::string found = names.FirstEqual(name);
+  return names.EndedWell() ? std::optional(std::move(found)) : std::nullopt;
 }
 
 NeighbourFile OpenNamed(int folder, const std::string& name, const struct stat& status) {
@@ -75,11 +65,11 @@ NeighbourFile FindBeside(const OpenFile& entry, const std::string& name) {
     return OpenNamed(folder.Get(), name, status);
   }
   if (errno != ENOENT) return {State::kUnknown, {}};
-  std::string other;
-  if (!FindOtherSpelling(folder.Get(), name, other)) return {State::kUnknown, {}};
-  if (other.empty()) return {State::kMissing, {}};
-  if (fstatat(folder.Get(), other.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {State::kUnknown, {}};
-  return OpenNamed(folder.Get(), other, status);
+  const auto other = OtherSpelling(folder.Get(), name);
+  if (!other) return {State::kUnknown, {}};
+  if (other->empty()) return {State::kMissing, {}};
+  if (fstatat(folder.Get(), other->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {State::kUnknown, {}};
+  return OpenNamed(folder.Get(), *other, status);
 }
 
 }  // namespace TesselServer

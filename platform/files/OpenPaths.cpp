@@ -37,6 +37,9 @@ bool IsRefusedBySandbox() {
   return probe.Get() == -EPERM;
 }
 
+// Whether openat2 answered that it is not there, or may not be called.
+bool IsNotOffered(int opened) { return opened == -ENOSYS || (opened == -EPERM && IsRefusedBySandbox()); }
+
 // Raises the error of a call that failed for want of descriptors or memory.
 int OrRaise(int opened) {
   if (opened == -EMFILE || opened == -ENFILE || opened == -ENOMEM) throw SystemError(-opened);
@@ -55,8 +58,13 @@ int OpenBeneath(int folder, const std::string& path, int flags) {
   for (int i = 0; i < kMaxTries && (opened == -EAGAIN || opened == -EINTR); ++i) {
     opened = KernelOpen(folder, TextOf(path), flags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
   }
-  if (opened == -ENOSYS || (opened == -EPERM && IsRefusedBySandbox())) return OpenWithoutLinks(folder, path, flags);
-  return opened;
+  return IsNotOffered(opened) ? OpenWithoutLinks(folder, path, flags) : opened;
+}
+
+int OpenDirectly(int folder, const std::string& path, int flags) {
+  const int opened = KernelOpen(folder, TextOf(path), flags, RESOLVE_NO_SYMLINKS);
+  if (!IsNotOffered(opened)) return opened;
+  return folder == AT_FDCWD ? -ELOOP : OpenWithoutLinks(folder, path, flags);
 }
 
 int OpenWithoutLinks(int folder, const std::string& path, int flags) {
@@ -82,6 +90,10 @@ int OpenAnywhereOrRaise(int folder, const std::string& path, int flags) {
 
 int OpenBeneathOrRaise(int folder, const std::string& path, int flags) {
   return OrRaise(OpenBeneath(folder, path, flags));
+}
+
+int OpenDirectlyOrRaise(int folder, const std::string& path, int flags) {
+  return OrRaise(OpenDirectly(folder, path, flags));
 }
 
 std::string PathOfDescriptor(int descriptor) {

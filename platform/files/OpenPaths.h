@@ -19,14 +19,20 @@ int OpenAnywhere(int folder, const std::string& path, int flags);
 // or climbs out, wherever it ends. On a kernel that has no openat2, or in a sandbox that refuses it, OpenWithoutLinks.
 int OpenBeneath(int folder, const std::string& path, int flags);
 
+// Follows no link on the whole path (RESOLVE_NO_SYMLINKS): -ELOOP where there is one. So a path without ".." stays
+// where its text says, whatever else happens to its folders. Where the kernel or a sandbox does not offer that, it is
+// OpenWithoutLinks below an open folder, and -ELOOP for a path that begins elsewhere.
+int OpenDirectly(int folder, const std::string& path, int flags);
+
 // Stays beneath `folder` by opening one component after the other and following no link at all: -ELOOP or -ENOTDIR.
 // ".." is never found.
 int OpenWithoutLinks(int folder, const std::string& path, int flags);
 
-// These two raise a lack of descriptors or memory as the socket errors 10024 and 10055: what they ask for may well be
+// These raise a lack of descriptors or memory as the socket errors 10024 and 10055: what they ask for may well be
 // there.
 int OpenAnywhereOrRaise(int folder, const std::string& path, int flags);
 int OpenBeneathOrRaise(int folder, const std::string& path, int flags);
+int OpenDirectlyOrRaise(int folder, const std::string& path, int flags);
 
 // The absolute path without links that leads to an open descriptor, "" when it cannot be told (/proc is not mounted,
 // the path is too long or lies outside this process's root). " (deleted)" stands behind a name that is gone.

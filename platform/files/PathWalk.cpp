@@ -1,16 +1,15 @@
 #include "platform/files/PathWalk.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 
 #include <algorithm>
-#include <memory>
-#include <vector>
+#include <utility>
 
-#include "platform/files/FileSystem.h"
-#include "platform/files/KnownFolders.h"
-#include "platform/files/KnownPath.h"
+#include "platform/files/DosAttributes.h"
+#include "platform/files/FileFacts.h"
+#include "platform/files/FolderCache.h"
+#include "platform/files/FolderStream.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/UniqueDescriptor.h"
 
@@ -48,52 +47,17 @@ void AppendName(std::string& path, std::string_view name) {
 struct Walk {
   OpenFunction open;
   int folder;
-  KnownFolders* known;
+  FolderCache* known;
 };
-
-// The names of a folder while they are read, as long as they are few enough to be remembered.
-class NamesRead {
- public:
-  void Add(std::string_view name) {
-    if (name == "." || name == "..") return;
-    bytes_ += sizeof(std::string) + name.size();
-    if (bytes_ <= KnownFolders::kMaxBytes) names_.emplace_back(name);
-  }
-  // Null when there were too many.
-  const std::vector<std::string>* All() const { return bytes_ <= KnownFolders::kMaxBytes ? &names_ : nullptr; }
-
- private:
-  std::vector<std::string> names_;
-  std::size_t bytes_ = 0;
-};
-
-// As FirstSpelling, read from the folder, whose names are remembered if they can be.
-std::string ReadSpelling(const Walk& walk, const std::string& path, std::string_view name) {
-  UniqueDescriptor descriptor(walk.open(walk.folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
-  const std::int64_t began = FileClockNow();
-  const auto before = StampOfDescriptor(descriptor.Get());
-  if (!before) return {};
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(descriptor.Get()), &closedir);
-  if (!entries) return {};
-  descriptor.Release();
-  std::string best;
-  NamesRead names;
-  errno = 0;
-  while (const dirent* entry = readdir(entries.get())) {
-    const std::string_view candidate = entry->d_name;
-    if (EqualNoCase(candidate, name) && (best.empty() || candidate < best)) best = candidate;
-    if (walk.known != nullptr) names.Add(candidate);
-  }
-  const bool isWhole = errno == 0 && names.All() != nullptr;
-  if (isWhole && walk.known != nullptr) walk.known->Remember(path, dirfd(entries.get()), *before, began, *names.All());
-  return best;
-}
 
 // The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
 std::string FirstSpelling(const Walk& walk, const std::string& path, std::string_view name) {
   if (!HasLetter(name)) return {};
-  const FolderNames* known = walk.known != nullptr ? walk.known->Find(path) : nullptr;
-  return known != nullptr ? std::string(known->FirstEqual(name)) : ReadSpelling(walk, path, name);
+  auto names = walk.known != nullptr ? walk.known->Find(path) : nullptr;
+  if (names) return std::string(names->FirstEqual(name));
+  UniqueDescriptor folder(walk.open(walk.folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  if (walk.known != nullptr && folder.IsOpen()) names = walk.known->NamesOf(path, folder.Get());
+  return names ? std::string(names->FirstEqual(name)) : FolderStream(std::move(folder)).FirstEqual(name);
 }
 
 // 0 when something stands at `path`, else the negative errno value.
@@ -136,6 +100,14 @@ bool WalkStep(const Walk& walk, std::string& walked, std::string_view component)
   return found == 0;
 }
 
+bool IsHidden(int descriptor) {
+  return (DosAttributesOf(descriptor) & (FileAttribute::kHidden | FileAttribute::kSystem)) != 0;
+}
+
+bool MayBeSpelledOtherwise(int opened) { return opened == -ENOENT || opened == -ENOTDIR || opened == -EXDEV; }
+
+bool IsForbidden(int opened) { return opened == -EACCES || opened == -EPERM; }
+
 }  // namespace
 
 std::optional<CollapsedPath> CollapsePath(std::string_view path) {
@@ -159,7 +131,7 @@ std::string WithSlashes(std::string_view path) {
   return text;
 }
 
-std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, KnownFolders* known) {
+std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, FolderCache* known) {
   const Walk walk{open, folder, known};
   std::string walked = path.starts_with('/') ? "/" : "";
   while (!path.empty()) {
@@ -168,6 +140,31 @@ std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::stri
     path.remove_prefix(std::min(end + 1, path.size()));
   }
   return walked;
+}
+
+int FlagsForReading() { return O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC; }
+
+FoundEntry EntryOpened(const CollapsedPath& path, OpenFile file) {
+  const bool isFile = file.Kind() == EntryKind::kFile;
+  if (!file.IsOpen() || (isFile && (path.asFolder || IsHidden(file.Descriptor())))) return {};
+  return {file.Kind(), path.text, true, std::move(file)};
+}
+
+FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, FolderCache* known, int tried) {
+  CollapsedPath found = path;
+  const bool isMissing = tried == -ENOENT || tried == -ENOTDIR;
+  int opened = isMissing ? tried : open(root, found.text, FlagsForReading());
+  if (MayBeSpelledOtherwise(opened)) {
+    auto spelling = TrueSpelling(open, root, found.text, known);
+    if (!spelling) return {};
+    found.text = std::move(*spelling);
+    opened = open(root, found.text, FlagsForReading());
+  }
+  if (opened >= 0) return EntryOpened(found, OpenFile(opened));
+  if (!IsForbidden(opened)) return {};
+  const EntryKind kind = OpenFile(open(root, found.text, O_PATH | O_CLOEXEC)).Kind();
+  if (kind == EntryKind::kNone || (kind == EntryKind::kFile && found.asFolder)) return {};
+  return {kind, std::move(found.text), false, {}};
 }
 
 }  // namespace TesselServer

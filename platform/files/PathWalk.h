@@ -1,20 +1,22 @@
-// Paths as text and names on disk: what a path means before anything is opened, and how its components are really
-// spelled.
+// Paths as text and names on disk: what a path means before anything is opened, how its components are really spelled,
+// and the look-up behind RootFolder. The way of opening is an argument: what one kernel can do and another cannot is
+// tried on any machine.
 //
-// Thread:    any.
-// Ownership: returns values; descriptors stay the caller's.
-// Errors:    none; nothing is returned for what cannot be found.
+// Thread:    any; the host's thread only where a cache is given.
+// Ownership: returns values; descriptors stay the caller's, an entry owns what it opened.
+// Errors:    none; nothing, or kNone, is returned for what cannot be had.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/files/FileSystem.h"
 #include "platform/files/OpenPaths.h"
 
 namespace TesselServer {
 
-class KnownFolders;
+class FolderCache;
 
 // A path below a folder as it is looked up.
 struct CollapsedPath {
@@ -34,6 +36,18 @@ std::string WithSlashes(std::string_view path);
 // where `open` refuses one with EXDEV and the link ends beneath `folder` all the same: there the walk goes on at the
 // link's end. The names of folders that are read are taken from and kept in `known`, if there is one.
 std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path,
-                                        KnownFolders* known = nullptr);
+                                        FolderCache* known = nullptr);
+
+// The flags with which an entry is opened: non-blocking, so that a FIFO without a writer cannot hold the thread until
+// it is seen to be one.
+int FlagsForReading();
+
+// What was opened by exactly the name `path`: kNone for what is not to be served.
+FoundEntry EntryOpened(const CollapsedPath& path, OpenFile file);
+
+// What RootFolder::Find promises for the folder open as `root`, opened through `open`. `tried` is the error of an
+// attempt to open the path without following a link, or 0.
+FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, FolderCache* known = nullptr,
+                       int tried = 0);
 
 }  // namespace TesselServer

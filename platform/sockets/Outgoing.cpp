@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/files/KnownFiles.h"
+#include "platform/files/FileCache.h"
 #include "platform/sockets/NoPipeSignal.h"
 
 namespace TesselServer {
@@ -25,7 +25,7 @@ std::string_view TextOf(const Answer& answer) {
   return {};
 }
 
-static_assert(KnownFiles::kMaxFileBytes <= Outgoing::kMaxReadFileBytes, "a remembered file has nothing to send from");
+static_assert(FileCache::kMaxFileBytes <= Outgoing::kMaxReadFileBytes, "a remembered file has nothing to send from");
 
 // A small file becomes text: one read and one send are cheaper than a head and a sendfile.
 void ReadSmallFile(Answer& answer) {

@@ -115,6 +115,11 @@ class RealWorld final : public World {
 
   std::int64_t UtcSeconds() const override { return Read(CLOCK_REALTIME).tv_sec; }
 
+  std::int64_t FileClockNanoseconds() const override {
+    const timespec now = Read(CLOCK_REALTIME_COARSE);
+    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+  }
+
   std::int32_t BiasMinutes(std::int64_t utcSeconds) const override {
     FollowTheZone();
     const time_t moment = utcSeconds;

@@ -30,6 +30,10 @@ class World {
   // Whole seconds since 1 January 1970, 00:00 UTC.
   virtual std::int64_t UtcSeconds() const = 0;
 
+  // Nanoseconds since then by the clock from which the system takes the times of files (CLOCK_REALTIME_COARSE,
+  // clock_gettime(2)), as coarse as these are.
+  virtual std::int64_t FileClockNanoseconds() const = 0;
+
   // Minutes to add to local time for UTC at the moment `utcSeconds`, daylight time included: -60 one hour east of
   // Greenwich. 0 when the time zone is unknown. tzset(3) says where the zone comes from. The system's world calls it
   // once in a second, so a new TZ and, where there is none, a new /etc/localtime count within a second. A file that TZ

@@ -10,11 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/files/DirectoryMemory.h"
+#include "platform/files/FileCache.h"
 #include "platform/files/FileStamp.h"
 #include "platform/files/FileSystem.h"
+#include "platform/files/FolderCache.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNthMemory.h"
+#include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"
 #include "tests/kit/TestControl.h"
@@ -114,35 +116,56 @@ TEST(ArrivalsMemoryFaultsTest, OneOfThoseWhoCameTogetherMissesItsAnswerAtMost) {
   }
 }
 
-std::int64_t MuchLater() {
-  constexpr std::int64_t kNanosecondsPerMinute = 60'000'000'000;
-  static const std::int64_t began = FileClockNow();
-  return began + kNanosecondsPerMinute;
-}
-
-TEST(DirectoryMemoryFaultsTest, ItsCountIsRightWhereverMemoryRunsOut) {
+TEST(FolderCacheFaultsTest, ItsCountIsRightWhereverMemoryRunsOut) {
   constexpr std::size_t kRoomForTwo = 2000;
   const Kit::TemporaryTree tree;
   for (const char* name : {"a/x", "b/x", "c/x", "d/x"}) tree.Write(name, "1");
-  if (!KeepsChangeTimes(OpenPath(tree.Text()).Descriptor())) GTEST_SKIP() << "a file system of which it is not known";
+  const std::string names[] = {"a", "b", "c", "d"};
   const OpenFile folders[] = {OpenPath(tree.Text() + "/a"), OpenPath(tree.Text() + "/b"), OpenPath(tree.Text() + "/c"),
                               OpenPath(tree.Text() + "/d")};
+  if (!KeepsChangeTimes(folders[0].Descriptor(), ReadFrom::kNames)) GTEST_SKIP() << "nothing is remembered here";
+  Kit::FakeWorld world;
+  world.LetFilesSettle();
   bool happened = true;
   for (int nth = 1; happened; ++nth) {
-    DirectoryMemory memory(&MuchLater, kRoomForTwo);
-    ASSERT_NE(memory.NamesOf(folders[0].Descriptor()), nullptr);
+    FolderCache cache(tree.Text(), world, kRoomForTwo);
+    const auto namesOf = [&](std::size_t i) { return cache.NamesOf(names[i], folders[i].Descriptor()); };
+    namesOf(0);
+    ASSERT_NE(namesOf(0), nullptr);
     {
       const FailNthMemory fault(nth);
-      memory.NamesOf(folders[1].Descriptor());
+      for (int round = 0; round < 2; ++round) namesOf(1);
       happened = fault.Happened();
     }
+    for (std::size_t i = 0; i < 4; ++i) namesOf(i);
     for (int round = 0; round < 2; ++round) {
-      for (const OpenFile& folder : folders) EXPECT_NE(memory.NamesOf(folder.Descriptor()), nullptr) << nth;
+      for (std::size_t i = 0; i < 4; ++i) EXPECT_NE(namesOf(i), nullptr) << nth;
     }
-    EXPECT_GT(memory.Count(), 0u) << nth;
-    EXPECT_GT(memory.Bytes(), 0u) << nth;
-    EXPECT_LE(memory.Bytes(), kRoomForTwo) << nth;
-    EXPECT_EQ(memory.NamesOf(folders[3].Descriptor()), memory.NamesOf(folders[3].Descriptor())) << nth;
+    EXPECT_GT(cache.Count(), 0u) << nth;
+    EXPECT_GT(cache.Bytes(), 0u) << nth;
+    EXPECT_LE(cache.Bytes(), kRoomForTwo) << nth;
+    EXPECT_EQ(namesOf(3), namesOf(3)) << nth;
+  }
+}
+
+TEST(FileCacheFaultsTest, AFileIsServedWhereverMemoryRunsOut) {
+  const Kit::TemporaryTree tree;
+  const OpenFile file = OpenPath(tree.Write("a", "bytes"));
+  if (!KeepsChangeTimes(file.Descriptor(), ReadFrom::kContents)) GTEST_SKIP() << "nothing is remembered here";
+  Kit::FakeWorld world;
+  world.LetFilesSettle();
+  bool happened = true;
+  for (int nth = 1; happened; ++nth) {
+    FileCache cache(tree.Text(), world);
+    {
+      const FailNthMemory fault(nth);
+      for (int i = 0; i < 2; ++i) cache.Admit("a", file.Descriptor(), file.Stamp());
+      happened = fault.Happened();
+    }
+    cache.Admit("a", file.Descriptor(), file.Stamp());
+    ASSERT_NE(cache.Admit("a", file.Descriptor(), file.Stamp()), nullptr) << nth;
+    ASSERT_NE(cache.Find("a"), nullptr) << nth;
+    EXPECT_EQ(*cache.Find("a")->contents, "bytes") << nth;
   }
 }
 

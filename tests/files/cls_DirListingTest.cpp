@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "files/cls_DirListing.h"
-#include "platform/files/DirectoryMemory.h"
+#include "platform/files/FolderCache.h"
 #include "platform/world/Error.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
@@ -364,17 +364,21 @@ TEST_F(cls_DirListingTest, OneObjectListsAgainWhatIsThereNow) {
   EXPECT_THAT(Links(listing.GetDirListing(localDir, urlPath, "")), ElementsAre("/b>b"));
 }
 
-TEST_F(cls_DirListingTest, WithAMemoryThePageIsTheSame) {
+TEST_F(cls_DirListingTest, FromRememberedNamesThePageIsTheSame) {
   MakeFolder("sub");
   Write("a", "12345");
   Write("htaccess.txt");
   if (Kit::SetDosAttributes(At("a"), "0x0")) Kit::SetDosAttributes(At("htaccess.txt"), "0x2");
   fs::create_symlink("a", At("link"));
   rules_.linkIsServed = [](const std::string&, const FileIdentity&) { return true; };
-  DirectoryMemory memory;
+  world_.LetFilesSettle();
+  FolderCache cache(folder_, world_);
+  cache.NamesOf("", OpenPath(folder_).Descriptor());
   const auto remembered = [&] {
     const OpenFile folder = OpenPath(folder_);
-    cls_DirListing listing(world_, folder, rules_, &memory);
+    auto names = cache.NamesOf("", folder.Descriptor());
+    EXPECT_NE(names, nullptr);
+    cls_DirListing listing(world_, folder, rules_, std::move(names));
     std::string localDir = folder_, urlPath = "/docs/";
     return listing.GetDirListing(localDir, urlPath, "My server");
   };

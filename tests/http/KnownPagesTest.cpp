@@ -6,7 +6,6 @@
 #include <string>
 
 #include "tests/kit/PageSite.h"
-#include "tests/kit/Settling.h"
 
 namespace TesselServer {
 namespace {
@@ -22,7 +21,7 @@ class KnownPagesTest : public testing::Test {
     site_->tree.Write("outer.htm", "[<!--#include = \"inner.txt\" -->|<!--#include = \"inner.htm\" -->]");
     site_->tree.Write("inner.txt", "<%= SERVER_PROTOCOL %>");
     site_->tree.Write("inner.htm", "<%= SERVER_PROTOCOL %>");
-    Kit::LetFilesSettle();
+    site_->world.LetFilesSettle();
   }
   static void TearDownTestSuite() { site_.reset(); }
 
@@ -34,7 +33,7 @@ class KnownPagesTest : public testing::Test {
 std::unique_ptr<Kit::PageSite> KnownPagesTest::site_;
 
 TEST_F(KnownPagesTest, APageWithoutTagsIsSentFromWhereItIsRemembered) {
-  Find("plain.htm");
+  Find("plain.htm");  // it is remembered at the second request
   FoundEntry found = Find("plain.htm");
   const auto contents = found.file.Contents();
   if (!contents) GTEST_SKIP() << "a temporary folder of which nothing is remembered";

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/files/FileStamp.h"
 #include "platform/settings/RegistryStore.h"
 #include "platform/world/World.h"
 
@@ -16,6 +17,7 @@ class FakeWorld : public World {
   std::int64_t monotonicMilliseconds = 1'000'000;
   std::int64_t microseconds = 0;         // beside the milliseconds
   std::int64_t utcSeconds = 1794766805;  // Sunday, 15 November 2026, 18:20:05 UTC
+  std::int64_t fileNanoseconds = 0;      // so that every file has just changed, until LetFilesSettle
   std::function<std::int32_t(std::int64_t)> bias = [](std::int64_t) { return 0; };
   std::string localHostName = "testhost";
   std::string localAddress = "192.0.2.1";
@@ -27,17 +29,29 @@ class FakeWorld : public World {
   std::int64_t descriptorLimit = 1'000'000;
   std::vector<std::string> messages;
 
-  // Lets both clocks run on.
+  // Lets all clocks run on.
   void Advance(std::int64_t milliseconds) {
     monotonicMilliseconds += milliseconds;
+    fileNanoseconds += milliseconds * 1'000'000;
     passed_ += milliseconds;
     utcSeconds += passed_ / 1000;
     passed_ %= 1000;
   }
 
+  // Sets the clock of files to the moment at which everything written so far has just settled (kSettledNanoseconds),
+  // and what is written from now on has not. Files get the real time as theirs, so the next tick of that is waited for,
+  // some milliseconds.
+  void LetFilesSettle() {
+    const std::int64_t latest = SystemWorld().FileClockNanoseconds();
+    std::int64_t next = latest;
+    while (next <= latest) next = SystemWorld().FileClockNanoseconds();
+    fileNanoseconds = next - 1 + kSettledNanoseconds;
+  }
+
   std::int64_t MonotonicMilliseconds() const override { return monotonicMilliseconds; }
   std::int64_t MonotonicMicroseconds() const override { return monotonicMilliseconds * 1000 + microseconds; }
   std::int64_t UtcSeconds() const override { return utcSeconds; }
+  std::int64_t FileClockNanoseconds() const override { return fileNanoseconds; }
   std::int32_t BiasMinutes(std::int64_t seconds) const override { return bias(seconds); }
   std::string LocalHostName() const override { return localHostName; }
   std::string LocalAddress() const override { return localAddress; }

@@ -69,7 +69,7 @@ class PageSite {
   PageSite() {
     record.ContentTypeSource(e_ContentTypeSource::Internal);
     record.VirtualPath(tree.Text());
-    record.Root(std::make_shared<const RootFolder>(tree.Text()));
+    record.Root(std::make_shared<const RootFolder>(tree.Text(), world, RootFolder::Memory::kNamesAndFiles));
     record.CGIDirectory(cgi.Text());
     record.ConnectionIndex(7);
     record.ParentControl(&host);

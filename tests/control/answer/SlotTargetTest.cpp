@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "control/answer/RequestTarget.h"
 #include "control/answer/SlotTarget.h"
+#include "tests/kit/SystemCalls.h"
 #include "tests/kit/TestCore.h"
 
 namespace TesselServer {
@@ -59,6 +61,28 @@ TEST_F(SlotTargetTest, ATargetThatWasLetGoIsWrittenByItsRequest) {
   Found("cgi/tool.exe");
   slot.Target = {};
   EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.VirtualPath, "cgi/tool.exe"));
+}
+
+TEST_F(SlotTargetTest, AProgramOutsideIsOpenedAndNotRead) {
+  core.world.LetFilesSettle();
+  slot.Fields().RequestPath = "cgi/tool.exe";
+  const auto calls = Kit::SystemCallsOf([&] {
+    for (int i = 0; i < 4; ++i) FindTarget(state, slot);
+  });
+  EXPECT_EQ(Found("cgi/tool.exe"), "tool.exe tool.exe CGI");
+  if (!calls) GTEST_SKIP() << "no process may be traced";
+  EXPECT_EQ(std::count(calls->begin(), calls->end(), SYS_pread64), 0);
+  EXPECT_GE(std::count(calls->begin(), calls->end(), SYS_fgetxattr), 4) << "whether it is hidden is asked each time";
+}
+
+TEST_F(SlotTargetTest, ProgramsAreThoseOfTheFolderThatTheSettingNamesNow) {
+  const RootFolder* const folder = &state.Programs();
+  EXPECT_EQ(Found("tool.exe"), "tool.exe tool.exe CGI");
+  EXPECT_EQ(&state.Programs(), folder);
+  core.tree.Write("other/new.exe", "program");
+  state.settings.CGIDirectory = core.tree.Text() + "/other";
+  EXPECT_EQ(Found("tool.exe"), "none tool.exe");
+  EXPECT_EQ(Found("new.exe"), "new.exe new.exe CGI");
 }
 
 TEST_F(SlotTargetTest, ProgramsAreLookedForOutsideOnlyWithCGIEnable) {

@@ -12,10 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/files/DirectoryMemory.h"
 #include "platform/files/DirectoryReader.h"
+#include "platform/files/FolderCache.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
+#include "tests/kit/FakeWorld.h"
 #include "tests/kit/FileMarks.h"
 #include "tests/kit/TemporaryTree.h"
 
@@ -33,11 +34,13 @@ class DirectoryReaderTest : public testing::Test {
     std::vector<std::string> names;
     DirectoryReader reader(folder, wanted);
     while (const auto entry = reader.Next()) names.emplace_back(entry->name);
-    DirectoryMemory memory;
-    DirectoryReader again(folder, wanted, &memory);
+    const Kit::FakeWorld world;
+    const auto record =
+        FolderRecord::Read(folder.Descriptor(), Reading(folder.Stamp(), world), nullptr, FolderCache::kMaxBytes);
+    DirectoryReader again(folder, wanted, record);
     for (const std::string& name : names) {
       const auto entry = again.Next();
-      EXPECT_TRUE(entry && entry->name == name) << name << " is there with a memory as well";
+      EXPECT_TRUE(entry && entry->name == name) << name << " is there in a record as well";
     }
     EXPECT_FALSE(again.Next());
     return names;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/files/FileFacts.h"
+#include "platform/files/FileSystem.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/FileMarks.h"
 #include "tests/kit/TemporaryTree.h"

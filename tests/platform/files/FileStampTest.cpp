@@ -1,35 +1,28 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <limits>
+#include <optional>
 #include <string>
 
 #include "platform/files/FileStamp.h"
 #include "platform/world/UniqueDescriptor.h"
-#include "tests/kit/FileMarks.h"
+#include "platform/world/World.h"
+#include "tests/kit/FakeWorld.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
 namespace {
-
-namespace fs = std::filesystem;
 
 class FileStampTest : public testing::Test {
  protected:
   FileStamp Stamp(const std::string& path) const {
     struct stat status {};
     EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-    return FileStampOf(status);
-  }
-
-  // Times are coarse: lets the file system's clock go on, so that what follows bears another one.
-  void LetTheClockGoOn() const {
-    const std::int64_t before = FileClockNow();
-    while (FileClockNow() == before) usleep(500);
+    return StampOf(status);
   }
 
   Kit::TemporaryTree tree_;
@@ -43,88 +36,21 @@ TEST_F(FileStampTest, HoldsWhatTheSystemSays) {
   status.st_mtim = {-1, 999'999'999};
   status.st_ctim = {1'794'766'805, 25};
   status.st_mode = S_IFREG | 0640;
-  const FileStamp stamp = FileStampOf(status);
-  EXPECT_EQ(stamp, (FileStamp{7, 8, 9, -1, 1'794'766'805'000'000'025, S_IFREG | 0640}));
+  const FileStamp stamp = StampOf(status);
+  EXPECT_EQ(stamp, (FileStamp{{7, 8}, 9, -1, 1'794'766'805'000'000'025, S_IFREG | 0640}));
 }
 
 TEST_F(FileStampTest, ATimeMayLieInAnyYear) {
   constexpr std::int64_t kYear14645 = 400'000'000'000;
   struct stat status {};
   status.st_mtim = {kYear14645, 1};
-  const FileStamp stamp = FileStampOf(status);
-  EXPECT_EQ(stamp, FileStampOf(status));
+  const FileStamp stamp = StampOf(status);
+  EXPECT_EQ(stamp, StampOf(status));
   for (const timespec& other :
        {timespec{kYear14645, 2}, timespec{kYear14645 + 1, 1}, timespec{1, 1},
         timespec{std::numeric_limits<time_t>::max(), 999'999'999}, timespec{std::numeric_limits<time_t>::min(), 0}}) {
     status.st_mtim = other;
-    EXPECT_NE(FileStampOf(status), stamp) << other.tv_sec << " s and " << other.tv_nsec << " ns";
-  }
-}
-
-TEST_F(FileStampTest, EveryChangeOfAFileShows) {
-  const std::string path = tree_.Write("a", "12345");
-  const struct {
-    void (*change)(const std::string& path);
-    const char* why;
-  } cases[] = {
-      {[](const std::string& p) { Kit::SetModified(p, 1'000'000); }, "its time"},
-      {[](const std::string& p) { truncate(p.c_str(), 3); }, "its length"},
-      {[](const std::string& p) { chmod(p.c_str(), 0400); }, "its permissions"},
-      {[](const std::string& p) {
-         fs::rename(p, p + "2");
-         fs::copy_file(p + "2", p);
-       },
-       "another file of that name"},
-  };
-  for (const auto& c : cases) {
-    const FileStamp before = Stamp(path);
-    LetTheClockGoOn();
-    EXPECT_EQ(Stamp(path), before) << "nothing has changed";
-    c.change(path);
-    EXPECT_NE(Stamp(path), before) << c.why;
-  }
-}
-
-TEST_F(FileStampTest, AnExtendedAttributeShowsWhereItIsSaidTo) {
-  const std::string path = tree_.Write("a", "12345");
-  const UniqueDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!Kit::SetDosAttributes(path, "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
-  if (!KeepsChangeTimes(file.Get())) GTEST_SKIP() << "a file system of which it is not known";
-  for (const char* value : {"0x0", "0x4"}) {
-    const FileStamp before = Stamp(path);
-    LetTheClockGoOn();
-    ASSERT_TRUE(Kit::SetDosAttributes(path, value));
-    EXPECT_NE(Stamp(path), before) << value;
-  }
-  const FileStamp before = Stamp(path);
-  LetTheClockGoOn();
-  ASSERT_EQ(removexattr(path.c_str(), "user.DOSATTRIB"), 0);
-  EXPECT_NE(Stamp(path), before) << "taken away";
-}
-
-TEST_F(FileStampTest, EveryChangeOfAFoldersNamesShows) {
-  const std::string folder = tree_.MakeFolder("folder");
-  const UniqueDescriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!KeepsChangeTimes(opened.Get())) GTEST_SKIP() << "a file system of which it is not known";
-  const struct {
-    void (*change)(const fs::path& folder);
-    const char* why;
-  } cases[] = {
-      {[](const fs::path& f) { fs::create_directory(f / "a"); }, "a new name"},
-      {[](const fs::path& f) { fs::rename(f / "a", f / "b"); }, "another name"},
-      {[](const fs::path& f) { fs::create_symlink("x", f / "link"); }, "a link"},
-      {[](const fs::path& f) {
-         fs::create_symlink("y", f / "l");
-         fs::rename(f / "l", f / "link");
-       },
-       "its target"},
-      {[](const fs::path& f) { fs::remove(f / "b"); }, "a name taken away"},
-  };
-  for (const auto& c : cases) {
-    const FileStamp before = Stamp(folder);
-    LetTheClockGoOn();
-    c.change(folder);
-    EXPECT_NE(Stamp(folder), before) << c.why;
+    EXPECT_NE(StampOf(status), stamp) << other.tv_sec << " s and " << other.tv_nsec << " ns";
   }
 }
 
@@ -152,32 +78,52 @@ TEST_F(FileStampTest, AChangeIsSettledWhenTwoSecondsHavePassed) {
 TEST_F(FileStampTest, WhatHasJustBeenWrittenIsNotSettled) {
   const FileStamp stamp = Stamp(tree_.Write("a", "x"));
   EXPECT_FALSE(IsSettled(stamp, stamp.changed));
-  EXPECT_LE(stamp.changed, FileClockNow() + kSettledNanoseconds) << "the two clocks are the same one";
-  EXPECT_GT(stamp.changed, FileClockNow() - 60 * kSettledNanoseconds);
+  EXPECT_LE(stamp.changed, SystemWorld().FileClockNanoseconds() + kSettledNanoseconds)
+      << "the two clocks are the same one";
+  EXPECT_GT(stamp.changed, SystemWorld().FileClockNanoseconds() - 60 * kSettledNanoseconds);
 }
 
-TEST_F(FileStampTest, WhatWasReadIsFreshForASecondOfAClockThatGoesOn) {
-  constexpr std::int64_t kRead = 1'794'766'805'000'000'000;
+TEST_F(FileStampTest, WhatWasReadIsUsedAgainByOneRule) {
+  constexpr std::int64_t kNow = 1'794'766'805'000'000'000;
+  constexpr FileStamp kOld{{7, 8}, 9, kNow, kNow - kSettledNanoseconds, S_IFREG | 0640};
+  constexpr FileStamp kNew{{7, 8}, 9, kNow, kNow - kSettledNanoseconds + 1, S_IFREG | 0640};
   const struct {
-    std::int64_t now;
-    bool fresh;
+    FileStamp read;
+    std::optional<FileStamp> now;
+    std::int64_t passed;  // milliseconds since the reading began
+    bool holds;
+    const char* why;
   } cases[] = {
-      {kRead, true}, {kRead + kFreshNanoseconds - 1, true}, {kRead + kFreshNanoseconds, false}, {kRead - 1, false}};
-  for (const auto& c : cases) EXPECT_EQ(IsFresh(kRead, c.now), c.fresh) << c.now - kRead;
+      {kOld, kOld, 0, true, "nothing has changed"},
+      {kOld, kOld, Reading::kMaxAgeMilliseconds - 1, true, "nor in a minute"},
+      {kOld, kOld, Reading::kMaxAgeMilliseconds, false, "what has no time counts after a minute"},
+      {kOld, kNew, 0, false, "it has changed"},
+      {kOld, std::nullopt, 0, false, "it is gone"},
+      {kNew, kNew, 0, false, "it had just changed when it was read"},
+      {kNew, kNew, 10'000, false, "that does not pass: the change was read or not"},
+  };
+  for (const auto& c : cases) {
+    Kit::FakeWorld world;
+    world.fileNanoseconds = kNow;
+    const Reading reading(c.read, world);
+    world.Advance(c.passed);
+    EXPECT_EQ(reading.Holds(c.now, world), c.holds) << c.why;
+    EXPECT_EQ(reading.IsSettled(), c.read == kOld) << c.why;
+  }
 }
 
 TEST_F(FileStampTest, OnlyKnownFileSystemsKeepChangeTimes) {
   const UniqueDescriptor made(open("/proc/self", O_PATH | O_CLOEXEC));
   ASSERT_TRUE(made.IsOpen());
-  EXPECT_FALSE(KeepsChangeTimes(made.Get())) << "what is made up when it is asked for";
-  EXPECT_FALSE(KeepsChangeTimes(-1)) << "nothing";
-  EXPECT_FALSE(KeepsContentChangeTimes(made.Get()));
-  EXPECT_FALSE(KeepsContentChangeTimes(-1));
+  EXPECT_FALSE(KeepsChangeTimes(made.Get(), ReadFrom::kNames)) << "what is made up when it is asked for";
+  EXPECT_FALSE(KeepsChangeTimes(-1, ReadFrom::kNames)) << "nothing";
+  EXPECT_FALSE(KeepsChangeTimes(made.Get(), ReadFrom::kContents));
+  EXPECT_FALSE(KeepsChangeTimes(-1, ReadFrom::kContents));
   const UniqueDescriptor memory(open("/dev/shm", O_PATH | O_CLOEXEC));
   struct statfs facts {};
   if (fstatfs(memory.Get(), &facts) != 0 || facts.f_type != TMPFS_MAGIC) GTEST_SKIP() << "no tmpfs where it usually is";
-  EXPECT_TRUE(KeepsChangeTimes(memory.Get()));
-  EXPECT_FALSE(KeepsContentChangeTimes(memory.Get())) << "what is written through a mapping";
+  EXPECT_TRUE(KeepsChangeTimes(memory.Get(), ReadFrom::kNames));
+  EXPECT_FALSE(KeepsChangeTimes(memory.Get(), ReadFrom::kContents)) << "what is written through a mapping";
 }
 
 }  // namespace

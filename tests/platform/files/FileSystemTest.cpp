@@ -1,17 +1,21 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "platform/files/FileSystem.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
+#include "tests/kit/FakeWorld.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -183,6 +187,33 @@ TEST(RootFolderTest, TheWholeSystemMayBeTheRoot) {
   const RootFolder root("/");
   const std::string folder = fs::canonical(tree.Path()).string().substr(1);
   EXPECT_EQ(root.Find(folder + "/abs/a").name, folder + "/real/a");
+}
+
+TEST(RootFolderTest, ARaceOfRenamesNeverLeadsOutside) {
+  const Kit::TemporaryTree tree;
+  tree.Write("outside/deep/f", "outside");
+  tree.Write("www/d/deep/f", "inside");
+  fs::create_symlink("../outside", tree.Path() / "www/swap");
+  Kit::FakeWorld world;
+  world.LetFilesSettle();
+  const RootFolder root(tree.Text() + "/www", world, RootFolder::Memory::kNamesAndFiles);
+  std::atomic<bool> isOver = false;
+  std::thread renamer([&] {
+    const std::string one = tree.Text() + "/www/d", two = tree.Text() + "/www/swap";
+    while (!isOver) renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, two.c_str(), RENAME_EXCHANGE);
+  });
+  int inside = 0;
+  for (int i = 0; i < 3000; ++i) {
+    for (const auto* path : {"d/deep/f", "D/DEEP/F", "swap/deep/f"}) {
+      std::string bytes;
+      if (!root.Find(path).file.ReadAll(bytes, 1000)) continue;
+      EXPECT_EQ(bytes, "inside") << path;
+      ++inside;
+    }
+  }
+  isOver = true;
+  renamer.join();
+  EXPECT_GT(inside, 0) << "the folder was never met where it belongs";
 }
 
 TEST(RootFolderTest, IsMovedWithItsDescriptor) {

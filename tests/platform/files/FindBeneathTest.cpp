@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/files/FindBeneath.h"
+#include "platform/files/PathWalk.h"
 #include "platform/world/UniqueDescriptor.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
@@ -29,7 +29,10 @@ class FindBeneathTest : public testing::TestWithParam<OpenFunction> {
  protected:
   FindBeneathTest() : root_(open(tree_.Text().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 
-  FoundEntry Find(std::string_view relative) const { return FindBeneath(GetParam(), root_.Get(), relative); }
+  FoundEntry Find(std::string_view relative) const {
+    const auto path = CollapsePath(relative);
+    return path ? FindBeneath(GetParam(), root_.Get(), *path) : FoundEntry();
+  }
   EntryKind KindOf(std::string_view relative) const { return Find(relative).kind; }
   std::string BytesOf(std::string_view relative) const {
     std::string bytes;

@@ -65,6 +65,27 @@ TEST_F(OpenPathsTest, EachWayKeepsItsRuleAboutLinks) {
   }
 }
 
+TEST_F(OpenPathsTest, TheDirectWayFollowsNoLinkAnywhere) {
+  const std::string root = std::filesystem::canonical(tree_.Path());
+  std::filesystem::create_symlink(root, outside_.Path() / "link");
+  struct {
+    std::string path;
+    int opened;
+  } const cases[] = {
+      {"", 0},
+      {"a/b/file", 0},
+      {"a/b/none", -ENOENT},
+      {"near", -ELOOP},
+      {"near/file", -ELOOP},
+      {"near/none", -ELOOP},
+      {"far/file", -ELOOP},
+      {root + "/a/b/file", 0},
+      {root + "/near/file", -ELOOP},
+      {outside_.Text() + "/link/a/b/file", -ELOOP},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Try(&OpenDirectly, c.path), c.opened) << c.path;
+}
+
 TEST_F(OpenPathsTest, AnAbsolutePathStaysBeneathTheFolderOrIsRefused) {
   EXPECT_EQ(Try(&OpenAnywhere, "/etc/passwd"), 0);
   EXPECT_EQ(Try(&OpenBeneath, "/etc/passwd"), -EXDEV);
@@ -74,7 +95,8 @@ TEST_F(OpenPathsTest, AnAbsolutePathStaysBeneathTheFolderOrIsRefused) {
 TEST_F(OpenPathsTest, LeavesNoDescriptorBehind) {
   const std::size_t before = Kit::CountDescriptors();
   for (const char* path : {"a/b/file", "a/b/none", "a/b/file/x", "near/file", "far"}) {
-    for (const OpenFunction function : {&OpenAnywhere, &OpenBeneath, &OpenWithoutLinks}) Try(function, path);
+    for (const OpenFunction function : {&OpenAnywhere, &OpenBeneath, &OpenDirectly, &OpenWithoutLinks})
+      Try(function, path);
   }
   EXPECT_EQ(Kit::CountDescriptors(), before);
 }

@@ -1,0 +1,60 @@
+// The names in folders beneath one root, for look-ups of names that are not there or are spelled otherwise and for
+// listings, and the attributes of files that are expensive to ask for. FileStamp.h has the rule by which a folder
+// counts as the same. A folder is read for the cache at its second request within a minute.
+//
+// What it is for: a name that is not there costs one system call (newfstatat) in place of eight and more and the
+// reading of all names; a listing saves the reading and one question for each file. Where it loses: a folder that is
+// asked for twice a minute and not more, or that changes before each request, pays for fstat, fstatfs, ioctl and a copy
+// of its names. A file that is there never costs more.
+//
+// Thread:    the host's thread only.
+// Ownership: keeps records of its own; those in use by a listing live as long as that. The world outlives the cache.
+// Errors:    none; what cannot be remembered is read anew.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/files/FolderRecord.h"
+#include "platform/files/LruCache.h"
+
+namespace TesselServer {
+
+class FolderCache {
+ public:
+  // All records together, some 130,000 names. A folder that is longer by itself is not remembered.
+  static constexpr std::size_t kMaxBytes = 8 * 1024 * 1024;
+
+  // `rootPath` as the system takes it; `maxBytes` takes the place of kMaxBytes.
+  FolderCache(std::string rootPath, const World& world, std::size_t maxBytes = kMaxBytes);
+
+  // In all of these `folder` is its path below the root ("" = the root, "/" separators).
+
+  // The record of the folder, when it is remembered and still holds.
+  std::shared_ptr<FolderRecord> Find(std::string_view folder);
+
+  // The record of the folder, which is open as `descriptor`: the remembered one where it still holds, else, at the
+  // second request, a new one. nullptr where the folder must be read as if there were no cache.
+  std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor);
+
+  // Whether nothing can stand at `path`, in any spelling: the deepest folder on the way whose names are known lacks the
+  // next one. Asks the system only where that is so.
+  bool Lacks(std::string_view path);
+
+  // What the records take, and how many folders they are of.
+  std::size_t Bytes() const { return records_.Bytes(); }
+  std::size_t Count() const { return records_.Count(); }
+
+ private:
+  std::shared_ptr<FolderRecord> ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
+                                         const FolderRecord* before);
+
+  std::string rootPath_;
+  const World& world_;
+  std::size_t maxBytes_;
+  LruCache<std::shared_ptr<FolderRecord>> records_;
+};
+
+}  // namespace TesselServer
