@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace TesselServer {
 
@@ -33,6 +34,7 @@ void TimeOuts::WatchListener() {
 }
 
 void TimeOuts::OpenListener() {
+  auto kept = state_.sckWS.Keep(kListener);  // a client that has connected and not sent yet is not lost
   state_.sckWS.Close(kListener);
   state_.sckWS.Unload(kListener);
   state_.sckWS.Load(kListener);
@@ -41,7 +43,7 @@ void TimeOuts::OpenListener() {
   } else {
     state_.sckWS.LocalPort(kListener, state_.listenPort);
   }
-  state_.sckWS.Listen(kListener);
+  state_.sckWS.Listen(kListener, std::move(kept));
   if (state_.listenPort == 0) state_.listenPort = state_.sckWS.BoundPort(kListener);
 }
 

@@ -32,6 +32,18 @@ void PrepareListener(int descriptor) {
 
 }  // namespace
 
+bool ListensOn(int listener, std::uint32_t address, std::int32_t port) {
+  int listens = 0;
+  int error = 0;
+  socklen_t size = sizeof listens;
+  if (getsockopt(listener, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) return false;
+  if (getsockopt(listener, SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0) return false;
+  sockaddr_in name{};
+  size = sizeof name;
+  return getsockname(listener, reinterpret_cast<sockaddr*>(&name), &size) == 0 && name.sin_addr.s_addr == address &&
+         ntohs(name.sin_port) == port;
+}
+
 bool SomebodyWaits(int listener) {
   pollfd queue{};
   queue.fd = listener;

@@ -13,6 +13,9 @@ namespace TesselServer {
 // Close-on-exec and non-blocking.
 int OpenListener(std::uint32_t address, std::int32_t port);
 
+// Whether the socket listens on this address and port and nothing is the matter with it.
+bool ListensOn(int listener, std::uint32_t address, std::int32_t port);
+
 // Whether a connection is in the queue.
 bool SomebodyWaits(int listener);
 

@@ -235,12 +235,26 @@ void SocketArray::Bind(std::int32_t index, std::int32_t port, const std::string&
   element->localPort = port;
 }
 
-void SocketArray::Listen(std::int32_t index) {
+KeptListener SocketArray::Keep(std::int32_t index) {
+  KeptListener kept;
+  Element* element = Find(index);
+  if (element == nullptr || element->state != SocketState::kListening) return kept;
+  loop_.Unwatch(std::exchange(element->watch, 0));
+  kept.socket_ = UniqueDescriptor(std::exchange(element->descriptor, -1));
+  Shut(*element);
+  return kept;
+}
+
+void SocketArray::Listen(std::int32_t index, KeptListener kept) {
   Element* element = Find(index);
   if (element == nullptr) return;
   if (element->localPort < 0 || element->localPort > 65535) throw SystemError(EADDRNOTAVAIL);
   if (element->state != SocketState::kClosed) throw SystemError(EINVAL);
-  element->descriptor = OpenListener(element->localAddress, element->localPort);
+  if (ListensOn(kept.socket_.Get(), element->localAddress, element->localPort)) {
+    element->descriptor = kept.socket_.Release();
+  } else {
+    element->descriptor = OpenListener(element->localAddress, element->localPort);
+  }
   SetState(*element, SocketState::kListening);
   if (UpdateWatch(*element)) return;
   Shut(*element);

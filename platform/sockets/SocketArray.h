@@ -26,6 +26,7 @@
 #include "platform/sockets/IndexSet.h"
 #include "platform/sockets/Lingering.h"
 #include "platform/sockets/Outgoing.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -58,6 +59,17 @@ class SocketNotifications {
 
  protected:
   ~SocketNotifications() = default;
+};
+
+// The kernel's listening socket of an element, kept while the element is renewed: clients that have connected and not
+// sent anything are known to that socket alone. Closed when it dies.
+class KeptListener {
+ public:
+  KeptListener() = default;
+
+ private:
+  friend class SocketArray;
+  UniqueDescriptor socket_{-1};
 };
 
 class SocketArray : private LoopClient {
@@ -115,9 +127,12 @@ class SocketArray : private LoopClient {
   // for a text that is no IPv4 address.
   void LocalPort(std::int32_t index, std::int32_t port);
   void Bind(std::int32_t index, std::int32_t port, const std::string& ip);
+  // Takes the listening socket off the element, which is closed then; nothing when it does not listen.
+  KeptListener Keep(std::int32_t index);
   // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
-  // outside 0 to 65535; the element is then closed as before.
-  void Listen(std::int32_t index);
+  // outside 0 to 65535; the element is then closed as before. A socket that was kept is used again when it listens on
+  // this address and is in order; otherwise it is closed as soon as the new one is open.
+  void Listen(std::int32_t index, KeptListener kept = {});
   // The port that the element listens on, 0 when it does not.
   std::int32_t BoundPort(std::int32_t index) const;
   // Raises ConnectionRequest now if a connection is waiting in the listener's queue.

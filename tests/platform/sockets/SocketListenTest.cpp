@@ -245,6 +245,53 @@ TEST_F(SocketListenTest, WaitingConnectionsAreOfferedOnlyWhenThereAreSome) {
   EXPECT_EQ(owner.received[2], "hello") << "and are served at once, without a turn of the loop";
 }
 
+// ---- A listening socket that is kept while its element is renewed.
+
+TEST_F(SocketListenTest, AKeptSocketIsUsedAgainOnTheSameAddress) {
+  const std::int32_t port = owner.Listen(1);
+  const Kit::RawClient silent(port);
+  auto kept = sockets.Keep(1);
+  EXPECT_EQ(sockets.State(1), SocketState::kClosed);
+  EXPECT_EQ(sockets.BoundPort(1), 0);
+  sockets.Reload(1);
+  sockets.Bind(1, port, "127.0.0.1");
+  sockets.Listen(1, std::move(kept));
+  EXPECT_EQ(sockets.BoundPort(1), port);
+  send(silent.Descriptor(), "hello", 5, MSG_NOSIGNAL);
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[2], "hello");
+}
+
+TEST_F(SocketListenTest, AKeptSocketOfAnotherAddressIsReplaced) {
+  const std::int32_t port = owner.Listen(1);
+  const std::size_t before = Kit::CountDescriptors();
+  auto kept = sockets.Keep(1);
+  sockets.Reload(1);
+  sockets.Bind(1, 0, "127.0.0.1");
+  sockets.Listen(1, std::move(kept));
+  EXPECT_NE(sockets.BoundPort(1), port);
+  EXPECT_EQ(Kit::CountDescriptors(), before);
+  EXPECT_THROW(const Kit::RawClient client(port), std::runtime_error);
+}
+
+TEST_F(SocketListenTest, AKeptSocketThatListensNoMoreIsReplaced) {
+  const std::int32_t port = owner.Listen(1);
+  shutdown(Sockets().at(0), SHUT_RDWR);
+  auto kept = sockets.Keep(1);
+  sockets.Reload(1);
+  sockets.Bind(1, port, "127.0.0.1");
+  sockets.Listen(1, std::move(kept));
+  EXPECT_EQ(sockets.BoundPort(1), port);
+  const Kit::RawClient client(port);
+}
+
+TEST_F(SocketListenTest, WhatDoesNotListenHasNothingToKeep) {
+  const std::int32_t port = owner.Listen(1);
+  for (const std::int32_t index : {-1, 0, 2}) auto kept = sockets.Keep(index);
+  EXPECT_EQ(sockets.BoundPort(1), port);
+  EXPECT_EQ(sockets.State(2), SocketState::kClosed);
+}
+
 TEST_F(SocketListenTest, TwoArraysServeOnOneLoop) {
   Kit::SocketOwner other(loop);
   const std::int32_t port = owner.Listen(2);
