@@ -3,7 +3,8 @@
 // Thread:    the loop's thread; debug builds assert it.
 // Ownership: keeps a copy of the callable. A callable may replace or disconnect itself, stop the server or destroy the
 //            control while it runs.
-// Errors:    what a callable of a control's event throws is caught by the control and reported through LogEvent; it never
+// Errors:    what a callable of a control's event throws is caught by the control and reported through LogEvent; it
+// never
 //            reaches the loop.
 #pragma once
 

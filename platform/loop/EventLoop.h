@@ -49,8 +49,8 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop();
 
-  // Event HandlerFailed(Text): a timer's handler or a posted task has thrown; the text is "Timer: " or "Task: " and what
-  // the exception says. The loop goes on. What a handler of this event throws is dropped.
+  // Event HandlerFailed(Text): a timer's handler or a posted task has thrown; the text is "Timer: " or "Task: " and
+  // what the exception says. The loop goes on. What a handler of this event throws is dropped.
   Event<std::string&> HandlerFailed{this};
 
   // Runs turns until Stop is called; returns at once when it was called before. Inside a notification the loop runs

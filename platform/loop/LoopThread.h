@@ -1,5 +1,5 @@
-// Which thread a loop, and all that hangs on it, belongs to: the one that runs it. Before the first turn the loop may be
-// made on one thread and handed to another; once a control has been started, it is whoever comes first.
+// Which thread a loop, and all that hangs on it, belongs to: the one that runs it. Before the first turn the loop may
+// be made on one thread and handed to another; once a control has been started, it is whoever comes first.
 //
 // Thread:    any.
 // Errors:    none; the public classes assert MayUse in debug builds.

@@ -65,9 +65,9 @@ class NotifyingSocket::Core final : public TcpConnection::Client, public TcpList
   std::shared_ptr<const SocketHandlers> handlers_ = std::make_shared<const SocketHandlers>();
   TcpConnection connection_;  // one of these two is open at most
   TcpListener listener_;
-  std::uint64_t generation_ = 0;  // changes whenever the socket is opened or closed
-  bool hasFailed_ = false;        // closed by a failure
-  std::int32_t lastError_ = 0;    // a socket error number
+  std::uint64_t generation_ = 0;     // changes whenever the socket is opened or closed
+  bool hasFailed_ = false;           // closed by a failure
+  std::int32_t lastError_ = 0;       // a socket error number
   std::deque<std::string> waiting_;  // texts that the connection has not been given yet
   std::size_t sending_ = 0;          // the size of the one that it has
   std::size_t waitingBytes_ = 0;     // of all of them

@@ -19,8 +19,7 @@ bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error 
 
 }  // namespace
 
-SocketArray::SocketArray(EventLoop& loop, SocketNotifications& owner)
-    : loop_(loop), owner_(owner), lingering_(loop) {}
+SocketArray::SocketArray(EventLoop& loop, SocketNotifications& owner) : loop_(loop), owner_(owner), lingering_(loop) {}
 
 SocketArray::~SocketArray() { loop_.Core().Withdraw(this); }
 

@@ -160,7 +160,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
     SocketState state = SocketState::kClosed;
     std::uint64_t generation = 0;
     Endpoint local;
-    std::int32_t localPort = 0;  // as it was given; one that is none is refused by Listen
+    std::int32_t localPort = 0;                 // as it was given; one that is none is refused by Listen
     std::shared_ptr<TcpListener> listener;      // while kListening
     std::shared_ptr<TcpConnection> connection;  // open while kConnected; kept for the next one
   };

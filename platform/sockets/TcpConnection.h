@@ -1,5 +1,5 @@
-// One TCP connection on an event loop, from connecting or being accepted to its orderly end. Its life is one state; what
-// the loop waits for follows from it (WantedEvents), and so does what an event means (OnEvents).
+// One TCP connection on an event loop, from connecting or being accepted to its orderly end. Its life is one state;
+// what the loop waits for follows from it (WantedEvents), and so does what an event means (OnEvents).
 //
 // A connection that was accepted is not watched at first: its bytes are read at once (ReadNow), and the loop is asked
 // only when a read or a write would have to wait.

@@ -1,5 +1,5 @@
-// A listening TCP socket on an event loop. It reports that a connection is waiting; its client accepts it, or pauses the
-// listener while it cannot.
+// A listening TCP socket on an event loop. It reports that a connection is waiting; its client accepts it, or pauses
+// the listener while it cannot.
 //
 // Thread:    the loop's thread.
 // Ownership: owns its descriptor. May be closed and destroyed by its client, inside a report by DeleteLater.

@@ -201,14 +201,14 @@ TEST_F(SocketListenTest, EveryDescriptorIsClosedInAChildAndNeverWaits) {
       EXPECT_NE(fcntl(descriptor, F_GETFL) & O_NONBLOCK, 0) << what;
     }
   }
-  EXPECT_GE(count, 6) << "epoll, wake, alarm, listener, connection, client";
+  EXPECT_GE(count, 8) << "two epolls, wake, tasks, alarm, listener, connection, client";
 }
 
 TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
   const std::int32_t port = owner.Listen(1);
   const int listener = Sockets().at(0);
   EXPECT_EQ(Option(listener, SOL_SOCKET, SO_REUSEADDR), 1);
-  EXPECT_GE(Option(listener, IPPROTO_TCP, TCP_DEFER_ACCEPT), SocketArray::kDeferAcceptSeconds);
+  EXPECT_GE(Option(listener, IPPROTO_TCP, TCP_DEFER_ACCEPT), TcpListener::kDeferAcceptSeconds);
   const Kit::RawClient client(port);
   send(client.Descriptor(), "hello", 5, MSG_NOSIGNAL);
   Kit::Settle(loop);
@@ -216,11 +216,11 @@ TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
   for (const int each : Sockets()) {
     if (each != listener && each != client.Descriptor()) accepted = each;
   }
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_NOTSENT_LOWAT), SocketArray::kUnsentBytes);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_NOTSENT_LOWAT), TcpListener::kUnsentBytes);
   EXPECT_EQ(Option(accepted, SOL_SOCKET, SO_KEEPALIVE), 1);
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPIDLE), SocketArray::kKeepAliveIdleSeconds);
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPINTVL), SocketArray::kKeepAliveIntervalSeconds);
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPCNT), SocketArray::kKeepAliveProbes);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPIDLE), TcpListener::kKeepAliveIdleSeconds);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPINTVL), TcpListener::kKeepAliveIntervalSeconds);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPCNT), TcpListener::kKeepAliveProbes);
 }
 
 TEST_F(SocketListenTest, AClosedListenerRefusesConnections) {
