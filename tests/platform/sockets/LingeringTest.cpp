@@ -7,23 +7,14 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/sockets/Lingering.h"
+#include "tests/kit/Connections.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/SocketOwner.h"
-#include "tests/kit/TcpPair.h"
 
 namespace TesselServer {
 namespace {
-
-// Whose connections linger; it is told nothing of them.
-struct Client : TcpConnection::Client {
-  std::span<char> ReadBuffer() override { return {}; }
-  void OnData(TcpConnection&, std::string_view) override { ADD_FAILURE(); }
-  void OnPeerEnded(TcpConnection&) override { ADD_FAILURE(); }
-  void OnSent(TcpConnection&) override { ADD_FAILURE(); }
-  void OnFailed(TcpConnection&, int) override { ADD_FAILURE(); }
-};
 
 class LingeringTest : public testing::Test {
  protected:
@@ -56,7 +47,7 @@ class LingeringTest : public testing::Test {
 
   Kit::FakeWorld world;
   EventLoop loop{world};
-  Client client;
+  Kit::ConnectionClient client;
   std::unique_ptr<Lingering> lingering = std::make_unique<Lingering>(loop);
 };
 

@@ -19,9 +19,9 @@ namespace TesselServer {
 namespace {
 
 using Lines = std::vector<std::string>;
-using State = TcpConnection::State;
+using ConnectionState = TcpConnection::State;
 
-Answer Text(std::string bytes) { return {std::move(bytes), std::string()}; }
+Answer AnswerOf(std::string bytes) { return {std::move(bytes), std::string()}; }
 
 class TcpConnectionTest : public testing::Test {
  protected:
@@ -47,26 +47,26 @@ class TcpConnectionTest : public testing::Test {
 // ---- Its states.
 
 TEST_F(TcpConnectionTest, GoesThroughItsStates) {
-  EXPECT_EQ(connection->Status(), State::kReceiving);
+  EXPECT_EQ(connection->Status(), ConnectionState::kReceiving);
   EXPECT_EQ(connection->Peer().Text(), "127.0.0.1");
   connection->AnswerPending(true);
-  EXPECT_EQ(connection->Status(), State::kAnswering);
+  EXPECT_EQ(connection->Status(), ConnectionState::kAnswering);
   connection->AnswerPending(false);
-  EXPECT_EQ(connection->Status(), State::kReceiving);
+  EXPECT_EQ(connection->Status(), ConnectionState::kReceiving);
   connection->AnswerPending(true);
-  EXPECT_EQ(connection->Send(Text("answer"), false), 0);
-  EXPECT_EQ(connection->Status(), State::kSent);
+  EXPECT_EQ(connection->Send(AnswerOf("answer"), false), 0);
+  EXPECT_EQ(connection->Status(), ConnectionState::kSent);
   EXPECT_EQ(client.heard, Lines{}) << "never inside the call";
   Kit::Settle(loop);
   EXPECT_EQ(client.heard, Lines{"sent"});
-  EXPECT_EQ(connection->Status(), State::kReceiving);
-  EXPECT_EQ(connection->Send(Text(std::string(20'000'000, 'a')), false), 0);
-  EXPECT_EQ(connection->Status(), State::kSending);
-  EXPECT_EQ(connection->Send(Text("more"), false), ENOTCONN);
+  EXPECT_EQ(connection->Status(), ConnectionState::kReceiving);
+  EXPECT_EQ(connection->Send(AnswerOf(std::string(20'000'000, 'a')), false), 0);
+  EXPECT_EQ(connection->Status(), ConnectionState::kSending);
+  EXPECT_EQ(connection->Send(AnswerOf("more"), false), ENOTCONN);
   lingering.End(connection);
   ASSERT_TRUE(connection);
-  EXPECT_EQ(connection->Status(), State::kClosed) << "an answer that is broken off is not waited for";
-  EXPECT_EQ(connection->Send(Text("more"), false), ENOTCONN);
+  EXPECT_EQ(connection->Status(), ConnectionState::kClosed) << "an answer that is broken off is not waited for";
+  EXPECT_EQ(connection->Send(AnswerOf("more"), false), ENOTCONN);
 }
 
 TEST_F(TcpConnectionTest, LingersAsAState) {
@@ -74,15 +74,15 @@ TEST_F(TcpConnectionTest, LingersAsAState) {
   const auto kept = connection;
   lingering.End(connection);
   EXPECT_FALSE(connection) << "taken over";
-  EXPECT_EQ(kept->Status(), State::kLingering);
+  EXPECT_EQ(kept->Status(), ConnectionState::kLingering);
   EXPECT_NE(kept->Life(), life);
   EXPECT_EQ(lingering.Count(), 1u);
   PeerSends("dropped");
   Kit::Settle(loop);
-  EXPECT_EQ(kept->Status(), State::kLingering);
+  EXPECT_EQ(kept->Status(), ConnectionState::kLingering);
   pair.ClosePeer();
   Kit::Settle(loop);
-  EXPECT_EQ(kept->Status(), State::kClosed);
+  EXPECT_EQ(kept->Status(), ConnectionState::kClosed);
   EXPECT_EQ(lingering.Count(), 0u);
   EXPECT_EQ(client.heard, Lines{});
 }
@@ -106,7 +106,7 @@ TEST_F(TcpConnectionTest, ConnectsToBothFamilies) {
     ASSERT_EQ(error, 0) << address;
     client.heard.clear();
     ASSERT_EQ(connection->Connect(*listener.Own()), 0);
-    EXPECT_EQ(connection->Status(), State::kConnecting);
+    EXPECT_EQ(connection->Status(), ConnectionState::kConnecting);
     EXPECT_TRUE(Kit::RunUntil(loop, [&] { return !client.heard.empty() && waiting.accepted.IsOpen(); }));
     EXPECT_EQ(client.heard, Lines{"connected"}) << address;
     EXPECT_EQ(waiting.peer.Text(), address);
@@ -124,7 +124,7 @@ TEST_F(TcpConnectionTest, AConnectionThatIsRefusedFails) {
     EXPECT_TRUE(Kit::RunUntil(loop, [&] { return !client.heard.empty(); }));
     EXPECT_EQ(client.heard, Lines{"failed " + std::to_string(ECONNREFUSED)});
   }
-  EXPECT_EQ(connection->Status(), State::kClosed);
+  EXPECT_EQ(connection->Status(), ConnectionState::kClosed);
   EXPECT_NE(connection->Connect(Endpoint(0xFFFFFFFF, 80)), 0) << "what fails at once is returned";
 }
 
@@ -158,7 +158,7 @@ TEST_F(TcpConnectionTest, APeerThatEndedMayBeSentTo) {
   connection->ReadNow();
   EXPECT_EQ(client.heard, Lines{"ended"});
   EXPECT_TRUE(connection->HasPeerEnded());
-  EXPECT_EQ(connection->Send(Text("answer"), true), 0);
+  EXPECT_EQ(connection->Send(AnswerOf("answer"), true), 0);
   Kit::Settle(loop);
   EXPECT_EQ(client.heard, (Lines{"ended", "sent"}));
   lingering.End(connection);
@@ -174,7 +174,7 @@ TEST_F(TcpConnectionTest, AResetIsAFailureInEveryState) {
       const auto each = Kit::Adopted(loop, client, other);
       ASSERT_TRUE(each->Watch());
       if (sending) {
-        ASSERT_EQ(each->Send(Text(std::string(20'000'000, 'a')), false), 0);
+        ASSERT_EQ(each->Send(AnswerOf(std::string(20'000'000, 'a')), false), 0);
       }
       if (ended) {
         shutdown(other.Peer(), SHUT_WR);
@@ -184,7 +184,7 @@ TEST_F(TcpConnectionTest, AResetIsAFailureInEveryState) {
       Kit::Settle(loop);
       ASSERT_FALSE(client.heard.empty());
       EXPECT_EQ(client.heard.back(), "failed " + std::to_string(ECONNRESET)) << ended << sending;
-      EXPECT_EQ(each->Status(), State::kClosed) << ended << sending;
+      EXPECT_EQ(each->Status(), ConnectionState::kClosed) << ended << sending;
     }
   }
 }
@@ -193,7 +193,7 @@ TEST_F(TcpConnectionTest, AResetIsAFailureInEveryState) {
 
 TEST_F(TcpConnectionTest, WhereNothingMayComeItIsClosedWithTheLastBytes) {
   connection->InputMayCome(false);
-  connection->Send(Text("answer"), true);
+  connection->Send(AnswerOf("answer"), true);
   EXPECT_EQ(PeerSees(), "|open") << "they wait for the end";
   lingering.End(connection);
   EXPECT_EQ(PeerSees(), "answer|end");
@@ -202,7 +202,7 @@ TEST_F(TcpConnectionTest, WhereNothingMayComeItIsClosedWithTheLastBytes) {
 
 TEST_F(TcpConnectionTest, WhatNobodyHasReadMakesItLinger) {
   connection->InputMayCome(false);
-  connection->Send(Text("answer"), true);
+  connection->Send(AnswerOf("answer"), true);
   PeerSends("one more");
   lingering.End(connection);
   EXPECT_EQ(lingering.Count(), 1u);
@@ -220,7 +220,7 @@ TEST_F(TcpConnectionTest, AReadThatFilledTheBufferMakesItLinger) {
 TEST_F(TcpConnectionTest, OnceClosedItReportsNothingOfItsPast) {
   PeerSends("hello");
   ASSERT_TRUE(connection->Watch());
-  connection->Send(Text("answer"), false);
+  connection->Send(AnswerOf("answer"), false);
   connection->Close();
   Kit::TcpPair other;
   const Endpoint peer = *Endpoint::PeerOf(other.Own());
@@ -241,12 +241,12 @@ TEST_F(TcpConnectionTest, MayBeClosedAndUsedAnewInsideEachReport) {
     };
     ASSERT_TRUE(each->Watch());
     if (last == "data") send(first.Peer(), "x", 1, MSG_NOSIGNAL);
-    if (last == "sent") each->Send(Text("answer"), false);
+    if (last == "sent") each->Send(AnswerOf("answer"), false);
     if (last == "ended") shutdown(first.Peer(), SHUT_WR);
     if (last == "failed") first.AbortPeer();
     Kit::Settle(loop);
     EXPECT_EQ(client.heard.size(), 1u) << last;
-    EXPECT_EQ(each->Status(), State::kReceiving) << last;
+    EXPECT_EQ(each->Status(), ConnectionState::kReceiving) << last;
     client.then = [](const std::string&) {};
   }
 }
