@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <thread>
 #include <utility>
 
 #include "control/answer/RecordSetup.h"
@@ -22,10 +21,10 @@ namespace {
 
 constexpr std::string_view kProductName = "Tessel";
 
-// Every way in: debug builds check that it is taken on the thread that made the control. The copy keeps the inside
+// Every way in: debug builds check that it is taken on the thread that the loop belongs to. The copy keeps the inside
 // alive when an event destroys the control.
 std::shared_ptr<TesselCore> Enter(const std::shared_ptr<TesselCore>& core) {
-  assert(core->owner == std::this_thread::get_id());
+  assert(IsOnThreadOf(&core->state.loop));
   return core;
 }
 
@@ -51,15 +50,23 @@ void LetIndexPageNames(const std::shared_ptr<TesselCore>& core, const std::strin
 
 }  // namespace
 
-Tessel::Tessel(EventLoop& loop) : core_(std::make_shared<TesselCore>(loop, *this)) {
+Tessel::Tessel(EventLoop& loop)
+    : CallFunction(&loop),
+      FileRequest(&loop),
+      HTTPLog(&loop),
+      LogEvent(&loop),
+      StatusLine(&loop),
+      PropertyChanged(&loop),
+      AboutBox(&loop),
+      core_(std::make_shared<TesselCore>(loop, *this)) {
   core_->lifecycle.Initialize();
   InitProperties();
 }
 
 Tessel::~Tessel() {
   core_->lifecycle.Terminate();
-  LoopCore& loop = core_->state.loop.Core();
-  loop.Bury(std::move(core_));
+  EventLoop& loop = core_->state.loop;
+  loop.DeleteLater(std::move(core_));
 }
 
 // ---- Properties.
@@ -245,6 +252,7 @@ bool Tessel::ServerRunning() const { return Enter(core_)->state.running; }
 
 bool Tessel::StartServer() {
   const auto core = Enter(core_);
+  core->state.loop.Core().Thread().Start();
   return core->lifecycle.StartServer();
 }
 

@@ -23,5 +23,4 @@ set(SOURCES
   life/TesselCore.cpp
   life/TimeOuts.cpp)
 set(PUBLIC_HEADERS
-  Event.h
   Tessel.h)

@@ -12,6 +12,7 @@ set(SOURCES
   files/OpenPaths.cpp
   files/PathWalk.cpp
   loop/EventLoop.cpp
+  loop/HostedDescriptor.cpp
   loop/LoopCore.cpp
   loop/Timer.cpp
   programs/ChildEnvironment.cpp
@@ -22,18 +23,20 @@ set(SOURCES
   settings/CRegSettings.cpp
   settings/PropertyBag.cpp
   settings/RegistryStore.cpp
-  sockets/Closings.cpp
+  sockets/Endpoint.cpp
   sockets/Lingering.cpp
-  sockets/Listener.cpp
   sockets/NoPipeSignal.cpp
   sockets/Outgoing.cpp
   sockets/SocketArray.cpp
   sockets/SocketErrors.cpp
+  sockets/TcpConnection.cpp
+  sockets/TcpListener.cpp
   world/HostProcess.cpp
   world/SystemErrorText.cpp
   world/SystemErrors.cpp
   world/SystemWorld.cpp)
 set(PUBLIC_HEADERS
+  loop/Event.h
   loop/EventLoop.h
   loop/Timer.h
   settings/PropertyBag.h

@@ -88,7 +88,6 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   slot.Enter(RequestPhase::kOfferedToHost);
   slot.Target = {};  // the answer may take its time: nothing stays open until then
   slot.TargetIsKnown = false;
-  state_.loop.Flush();  // the host may take its time
   const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(path), UserAuthentication(slot.Fields()));
   if (heard || state_.sckWS.Generation(Index) != generation) return;
   if (slot.Phase() != RequestPhase::kOfferedToHost) return;  // it was answered before the handler failed

@@ -134,7 +134,6 @@ std::string HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string
   slot->FunctionAnswered = false;
   if (Trim(FunctionName).empty()) return {};
   slot->Fields().RequestQuery += Params;  // kept: no separator in between
-  state_.loop.Flush();                    // the host may take its time
   if (!state_.reporter.RaiseCallFunction(Index, FunctionName)) slot->FunctionAnswered = false;
   return slot->FunctionResult;  // kept: an earlier answer when the host gave none to this one
 }

@@ -26,7 +26,7 @@ void Sending::SendComplete(std::int32_t Index) {
     if (slot == nullptr || slot->Fields().RequestPath.empty()) return;
     slot->Fields().RequestPath.clear();
     CloseConnection(Index);
-    state_.loop.Yield();
+    if (!state_.loop.TurnIsLong()) state_.loop.DoEvents();
   });
 }
 

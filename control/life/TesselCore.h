@@ -1,7 +1,7 @@
 // The inside of a control: its parts, wired together. It hears the sockets and hands each notification to the part
 // whose matter it is.
 //
-// Thread:    the host's thread; debug builds assert it.
+// Thread:    the loop's thread; debug builds assert it.
 // Ownership: shared by the public face and by whoever is inside one of its procedures, so that the face may be
 //            destroyed inside an event.
 // Errors:    none beyond those of its parts.
@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "control/answer/Dispatch.h"
 #include "control/answer/HostAnswers.h"
@@ -37,7 +36,6 @@ class TesselCore : private SocketNotifications, private ParentControl {
   TimeOuts timeOuts;
   Lifecycle lifecycle;
   HostAnswers hostAnswers;
-  const std::thread::id owner = std::this_thread::get_id();
 
  private:
   void ConnectionRequest(std::int32_t Index, std::int32_t requestID) override;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "control/answer/RecordSetup.h"
 
@@ -35,6 +36,7 @@ void TimeOuts::WatchListener() {
 }
 
 void TimeOuts::OpenListener() {
+  auto kept = state_.sckWS.Keep(kListener);  // a client that has connected and not sent yet is not lost
   state_.sckWS.Close(kListener);
   state_.sckWS.Unload(kListener);
   state_.sckWS.Load(kListener);
@@ -43,7 +45,7 @@ void TimeOuts::OpenListener() {
   } else {
     state_.sckWS.LocalPort(kListener, state_.listenPort);
   }
-  state_.sckWS.Listen(kListener);
+  state_.sckWS.Listen(kListener, std::move(kept));
   if (state_.listenPort != 0) return;
   state_.listenPort = state_.sckWS.BoundPort(kListener);
   ApplySettings(state_);  // the port that pages show

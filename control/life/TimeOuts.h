@@ -1,5 +1,5 @@
-// The control's periodic check: a listener that has gone quiet is rebuilt, and connections that failed or were closed
-// by their client are swept up.
+// The control's periodic check: the element of a listener that has gone quiet is renewed, and connections that failed
+// or were closed by their client are swept up.
 //
 // Thread:    the host's thread.
 // Ownership: keeps references to the control's state and its sending part.
@@ -25,8 +25,8 @@ class TimeOuts {
   // The handler of tmrCheckConn.
   void TimerCheckConnections();
 
-  // Makes the listener anew on the address of this run, whatever the properties say by now. Raises the socket error
-  // when it cannot be bound.
+  // Makes the listening element anew on the address of this run, whatever the properties say by now. The kernel's
+  // listening socket stays where it can. Raises the socket error when it cannot be bound.
   void OpenListener();
 
  private:

@@ -1,13 +1,24 @@
 #include "platform/loop/EventLoop.h"
 
+#include <cassert>
+#include <utility>
+
 #include "platform/loop/LoopCore.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
 
+bool IsOnThreadOf(const EventLoop* loop) { return loop == nullptr || loop->Core().Thread().MayUse(); }
+
 EventLoop::EventLoop() : EventLoop(SystemWorld()) {}
 
-EventLoop::EventLoop(World& world) : core_(std::make_unique<LoopCore>(world)) {}
+EventLoop::EventLoop(World& world)
+    : core_(std::make_unique<LoopCore>(world, [this](std::string text) {
+        try {
+          HandlerFailed.Raise(text);
+        } catch (...) {  // there is nobody left to report it to
+        }
+      })) {}
 
 EventLoop::~EventLoop() = default;
 
@@ -15,17 +26,26 @@ void EventLoop::Run() { core_->Run(); }
 
 bool EventLoop::RunOnce(std::int32_t milliseconds) { return core_->Turn(milliseconds); }
 
-void EventLoop::Stop() noexcept { core_->Wake(); }
+void EventLoop::Stop() noexcept { core_->Stop(); }
+
+void EventLoop::Post(std::function<void()> task) { core_->Post(std::move(task)); }
 
 void EventLoop::DoEvents() { core_->DoEvents(); }
 
-void EventLoop::Yield() { core_->Yield(); }
+bool EventLoop::TurnIsLong() const {
+  assert(IsOnThreadOf(this));
+  return core_->TurnIsLong();
+}
 
-void EventLoop::Flush() noexcept { core_->EndTurn(); }
+void EventLoop::DeleteLater(std::shared_ptr<void> thing) {
+  assert(IsOnThreadOf(this));
+  core_->DeleteLater(std::move(thing));
+}
 
-bool EventLoop::TurnIsLong() const { return core_->TurnIsLong(); }
-
-int EventLoop::Descriptor() { return core_->Descriptor(); }
+int EventLoop::Descriptor() {
+  assert(IsOnThreadOf(this));
+  return core_->Descriptor();
+}
 
 World& EventLoop::TheWorld() const { return core_->TheWorld(); }
 

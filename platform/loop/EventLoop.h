@@ -1,19 +1,26 @@
-// The event loop that carries sockets and timers, on the thread of whoever runs it. Three ways to host it:
+// The event loop that carries sockets and timers, on the thread of the program that runs it. Three ways to host it:
 //
 //   loop.Run();                      // a program of its own: until Stop()
 //   while (busy) loop.RunOnce(20);   // a program with a loop of another kind: one turn, waiting at most 20 ms
 //   watch(loop.Descriptor());        // a program with its own poll or epoll: whenever the descriptor is readable,
 //                                    // call loop.RunOnce(0)
 //
-// Thread:    one thread runs the loop and uses everything that hangs on it. Only Stop may be called from another thread
-//            or from a signal handler.
+// Thread:    the thread that runs the loop, and everything that hangs on it; debug builds assert it. A loop may be made
+//            on one thread and handed to another before its first turn; once a control on it was started, it belongs to
+//            the first thread that uses it until then. When Run has returned it belongs to whichever comes next. Post
+//            and Stop may be called from any thread, Stop also from a signal handler. A process may have several loops,
+//            each on its own thread.
 // Ownership: the loop outlives every timer and control made for it.
-// Errors:    the constructor and the first Descriptor raise Error when there are no descriptors left; nothing else
-//            raises. An exception that leaves a timer's handler is dropped.
+// Errors:    the constructor and the first Descriptor raise Error when there are no descriptors left. What a timer's
+//            handler or a posted task throws is reported by HandlerFailed.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
+
+#include <TesselServer/Event.h>
 
 namespace TesselServer {
 
@@ -24,11 +31,10 @@ class EventLoop {
  public:
   // How deep DoEvents may nest; a deeper call returns at once, so that re-entrant handlers use bounded stack.
   static constexpr int kMaxNesting = 4;
-  // How many notifications one turn takes from the kernel, so that a turn ends in bounded time.
+  // How many notifications one turn fetches from the kernel, so that a turn ends in bounded time.
   static constexpr int kEventsPerTurn = 256;
   // When a turn has taken so long it delivers no more: the rest comes in the next, after the timers and whatever else
-  // the host does between turns. One notification is never cut short, so a turn takes this and its last ones, and the
-  // time in which the connections that it answered are closed.
+  // the host does between turns. One event and one task are delivered in any case, and neither is cut short.
   static constexpr std::int64_t kMicrosecondsPerTurn = 250;
   // How many timers one turn serves; the rest come in the next.
   static constexpr int kTimersPerTurn = 256;
@@ -43,35 +49,39 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop();
 
+  // Event HandlerFailed(Text): a timer's handler or a posted task has thrown; the text is "Timer: " or "Task: " and
+  // what the exception says. The loop goes on. What a handler of this event throws is dropped.
+  Event<std::string&> HandlerFailed{this};
+
   // Runs turns until Stop is called; returns at once when it was called before. Inside a notification the loop runs
   // already, and this returns at once.
   void Run();
 
   // Runs one turn: waits up to `milliseconds` (negative: without limit) for something to happen, delivers it, and
-  // serves the timers that are due. True when anything was delivered. Inside a notification it is DoEvents.
+  // serves the timers that are due. True only when something was delivered. Inside a notification it is DoEvents.
   bool RunOnce(std::int32_t milliseconds);
 
   // Ends Run after the present turn, and wakes a waiting RunOnce. May be called from any thread and from a signal
   // handler (it writes to an eventfd(2)).
   void Stop() noexcept;
 
-  // Yields from inside a notification: one pass without waiting. Delivers what is already known first and asks the
-  // kernel only when nothing is.
+  // Has `task` run once on the loop's thread, in this turn or the next, in the order of posting. May be called from any
+  // thread. A loop that is destroyed drops the tasks it has not run.
+  void Post(std::function<void()> task);
+
+  // Yields from inside a notification: delivers what is already known, or, when nothing is, what the kernel has,
+  // without waiting. Timers wait for the turn's end.
   void DoEvents();
-
-  // As DoEvents, for a caller inside a notification that itself ends soon: nothing is delivered when the turn has taken
-  // its time, and what waits for the end of the turn (the ends of connections that were answered) goes on waiting.
-  void Yield();
-
-  // Does at once what waits for the end of the turn: for a caller inside a notification that may take long. Nothing is
-  // delivered.
-  void Flush() noexcept;
 
   // Whether the present turn has taken its time (kMicrosecondsPerTurn): what can wait is then better left for the next.
   bool TurnIsLong() const;
 
-  // A descriptor that is readable whenever RunOnce(0) has something to do, timers included. It belongs to the loop: do
-  // not read it, do not close it.
+  // Drops `thing` when no handler of this loop is on the stack any more; at once when none is.
+  void DeleteLater(std::shared_ptr<void> thing);
+
+  // A descriptor that is readable exactly when RunOnce(0) would deliver something, timers included. Inside a
+  // notification timers do not count, as far as RunOnce or DoEvents was called there; at the greatest depth nothing
+  // does. It is readable after Stop as well. It belongs to the loop: do not read it, do not close it.
   int Descriptor();
 
   // The world whose clock the loop goes by.

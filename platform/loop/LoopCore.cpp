@@ -2,14 +2,15 @@
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
+#include <exception>
 #include <limits>
-#include <new>
+#include <utility>
 
 #include "platform/loop/EventLoop.h"
 #include "platform/world/Error.h"
@@ -20,38 +21,24 @@ namespace TesselServer {
 
 namespace {
 
-// The numbers by which the loop knows its own two descriptors; no watch has them.
-constexpr std::uint64_t kWakeMark = ~std::uint64_t{0};
-constexpr std::uint64_t kAlarmMark = kWakeMark - 1;
-
-constexpr std::int64_t kMicrosecondsForNotices = 50;
-
-void AddOwn(int epoll, int descriptor, std::uint64_t mark) {
-  epoll_event event{};
-  event.events = EPOLLIN;
-  event.data.u64 = mark;
-  if (epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) != 0) throw SystemError(errno);
-}
-
-void Drain(int descriptor) {
-  std::uint64_t count = 0;
-  while (read(descriptor, &count, sizeof count) < 0 && errno == EINTR) {
-  }
-}
+constexpr std::uint64_t kWakeMark = ~std::uint64_t{0};  // no watch has this number
 
 }  // namespace
 
 // Counts the handlers on the stack and, as the last one leaves, ends the turn.
 class LoopCore::Nesting {
  public:
-  explicit Nesting(LoopCore& core) : core_(core) { ++core_.depth_; }
+  explicit Nesting(LoopCore& core) : core_(core) {
+    if (++core_.depth_ > 1) core_.Announce();
+  }
   Nesting(const Nesting&) = delete;
   Nesting& operator=(const Nesting&) = delete;
   ~Nesting() {
-    if (core_.depth_ == 1) core_.EndTurn();
-    if (--core_.depth_ > 0) return;
-    core_.nowValid_ = false;
-    core_.Empty();
+    if (--core_.depth_ == 0) {
+      while (!core_.deletions_.empty()) {
+        const auto dropped = std::exchange(core_.deletions_, {});  // their destructors may delete more later
+      }
+    }
     core_.Announce();
   }
 
@@ -59,81 +46,67 @@ class LoopCore::Nesting {
   LoopCore& core_;
 };
 
-LoopCore::LoopCore(World& world)
-    : world_(world), epoll_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+LoopCore::LoopCore(World& world, std::function<void(std::string)> report)
+    : world_(world),
+      report_(std::move(report)),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   if (!epoll_.IsOpen() || !wake_.IsOpen()) throw SystemError(errno);
-  AddOwn(epoll_.Get(), wake_.Get(), kWakeMark);
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = kWakeMark;
+  if (epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, wake_.Get(), &event) != 0) throw SystemError(errno);
 }
 
-LoopCore::~LoopCore() { Empty(); }
+LoopCore::~LoopCore() = default;
 
-std::int64_t LoopCore::Now() const { return nowValid_ ? now_ : world_.MonotonicMilliseconds(); }
+std::int64_t LoopCore::Now() const { return depth_ > 0 ? now_ : world_.MonotonicMilliseconds(); }
 
 // ---- Turns.
 
 bool LoopCore::TurnIsLong() const { return depth_ > 0 && world_.MonotonicMicroseconds() >= turnEnds_; }
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
-  if (depth_ > 0) {
-    DoEvents();
-    return true;
-  }
-  const Nesting nesting(*this);
+  if (depth_ > 0) return Pass();
+  [[maybe_unused]] const bool sameThread = thread_.Run();
+  assert(sameThread);
   now_ = world_.MonotonicMilliseconds();
-  nowValid_ = true;
-  // what the last turn had no time for comes first; it would be told of again
-  if (!KnowsEvents()) Ask(KnowsWork() ? 0 : WaitLimit(milliseconds));
+  const Nesting nesting(*this);
+  // what the last turn had no time for comes first; the kernel would report it again
+  if (!KnowsEvents()) Ask(tasks_.empty() ? WaitLimit(milliseconds) : 0);
   now_ = world_.MonotonicMilliseconds();
   turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn;
-  ++passes_;
-  const bool delivered = Deliver(AtLeast::kOne);
-  EndTurn();
+  const bool delivered = Deliver();
   return ServeTimers() || delivered;
 }
 
-void LoopCore::DoEvents() {
-  EndTurn();
-  Pass(AtLeast::kOne);
-  EndTurn();  // the caller may take its time
-}
+void LoopCore::DoEvents() { Turn(0); }
 
-void LoopCore::Yield() { Pass(AtLeast::kNothing); }
-
-void LoopCore::Pass(AtLeast least) {
-  if (depth_ == 0) {
-    Turn(0);
-    return;
-  }
-  if (depth_ > EventLoop::kMaxNesting || (least == AtLeast::kNothing && TurnIsLong())) return;
+// What a turn is inside a handler: whatever is known, and only when nothing is, what the kernel has.
+bool LoopCore::Pass() {
+  if (depth_ > EventLoop::kMaxNesting) return false;
   const Nesting nesting(*this);
-  if (!KnowsWork()) Ask(0);
-  if (least == AtLeast::kOne) ++passes_;
-  Deliver(least);
+  if (!KnowsEvents() && tasks_.empty()) Ask(0);
+  return Deliver();
 }
 
 void LoopCore::Run() {
   if (depth_ > 0) return;  // it would neither wait nor serve timers, and take the outer Run's Stop
   while (!stop_) Turn(-1);
   stop_ = false;
+  thread_.Leave();
+}
+
+void LoopCore::Stop() noexcept {
+  stop_ = true;
+  Wake();
 }
 
 void LoopCore::Wake() noexcept {
-  const int kept = errno;
-  stop_ = true;
+  const int kept = errno;  // a signal handler leaves it alone
   const std::uint64_t one = 1;
   [[maybe_unused]] const auto written = write(wake_.Get(), &one, sizeof one);  // a full counter is awake already
   errno = kept;
-}
-
-int LoopCore::Descriptor() {
-  if (hosted_) return epoll_.Get();
-  UniqueDescriptor alarm(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-  if (!alarm.IsOpen()) throw SystemError(errno);
-  AddOwn(epoll_.Get(), alarm.Get(), kAlarmMark);
-  alarm_ = std::move(alarm);
-  hosted_ = true;
-  if (depth_ == 0) Announce();
-  return epoll_.Get();
 }
 
 // How long the kernel may be waited for: up to `milliseconds`, but not past the next timer.
@@ -154,48 +127,45 @@ void LoopCore::Ask(std::int32_t milliseconds) {
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = events[static_cast<std::size_t>(i)];
     if (event.data.u64 == kWakeMark) {
-      Drain(wake_.Get());
-    } else if (event.data.u64 == kAlarmMark) {
-      Drain(alarm_.Get());
+      TakePosted();
     } else {
       fetched_.push_back({event.data.u64, event.events});
     }
   }
 }
 
-bool LoopCore::Deliver(AtLeast least) {
-  const bool events = DeliverEvents(least);
-  return DeliverNotices(least) || events;
-}
-
-bool LoopCore::DeliverEvents(AtLeast least) {
+// One event, one task, and so on: however long the turn is, one of each is delivered, or nothing would go on at all;
+// the rest as far as its time goes. A task that is posted by a task waits for the next time.
+bool LoopCore::Deliver() {
+  std::size_t events = fetched_.size() - fetchedNext_;
+  std::size_t tasks = tasks_.size();
   bool delivered = false;
-  for (std::size_t left = fetched_.size() - fetchedNext_; left > 0 && KnowsEvents(); --left) {
-    if ((delivered || least == AtLeast::kNothing) && TurnIsLong()) break;
-    const Fetched next = fetched_[fetchedNext_++];
-    WatchEntry* entry = Find(next.watch);
-    if (entry == nullptr) continue;  // closed since
-    delivered = true;
-    entry->client->OnEvents(entry->cookie, next.events);
+  while ((events > 0 || tasks > 0) && !(delivered && TurnIsLong())) {
+    if (events > 0) {
+      --events;
+      delivered = DeliverEvent() || delivered;
+      tasks = tasks_.size();
+    }
+    if (tasks > 0) {
+      --tasks;
+      delivered = DeliverTask() || delivered;
+    }
   }
   return delivered;
 }
 
-// Has a little time even in a long turn: most notices are for nobody any more, and must not gather. For whoever hears
-// of one the turn is long all the same.
-bool LoopCore::DeliverNotices(AtLeast least) {
-  if (notices_.empty()) return false;
-  const std::int64_t own = depth_ == 1 ? world_.MonotonicMicroseconds() + kMicrosecondsForNotices : 0;
-  const std::int64_t end = std::max(turnEnds_, own);
-  bool delivered = false;
-  for (std::size_t left = notices_.size(); left > 0 && !notices_.empty(); --left) {
-    if ((delivered || least == AtLeast::kNothing) && world_.MonotonicMicroseconds() >= end) break;
-    const Notice next = notices_.front();
-    notices_.pop_front();
-    delivered = true;
-    next.client->OnNotice(next.cookie);
-  }
-  return delivered;
+bool LoopCore::DeliverEvent() {
+  if (!KnowsEvents()) return false;
+  const Fetched next = fetched_[fetchedNext_++];
+  const WatchEntry entry = *Find(next.watch);
+  entry.client->OnEvents(entry.cookie, next.events);
+  return true;
+}
+
+// Whether an event is left to deliver; those of watches that were taken back meanwhile are skipped.
+bool LoopCore::KnowsEvents() {
+  while (fetchedNext_ < fetched_.size() && Find(fetched_[fetchedNext_].watch) == nullptr) ++fetchedNext_;
+  return fetchedNext_ < fetched_.size();
 }
 
 // ---- Watches.
@@ -214,7 +184,7 @@ WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client
     freePlaces_.push_back(static_cast<std::uint32_t>(watches_.size() - 1));
   }
   const std::uint32_t place = freePlaces_.back();
-  if (++serial_ >= 0xFFFFFFFEu) serial_ = 1;  // keeps clear of the loop's own two numbers
+  if (++serial_ == 0xFFFFFFFFu) serial_ = 1;  // keeps clear of the loop's own number
   const WatchId id = (static_cast<std::uint64_t>(serial_) << 32) | place;
   epoll_event event{};
   event.events = events;
@@ -242,33 +212,61 @@ void LoopCore::Unwatch(WatchId watch) noexcept {
   freePlaces_.push_back(static_cast<std::uint32_t>(watch));
 }
 
-// ---- Notices.
+// ---- Tasks.
 
-void LoopCore::Post(LoopClient& client, std::uint64_t cookie) {
-  notices_.push_back({&client, cookie});
-  if (depth_ == 0) Announce();
+void LoopCore::Post(std::function<void()> task) {
+  if (thread_.IsThis()) return Post(nullptr, std::move(task));
+  std::list<Task> posted;
+  posted.push_back({nullptr, std::move(task)});
+  {
+    const std::scoped_lock lock(postedMutex_);
+    posted_.splice(posted_.end(), posted);
+  }
+  Wake();
 }
 
-void LoopCore::Forget(const LoopClient& client) {
-  std::erase_if(notices_, [&](const Notice& notice) { return notice.client == &client; });
-  std::erase(endings_, &client);
+void LoopCore::Post(const void* owner, std::function<void()> task) {
+  tasks_.push_back({owner, std::move(task)});
+  if (hosted_ && depth_ <= EventLoop::kMaxNesting) hosted_->AnnounceTasks(true);
 }
 
-bool LoopCore::AtTurnEnd(LoopClient& client) noexcept {
-  if (depth_ == 0) return false;
-  if (std::find(endings_.begin(), endings_.end(), &client) != endings_.end()) return true;
-  try {
-    endings_.push_back(&client);
-  } catch (const std::bad_alloc&) {
-    return false;
+void LoopCore::Withdraw(const void* owner) noexcept {
+  std::erase_if(tasks_, [&](const Task& task) { return task.owner == owner; });
+}
+
+// Takes over what other threads have posted.
+void LoopCore::TakePosted() {
+  std::uint64_t count = 0;
+  while (read(wake_.Get(), &count, sizeof count) < 0 && errno == EINTR) {
+  }
+  const std::scoped_lock lock(postedMutex_);
+  tasks_.splice(tasks_.end(), posted_);
+}
+
+bool LoopCore::DeliverTask() {
+  if (tasks_.empty()) return false;
+  const Task next = std::move(tasks_.front());
+  tasks_.pop_front();
+  if (next.owner != nullptr) {
+    next.run();
+  } else {
+    Guard("Task", next.run);
   }
   return true;
 }
 
-// What is called raises no events of the host's, so nobody comes or goes meanwhile.
-void LoopCore::EndTurn() noexcept {
-  for (LoopClient* client : endings_) client->OnTurnEnd();
-  endings_.clear();
+// Runs what the host gave to the loop; its failure is reported and does not end the host's loop.
+void LoopCore::Guard(std::string_view what, const std::function<void()>& handler) {
+  std::string failure(what);
+  try {
+    handler();
+    return;
+  } catch (const std::exception& error) {
+    failure.append(": ").append(error.what());
+  } catch (...) {
+    failure.append(": an exception of unknown type");
+  }
+  report_(std::move(failure));
 }
 
 // ---- Timers.
@@ -283,6 +281,7 @@ void LoopCore::Disarm(TimerState& timer) {
   const auto [first, last] = timers_.equal_range(timer.due);
   const auto found = std::find_if(first, last, [&](const auto& each) { return each.second.get() == &timer; });
   if (found != last) timers_.erase(found);
+  if (depth_ == 0) Announce();
 }
 
 bool LoopCore::ServeTimers() {
@@ -292,50 +291,41 @@ bool LoopCore::ServeTimers() {
     if (first->first > now_) break;
     const std::shared_ptr<TimerState> timer = first->second;
     auto place = timers_.extract(first);  // and put back where it belongs, which takes no memory
-    place.key() = timer->due = Now() + timer->interval;
+    place.key() = timer->due = now_ + timer->interval;
     timers_.insert(std::move(place));
     served = true;
     const auto handler = timer->handler;  // outlives its own replacement
-    if (!handler) continue;
-    try {
-      (*handler)();
-    } catch (...) {  // a handler's own failure must not end the host's loop
-    }
+    if (handler) Guard("Timer", *handler);
   }
   return served;
 }
 
 // ---- The end of a turn.
 
-void LoopCore::Bury(std::shared_ptr<void> thing) {
-  if (depth_ > 0) graves_.push_back(std::move(thing));
+void LoopCore::DeleteLater(std::shared_ptr<void> thing) {
+  if (depth_ > 0) deletions_.push_back(std::move(thing));
 }
 
-void LoopCore::Empty() {
-  while (!graves_.empty()) {
-    const auto buried = std::exchange(graves_, {});  // what is dropped may bury more
+// ---- The host's descriptor.
+
+int LoopCore::Descriptor() {
+  if (!hosted_) {
+    hosted_.emplace(epoll_.Get());
+    Announce();
   }
+  return hosted_->Get();
 }
 
-// Makes the descriptor readable when RunOnce(0) has something to do later than now.
+// Makes the descriptor readable for what RunOnce(0) would deliver as things are: nothing where handlers are nested as
+// deep as they may be, and no timers inside a handler.
 void LoopCore::Announce() {
   if (!hosted_) return;
-  if (KnowsWork()) {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = write(wake_.Get(), &one, sizeof one);
-  }
-  SetAlarm();
-}
-
-void LoopCore::SetAlarm() {
-  itimerspec alarm{};
-  if (!timers_.empty()) {
-    const std::int64_t wait = std::max<std::int64_t>(timers_.begin()->first - Now(), 0);
-    alarm.it_value.tv_sec = wait / 1000;
-    alarm.it_value.tv_nsec = wait % 1000 * 1'000'000;
-    if (wait == 0) alarm.it_value.tv_nsec = 1;  // zero would switch the alarm off
-  }
-  timerfd_settime(alarm_.Get(), 0, &alarm, nullptr);
+  const bool delivers = depth_ <= EventLoop::kMaxNesting;
+  hosted_->AnnounceEvents(delivers);
+  hosted_->AnnounceTasks(delivers && !tasks_.empty());
+  std::optional<std::int64_t> due;
+  if (depth_ == 0 && !timers_.empty()) due = timers_.begin()->first;
+  hosted_->AnnounceTimer(due, world_);
 }
 
 }  // namespace TesselServer

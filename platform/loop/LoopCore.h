@@ -1,41 +1,41 @@
-// The inside of an event loop: watched descriptors, posted notices, timers, and the place where closed things are
-// buried.
+// The inside of an event loop: watched descriptors, posted tasks, timers, and the place where things are kept that are
+// deleted later.
 //
-// Thread:    the loop's thread; only Wake may be called from elsewhere.
-// Ownership: clients are not owned; a client takes its watches and notices back before it dies (Forget). What is given
-//            to Bury lives until no handler of this loop is on the stack.
+// Thread:    the loop's thread; Stop and Post of a task without an owner may be called from any.
+// Ownership: clients and owners of tasks are not owned; they take their watches and tasks back before they die.
 // Errors:    the constructor raises Error; the rest reports failure by its result.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
+#include <functional>
+#include <list>
 #include <map>
 #include <memory>
-#include <utility>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
-#include "platform/loop/Timer.h"
+#include "platform/loop/HostedDescriptor.h"
+#include "platform/loop/LoopThread.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
 class World;
 
-// Hears what happened to a descriptor it watches, and the notices it posted to itself.
+// Is told what happened to a descriptor it watches.
 class LoopClient {
  public:
   virtual void OnEvents(std::uint64_t cookie, std::uint32_t events) = 0;
-  virtual void OnNotice(std::uint64_t cookie) = 0;
-  // See LoopCore::AtTurnEnd.
-  virtual void OnTurnEnd() noexcept {}
 
  protected:
   ~LoopClient() = default;
 };
 
-// A watch is known by its number; 0 is none. A number is never used twice, so a late event finds nobody.
+// A watch is known by its number; 0 is none. A number is never used twice, so a late event reaches no client.
 using WatchId = std::uint64_t;
 
 struct TimerState {
@@ -49,53 +49,45 @@ struct TimerState {
 
 class LoopCore {
  public:
-  explicit LoopCore(World& world);
+  // `report` is called with what a timer's handler or a posted task without an owner has thrown.
+  LoopCore(World& world, std::function<void(std::string)> report);
   LoopCore(const LoopCore&) = delete;
   LoopCore& operator=(const LoopCore&) = delete;
   ~LoopCore();
 
   World& TheWorld() const { return world_; }
+  LoopThread& Thread() { return thread_; }
 
   // The clock as it was read for this turn.
   std::int64_t Now() const;
 
-  // ---- Turns.
-
-  // Whether the present turn, what was yielded inside it included, has taken its time (kMicrosecondsPerTurn). The
-  // rest is then left to the next turn, or to whoever yields again.
+  // ---- Turns: see EventLoop.
   bool TurnIsLong() const;
-  // How often there were deliveries that bring at least one thing of each kind: turns, and DoEvents inside them.
-  std::uint64_t Passes() const { return passes_; }
-
   bool Turn(std::int32_t milliseconds);
   void DoEvents();
-  void Yield();
   void Run();
-  void Wake() noexcept;
+  void Stop() noexcept;
   int Descriptor();
 
-  // ---- Watches. `events` are those of epoll_ctl(2), level-triggered; 0 still hears of errors and hang-ups.
+  // ---- Watches. `events` are those of epoll_ctl(2), level-triggered; 0 still reports errors and hang-ups.
   // Watch returns 0 when the kernel refuses.
   WatchId Watch(int descriptor, std::uint32_t events, LoopClient& client, std::uint64_t cookie);
   void Change(WatchId watch, std::uint32_t events);
   void Unwatch(WatchId watch) noexcept;
 
-  // ---- Notices: OnNotice(cookie) is called once, in this turn or a later one, in the order of posting.
-  void Post(LoopClient& client, std::uint64_t cookie);
-  // Has OnTurnEnd called once: when the present turn ends, before its timers are served, or before that by DoEvents or
-  // EndTurn. False outside a turn, and for want of memory: it is not called then.
-  bool AtTurnEnd(LoopClient& client) noexcept;
-  // Calls whoever waits for the end of the turn; inside one it goes on.
-  void EndTurn() noexcept;
-  // Drops every notice of `client`, and its wish to hear of the turn's end.
-  void Forget(const LoopClient& client);
+  // ---- Tasks: each is run once, in this turn or a later one, in the order of posting.
+  void Post(std::function<void()> task);
+  // A task of the library's own, on the loop's thread: `owner` can take all of its tasks back. What it throws goes out
+  // of the turn.
+  void Post(const void* owner, std::function<void()> task);
+  void Withdraw(const void* owner) noexcept;
 
   // ---- Timers.
   void Arm(const std::shared_ptr<TimerState>& timer);
   void Disarm(TimerState& timer);
 
   // Keeps `thing` until no handler is on the stack, then drops it; at once when none is.
-  void Bury(std::shared_ptr<void> thing);
+  void DeleteLater(std::shared_ptr<void> thing);
 
  private:
   struct WatchEntry {
@@ -104,9 +96,9 @@ class LoopCore {
     int descriptor = -1;
     WatchId id = 0;
   };
-  struct Notice {
-    LoopClient* client;
-    std::uint64_t cookie;
+  struct Task {
+    const void* owner;  // nullptr: the host's
+    std::function<void()> run;
   };
   struct Fetched {
     WatchId watch;
@@ -115,43 +107,41 @@ class LoopCore {
   class Nesting;
 
   WatchEntry* Find(WatchId watch);
-  bool KnowsEvents() const { return fetchedNext_ < fetched_.size(); }
-  bool KnowsWork() const { return KnowsEvents() || !notices_.empty(); }
+  bool KnowsEvents();
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
+  void Wake() noexcept;
   void Ask(std::int32_t milliseconds);
-  // kOne: one thing of each kind is delivered however long the turn is, or nothing would go on at all.
-  enum class AtLeast { kOne, kNothing };
-  void Pass(AtLeast least);
-  bool Deliver(AtLeast least);
-  bool DeliverEvents(AtLeast least);
-  bool DeliverNotices(AtLeast least);
+  void TakePosted();
+  bool Pass();
+  bool Deliver();
+  bool DeliverEvent();
+  bool DeliverTask();
   bool ServeTimers();
-  void Empty();
+  void Guard(std::string_view what, const std::function<void()>& handler);
   void Announce();
-  void SetAlarm();
 
   World& world_;
+  const std::function<void(std::string)> report_;
+  LoopThread thread_;
   UniqueDescriptor epoll_;
-  UniqueDescriptor wake_;
-  UniqueDescriptor alarm_{-1};  // a timerfd, made when the host asks for the descriptor
-  bool hosted_ = false;         // the host watches the descriptor itself
+  UniqueDescriptor wake_;                   // an eventfd: a stop, or a task of another thread
+  std::optional<HostedDescriptor> hosted_;  // once the host has asked for it
   std::atomic<bool> stop_ = false;
-  int depth_ = 0;
+  int depth_ = 0;  // handlers on the stack
   std::int64_t now_ = 0;
-  bool nowValid_ = false;
   std::int64_t turnEnds_ = 0;  // microseconds
-  std::uint64_t passes_ = 0;
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;
   std::uint32_t serial_ = 0;  // the high half
 
-  std::vector<Fetched> fetched_;
+  std::vector<Fetched> fetched_;  // what the kernel reported, delivered up to fetchedNext_
   std::size_t fetchedNext_ = 0;
-  std::deque<Notice> notices_;
-  std::vector<LoopClient*> endings_;
+  std::list<Task> tasks_;
+  std::mutex postedMutex_;
+  std::list<Task> posted_;  // by other threads, not seen by the loop yet
   std::multimap<std::int64_t, std::shared_ptr<TimerState>> timers_;
-  std::vector<std::shared_ptr<void>> graves_;
+  std::vector<std::shared_ptr<void>> deletions_;
 };
 
 }  // namespace TesselServer

@@ -1,6 +1,7 @@
 #include "platform/loop/Timer.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
@@ -10,11 +11,14 @@ namespace TesselServer {
 
 Timer::Timer(EventLoop& loop) : state_(std::make_shared<TimerState>(loop.Core())) {}
 
-Timer::~Timer() { Enabled(false); }
+Timer::~Timer() {
+  if (state_->enabled) state_->loop.Disarm(*state_);
+}
 
 std::int32_t Timer::Interval() const { return state_->interval; }
 
 void Timer::Interval(std::int32_t milliseconds) {
+  assert(state_->loop.Thread().MayUse());
   milliseconds = std::max(milliseconds, 1);
   if (milliseconds == state_->interval) return;
   const bool running = state_->enabled;
@@ -26,6 +30,7 @@ void Timer::Interval(std::int32_t milliseconds) {
 bool Timer::Enabled() const { return state_->enabled; }
 
 void Timer::Enabled(bool enabled) {
+  assert(state_->loop.Thread().MayUse());
   if (enabled == state_->enabled) return;
   if (enabled) {
     state_->loop.Arm(state_);
@@ -36,6 +41,7 @@ void Timer::Enabled(bool enabled) {
 }
 
 void Timer::OnTick(std::function<void()> handler) {
+  assert(state_->loop.Thread().MayUse());
   state_->handler = handler ? std::make_shared<const std::function<void()>>(std::move(handler)) : nullptr;
 }
 

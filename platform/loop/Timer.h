@@ -1,8 +1,8 @@
 // A periodic timer on an event loop.
 //
-// Thread:    the loop's thread.
+// Thread:    the loop's thread; debug builds assert it. It may be destroyed on any when the loop does not run.
 // Ownership: keeps its handler; may be destroyed, disabled or changed inside its own tick. The loop outlives it.
-// Errors:    none; an exception that leaves the handler is dropped.
+// Errors:    none; an exception that leaves the handler is reported by EventLoop::HandlerFailed.
 #pragma once
 
 #include <cstdint>

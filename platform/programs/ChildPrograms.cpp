@@ -43,12 +43,11 @@ ProgramResult ResultOf(WaitedChild waited) {
 
 }  // namespace
 
-ChildPrograms::ChildPrograms(EventLoop& loop) : loop_(loop), leftOver_(std::make_unique<LeftOverChildren>(loop)) {}
+ChildPrograms::ChildPrograms(EventLoop& loop) : leftOver_(std::make_unique<LeftOverChildren>(loop)) {}
 
 ChildPrograms::~ChildPrograms() = default;
 
 ProgramResult ChildPrograms::Run(const ProgramStart& start) {
-  loop_.Flush();  // a program may take its time
   leftOver_->Collect();
   if (LeftOver() >= kMaxLeftOver) return Failed(ProgramResult::Failure::kStart, EAGAIN);
   leftOver_->MakeRoom();

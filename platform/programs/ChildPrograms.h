@@ -47,7 +47,6 @@ class ChildPrograms : public ProgramRunner {
   std::size_t LeftOver() const;
 
  private:
-  EventLoop& loop_;
   std::unique_ptr<LeftOverChildren> leftOver_;
 };
 

@@ -1,57 +1,51 @@
-// Connections that were closed while their client could still be sending: the write side is shut down, what arrives is
-// read and dropped until the client closes its side or a short time passes, and only then is the descriptor closed. A
-// plain close would answer the unread bytes with a reset, and a reset destroys the answer on its way to the client.
+// The connections of an owner that have ended on our side and linger until their peer ends too, or a short time has
+// passed: what the peer still sends is read and dropped. A plain close would answer it with a reset, and a reset
+// destroys the answer on its way to the peer.
 //
 // Thread:    the loop's thread.
-// Ownership: owns the descriptors given to it; closes them all when it dies.
+// Ownership: owns the connections given to it.
 // Errors:    none.
 #pragma once
 
 #include <cstdint>
-#include <deque>
-#include <unordered_map>
+#include <list>
+#include <memory>
+#include <utility>
 
-#include "platform/loop/LoopCore.h"
 #include "platform/loop/Timer.h"
+#include "platform/sockets/TcpConnection.h"
 
 namespace TesselServer {
 
-class Lingering : private LoopClient {
+class Lingering : private TcpConnection::LingerClient {
  public:
-  // How long a client's last bytes are waited for.
+  // How long a peer's end is waited for.
   static constexpr std::int64_t kMilliseconds = 2000;
-  // How many may wait at once; one more closes the one that waited longest.
+  // How many may linger at once; one more closes the one that has lingered longest.
   static constexpr std::size_t kMaxCount = 256;
-  // What one connection may have read and dropped in a turn.
-  static constexpr std::size_t kBytesPerTurn = 64 * 1024;
 
   explicit Lingering(EventLoop& loop);
-  Lingering(const Lingering&) = delete;
-  Lingering& operator=(const Lingering&) = delete;
-  ~Lingering();
 
-  // Takes the connected socket over. For want of memory or watches it is closed at once.
-  void Take(int descriptor) noexcept;
+  // Ends the connection. Taken over is one that lingers, and `connection` is then empty; any other is closed, as one is
+  // for want of memory.
+  void End(std::shared_ptr<TcpConnection>& connection) noexcept;
 
-  std::size_t Count() const { return open_.size(); }
+  std::size_t Count() const { return entries_.size(); }
 
  private:
   struct Entry {
-    int descriptor = -1;
-    WatchId watch = 0;
+    std::shared_ptr<TcpConnection> connection;
+    std::int64_t due;
   };
 
-  void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
-  void OnNotice(std::uint64_t cookie) override;
-  void Await(int descriptor, std::uint64_t number);
+  void OnLingered(TcpConnection& connection) override;
+  void Take(std::shared_ptr<TcpConnection>& connection);
   void CloseOverdue();
-  void End(std::uint64_t number);
+  void Remove(std::list<Entry>::iterator entry);
 
-  LoopCore& loop_;
-  Timer timer_;
-  std::uint64_t lastNumber_ = 0;
-  std::unordered_map<std::uint64_t, Entry> open_;
-  std::deque<std::pair<std::uint64_t, std::int64_t>> deadlines_;  // number, due; the oldest first
+  EventLoop& loop_;
+  Timer timer_;               // runs while there are any
+  std::list<Entry> entries_;  // the oldest first
 };
 
 }  // namespace TesselServer

@@ -1,232 +1,123 @@
 #include "platform/sockets/NotifyingSocket.h"
 
-#include <netinet/in.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
-
 #include <array>
 #include <cerrno>
 #include <deque>
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
-#include "platform/loop/LoopCore.h"
-#include "platform/loop/Timer.h"
-#include "platform/sockets/Answer.h"
-#include "platform/sockets/Outgoing.h"
 #include "platform/sockets/SocketErrors.h"
 #include "platform/sockets/SocketOptions.h"
+#include "platform/sockets/TcpConnection.h"
+#include "platform/sockets/TcpListener.h"
 #include "platform/world/SystemErrors.h"
-#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
 namespace {
 
-int OpenTcp() { return socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+static_assert(NotifyingSocket::kRestMilliseconds == TcpListener::kPauseMilliseconds);
 
-sockaddr_in SystemAddress(const SocketAddress& address) {
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_addr.s_addr = address.address;
-  name.sin_port = htons(address.port);
-  return name;
-}
-
-using AddressCall = int (*)(int, sockaddr*, socklen_t*);
-
-std::optional<SocketAddress> Ask(AddressCall call, int descriptor) {
-  sockaddr_in name{};
-  socklen_t size = sizeof name;
-  if (call(descriptor, reinterpret_cast<sockaddr*>(&name), &size) != 0) return std::nullopt;
-  return SocketAddress{name.sin_addr.s_addr, ntohs(name.sin_port)};
-}
-
-// The error that has come up on a socket, 0 for none.
-int PendingError(int descriptor) {
-  int error = 0;
-  socklen_t size = sizeof error;
-  return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
+std::optional<SocketAddress> AddressOf(const std::optional<Endpoint>& endpoint) {
+  if (!endpoint || !endpoint->IsIPv4()) return std::nullopt;
+  return SocketAddress{endpoint->IPv4(), endpoint->Port()};
 }
 
 }  // namespace
 
-class NotifyingSocket::Core final : public LoopClient, public std::enable_shared_from_this<Core> {
+class NotifyingSocket::Core final : public TcpConnection::Client, public TcpListener::Client {
  public:
-  explicit Core(EventLoop& loop) : eventLoop_(loop), loop_(loop.Core()), rest_(loop) {
-    rest_.Interval(kRestMilliseconds);
-    rest_.OnTick([this] { EndRest(); });
-  }
+  explicit Core(EventLoop& loop) : loop_(loop), connection_(loop, *this), listener_(loop, *this) {}
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
-  ~Core() {
-    Shut(State::kClosed);
-    loop_.Forget(*this);
-  }
+  ~Core() { loop_.Core().Withdraw(this); }
 
   void Connect(const SocketAddress& peer);
   bool Listen(const SocketAddress& own);
-  void Adopt(int descriptor);
+  void Adopt(UniqueDescriptor socket, const Endpoint& peer);
   bool Send(std::string bytes);
-  void Shut(State state);
-  std::optional<SocketAddress> Address(AddressCall call) const { return Ask(call, descriptor_.Get()); }
-  std::optional<std::int32_t> Option(SocketOption option) const { return GetSocketOption(descriptor_.Get(), option); }
-  bool Option(SocketOption option, std::int32_t value);
+  void Close();
 
   void Handlers(SocketHandlers handlers) { handlers_ = std::make_shared<const SocketHandlers>(std::move(handlers)); }
-  State Status() const { return state_; }
+  State Status() const;
   std::int32_t LastError() const { return lastError_; }
   std::size_t WaitingBytes() const { return waitingBytes_; }
+  int Descriptor() const { return listener_.IsOpen() ? listener_.Descriptor() : connection_.Descriptor(); }
+  bool Option(SocketOption option, std::int32_t value);
+  EventLoop& Loop() const { return loop_; }
 
  private:
-  struct Waiting {
-    Outgoing outgoing;
-    std::size_t size;
-  };
+  std::span<char> ReadBuffer() override;
+  void OnConnected(TcpConnection&) override { Raise(&SocketHandlers::Connected); }
+  void OnData(TcpConnection& connection, std::string_view bytes) override;
+  void OnPeerEnded(TcpConnection&) override { Raise(&SocketHandlers::Closed); }
+  void OnSent(TcpConnection& connection) override;
+  void OnFailed(TcpConnection& connection, int error) override;
+  void OnConnectionWaiting(TcpListener& listener) override;
 
-  void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
-  void OnNotice(std::uint64_t cookie) override;
-
-  std::uint32_t WantedEvents() const;
-  bool UpdateWatch();
-  void FinishConnecting();
-  void ServeConnection(std::uint32_t events);
-  void Read();
-  int Write();
-  void AcceptWaiting();
-  void Rest();
-  void EndRest();
-  bool Refuse(std::int32_t number);
+  int SendNext(std::string bytes);
+  bool Refuse(int error);
   void FailLater(int error);
-  void Fail(std::int32_t number);
   template <typename Handler, typename... Arguments>
   void Raise(Handler SocketHandlers::*which, Arguments&&... arguments);
 
-  EventLoop& eventLoop_;
-  LoopCore& loop_;
+  EventLoop& loop_;
   std::shared_ptr<const SocketHandlers> handlers_ = std::make_shared<const SocketHandlers>();
-
-  State state_ = State::kClosed;
-  std::uint64_t generation_ = 0;  // changes whenever the socket is opened or closed
-  UniqueDescriptor descriptor_{-1};
-  WatchId watch_ = 0;
-  std::uint32_t watched_ = 0;     // the events it is watched for
-  std::int32_t lastError_ = 0;    // a socket error number
-  std::int32_t failureDue_ = 0;   // the one that Failed is to tell
-  bool sentDue_ = false;          // Sent is to be raised
-  std::deque<Waiting> waiting_;   // what the kernel has not taken
-  std::size_t waitingBytes_ = 0;  // the sizes of all of them
-  Timer rest_;                    // runs while a listener does not listen for want of descriptors
+  TcpConnection connection_;  // one of these two is open at most
+  TcpListener listener_;
+  std::uint64_t generation_ = 0;     // changes whenever the socket is opened or closed
+  bool hasFailed_ = false;           // closed by a failure
+  std::int32_t lastError_ = 0;       // a socket error number
+  std::deque<std::string> waiting_;  // texts that the connection has not been given yet
+  std::size_t sending_ = 0;          // the size of the one that it has
+  std::size_t waitingBytes_ = 0;     // of all of them
+  std::unique_ptr<std::array<char, kChunkBytes>> chunk_;
 };
 
 // ---- Opening and closing.
 
-void NotifyingSocket::Core::Connect(const SocketAddress& peer) {
-  Shut(State::kConnecting);
-  lastError_ = 0;
-  descriptor_ = UniqueDescriptor(OpenTcp());
-  const sockaddr_in name = SystemAddress(peer);
-  // one that a signal interrupts goes on by itself
-  if (!descriptor_.IsOpen() ||
-      (connect(descriptor_.Get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 && errno != EINPROGRESS &&
-       errno != EINTR)) {
-    FailLater(errno);
-  } else if (!UpdateWatch()) {
-    FailLater(ENOBUFS);
+NotifyingSocket::State NotifyingSocket::Core::Status() const {
+  if (listener_.IsOpen()) return State::kListening;
+  switch (connection_.Status()) {
+    case TcpConnection::State::kClosed:
+      return hasFailed_ ? State::kFailed : State::kClosed;
+    case TcpConnection::State::kConnecting:
+      return State::kConnecting;
+    default:
+      return connection_.HasPeerEnded() ? State::kEnded : State::kConnected;
   }
+}
+
+void NotifyingSocket::Core::Close() {
+  connection_.Close();
+  listener_.Close();
+  waiting_.clear();
+  sending_ = waitingBytes_ = 0;
+  hasFailed_ = false;
+  ++generation_;
+}
+
+void NotifyingSocket::Core::Connect(const SocketAddress& peer) {
+  Close();
+  lastError_ = 0;
+  if (const int error = connection_.Connect(Endpoint(peer.address, peer.port))) FailLater(error);
 }
 
 bool NotifyingSocket::Core::Listen(const SocketAddress& own) {
-  Shut(State::kClosed);
+  Close();
   lastError_ = 0;
-  UniqueDescriptor listener(OpenTcp());
-  const sockaddr_in name = SystemAddress(own);
-  if (!listener.IsOpen() || !SetSocketOption(listener.Get(), SocketOption::kReuseAddress, 1) ||
-      bind(listener.Get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
-      listen(listener.Get(), SOMAXCONN) != 0) {
-    return Refuse(SocketErrorOf(errno));
-  }
-  descriptor_ = std::move(listener);
-  state_ = State::kListening;
-  if (UpdateWatch()) return true;
-  Shut(State::kClosed);
-  return Refuse(SocketErrorOf(ENOBUFS));
+  const int error = listener_.Open(Endpoint(own.address, own.port), TcpListener::Manner::kPlain);
+  return error == 0 || Refuse(error);
 }
 
 // Takes over a connection that came to a listener.
-void NotifyingSocket::Core::Adopt(int descriptor) {
-  descriptor_ = UniqueDescriptor(descriptor);
-  state_ = State::kConnected;
-  if (!UpdateWatch()) FailLater(ENOBUFS);
-}
-
-void NotifyingSocket::Core::Shut(State state) {
-  loop_.Unwatch(std::exchange(watch_, 0));
-  watched_ = 0;
-  descriptor_ = UniqueDescriptor(-1);
-  rest_.Enabled(false);
-  waiting_.clear();
-  waitingBytes_ = 0;
-  failureDue_ = 0;
-  sentDue_ = false;
-  ++generation_;
-  state_ = state;
+void NotifyingSocket::Core::Adopt(UniqueDescriptor socket, const Endpoint& peer) {
+  connection_.Adopt(std::move(socket), peer);
+  if (!connection_.Watch()) FailLater(ENOBUFS);
 }
 
 bool NotifyingSocket::Core::Option(SocketOption option, std::int32_t value) {
-  return SetSocketOption(descriptor_.Get(), option, value) || Refuse(SocketErrorOf(errno));
-}
-
-// ---- What the loop waits for.
-
-// The one place that says which events a socket in its present state is watched for.
-std::uint32_t NotifyingSocket::Core::WantedEvents() const {
-  const std::uint32_t forWriting = waiting_.empty() ? 0u : std::uint32_t{EPOLLOUT};
-  switch (state_) {
-    case State::kListening:
-      return rest_.Enabled() ? 0u : std::uint32_t{EPOLLIN};
-    case State::kConnecting:
-      return EPOLLOUT;
-    case State::kConnected:
-      return EPOLLIN | forWriting;
-    case State::kEnded:
-      return forWriting;
-    default:
-      return 0;
-  }
-}
-
-// False when the kernel refuses to watch the socket.
-bool NotifyingSocket::Core::UpdateWatch() {
-  const std::uint32_t wanted = WantedEvents();
-  if (watch_ == 0) {
-    watch_ = loop_.Watch(descriptor_.Get(), wanted, *this, 0);
-  } else if (wanted != watched_) {
-    loop_.Change(watch_, wanted);
-  }
-  watched_ = wanted;
-  return watch_ != 0;
-}
-
-void NotifyingSocket::Core::OnEvents(std::uint64_t, std::uint32_t events) {
-  const auto self = shared_from_this();  // a handler may destroy the socket
-  if (state_ == State::kListening) {
-    AcceptWaiting();
-  } else if (state_ == State::kConnecting) {
-    FinishConnecting();
-  } else {
-    ServeConnection(events);
-  }
-}
-
-// What is due was due when the socket was last used; a socket that was closed since has nothing due.
-void NotifyingSocket::Core::OnNotice(std::uint64_t) {
-  const auto self = shared_from_this();
-  if (failureDue_ != 0) {
-    Fail(failureDue_);
-  } else if (std::exchange(sentDue_, false)) {
-    Raise(&SocketHandlers::Sent);
-  }
+  return SetSocketOption(Descriptor(), option, value) || Refuse(errno);
 }
 
 // ---- Notifications.
@@ -241,132 +132,98 @@ void NotifyingSocket::Core::Raise(Handler SocketHandlers::*which, Arguments&&...
   }
 }
 
-bool NotifyingSocket::Core::Refuse(std::int32_t number) {
-  lastError_ = number;
+bool NotifyingSocket::Core::Refuse(int error) {
+  lastError_ = SocketErrorOf(error);
   return false;
 }
 
-// Lets go of the descriptor now, and tells of it out of the loop.
+// Closes now, and reports it from the loop.
 void NotifyingSocket::Core::FailLater(int error) {
-  Shut(State::kFailed);
-  lastError_ = failureDue_ = SocketErrorOf(error);
-  loop_.Post(*this, 0);
+  Close();
+  hasFailed_ = true;
+  Refuse(error);
+  loop_.Core().Post(this, [this, generation = generation_] {
+    if (generation_ != generation) return;
+    Raise(&SocketHandlers::Failed, lastError_, std::string(SocketErrorText(lastError_)));
+  });
 }
 
-void NotifyingSocket::Core::Fail(std::int32_t number) {
-  Shut(State::kFailed);
-  lastError_ = number;
-  Raise(&SocketHandlers::Failed, number, std::string(SocketErrorText(number)));
+void NotifyingSocket::Core::OnFailed(TcpConnection&, int error) {
+  Close();
+  hasFailed_ = true;
+  Refuse(error);
+  Raise(&SocketHandlers::Failed, lastError_, std::string(SocketErrorText(lastError_)));
 }
 
-// ---- Connecting and listening.
+// ---- Listening.
 
-void NotifyingSocket::Core::FinishConnecting() {
-  const int error = PendingError(descriptor_.Get());
-  if (error != 0) {
-    Fail(SocketErrorOf(error));
-    return;
-  }
-  state_ = State::kConnected;
-  UpdateWatch();
-  Raise(&SocketHandlers::Connected);
-}
-
-void NotifyingSocket::Core::AcceptWaiting() {
+void NotifyingSocket::Core::OnConnectionWaiting(TcpListener&) {
   const std::uint64_t generation = generation_;
   for (int left = kAcceptsPerTurn; left > 0 && generation_ == generation; --left) {
-    const int descriptor = accept4(descriptor_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (descriptor >= 0) {
-      auto connection = std::make_shared<Core>(eventLoop_);
-      connection->Adopt(descriptor);
+    Endpoint peer;
+    int error = 0;
+    UniqueDescriptor accepted = listener_.Accept(peer, error);
+    if (accepted.IsOpen()) {
+      auto connection = std::make_shared<Core>(loop_);
+      connection->Adopt(std::move(accepted), peer);
       Raise(&SocketHandlers::Accepted, NotifyingSocket(std::move(connection)));
-    } else if (errno == EAGAIN) {
+    } else if (error == EAGAIN) {
       return;
-    } else if (errno != EINTR && errno != ECONNABORTED) {
-      Rest();
+    } else if (error != EINTR && error != ECONNABORTED) {
+      Refuse(error);
+      listener_.Pause();
       return;
     }
   }
 }
 
-void NotifyingSocket::Core::Rest() {
-  Refuse(SocketErrorOf(errno));
-  rest_.Enabled(true);
-  UpdateWatch();
-}
-
-void NotifyingSocket::Core::EndRest() {
-  rest_.Enabled(false);
-  UpdateWatch();
-}
-
 // ---- Connections.
 
-void NotifyingSocket::Core::ServeConnection(std::uint32_t events) {
-  const std::uint64_t generation = generation_;
-  const bool broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
-  int error = broken && state_ == State::kEnded ? ECONNRESET : 0;
-  if (error == 0 && !waiting_.empty() && (broken || (events & EPOLLOUT) != 0)) {
-    error = Write();
-    if (error == 0 && waiting_.empty()) Raise(&SocketHandlers::Sent);
-  }
-  if (generation_ != generation) return;
-  if (error != 0) {
-    Fail(SocketErrorOf(error));
-    return;
-  }
-  if (state_ == State::kConnected && (broken || (events & EPOLLIN) != 0)) Read();
-  if (generation_ == generation) UpdateWatch();
+std::span<char> NotifyingSocket::Core::ReadBuffer() {
+  if (!chunk_) chunk_ = std::make_unique<std::array<char, kChunkBytes>>();
+  return *chunk_;
 }
 
-void NotifyingSocket::Core::Read() {
-  std::array<char, kChunkBytes> chunk;
-  const ssize_t count = recv(descriptor_.Get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
-  if (count > 0) {
-    Raise(&SocketHandlers::Data, std::string_view(chunk.data(), static_cast<std::size_t>(count)));
-  } else if (count == 0) {
-    state_ = State::kEnded;
-    Raise(&SocketHandlers::Closed);
-  } else if (errno != EAGAIN && errno != EINTR) {
-    Fail(SocketErrorOf(errno));
-  }
+void NotifyingSocket::Core::OnData(TcpConnection&, std::string_view bytes) {
+  const std::string own(bytes);  // the handler may yield, and more be read meanwhile
+  Raise(&SocketHandlers::Data, std::string_view(own));
 }
 
 bool NotifyingSocket::Core::Send(std::string bytes) {
-  if (state_ != State::kConnected && state_ != State::kEnded) return Refuse(SocketErrorNumber::kNotConnected);
-  if (waitingBytes_ >= kMaxWaitingBytes || waiting_.size() >= kMaxWaitingTexts)
-    return Refuse(SocketErrorNumber::kWouldBlock);
-  const std::size_t size = bytes.size();
-  const bool first = waiting_.empty();
-  waiting_.push_back({Outgoing(Answer{std::move(bytes), std::string()}), size});
-  waitingBytes_ += size;
-  sentDue_ = false;
-  if (!first) return true;
-  const int error = Write();
-  if (error != 0) {
-    FailLater(error);
-    return false;
+  const State state = Status();
+  if (state != State::kConnected && state != State::kEnded) return Refuse(ENOTCONN);
+  const std::size_t waitingTexts = waiting_.size() + (sending_ > 0 ? 1 : 0);
+  if (waitingBytes_ >= kMaxWaitingBytes || waitingTexts >= kMaxWaitingTexts) return Refuse(EAGAIN);
+  if (connection_.Status() == TcpConnection::State::kSending) {
+    waitingBytes_ += bytes.size();
+    waiting_.push_back(std::move(bytes));
+    return true;
   }
-  if (waiting_.empty()) {
-    sentDue_ = true;
-    loop_.Post(*this, 0);
-  } else {
-    UpdateWatch();
-  }
-  return true;
+  const int error = SendNext(std::move(bytes));
+  if (error == 0) return true;
+  FailLater(error);
+  return false;
 }
 
-// Gives the kernel what it takes. The error of a broken connection, 0 for none.
-int NotifyingSocket::Core::Write() {
-  while (!waiting_.empty()) {
-    Waiting& next = waiting_.front();
-    const Outgoing::Result result = next.outgoing.Step(descriptor_.Get());
-    if (result == Outgoing::Result::kFailed) return next.outgoing.Error();
-    if (result != Outgoing::Result::kDone) return 0;
-    waitingBytes_ -= next.size;
+// Gives the connection a text; what the kernel does not take of it waits.
+int NotifyingSocket::Core::SendNext(std::string bytes) {
+  const std::size_t size = bytes.size();
+  const int error = connection_.Send(Answer{std::move(bytes), std::string()}, false);
+  if (connection_.Status() != TcpConnection::State::kSending) return error;
+  sending_ = size;
+  waitingBytes_ += size;
+  return error;
+}
+
+void NotifyingSocket::Core::OnSent(TcpConnection&) {
+  waitingBytes_ -= std::exchange(sending_, 0);
+  if (waiting_.empty()) return Raise(&SocketHandlers::Sent);
+  while (!waiting_.empty() && connection_.Status() != TcpConnection::State::kSending) {
+    std::string next = std::move(waiting_.front());
     waiting_.pop_front();
+    waitingBytes_ -= next.size();
+    if (const int error = SendNext(std::move(next))) return FailLater(error);
   }
-  return 0;
 }
 
 // ---- The handle.
@@ -377,14 +234,20 @@ NotifyingSocket::NotifyingSocket(std::shared_ptr<Core> core) : core_(std::move(c
 
 NotifyingSocket& NotifyingSocket::operator=(NotifyingSocket&& other) noexcept {
   if (this == &other) return *this;
-  if (core_) core_->Shut(State::kClosed);
+  Drop();
   core_ = std::move(other.core_);
   return *this;
 }
 
-// A handler that is running keeps the core a little longer: it must be closed and deaf all the same.
-NotifyingSocket::~NotifyingSocket() {
-  if (core_) core_->Shut(State::kClosed);
+NotifyingSocket::~NotifyingSocket() { Drop(); }
+
+// One of its handlers may be running: it is closed and reports nothing more now, and is deleted later.
+void NotifyingSocket::Drop() {
+  if (!core_) return;
+  core_->Close();
+  core_->Handlers({});
+  EventLoop& loop = core_->Loop();
+  loop.DeleteLater(std::move(core_));
 }
 
 void NotifyingSocket::Handlers(SocketHandlers handlers) { core_->Handlers(std::move(handlers)); }
@@ -401,17 +264,19 @@ bool NotifyingSocket::Send(std::string bytes) { return core_->Send(std::move(byt
 
 std::size_t NotifyingSocket::WaitingBytes() const { return core_->WaitingBytes(); }
 
-void NotifyingSocket::Close() { core_->Shut(State::kClosed); }
+void NotifyingSocket::Close() { core_->Close(); }
 
 std::optional<SocketAddress> NotifyingSocket::PeerAddress() const {
-  return core_->Address([](int socket, sockaddr* name, socklen_t* size) { return getpeername(socket, name, size); });
+  return AddressOf(Endpoint::PeerOf(core_->Descriptor()));
 }
 
 std::optional<SocketAddress> NotifyingSocket::OwnAddress() const {
-  return core_->Address([](int socket, sockaddr* name, socklen_t* size) { return getsockname(socket, name, size); });
+  return AddressOf(Endpoint::OwnOf(core_->Descriptor()));
 }
 
-std::optional<std::int32_t> NotifyingSocket::Option(SocketOption option) const { return core_->Option(option); }
+std::optional<std::int32_t> NotifyingSocket::Option(SocketOption option) const {
+  return GetSocketOption(core_->Descriptor(), option);
+}
 
 bool NotifyingSocket::Option(SocketOption option, std::int32_t value) { return core_->Option(option, value); }
 

@@ -81,7 +81,7 @@ class NotifyingSocket {
   // So many connections a listener takes from its queue before others have their turn.
   static constexpr int kAcceptsPerTurn = 32;
   // How long a listener rests when there are no descriptors for its connections; they stay in the kernel's queue.
-  static constexpr std::int32_t kRestMilliseconds = 250;
+  static constexpr std::int32_t kRestMilliseconds = 250;  // TcpListener::kPauseMilliseconds
 
   enum class State {
     kClosed,
@@ -142,8 +142,9 @@ class NotifyingSocket {
  private:
   class Core;
   explicit NotifyingSocket(std::shared_ptr<Core> core);
+  void Drop();
 
-  std::shared_ptr<Core> core_;  // a handler that is running holds it too
+  std::shared_ptr<Core> core_;
 };
 
 }  // namespace TesselServer

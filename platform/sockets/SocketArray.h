@@ -5,8 +5,8 @@
 // of its past. A handler may close, unload and reload any element, its own included.
 //
 // Thread:    the loop's thread.
-// Ownership: owns its descriptors. Must not die inside one of its notifications: its owner is buried in the loop
-//            (LoopCore::Bury) instead.
+// Ownership: owns its descriptors. Must not die inside one of its notifications: its owner is given to
+//            EventLoop::DeleteLater instead.
 // Errors:    Error 360 from Load; socket errors (10004 to 11004) from Bind, Listen and SendData. An element that does
 //            not exist counts as not free, and what is asked of it does nothing.
 #pragma once
@@ -15,17 +15,17 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "platform/loop/LoopCore.h"
-#include "platform/loop/Timer.h"
 #include "platform/sockets/Answer.h"
-#include "platform/sockets/Closings.h"
+#include "platform/sockets/Endpoint.h"
 #include "platform/sockets/IndexSet.h"
 #include "platform/sockets/Lingering.h"
-#include "platform/sockets/Outgoing.h"
+#include "platform/sockets/TcpConnection.h"
+#include "platform/sockets/TcpListener.h"
 
 namespace TesselServer {
 
@@ -39,7 +39,7 @@ enum class SocketState : std::int32_t {
   kError = 9,      // failed
 };
 
-// What the owner of the array hears.
+// What the owner of the array is told.
 class SocketNotifications {
  public:
   // A connection waits on the listening element `Index`: take it with Accept(requestID) before returning. When no
@@ -60,27 +60,14 @@ class SocketNotifications {
   ~SocketNotifications() = default;
 };
 
-class SocketArray : private LoopClient {
+class SocketArray : private TcpConnection::Client, private TcpListener::Client {
  public:
   // A notification of data carries at most this many bytes; it is also what one connection may read in a turn.
   static constexpr std::size_t kChunkBytes = 64 * 1024;
-  // So many connections are taken from the listener's queue in one go before others have their turn. They are taken and
-  // read together and then served one after the other.
-  static constexpr int kAcceptsPerTurn = 16;
-  // No further connection is taken together with others when there is less room for its bytes.
-  static constexpr std::size_t kLeastRoom = 8 * 1024;
+  // So many connections are accepted before others have their turn.
+  static constexpr int kAcceptsPerTurn = 1;
   // How soon a connection that found no element is offered again, and how long a lack of descriptors is waited out.
-  static constexpr std::int32_t kOfferAgainMilliseconds = 250;
-  // A connection that sends nothing is kept by the kernel alone for about so long (TCP_DEFER_ACCEPT, tcp(7)).
-  static constexpr int kDeferAcceptSeconds = 30;
-  // When a silent connection is probed, so that dead peers come to light (SO_KEEPALIVE, tcp(7)).
-  static constexpr int kKeepAliveIdleSeconds = 60;
-  static constexpr int kKeepAliveIntervalSeconds = 10;
-  static constexpr int kKeepAliveProbes = 6;
-  // What the kernel keeps of an answer beyond what is on its way (TCP_NOTSENT_LOWAT, tcp(7)); it asks for more when
-  // half of it is left. Less waits in its memory for clients that are slow, and what waits is still in the processor's
-  // cache. Half of it is no less than a segment can be: the kernel may hold back so much until more comes (MSG_MORE).
-  static constexpr int kUnsentBytes = 128 * 1024;
+  static constexpr std::int32_t kOfferAgainMilliseconds = TcpListener::kPauseMilliseconds;
   static constexpr std::int32_t kMaxIndex = 10000;
 
   SocketArray(EventLoop& loop, SocketNotifications& owner);
@@ -115,9 +102,14 @@ class SocketArray : private LoopClient {
   // for a text that is no IPv4 address.
   void LocalPort(std::int32_t index, std::int32_t port);
   void Bind(std::int32_t index, std::int32_t port, const std::string& ip);
+  // Takes the kernel's listening socket off the element, which is closed then, so that it outlives the renewal of the
+  // element: clients that have connected and not sent anything are known to that socket alone. Nothing when the
+  // element does not listen.
+  std::shared_ptr<TcpListener> Keep(std::int32_t index);
   // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
-  // outside 0 to 65535; the element is then closed as before.
-  void Listen(std::int32_t index);
+  // outside 0 to 65535; the element is then closed as before. A socket that was kept is used again when it listens on
+  // this address and is in order; otherwise it is closed as soon as the new one is open.
+  void Listen(std::int32_t index, std::shared_ptr<TcpListener> kept = nullptr);
   // The port that the element listens on, 0 when it does not.
   std::int32_t BoundPort(std::int32_t index) const;
   // Raises ConnectionRequest now if a connection is waiting in the listener's queue.
@@ -153,8 +145,6 @@ class SocketArray : private LoopClient {
   void InputMayCome(std::int32_t index, bool mayCome);
 
   // Closes the connection or the listener; the element is free at once. An orderly close goes on in the background.
-  // Inside a turn of the loop a connection of which nothing more is to come is closed with others, at the end of the
-  // turn.
   void Close(std::int32_t index);
 
   // The peer's address as dotted text, "" when the element carries no connection.
@@ -169,94 +159,56 @@ class SocketArray : private LoopClient {
     bool loaded = false;
     SocketState state = SocketState::kClosed;
     std::uint64_t generation = 0;
-    int descriptor = -1;
-    WatchId watch = 0;
-    std::uint32_t watched = 0;  // the events it is watched for
-    // listening
-    std::uint32_t localAddress = 0;  // network byte order, 0 = all
-    std::int32_t localPort = 0;
-    bool paused = false;  // a connection found no element: not heard until one is free
-    // connected
-    std::uint32_t peerAddress = 0;
-    bool peerEnded = false;
-    bool answerPending = false;
-    bool inputMayCome = true;
-    bool drained = true;        // the last read took all there was
-    bool sendFinished = false;  // SendComplete is due
-    std::unique_ptr<Outgoing> outgoing;
+    Endpoint local;
+    std::int32_t localPort = 0;                 // as it was given; one that is none is refused by Listen
+    std::shared_ptr<TcpListener> listener;      // while kListening
+    std::shared_ptr<TcpConnection> connection;  // open while kConnected; kept for the next one
   };
-  enum class OfferResult { kTaken, kRefused, kGone, kFailed };
-  // Bytes that were read as their connection was taken, and of which the owner has not heard yet.
-  struct Arrival {
-    std::int32_t index = 0;
-    std::uint64_t generation = 0;
-    std::size_t begin = 0;  // within chunk_
-    std::size_t size = 0;
+  // A connection that is being offered to the owner.
+  struct Offer {
+    TcpListener& listener;
+    std::int32_t request;
+    std::int32_t takenBy = -1;  // the element
+    bool isGone = false;
+    bool elementCameFree = false;
+    bool othersWait = false;  // a listener has reported meanwhile, and is paused
   };
 
-  void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
-  void OnNotice(std::uint64_t cookie) override;
-  void OnTurnEnd() noexcept override;
+  std::span<char> ReadBuffer() override { return chunk_; }
+  void OnData(TcpConnection& connection, std::string_view bytes) override;
+  void OnPeerEnded(TcpConnection& connection) override;
+  void OnSent(TcpConnection& connection) override;
+  void OnFailed(TcpConnection& connection, int error) override;
+  void OnConnectionWaiting(TcpListener& listener) override;
 
   Element* Find(std::int32_t index);
   const Element* Find(std::int32_t index) const;
   Element* FindConnected(std::int32_t index);
+  Element& ElementOf(std::uint64_t cookie) { return elements_[static_cast<std::size_t>(cookie)]; }
+  std::int32_t Lowest(const IndexSet& set, std::int32_t from, std::int32_t to) const;
   void SetState(Element& element, SocketState state);
   void Shut(Element& element);
-  std::uint32_t WantedEvents(const Element& element) const;
-  bool UpdateWatch(Element& element);
-  void ResumeListeners();
-
-  void ServeListener(Element& listener, bool known);
-  bool MayTakeAnother(const Element& listener);
-  void FirstBytes(Element& element);
-  void ReadOn(Element& element, std::size_t begin, std::size_t size);
-  bool AnnounceArrivals() noexcept;
-  void TellArrivals();
-  void DeliverArrivals(bool all);
-  template <typename Action>
-  void OrClose(const Element& element, const Action& action);
-  void Hear(Element& element, std::size_t begin, std::size_t size);
-  OfferResult Offer(Element& listener);
-  void Pause(Element& listener);
-  void ServeConnection(Element& element, bool readable, bool writable);
-  void AfterNotifications(Element& element, std::uint64_t generation);
-  std::int64_t Receive(Element& element, std::size_t begin);
-  void Read(Element& element);
-  void EndOfReading(Element& element, std::int64_t count);
-  void PeerEnded(Element& element);
   void FollowPeer(Element& element);
-  bool Write(Element& element);
-  void FinishSend(Element& element);
-  void Fail(Element& element, int error);
+  void ReadFirst(Element& element);
+  void Pause(TcpListener& listener);
+  void ResumePausedSoon();
+  void ResumePaused();
 
-  LoopCore& loop_;
+  EventLoop& loop_;
   SocketNotifications& owner_;
   Lingering lingering_;
-  Closings closings_;
-  Timer offerAgain_;                  // runs while a listener is paused
-  std::vector<std::int32_t> paused_;  // the listeners that are
-  std::deque<Element> elements_;      // by number; a deque, so that a reference holds while others are loaded
+  std::deque<Element> elements_;  // by number; a deque, so that a reference holds while others are loaded
   IndexSet closed_;
   IndexSet free_;
   std::uint64_t lastGeneration_ = 0;
   std::int32_t lastRequest_ = 0;
+  Offer* offer_ = nullptr;
+  std::vector<std::int32_t> paused_;  // listening elements that may be
+  bool resumePosted_ = false;
 
-  Element* offered_ = nullptr;    // the listener whose connection is being offered
-  std::int32_t acceptedOn_ = -1;  // the element that took it
-  bool acceptGone_ = false;
-  bool acceptFailed_ = false;
-  bool freedMeanwhile_ = false;  // an element came free while the connection was being offered
-
-  std::array<char, kChunkBytes> chunk_;  // what the latest reads have brought
-  std::array<Arrival, kAcceptsPerTurn> arrivals_;
-  std::size_t arrivalsBegin_ = 0;
-  std::size_t arrivalsEnd_ = 0;
-  bool arrivalsAnnounced_ = false;  // a notice for them is under way
-  std::uint64_t arrivalsTold_ = 0;  // of so many the owner has heard, ever
-  std::uint64_t toldInPass_ = 0;    // the pass of the loop in which it heard of the latest
-  std::string_view heard_;          // the part of chunk_ that is told of
-  std::int32_t heardIndex_ = -1;
+  std::array<char, kChunkBytes> chunk_;  // what the latest read has brought
+  std::string_view arrived_;             // the part of it that the owner is told of
+  std::int32_t arrivedIndex_ = -1;
 };
 
 }  // namespace TesselServer

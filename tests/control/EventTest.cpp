@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "control/Event.h"
 #include "tests/kit/TestControl.h"
 
 namespace TesselServer {

@@ -40,23 +40,23 @@ class Pipe {
   int ends_[2] = {-1, -1};
 };
 
-// Does what the test tells it with each event and each notice, and takes its notices back when it dies.
+// Does what the test tells it with each event and each task of its own, and takes its tasks back when it dies.
 class LoopEar : public LoopClient {
  public:
   explicit LoopEar(LoopCore& core) : core_(core) {}
   LoopEar(const LoopEar&) = delete;
   LoopEar& operator=(const LoopEar&) = delete;
-  ~LoopEar() { core_.Forget(*this); }
+  ~LoopEar() { core_.Withdraw(this); }
 
   std::function<void(std::uint64_t)> onEvents = [](std::uint64_t) {};
-  std::function<void(std::uint64_t)> onNotice = [](std::uint64_t) {};
-  std::function<void()> onTurnEnd = [] {};
+  std::function<void(std::uint64_t)> onTask = [](std::uint64_t) {};
 
   WatchId Watch(const Pipe& pipe, std::uint64_t cookie) { return core_.Watch(pipe.ReadEnd(), EPOLLIN, *this, cookie); }
+  void Post(std::uint64_t cookie) {
+    core_.Post(this, [this, cookie] { onTask(cookie); });
+  }
 
   void OnEvents(std::uint64_t cookie, std::uint32_t) override { onEvents(cookie); }
-  void OnNotice(std::uint64_t cookie) override { onNotice(cookie); }
-  void OnTurnEnd() noexcept override { onTurnEnd(); }
 
  private:
   LoopCore& core_;

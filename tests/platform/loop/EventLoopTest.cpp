@@ -97,12 +97,12 @@ TEST(EventLoopRunTest, EndsTheTurnInWhichItIsStopped) {
   EventLoop loop;
   Kit::LoopEar ear(loop.Core());
   std::string heard;
-  ear.onNotice = [&](std::uint64_t cookie) {
+  ear.onTask = [&](std::uint64_t cookie) {
     heard += std::to_string(cookie);
     if (cookie == 1) loop.Stop();
   };
-  loop.Core().Post(ear, 1);
-  loop.Core().Post(ear, 2);
+  ear.Post(1);
+  ear.Post(2);
   loop.Run();
   EXPECT_EQ(heard, "12");
 }
@@ -400,11 +400,11 @@ TEST_F(EventLoopDescriptorTest, TellsOfWorkLeftOverFromATurn) {
   loop.Descriptor();
   Kit::LoopEar ear(loop.Core());
   std::string heard;
-  ear.onNotice = [&](std::uint64_t cookie) {
+  ear.onTask = [&](std::uint64_t cookie) {
     heard += std::to_string(cookie);
-    if (cookie < 3) loop.Core().Post(ear, cookie + 1);
+    if (cookie < 3) ear.Post(cookie + 1);
   };
-  loop.Core().Post(ear, 1);
+  ear.Post(1);
   EXPECT_TRUE(Readable(0)) << "work given from outside a turn";
   loop.RunOnce(0);
   EXPECT_EQ(heard, "1");
@@ -416,13 +416,13 @@ TEST_F(EventLoopDescriptorTest, TellsOfWorkLeftOverFromATurn) {
 TEST_F(EventLoopDescriptorTest, MayBeAskedForInsideANotificationAndTellsOfTheRest) {
   Kit::LoopEar ear(loop.Core());
   std::string heard;
-  ear.onNotice = [&](std::uint64_t cookie) {
+  ear.onTask = [&](std::uint64_t cookie) {
     heard += std::to_string(cookie);
     if (cookie > 1) return;
     loop.Descriptor();
-    loop.Core().Post(ear, 2);
+    ear.Post(2);
   };
-  loop.Core().Post(ear, 1);
+  ear.Post(1);
   loop.RunOnce(0);
   EXPECT_TRUE(Readable(0));
   FollowDescriptor();
@@ -434,6 +434,94 @@ TEST_F(EventLoopDescriptorTest, TellsOfAStop) {
   loop.Stop();
   EXPECT_TRUE(Readable(0));
   loop.RunOnce(0);
+  EXPECT_FALSE(Readable(0));
+}
+
+// Calls RunOnce inside handlers, each inside the one before, as deep as it delivers, and does `innermost` there.
+class Nested {
+ public:
+  Nested(EventLoop& loop, std::size_t depth, std::function<void()> innermost) : ear_(loop.Core()), pipes_(depth) {
+    for (std::size_t i = 0; i < depth; ++i) ear_.Watch(pipes_[i], i);
+    ear_.onEvents = [this, &loop, innermost](std::uint64_t cookie) {
+      pipes_[cookie].Drain();
+      if (++entered_ == pipes_.size()) return innermost();
+      pipes_[entered_].Fill();
+      loop.RunOnce(0);
+    };
+    pipes_[0].Fill();
+    loop.RunOnce(0);
+  }
+  std::size_t Entered() const { return entered_; }
+
+ private:
+  Kit::LoopEar ear_;
+  std::vector<Kit::Pipe> pipes_;
+  std::size_t entered_ = 0;
+};
+
+TEST_F(EventLoopDescriptorTest, AtTheGreatestDepthNothingIsAnnouncedAndNothingDelivered) {
+  loop.Descriptor();
+  Kit::LoopEar ear(loop.Core());
+  Kit::Pipe pipe;
+  Timer timer(loop);
+  int ticks = 0, heard = 0;
+  ear.onEvents = [&](std::uint64_t) {
+    ++heard;
+    pipe.Drain();
+  };
+  ear.onTask = [&](std::uint64_t) { ++heard; };
+  ear.Watch(pipe, 0);
+  const Nested nested(loop, EventLoop::kMaxNesting + 1, [&] {
+    pipe.Fill();
+    ear.Post(1);
+    loop.Post([&] { ++heard; });
+    Every(timer, 1, [&] { ++ticks; });
+    EXPECT_FALSE(Readable(20));
+    EXPECT_FALSE(loop.RunOnce(0));
+    loop.DoEvents();
+    EXPECT_EQ(heard, 0);
+  });
+  EXPECT_EQ(nested.Entered(), static_cast<std::size_t>(EventLoop::kMaxNesting) + 1);
+  EXPECT_TRUE(Readable(0)) << "afterwards it is";
+  FollowDescriptor();
+  EXPECT_EQ(heard, 3);
+  timer.Enabled(false);
+}
+
+TEST_F(EventLoopDescriptorTest, InsideAHandlerItIsReadableForWhatCanBeDelivered) {
+  loop.Descriptor();
+  Kit::LoopEar ear(loop.Core());
+  Kit::Pipe pipe;
+  Timer timer(loop);
+  int ticks = 0;
+  ear.onEvents = [&](std::uint64_t) { pipe.Drain(); };
+  ear.Watch(pipe, 0);
+  const Nested nested(loop, 2, [&] {
+    EXPECT_FALSE(Readable(0));
+    ear.Post(1);
+    EXPECT_TRUE(Readable(0)) << "a task";
+    EXPECT_TRUE(loop.RunOnce(0));
+    EXPECT_FALSE(Readable(0));
+    pipe.Fill();
+    EXPECT_TRUE(Readable(0)) << "an event";
+    EXPECT_TRUE(loop.RunOnce(0));
+    Every(timer, 1, [&] { ++ticks; });
+    EXPECT_FALSE(Readable(10)) << "timers wait for the end of the turn";
+    EXPECT_FALSE(loop.RunOnce(0));
+  });
+  EXPECT_TRUE(Readable(1000));
+  loop.RunOnce(0);
+  EXPECT_EQ(ticks, 1);
+}
+
+TEST_F(EventLoopDescriptorTest, TellsOfATaskThatAnotherThreadPosts) {
+  loop.Descriptor();
+  bool ran = false;
+  std::thread other([&] { loop.Post([&] { ran = true; }); });
+  EXPECT_TRUE(Readable(4000));
+  other.join();
+  EXPECT_TRUE(loop.RunOnce(0));
+  EXPECT_TRUE(ran);
   EXPECT_FALSE(Readable(0));
 }
 
@@ -468,6 +556,62 @@ TEST_F(EventLoopDescriptorTest, AHostThatFollowsItServesEveryClient) {
     EXPECT_FALSE(client->WasReset());
   }
 }
+
+// ---- Its thread.
+
+TEST(EventLoopThreadTest, IsTheOneThatRunsIt) {
+  EventLoop loop;
+  Timer timer(loop);  // made here, and handed over
+  Every(timer, 1000, [] {});
+  loop.Core().Thread().Start();
+  std::thread other([&] {
+    EXPECT_TRUE(IsOnThreadOf(&loop)) << "whoever comes first after a start";
+    loop.RunOnce(0);
+  });
+  other.join();
+  EXPECT_FALSE(IsOnThreadOf(&loop));
+  EXPECT_TRUE(IsOnThreadOf(nullptr));
+}
+
+TEST(EventLoopThreadTest, BeforeTheFirstTurnItMayBeHandedOver) {
+  EventLoop loop;
+  loop.Core().Thread().Start();
+  EXPECT_TRUE(IsOnThreadOf(&loop));
+  std::thread other([&] {
+    EXPECT_FALSE(IsOnThreadOf(&loop)) << "the other was first";
+    loop.RunOnce(0);
+    EXPECT_TRUE(IsOnThreadOf(&loop)) << "but this one runs it";
+  });
+  other.join();
+}
+
+TEST(EventLoopThreadTest, AfterRunItBelongsToWhicheverComesNext) {
+  EventLoop loop;
+  std::thread other([&] {
+    loop.Stop();
+    loop.Run();
+  });
+  other.join();
+  EXPECT_TRUE(IsOnThreadOf(&loop));
+  loop.RunOnce(0);
+}
+
+#ifndef NDEBUG
+TEST(EventLoopThreadDeathTest, DebugBuildsAssertIt) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EventLoop loop;
+  Timer timer(loop);
+  loop.RunOnce(0);
+  const auto elsewhere = [](const std::function<void()>& use) { std::thread(use).join(); };
+  EXPECT_DEATH(elsewhere([&] { loop.RunOnce(0); }), "");
+  EXPECT_DEATH(elsewhere([&] { loop.DoEvents(); }), "");
+  EXPECT_DEATH(elsewhere([&] { loop.Descriptor(); }), "");
+  EXPECT_DEATH(elsewhere([&] { timer.Enabled(true); }), "");
+  EXPECT_DEATH(elsewhere([&] { timer.Interval(5); }), "");
+  EXPECT_DEATH(elsewhere([&] { loop.HandlerFailed = nullptr; }), "");
+  elsewhere([&] { loop.Post([] {}); });
+}
+#endif
 
 // ---- Its descriptors.
 

@@ -9,6 +9,7 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/loop/LoopCore.h"
+#include "platform/loop/Timer.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/Pipe.h"
 
@@ -22,7 +23,7 @@ class LoopCoreTest : public testing::Test {
       heard += std::to_string(cookie);
       pipes[cookie].Drain();
     };
-    ear.onNotice = [this](std::uint64_t cookie) { heard += "n" + std::to_string(cookie); };
+    ear.onTask = [this](std::uint64_t cookie) { heard += "n" + std::to_string(cookie); };
   }
 
   // What one turn, or one call of DoEvents outside a turn, brings.
@@ -175,47 +176,20 @@ TEST_F(LoopCoreTest, ATurnThatHasTakenItsTimeLeavesTheRestToTheNext) {
   EXPECT_EQ(Turn(), "");
 }
 
-TEST_F(LoopCoreTest, NoticesAreLeftToTheNextTurnAsWellAndEventsDoNotStarveThem) {
+TEST_F(LoopCoreTest, TasksAreLeftToTheNextTurnAsWellAndEventsDoNotStarveThem) {
   ear.onEvents = [this](std::uint64_t cookie) {
     heard += std::to_string(cookie);
     world.Advance(1);
   };
-  ear.onNotice = [this](std::uint64_t cookie) {
+  ear.onTask = [this](std::uint64_t cookie) {
     heard += "n" + std::to_string(cookie);
     world.Advance(1);
   };
   ear.Watch(pipes[0], 0);
   pipes[0].Fill();  // and never drained
-  core.Post(ear, 7);
-  core.Post(ear, 8);
+  ear.Post(7);
+  ear.Post(8);
   for (const char* expected : {"0n7", "0n8", "0"}) EXPECT_EQ(Turn(), expected);
-}
-
-TEST_F(LoopCoreTest, NoticesThatTakeNoTimeDoNotGatherInLongTurns) {
-  ear.onEvents = [this](std::uint64_t) {
-    for (std::uint64_t i = 0; i < 100; ++i) core.Post(ear, i);
-    world.Advance(1);
-  };
-  int noticed = 0;
-  ear.onNotice = [&](std::uint64_t) { ++noticed; };
-  ear.Watch(pipes[0], 0);
-  pipes[0].Fill();  // and never drained
-  for (int turn = 1; turn <= 5; ++turn) {
-    Turn();
-    EXPECT_EQ(noticed, turn * 100);
-  }
-}
-
-TEST_F(LoopCoreTest, ALongTurnIsOneForNoticesToo) {
-  ear.onEvents = [this](std::uint64_t) { world.Advance(1); };
-  ear.onNotice = [this](std::uint64_t cookie) { heard += std::to_string(cookie) + (loop.TurnIsLong() ? "l" : "s"); };
-  core.Post(ear, 1);
-  EXPECT_EQ(Turn(), "1s");
-  ear.Watch(pipes[0], 0);
-  pipes[0].Fill();
-  core.Post(ear, 2);
-  core.Post(ear, 3);
-  EXPECT_EQ(Turn(), "2l3l");
 }
 
 TEST_F(LoopCoreTest, WhoeverYieldsInALongTurnGetsTheNextAllTheSame) {
@@ -232,195 +206,124 @@ TEST_F(LoopCoreTest, WhoeverYieldsInALongTurnGetsTheNextAllTheSame) {
   EXPECT_EQ(Turn().size(), 2u);
 }
 
-// ---- Notices.
+// ---- Tasks.
 
-TEST_F(LoopCoreTest, ANoticeComesOnceInTheNextTurn) {
-  core.Post(ear, 5);
+TEST_F(LoopCoreTest, ATaskRunsOnceInTheNextTurn) {
+  ear.Post(5);
   EXPECT_EQ(Turn(), "n5");
   EXPECT_EQ(Turn(), "");
 }
 
-TEST_F(LoopCoreTest, NoticesComeInTheirOrderBehindTheEvents) {
+TEST_F(LoopCoreTest, TasksRunInTheirOrderAfterAnEvent) {
   ear.Watch(pipes[0], 0);
   pipes[0].Fill();
-  core.Post(ear, 1);
-  core.Post(ear, 2);
+  ear.Post(1);
+  ear.Post(2);
   EXPECT_EQ(Turn(), "0n1n2");
 }
 
-TEST_F(LoopCoreTest, ANoticeOfAnEventComesInTheSameTurn) {
+TEST_F(LoopCoreTest, ATaskPostedByAnEventRunsInTheSameTurn) {
   ear.onEvents = [this](std::uint64_t cookie) {
     pipes[cookie].Drain();
-    core.Post(ear, 9);
+    ear.Post(9);
   };
   ear.Watch(pipes[0], 0);
   pipes[0].Fill();
   EXPECT_EQ(Turn(), "n9");
 }
 
-TEST_F(LoopCoreTest, ANoticeOfANoticeWaitsForTheNextTurn) {
-  ear.onNotice = [this](std::uint64_t cookie) {
+TEST_F(LoopCoreTest, ATaskPostedByATaskWaitsForTheNextTurn) {
+  ear.onTask = [this](std::uint64_t cookie) {
     heard += "n" + std::to_string(cookie);
-    core.Post(ear, cookie + 1);
+    ear.Post(cookie + 1);
   };
-  core.Post(ear, 1);
+  ear.Post(1);
   EXPECT_EQ(Turn(), "n1");
   EXPECT_EQ(Turn(), "n2");
 }
 
-TEST_F(LoopCoreTest, AForgottenClientHearsNoNotice) {
+TEST_F(LoopCoreTest, TasksThatWereWithdrawnDoNotRun) {
   Kit::LoopEar other(core);
   std::string others;
-  other.onNotice = [&](std::uint64_t) { others += "o"; };
-  core.Post(ear, 1);
-  core.Post(other, 2);
-  core.Post(ear, 3);
-  core.Forget(ear);
+  other.onTask = [&](std::uint64_t) { others += "o"; };
+  ear.Post(1);
+  other.Post(2);
+  ear.Post(3);
+  core.Withdraw(&ear);
   EXPECT_EQ(Turn(), "");
   EXPECT_EQ(others, "o");
 }
 
-TEST_F(LoopCoreTest, AClientMayBeForgottenInsideANoticeOfAnother) {
+TEST_F(LoopCoreTest, ATaskMayBeWithdrawnInsideAnother) {
   auto other = std::make_unique<Kit::LoopEar>(core);
-  other->onNotice = [&](std::uint64_t) { heard += "dead"; };
-  ear.onNotice = [&](std::uint64_t) { other.reset(); };
-  core.Post(ear, 1);
-  core.Post(*other, 2);
+  other->onTask = [&](std::uint64_t) { heard += "dead"; };
+  ear.onTask = [&](std::uint64_t) { other.reset(); };
+  ear.Post(1);
+  other->Post(2);
   EXPECT_EQ(Turn(), "");
 }
 
-TEST_F(LoopCoreTest, TheEndOfATurnIsHeardOnceBehindItsNoticesAndBeforeItsTimers) {
-  Timer timer(loop);
-  timer.Interval(1);
-  timer.OnTick([this] { heard += "t"; });
-  timer.Enabled(true);
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onEvents = [this](std::uint64_t cookie) {
-    pipes[cookie].Drain();
-    for (int i = 0; i < 2; ++i) EXPECT_TRUE(core.AtTurnEnd(ear));
-    core.Post(ear, 9);
-  };
-  ear.Watch(pipes[0], 0);
-  pipes[0].Fill();
-  world.Advance(1);
-  EXPECT_EQ(Turn(), "n9et");
-  EXPECT_EQ(Turn(), "");
-}
-
-TEST_F(LoopCoreTest, WhoeverYieldsEndsTheTurnForThoseWhoWaitForIt) {
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onNotice = [this](std::uint64_t cookie) {
-    heard += "n" + std::to_string(cookie);
-    if (cookie == 2) loop.DoEvents();
-    core.AtTurnEnd(ear);
-    heard += ".";
-  };
-  for (const std::uint64_t cookie : {1, 2, 3}) core.Post(ear, cookie);
-  EXPECT_EQ(Turn(), "n1.n2en3.e.e") << "before what is delivered inside, and behind it";
-}
-
-TEST_F(LoopCoreTest, WhoeverYieldsBrieflyLetsThoseWait) {
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onNotice = [this](std::uint64_t cookie) {
-    heard += "n" + std::to_string(cookie);
-    if (cookie == 2) loop.Yield();
-    core.AtTurnEnd(ear);
-    heard += ".";
-  };
-  for (const std::uint64_t cookie : {1, 2, 3}) core.Post(ear, cookie);
-  EXPECT_EQ(Turn(), "n1.n2n3..e");
-}
-
-TEST_F(LoopCoreTest, WhoeverYieldsBrieflyInALongTurnGetsNothing) {
-  ear.onNotice = [this](std::uint64_t cookie) {
-    world.microseconds += EventLoop::kMicrosecondsPerTurn;
-    const std::string before = heard;
-    loop.Yield();
-    EXPECT_EQ(heard, before);
-    heard += "n" + std::to_string(cookie);
-  };
-  for (const std::uint64_t cookie : {1, 2}) core.Post(ear, cookie);
-  EXPECT_EQ(Turn(), "n1");
-  EXPECT_EQ(Turn(), "n2");
-}
-
-TEST_F(LoopCoreTest, WhoeverIsAboutToTakeLongLetsThoseGoFirst) {
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onNotice = [this](std::uint64_t cookie) {
-    core.AtTurnEnd(ear);
-    heard += "n" + std::to_string(cookie);
-    loop.Flush();
-    heard += ".";
-  };
-  for (const std::uint64_t cookie : {1, 2}) core.Post(ear, cookie);
-  EXPECT_EQ(Turn(), "n1e.n2e.") << "and nothing is delivered meanwhile";
-}
-
-TEST_F(LoopCoreTest, YieldingAtTheGreatestDepthLetsThoseGoToo) {
-  int depth = 0;
-  int most = 0;
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onNotice = [&, this](std::uint64_t cookie) {
-    most = std::max(most, ++depth);
-    core.Post(ear, cookie + 1);
-    const std::string before = heard;
-    core.AtTurnEnd(ear);
-    loop.DoEvents();
-    EXPECT_EQ(heard.substr(before.size(), 1), "e") << "at depth " << depth;
-    --depth;
-  };
-  core.Post(ear, 1);
-  Turn();
-  EXPECT_EQ(most, EventLoop::kMaxNesting + 1);
-}
-
-TEST_F(LoopCoreTest, WhoeverYieldsDoesNotProlongALongTurn) {
-  std::size_t delivered = 0;
-  ear.onNotice = [&, this](std::uint64_t cookie) {
-    ++delivered;
-    if (cookie < 1000) core.Post(ear, cookie + 1);
-    world.microseconds += 20;
-    loop.Yield();
-  };
-  for (int i = 0; i < 100; ++i) core.Post(ear, 0);
-  const std::int64_t began = world.MonotonicMicroseconds();
-  loop.RunOnce(0);
-  EXPECT_LE(world.MonotonicMicroseconds() - began, 2 * EventLoop::kMicrosecondsPerTurn);
-  EXPECT_GT(delivered, 0u);
-}
-
-TEST_F(LoopCoreTest, AnExceptionEndsTheTurnAsWell) {
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onNotice = [this](std::uint64_t) {
-    core.AtTurnEnd(ear);
-    throw std::bad_alloc();
-  };
-  core.Post(ear, 1);
-  heard.clear();
-  EXPECT_THROW(loop.RunOnce(0), std::bad_alloc);
-  EXPECT_EQ(heard, "e");
-}
-
-TEST_F(LoopCoreTest, OutsideATurnThereIsNoEndToWaitFor) {
-  ear.onTurnEnd = [this] { heard += "e"; };
-  EXPECT_FALSE(core.AtTurnEnd(ear));
-  EXPECT_EQ(Turn(), "");
-}
-
-TEST_F(LoopCoreTest, AForgottenClientDoesNotHearTheEndOfTheTurn) {
-  ear.onTurnEnd = [this] { heard += "e"; };
-  ear.onNotice = [this](std::uint64_t) {
-    core.AtTurnEnd(ear);
-    core.Forget(ear);
-  };
-  core.Post(ear, 1);
-  EXPECT_EQ(Turn(), "");
-}
-
-TEST_F(LoopCoreTest, AWaitingNoticeKeepsATurnFromWaiting) {
-  core.Post(ear, 1);
+TEST_F(LoopCoreTest, AWaitingTaskKeepsATurnFromWaiting) {
+  ear.Post(1);
   loop.RunOnce(-1);
   EXPECT_EQ(heard, "n1");
+}
+
+TEST_F(LoopCoreTest, EventsAndTasksTakeTurnsSoThatNeitherGathers) {
+  for (std::uint64_t i = 0; i < 4; ++i) {
+    ear.Watch(pipes[i], i);
+    pipes[i].Fill();
+    ear.Post(i);
+  }
+  ear.onEvents = [this](std::uint64_t cookie) {
+    heard += "e";
+    pipes[cookie].Drain();
+  };
+  ear.onTask = [this](std::uint64_t) {
+    heard += "t";
+    world.microseconds += EventLoop::kMicrosecondsPerTurn / 2;
+  };
+  EXPECT_EQ(Turn(), "etet");
+  EXPECT_EQ(Turn(), "etet");
+}
+
+// ---- Tasks of the host's.
+
+TEST_F(LoopCoreTest, APostedTaskRunsOnTheLoopInTheOrderOfPosting) {
+  loop.Post([this] { heard += "1"; });
+  loop.Post([this] {
+    heard += "2";
+    loop.Post([this] { heard += "3"; });
+  });
+  EXPECT_EQ(Turn(), "12");
+  EXPECT_EQ(Turn(), "3");
+  EXPECT_EQ(Turn(), "");
+}
+
+TEST_F(LoopCoreTest, WhatAPostedTaskThrowsIsReportedAndTheOthersRun) {
+  std::vector<std::string> failures;
+  loop.HandlerFailed = [&](std::string& text) { failures.push_back(text); };
+  loop.Post([] { throw std::runtime_error("mine"); });
+  loop.Post([] { throw 42; });
+  loop.Post([this] { heard += "3"; });
+  EXPECT_EQ(Turn(), "3");
+  EXPECT_EQ(failures, (std::vector<std::string>{"Task: mine", "Task: an exception of unknown type"}));
+}
+
+TEST_F(LoopCoreTest, WhatTheReportItselfThrowsIsDropped) {
+  loop.HandlerFailed = [](std::string&) { throw std::runtime_error("again"); };
+  loop.Post([] { throw std::runtime_error("mine"); });
+  EXPECT_NO_THROW(loop.RunOnce(0));
+}
+
+TEST_F(LoopCoreTest, TasksThatDidNotRunDieWithTheLoop) {
+  auto kept = std::make_shared<int>(1);
+  {
+    EventLoop other(world);
+    other.Post([kept] {});
+    EXPECT_EQ(kept.use_count(), 2);
+  }
+  EXPECT_EQ(kept.use_count(), 1);
 }
 
 // ---- Yielding.
@@ -451,10 +354,10 @@ TEST_F(LoopCoreTest, YieldingDeliversWhatIsKnownBeforeItAsksTheKernel) {
   EXPECT_EQ(heard.size(), 3u) << "and nothing is delivered twice";
 }
 
-TEST_F(LoopCoreTest, YieldingDeliversNotices) {
+TEST_F(LoopCoreTest, YieldingRunsTasks) {
   ear.onEvents = [&](std::uint64_t cookie) {
     pipes[cookie].Drain();
-    core.Post(ear, 4);
+    ear.Post(4);
     loop.DoEvents();
     heard += "back";
   };
@@ -466,13 +369,13 @@ TEST_F(LoopCoreTest, YieldingDeliversNotices) {
 TEST_F(LoopCoreTest, YieldingNestsABoundedNumberOfTimes) {
   int depth = 0;
   int deepest = 0;
-  ear.onNotice = [&](std::uint64_t cookie) {
+  ear.onTask = [&](std::uint64_t cookie) {
     deepest = std::max(deepest, ++depth);
-    if (cookie < 100) core.Post(ear, cookie + 1);
+    if (cookie < 100) ear.Post(cookie + 1);
     loop.DoEvents();
     --depth;
   };
-  core.Post(ear, 1);
+  ear.Post(1);
   loop.RunOnce(0);
   EXPECT_EQ(deepest, 1 + EventLoop::kMaxNesting);
   EXPECT_EQ(depth, 0);
@@ -484,12 +387,12 @@ TEST_F(LoopCoreTest, ATurnInsideANotificationIsOnlyAYield) {
   timer.OnTick([&] { ++inner; });
   timer.Interval(1);
   timer.Enabled(true);
-  ear.onNotice = [&](std::uint64_t) {
+  ear.onTask = [&](std::uint64_t) {
     world.Advance(10);
-    EXPECT_TRUE(loop.RunOnce(-1)) << "and does not wait";
+    EXPECT_FALSE(loop.RunOnce(-1)) << "it does not wait, and nothing was delivered";
     EXPECT_EQ(inner, 0) << "nor tick";
   };
-  core.Post(ear, 1);
+  ear.Post(1);
   loop.RunOnce(0);
 }
 
@@ -510,48 +413,48 @@ TEST_F(LoopCoreTest, YieldingOutsideANotificationIsATurnThatDoesNotWait) {
 
 TEST_F(LoopCoreTest, TheClockStandsStillDuringATurn) {
   std::vector<std::int64_t> read;
-  ear.onNotice = [&](std::uint64_t) {
+  ear.onTask = [&](std::uint64_t) {
     read.push_back(core.Now());
     world.Advance(1000);
     read.push_back(core.Now());
   };
-  core.Post(ear, 1);
+  ear.Post(1);
   const std::int64_t before = world.MonotonicMilliseconds();
   loop.RunOnce(0);
   EXPECT_EQ(read, (std::vector<std::int64_t>{before, before}));
   EXPECT_EQ(core.Now(), before + 1000) << "and goes on behind it";
 }
 
-TEST_F(LoopCoreTest, TheLoopTellsWhoseClockItGoesBy) { EXPECT_EQ(&loop.TheWorld(), &world); }
+TEST_F(LoopCoreTest, TheLoopKnowsWhoseClockItGoesBy) { EXPECT_EQ(&loop.TheWorld(), &world); }
 
-// ---- The end of what was closed.
+// ---- Deferred deletion.
 
-TEST_F(LoopCoreTest, WhatIsBuriedOutsideANotificationDiesAtOnce) {
+TEST_F(LoopCoreTest, WhatIsDeletedOutsideANotificationDiesAtOnce) {
   auto thing = std::make_shared<int>(1);
   const std::weak_ptr<int> alive = thing;
-  core.Bury(std::move(thing));
+  loop.DeleteLater(std::move(thing));
   EXPECT_TRUE(alive.expired());
 }
 
-TEST_F(LoopCoreTest, WhatIsBuriedInsideLivesUntilTheLastHandlerHasReturned) {
+TEST_F(LoopCoreTest, WhatIsDeletedInsideLivesUntilTheLastHandlerHasReturned) {
   auto thing = std::make_shared<int>(1);
   const std::weak_ptr<int> alive = thing;
-  ear.onNotice = [&](std::uint64_t cookie) {
+  ear.onTask = [&](std::uint64_t cookie) {
     if (cookie == 1) {
-      core.Post(ear, 2);
+      ear.Post(2);
       loop.DoEvents();
       EXPECT_FALSE(alive.expired()) << "the inner handler has returned, this one has not";
     } else {
-      core.Bury(std::move(thing));
+      loop.DeleteLater(std::move(thing));
       EXPECT_FALSE(alive.expired());
     }
   };
-  core.Post(ear, 1);
+  ear.Post(1);
   loop.RunOnce(0);
   EXPECT_TRUE(alive.expired());
 }
 
-TEST_F(LoopCoreTest, WhatDiesMayBuryMoreAndYield) {
+TEST_F(LoopCoreTest, WhatDiesMayDeleteMoreAndYield) {
   struct Chain {
     EventLoop& loop;
     int left;
@@ -559,13 +462,13 @@ TEST_F(LoopCoreTest, WhatDiesMayBuryMoreAndYield) {
     ~Chain() {
       ++dead;
       loop.DoEvents();
-      if (left > 0) loop.Core().Bury(std::make_shared<Chain>(loop, left - 1, dead));
+      if (left > 0) loop.DeleteLater(std::make_shared<Chain>(loop, left - 1, dead));
     }
     Chain(EventLoop& l, int n, int& d) : loop(l), left(n), dead(d) {}
   };
   int dead = 0;
-  ear.onNotice = [&](std::uint64_t) { core.Bury(std::make_shared<Chain>(loop, 3, dead)); };
-  core.Post(ear, 1);
+  ear.onTask = [&](std::uint64_t) { loop.DeleteLater(std::make_shared<Chain>(loop, 3, dead)); };
+  ear.Post(1);
   loop.RunOnce(0);
   EXPECT_EQ(dead, 4);
 }
@@ -573,14 +476,14 @@ TEST_F(LoopCoreTest, WhatDiesMayBuryMoreAndYield) {
 TEST_F(LoopCoreTest, AnExceptionThroughATurnLeavesTheLoopWhole) {
   auto thing = std::make_shared<int>(1);
   const std::weak_ptr<int> alive = thing;
-  ear.onNotice = [&](std::uint64_t cookie) {
+  ear.onTask = [&](std::uint64_t cookie) {
     heard += std::to_string(cookie);
     if (cookie != 1) return;
-    core.Bury(std::move(thing));
+    loop.DeleteLater(std::move(thing));
     throw std::runtime_error("lost");
   };
-  core.Post(ear, 1);
-  core.Post(ear, 2);
+  ear.Post(1);
+  ear.Post(2);
   EXPECT_THROW(loop.RunOnce(0), std::runtime_error);
   EXPECT_TRUE(alive.expired());
   EXPECT_EQ(Turn(), "2");

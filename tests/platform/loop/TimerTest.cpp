@@ -230,7 +230,9 @@ TEST_F(TimerTest, TicksComeInTheOrderInWhichTheyFallDue) {
   EXPECT_EQ(order, "abcd");
 }
 
-TEST_F(TimerTest, AnExceptionOfAHandlerIsDroppedAndTheOthersTick) {
+TEST_F(TimerTest, AnExceptionOfAHandlerIsReportedAndTheOthersTick) {
+  std::vector<std::string> failures;
+  loop.HandlerFailed = [&](std::string& text) { failures.push_back(text); };
   Timer bad(loop);
   Timer good(loop);
   bad.OnTick([this] {
@@ -242,6 +244,7 @@ TEST_F(TimerTest, AnExceptionOfAHandlerIsDroppedAndTheOthersTick) {
   Start(good, 10);
   EXPECT_EQ(After(10), 2);
   EXPECT_EQ(After(10), 2) << "both go on";
+  EXPECT_EQ(failures, std::vector<std::string>(2, "Timer: a host's own mistake"));
 }
 
 TEST_F(TimerTest, OneTurnServesABoundedNumber) {
@@ -283,7 +286,7 @@ TEST_F(TimerTest, AHandlerThatYieldsHearsNoTickInside) {
   EXPECT_EQ(deepest, 1);
 }
 
-TEST_F(TimerTest, ATurnTellsWhetherItTicked) {
+TEST_F(TimerTest, ATurnSaysWhetherItTicked) {
   Timer timer(loop);
   Start(timer, 10);
   EXPECT_FALSE(loop.RunOnce(0));

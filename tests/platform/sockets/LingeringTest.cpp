@@ -7,11 +7,11 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/sockets/Lingering.h"
+#include "tests/kit/Connections.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/SocketOwner.h"
-#include "tests/kit/TcpPair.h"
 
 namespace TesselServer {
 namespace {
@@ -32,6 +32,13 @@ class LingeringTest : public testing::Test {
   }
   static bool IsOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
 
+  // Ends a connection while input may come.
+  void Take(int descriptor) {
+    auto connection = std::make_shared<TcpConnection>(loop, client);
+    connection->Adopt(UniqueDescriptor(descriptor), {});
+    lingering->End(connection);
+  }
+
   // Lets time pass and the loop notice it.
   void After(std::int64_t milliseconds) {
     world.Advance(milliseconds);
@@ -40,13 +47,14 @@ class LingeringTest : public testing::Test {
 
   Kit::FakeWorld world;
   EventLoop loop{world};
+  Kit::ConnectionClient client;
   std::unique_ptr<Lingering> lingering = std::make_unique<Lingering>(loop);
 };
 
-TEST_F(LingeringTest, EndsItsOwnSideAtOnceBehindWhatWasSent) {
+TEST_F(LingeringTest, EndsItsOwnSideAtOnceAfterWhatWasSent) {
   Kit::TcpPair pair;
   send(pair.Own(), "answer", 6, MSG_NOSIGNAL);
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   EXPECT_EQ(lingering->Count(), 1u);
   EXPECT_EQ(PeerSees(pair), "answer");
   EXPECT_EQ(PeerSees(pair), "end");
@@ -55,7 +63,7 @@ TEST_F(LingeringTest, EndsItsOwnSideAtOnceBehindWhatWasSent) {
 TEST_F(LingeringTest, DropsWhatArrivesAndClosesWhenThePeerDoes) {
   Kit::TcpPair pair;
   const int descriptor = pair.Own();
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(send(pair.Peer(), "more", 4, MSG_NOSIGNAL), 4);
     Kit::Settle(loop);
@@ -74,7 +82,7 @@ TEST_F(LingeringTest, DropsWhatArrivesAndClosesWhenThePeerDoes) {
 TEST_F(LingeringTest, APeerThatIsResetIsClosed) {
   Kit::TcpPair pair;
   const int descriptor = pair.Own();
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   pair.AbortPeer();
   Kit::Settle(loop);
   EXPECT_FALSE(IsOpen(descriptor));
@@ -92,9 +100,9 @@ TEST_F(LingeringTest, ReadsABoundedNumberOfBytesInATurn) {
   ASSERT_TRUE(Kit::RunUntil(loop, [&] { return Kit::TcpPair::Waiting(descriptor) > 150'000; }));
   const int before = Kit::TcpPair::Waiting(descriptor);
   shutdown(pair.Peer(), SHUT_WR);
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   loop.RunOnce(0);
-  EXPECT_GE(Kit::TcpPair::Waiting(descriptor), before - static_cast<int>(Lingering::kBytesPerTurn));
+  EXPECT_GE(Kit::TcpPair::Waiting(descriptor), before - static_cast<int>(TcpConnection::kDroppedPerTurn));
   EXPECT_EQ(lingering->Count(), 1u);
   Kit::Settle(loop);
   EXPECT_EQ(lingering->Count(), 0u) << "all of it in the end";
@@ -103,7 +111,7 @@ TEST_F(LingeringTest, ReadsABoundedNumberOfBytesInATurn) {
 TEST_F(LingeringTest, WaitsTwoSecondsForAPeerThatNeverCloses) {
   Kit::TcpPair pair;
   const int descriptor = pair.Own();
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   for (int passed = 100; passed < 2000; passed += 100) {
     After(100);
     ASSERT_TRUE(IsOpen(descriptor)) << passed;
@@ -116,7 +124,7 @@ TEST_F(LingeringTest, WaitsTwoSecondsForAPeerThatNeverCloses) {
 
 TEST_F(LingeringTest, APeerThatGoesOnSendingGetsNoMoreTime) {
   Kit::TcpPair pair;
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   for (int i = 0; i < 25; ++i) {
     send(pair.Peer(), "more", 4, MSG_NOSIGNAL);
     After(100);
@@ -126,9 +134,9 @@ TEST_F(LingeringTest, APeerThatGoesOnSendingGetsNoMoreTime) {
 
 TEST_F(LingeringTest, EachHasItsOwnTwoSeconds) {
   Kit::TcpPair first, second;
-  lingering->Take(first.ReleaseOwn());
+  Take(first.ReleaseOwn());
   After(1000);
-  lingering->Take(second.ReleaseOwn());
+  Take(second.ReleaseOwn());
   After(1000);
   After(250);
   EXPECT_EQ(lingering->Count(), 1u);
@@ -137,9 +145,9 @@ TEST_F(LingeringTest, EachHasItsOwnTwoSeconds) {
   EXPECT_EQ(lingering->Count(), 0u);
 }
 
-TEST_F(LingeringTest, AsksForNoTurnWhenNobodyLingers) {
+TEST_F(LingeringTest, AsksForNoTurnWhenNothingLingers) {
   Kit::TcpPair pair;
-  lingering->Take(pair.ReleaseOwn());
+  Take(pair.ReleaseOwn());
   After(2500);
   EXPECT_EQ(lingering->Count(), 0u);
   world.Advance(10'000);
@@ -152,7 +160,7 @@ TEST_F(LingeringTest, OneTooManyClosesTheOneThatWaitedLongest) {
   for (std::size_t i = 0; i < Lingering::kMaxCount + kSurplus; ++i) {
     pairs.push_back(std::make_unique<Kit::TcpPair>());
     send(pairs.back()->Own(), "answer", 6, MSG_NOSIGNAL);
-    lingering->Take(pairs.back()->ReleaseOwn());
+    Take(pairs.back()->ReleaseOwn());
     EXPECT_LE(lingering->Count(), Lingering::kMaxCount);
   }
   EXPECT_EQ(lingering->Count(), Lingering::kMaxCount);
@@ -167,7 +175,7 @@ TEST_F(LingeringTest, OnesThatEndedMeanwhileDoNotCountAgainstTheLimit) {
   std::vector<std::unique_ptr<Kit::TcpPair>> pairs;
   for (std::size_t i = 0; i < Lingering::kMaxCount; ++i) {
     pairs.push_back(std::make_unique<Kit::TcpPair>());
-    lingering->Take(pairs.back()->ReleaseOwn());
+    Take(pairs.back()->ReleaseOwn());
   }
   pairs[0]->ClosePeer();
   pairs[1]->ClosePeer();
@@ -176,7 +184,7 @@ TEST_F(LingeringTest, OnesThatEndedMeanwhileDoNotCountAgainstTheLimit) {
   EXPECT_EQ(lingering->Count(), Lingering::kMaxCount - 3);
   for (int i = 0; i < 4; ++i) {
     pairs.push_back(std::make_unique<Kit::TcpPair>());
-    lingering->Take(pairs.back()->ReleaseOwn());
+    Take(pairs.back()->ReleaseOwn());
   }
   EXPECT_EQ(lingering->Count(), Lingering::kMaxCount);
   EXPECT_TRUE(IsCutOff(*pairs[3])) << "the oldest that was left";
@@ -188,7 +196,7 @@ TEST_F(LingeringTest, OnesThatEndedMeanwhileDoNotCountAgainstTheLimit) {
 TEST_F(LingeringTest, WhatCannotBeWatchedIsClosedAtOnce) {
   const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
   ASSERT_GE(file, 0);
-  lingering->Take(file);
+  Take(file);
   EXPECT_EQ(lingering->Count(), 0u);
   EXPECT_FALSE(IsOpen(file));
 }
@@ -197,8 +205,8 @@ TEST_F(LingeringTest, ClosesThemAllWhenItDies) {
   const std::size_t before = Kit::CountDescriptors();
   {
     Kit::TcpPair first, second;
-    lingering->Take(first.ReleaseOwn());
-    lingering->Take(second.ReleaseOwn());
+    Take(first.ReleaseOwn());
+    Take(second.ReleaseOwn());
     lingering.reset();
     send(first.Peer(), "more", 4, MSG_NOSIGNAL);
     Kit::Settle(loop);

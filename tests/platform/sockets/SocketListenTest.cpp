@@ -201,14 +201,14 @@ TEST_F(SocketListenTest, EveryDescriptorIsClosedInAChildAndNeverWaits) {
       EXPECT_NE(fcntl(descriptor, F_GETFL) & O_NONBLOCK, 0) << what;
     }
   }
-  EXPECT_GE(count, 6) << "epoll, wake, alarm, listener, connection, client";
+  EXPECT_GE(count, 8) << "two epolls, wake, tasks, alarm, listener, connection, client";
 }
 
 TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
   const std::int32_t port = owner.Listen(1);
   const int listener = Sockets().at(0);
   EXPECT_EQ(Option(listener, SOL_SOCKET, SO_REUSEADDR), 1);
-  EXPECT_GE(Option(listener, IPPROTO_TCP, TCP_DEFER_ACCEPT), SocketArray::kDeferAcceptSeconds);
+  EXPECT_GE(Option(listener, IPPROTO_TCP, TCP_DEFER_ACCEPT), TcpListener::kDeferAcceptSeconds);
   const Kit::RawClient client(port);
   send(client.Descriptor(), "hello", 5, MSG_NOSIGNAL);
   Kit::Settle(loop);
@@ -216,11 +216,11 @@ TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
   for (const int each : Sockets()) {
     if (each != listener && each != client.Descriptor()) accepted = each;
   }
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_NOTSENT_LOWAT), SocketArray::kUnsentBytes);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_NOTSENT_LOWAT), TcpListener::kUnsentBytes);
   EXPECT_EQ(Option(accepted, SOL_SOCKET, SO_KEEPALIVE), 1);
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPIDLE), SocketArray::kKeepAliveIdleSeconds);
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPINTVL), SocketArray::kKeepAliveIntervalSeconds);
-  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPCNT), SocketArray::kKeepAliveProbes);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPIDLE), TcpListener::kKeepAliveIdleSeconds);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPINTVL), TcpListener::kKeepAliveIntervalSeconds);
+  EXPECT_EQ(Option(accepted, IPPROTO_TCP, TCP_KEEPCNT), TcpListener::kKeepAliveProbes);
 }
 
 TEST_F(SocketListenTest, AClosedListenerRefusesConnections) {
@@ -243,6 +243,53 @@ TEST_F(SocketListenTest, WaitingConnectionsAreOfferedOnlyWhenThereAreSome) {
   sockets.OfferWaiting(1);
   EXPECT_EQ(owner.Count("request 1"), 1u);
   EXPECT_EQ(owner.received[2], "hello") << "and are served at once, without a turn of the loop";
+}
+
+// ---- A listening socket that is kept while its element is renewed.
+
+TEST_F(SocketListenTest, AKeptSocketIsUsedAgainOnTheSameAddress) {
+  const std::int32_t port = owner.Listen(1);
+  const Kit::RawClient silent(port);
+  auto kept = sockets.Keep(1);
+  EXPECT_EQ(sockets.State(1), SocketState::kClosed);
+  EXPECT_EQ(sockets.BoundPort(1), 0);
+  sockets.Reload(1);
+  sockets.Bind(1, port, "127.0.0.1");
+  sockets.Listen(1, std::move(kept));
+  EXPECT_EQ(sockets.BoundPort(1), port);
+  send(silent.Descriptor(), "hello", 5, MSG_NOSIGNAL);
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[2], "hello");
+}
+
+TEST_F(SocketListenTest, AKeptSocketOfAnotherAddressIsReplaced) {
+  const std::int32_t port = owner.Listen(1);
+  const std::size_t before = Kit::CountDescriptors();
+  auto kept = sockets.Keep(1);
+  sockets.Reload(1);
+  sockets.Bind(1, 0, "127.0.0.1");
+  sockets.Listen(1, std::move(kept));
+  EXPECT_NE(sockets.BoundPort(1), port);
+  EXPECT_EQ(Kit::CountDescriptors(), before);
+  EXPECT_THROW(const Kit::RawClient client(port), std::runtime_error);
+}
+
+TEST_F(SocketListenTest, AKeptSocketThatListensNoMoreIsReplaced) {
+  const std::int32_t port = owner.Listen(1);
+  shutdown(Sockets().at(0), SHUT_RDWR);
+  auto kept = sockets.Keep(1);
+  sockets.Reload(1);
+  sockets.Bind(1, port, "127.0.0.1");
+  sockets.Listen(1, std::move(kept));
+  EXPECT_EQ(sockets.BoundPort(1), port);
+  const Kit::RawClient client(port);
+}
+
+TEST_F(SocketListenTest, WhatDoesNotListenHasNothingToKeep) {
+  const std::int32_t port = owner.Listen(1);
+  for (const std::int32_t index : {-1, 0, 2}) auto kept = sockets.Keep(index);
+  EXPECT_EQ(sockets.BoundPort(1), port);
+  EXPECT_EQ(sockets.State(2), SocketState::kClosed);
 }
 
 TEST_F(SocketListenTest, TwoArraysServeOnOneLoop) {

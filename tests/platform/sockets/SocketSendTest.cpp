@@ -158,7 +158,7 @@ TEST_F(SocketSendTest, TheKernelKeepsLittleOfAnAnswerThatNobodyReads) {
     int unsent = -1;
     ASSERT_EQ(ioctl(AcceptedFrom(*client), SIOCOUTQNSD, &unsent), 0) << file;
     EXPECT_GT(unsent, 0) << file;
-    EXPECT_LE(unsent, 2 * SocketArray::kUnsentBytes) << file;  // the last piece is taken whole
+    EXPECT_LE(unsent, 2 * TcpListener::kUnsentBytes) << file;  // the last piece is taken whole
     sockets.Reload(2);
   }
 }

@@ -1,0 +1,42 @@
+// Which thread a loop, and all that hangs on it, belongs to: the one that runs it. Before the first turn the loop may
+// be made on one thread and handed to another; once a control has been started, it is whoever comes first.
+//
+// Thread:    any.
+// Errors:    none; the public classes assert MayUse in debug builds.
+#pragma once
+
+#include <atomic>
+#include <thread>
+
+namespace TesselServer {
+
+class LoopThread {
+ public:
+  // This thread runs a turn. False when another one ran the turn before.
+  bool Run() {
+    const std::thread::id own = std::this_thread::get_id();
+    const std::thread::id before = owner_.exchange(own);
+    return !ran_.exchange(true) || before == own || before == std::thread::id();
+  }
+  // Nobody runs the loop any more: it belongs to whoever comes next.
+  void Leave() { owner_ = std::thread::id(); }
+  // Something on the loop has been started: from here on it belongs to the first thread that uses it.
+  void Start() { started_ = true; }
+
+  bool IsThis() const { return owner_.load() == std::this_thread::get_id(); }
+
+  // Whether this thread may use what hangs on the loop.
+  bool MayUse() {
+    const std::thread::id own = std::this_thread::get_id();
+    std::thread::id owner{};
+    if (!started_ && !ran_) return owner_.load() == owner || IsThis();
+    return owner_.compare_exchange_strong(owner, own) || owner == own;
+  }
+
+ private:
+  std::atomic<std::thread::id> owner_{};
+  std::atomic<bool> ran_ = false;
+  std::atomic<bool> started_ = false;
+};
+
+}  // namespace TesselServer

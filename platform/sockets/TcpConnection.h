@@ -1,0 +1,150 @@
+// One TCP connection on an event loop, from connecting or being accepted to its orderly end. Its life is one state;
+// what the loop waits for follows from it (WantedEvents), and so does what an event means (OnEvents).
+//
+// A connection that was accepted is not watched at first: its bytes are read at once (ReadNow), and the loop is asked
+// only when a read or a write would have to wait.
+//
+// Thread:    the loop's thread.
+// Ownership: owns its descriptor; closes it when it dies. The client outlives it, or is replaced (Linger). Inside a
+//            report it may be closed and used anew, but is destroyed by DeleteLater only.
+// Errors:    errno(3) values, returned or reported by OnFailed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/loop/LoopCore.h"
+#include "platform/sockets/Endpoint.h"
+#include "platform/sockets/Outgoing.h"
+#include "platform/world/UniqueDescriptor.h"
+
+namespace TesselServer {
+
+class EventLoop;
+
+class TcpConnection : private LoopClient {
+ public:
+  enum class State {
+    kClosed,
+    kConnecting,
+    kReceiving,  // input may come, and nothing is being sent
+    kAnswering,  // the same, while an answer is being made
+    kSending,    // an answer is on its way
+    kSent,       // the kernel has taken its last byte, and OnSent is due
+    kLingering,  // our side has ended; what arrives is dropped until the peer ends too
+  };
+
+  class Client {
+   public:
+    // Where the next bytes are read to.
+    virtual std::span<char> ReadBuffer() = 0;
+    virtual void OnConnected(TcpConnection&) {}
+    // Bytes have arrived; they are valid until the next report.
+    virtual void OnData(TcpConnection& connection, std::string_view bytes) = 0;
+    // The peer sends nothing more. It may still be sent to.
+    virtual void OnPeerEnded(TcpConnection& connection) = 0;
+    // The kernel has taken the last byte of what Send was given. Never raised inside Send.
+    virtual void OnSent(TcpConnection& connection) = 0;
+    // The connection has failed and is closed.
+    virtual void OnFailed(TcpConnection& connection, int error) = 0;
+
+   protected:
+    ~Client() = default;
+  };
+  // What a lingering connection reports.
+  class LingerClient {
+   public:
+    // The peer has ended, or was lost; the connection is closed.
+    virtual void OnLingered(TcpConnection& connection) = 0;
+
+   protected:
+    ~LingerClient() = default;
+  };
+
+  // What a lingering connection may read and drop in a turn.
+  static constexpr std::size_t kDroppedPerTurn = 64 * 1024;
+
+  // `cookie` is the client's own: which of its connections this is.
+  TcpConnection(EventLoop& loop, Client& client, std::uint64_t cookie = 0);
+  TcpConnection(const TcpConnection&) = delete;
+  TcpConnection& operator=(const TcpConnection&) = delete;
+  ~TcpConnection();
+
+  State Status() const { return state_; }
+  std::uint64_t Cookie() const { return cookie_; }
+  // Changes whenever the connection is opened or closed.
+  std::uint64_t Life() const { return life_; }
+  bool HasPeerEnded() const { return peerEnded_; }
+  const Endpoint& Peer() const { return peer_; }
+  int Descriptor() const { return socket_.Get(); }
+
+  // ---- Opening. What it carried is closed.
+
+  // OnConnected or OnFailed follows. 0, or the error when it cannot even begin.
+  int Connect(const Endpoint& peer);
+  // Takes over a connection that was accepted.
+  void Adopt(UniqueDescriptor socket, const Endpoint& peer);
+
+  // ---- Receiving.
+
+  // Reads what is there and reports it, then has the loop wait for more. For a connection that was just adopted.
+  void ReadNow();
+  // Has the loop wait for what this state waits for. False when the kernel refuses.
+  bool Watch();
+  // The bytes of the next request, which were read with this one: they are reported again before any others. Fetch them
+  // with ReadNow.
+  void PutBack(std::string_view bytes) { putBack_.insert(0, bytes); }
+  // An answer is being made, or no longer.
+  void AnswerPending(bool pending);
+  // Whether the peer may still send something that belongs to its request. While set, and whenever bytes are left
+  // unread, the end is orderly: the kernel would otherwise discard the answer together with them. Default: true.
+  void InputMayCome(bool mayCome) { inputMayCome_ = mayCome; }
+
+  // ---- Sending.
+
+  // Hands over a whole answer. With `closeFollows` the last bytes wait for the end that OnSent will bring. 0, or the
+  // error: ENOTCONN when it is not open, or kSending.
+  int Send(Answer answer, bool closeFollows);
+
+  // ---- The end.
+
+  // Ends the connection. True when that is not over yet: our side is shut down, and the connection lingers until the
+  // peer ends too, which `client` is told. False: it is closed.
+  bool Linger(LingerClient& client);
+  // Closes at once.
+  void Close();
+
+ private:
+  void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
+  std::uint32_t WantedEvents() const;
+  void FinishConnecting();
+  void Serve(std::uint32_t events);
+  void Read();
+  bool Write();
+  void FinishSend();
+  void Drop();
+  void Fail(int error);
+  bool HasUnread() const;
+
+  LoopCore& loop_;
+  Client& client_;
+  LingerClient* lingerClient_ = nullptr;
+  const std::uint64_t cookie_;
+  State state_ = State::kClosed;
+  std::uint64_t life_ = 0;
+  UniqueDescriptor socket_{-1};
+  WatchId watch_ = 0;
+  std::uint32_t watched_ = 0;  // the events it is watched for
+  Endpoint peer_;
+  bool peerEnded_ = false;
+  bool inputMayCome_ = true;
+  bool drained_ = true;  // the last read took all there was
+  std::string putBack_;
+  std::unique_ptr<Outgoing> outgoing_;  // while kSending
+};
+
+}  // namespace TesselServer

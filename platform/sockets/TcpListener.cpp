@@ -1,0 +1,98 @@
+#include "platform/sockets/TcpListener.h"
+
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/loop/EventLoop.h"
+
+namespace TesselServer {
+
+namespace {
+
+void SetOption(int descriptor, int level, int name, int value) {
+  setsockopt(descriptor, level, name, &value, sizeof value);
+}
+
+int Option(int descriptor, int level, int name) {
+  int value = -1;
+  socklen_t size = sizeof value;
+  return getsockopt(descriptor, level, name, &value, &size) == 0 ? value : -1;
+}
+
+// Accepted sockets inherit all of these.
+void PrepareServer(int descriptor) {
+  SetOption(descriptor, IPPROTO_TCP, TCP_DEFER_ACCEPT, TcpListener::kDeferAcceptSeconds);
+  SetOption(descriptor, IPPROTO_TCP, TCP_NOTSENT_LOWAT, TcpListener::kUnsentBytes);
+  SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
+  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, TcpListener::kKeepAliveIdleSeconds);
+  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, TcpListener::kKeepAliveIntervalSeconds);
+  SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, TcpListener::kKeepAliveProbes);
+}
+
+}  // namespace
+
+TcpListener::TcpListener(EventLoop& loop, Client& client, std::uint64_t cookie)
+    : loop_(loop.Core()), client_(client), cookie_(cookie), pause_(loop) {
+  pause_.Interval(kPauseMilliseconds);
+  pause_.OnTick([this] { Resume(); });
+}
+
+int TcpListener::Open(const Endpoint& own, Manner manner) {
+  Close();
+  UniqueDescriptor listener(socket(own.Family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!listener.IsOpen()) return errno;
+  SetOption(listener.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
+  if (manner == Manner::kServer) PrepareServer(listener.Get());
+  if (bind(listener.Get(), own.Name(), own.NameSize()) != 0 || listen(listener.Get(), SOMAXCONN) != 0) return errno;
+  watch_ = loop_.Watch(listener.Get(), EPOLLIN, *this, 0);
+  if (watch_ == 0) return ENOBUFS;
+  socket_ = std::move(listener);
+  return 0;
+}
+
+void TcpListener::Close() {
+  loop_.Unwatch(std::exchange(watch_, 0));
+  if (pause_.Enabled()) pause_.Enabled(false);
+  socket_ = UniqueDescriptor(-1);
+}
+
+bool TcpListener::ListensOn(const Endpoint& own) const {
+  return Option(socket_.Get(), SOL_SOCKET, SO_ACCEPTCONN) == 1 && Option(socket_.Get(), SOL_SOCKET, SO_ERROR) == 0 &&
+         Own() == own;
+}
+
+bool TcpListener::IsConnectionWaiting() const {
+  pollfd queue{socket_.Get(), POLLIN, 0};
+  return poll(&queue, 1, 0) == 1;
+}
+
+UniqueDescriptor TcpListener::Accept(Endpoint& peer, int& error) const {
+  sockaddr_storage name;
+  name.ss_family = AF_UNSPEC;
+  socklen_t size = sizeof name;
+  UniqueDescriptor accepted(
+      accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&name), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  error = accepted.IsOpen() ? 0 : errno;
+  if (accepted.IsOpen()) peer = Endpoint::FromSystem(name).value_or(Endpoint());
+  return accepted;
+}
+
+void TcpListener::Pause() {
+  if (!pause_.Enabled()) loop_.Change(watch_, 0);
+  pause_.Enabled(true);
+}
+
+void TcpListener::Resume() {
+  if (!pause_.Enabled()) return;
+  pause_.Enabled(false);
+  loop_.Change(watch_, EPOLLIN);
+}
+
+void TcpListener::OnEvents(std::uint64_t, std::uint32_t) { client_.OnConnectionWaiting(*this); }
+
+}  // namespace TesselServer

@@ -1,0 +1,98 @@
+// A server that has no visitors for a long time, on a clock that only the test moves: whoever comes is served all the
+// same.
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "tests/kit/Child.h"
+#include "tests/kit/FakeWorld.h"
+#include "tests/kit/NetworkNamespace.h"
+#include "tests/wire/WireControl.h"
+
+namespace TesselServer {
+namespace {
+
+using Kit::Noise;
+using Kit::RawClient;
+using Kit::WireControl;
+
+struct QuietServer {
+  // Lets ten seconds pass, `times` times: the control checks its listener each time.
+  void Checks(int times) {
+    for (; times > 0; --times) {
+      world.Advance(10'000);
+      loop.RunOnce(0);
+    }
+  }
+
+  Kit::FakeWorld world;
+  EventLoop loop{world};
+  WireControl control{loop};
+};
+
+TEST(QuietServerTest, AClientThatConnectedLongBeforeItSendsIsAnswered) {
+  QuietServer server;
+  const std::string page = server.control.Write("page.txt", Noise(1000));
+  server.control.Start();
+  server.Checks(4);
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < 10; ++i) {
+    clients.push_back(std::make_unique<RawClient>(server.control.Port()));
+    server.Checks(1 + i % 3);
+  }
+  for (const auto& client : clients) {
+    EXPECT_TRUE(client->Send(server.loop, "GET /page.txt HTTP/1.0\r\n\r\n"));
+    EXPECT_TRUE(Kit::BodyOf(client->ReceiveAll(server.loop)) == page);
+    EXPECT_FALSE(client->WasReset());
+    server.Checks(4);
+  }
+  EXPECT_EQ(server.control.errors, std::vector<std::string>{});
+}
+
+// Exit codes of the child below; 0 is a server that served.
+enum : int { kNotStarted = 1, kRightsKept, kErrorsReported, kNotServed };
+
+// A free port that only root may bind; 0 where there is none.
+std::int32_t PrivilegedPort(Tessel& tessel) {
+  for (std::int32_t port = 1023; port > 1000; --port) {
+    tessel.ServerPort(std::to_string(port));
+    try {
+      tessel.StartServer();
+      if (tessel.IsListening()) return port;
+    } catch (const Error&) {
+    }
+    tessel.StopServer();
+  }
+  return 0;
+}
+
+bool BecomeAnotherUser() {
+  const bool changed =
+      geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0) || Kit::DropRights();
+  return changed && Kit::DropRights();
+}
+
+int ServeAfterDroppingRights() {
+  if (!Kit::EnterOwnNetwork(true) && geteuid() != 0) return Kit::kNoNamespace;
+  QuietServer server;
+  server.control.EchoTrapped();
+  if (PrivilegedPort(server.control.tessel) == 0) return kNotStarted;
+  server.control.errors.clear();
+  if (!BecomeAnotherUser()) return Kit::kCannotDropUser;
+  QuietServer other;
+  if (PrivilegedPort(other.control.tessel) != 0) return kRightsKept;
+  server.Checks(20);
+  if (!server.control.errors.empty()) return kErrorsReported;
+  const std::string answer = server.control.Get("/a.trp");
+  return Kit::StatusLineOf(answer) == "HTTP/1.0 200 OK" ? 0 : kNotServed;
+}
+
+TEST(QuietServerTest, AServerThatGaveUpTheRightToItsPortGoesOnServing) {
+  const int result = Kit::InChild(ServeAfterDroppingRights);
+  if (result == Kit::kNoNamespace) GTEST_SKIP() << "this machine gives no rights to drop";
+  EXPECT_EQ(result, 0);
+}
+
+}  // namespace
+}  // namespace TesselServer
