@@ -9,26 +9,11 @@
 #include <thread>
 #include <utility>
 
+#include "platform/world/AllSignalsBlocked.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {
-
-// As long as it lives, every signal is blocked for this thread and for the threads that it starts.
-class AllSignalsBlocked {
- public:
-  AllSignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
 
 // Whether a write that failed just now may succeed once this returns.
 bool WaitToWriteAgain(int descriptor) {
