@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/programs/ChildEnvironment.h"
+#include "platform/world/AllSignalsBlocked.h"
 
 namespace TesselServer {
 
@@ -44,22 +45,6 @@ struct ChildPlan {
   int output;
   sigset_t noSignals;
   int error = 0;  // out: what failed; stays 0 when the program has taken over
-};
-
-// Keeps every signal away from this thread for as long as it lives, so that no handler of the host runs in the child.
-class AllSignalsBlocked {
- public:
-  AllSignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
 };
 
 // ---- In the child. It shares the memory of a suspended thread: system calls only, no memory taken, and not a trace in

@@ -17,7 +17,7 @@
 
 namespace TesselServer {
 
-class Lingering : private TcpConnection::LingerClient {
+class Lingering final : private TcpConnection::LingerClient {
  public:
   // How long a peer's end is waited for.
   static constexpr std::int64_t kMilliseconds = 2000;

@@ -26,7 +26,7 @@ namespace TesselServer {
 
 class EventLoop;
 
-class TcpConnection : private LoopClient {
+class TcpConnection final : private LoopClient {
  public:
   enum class State {
     kClosed,

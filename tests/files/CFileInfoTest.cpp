@@ -38,12 +38,12 @@ namespace {
 namespace fs = std::filesystem;
 using Insides = CFileInfoInsides;
 
-constexpr std::int64_t kMoment = 1794766805;        // Sunday, 15 November 2026, 18:20:05 UTC
-constexpr std::int64_t kSummerBegins = 1774746000;  // 29 March 2026, 01:00 UTC: in Berlin 02:00 becomes 03:00
-constexpr std::int64_t kSummerEnds = 1792890000;    // 25 October 2026, 01:00 UTC: in Berlin 03:00 becomes 02:00
+constexpr std::int64_t kMoment = 1794766805;          // Sunday, 15 November 2026, 18:20:05 UTC
+constexpr std::int64_t kSummerBeginsAt = 1774746000;  // 29 March 2026, 01:00 UTC: in Berlin 02:00 becomes 03:00
+constexpr std::int64_t kSummerEnds = 1792890000;      // 25 October 2026, 01:00 UTC: in Berlin 03:00 becomes 02:00
 
 std::int32_t BerlinBias(std::int64_t utcSeconds) {
-  return utcSeconds >= kSummerBegins && utcSeconds < kSummerEnds ? -120 : -60;
+  return utcSeconds >= kSummerBeginsAt && utcSeconds < kSummerEnds ? -120 : -60;
 }
 
 Date DateOf(std::int64_t year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
@@ -487,8 +487,8 @@ TEST_F(CFileInfoTest, DatesAreLocalTimeOfTheirOwnMoment) {
     const char* local;
     const char* why;
   } const cases[] = {
-      {kSummerBegins - 1, "2026/03/29 01:59:59", "the last second of winter"},
-      {kSummerBegins, "2026/03/29 03:00:00", "the first of summer"},
+      {kSummerBeginsAt - 1, "2026/03/29 01:59:59", "the last second of winter"},
+      {kSummerBeginsAt, "2026/03/29 03:00:00", "the first of summer"},
       {kSummerEnds - 1, "2026/10/25 02:59:59", "the last of summer"},
       {kSummerEnds, "2026/10/25 02:00:00", "the first of winter"},
       {-1, "1970/01/01 00:59:59", "before 1970"},
@@ -506,9 +506,9 @@ TEST_F(CFileInfoTest, LocalDatesLeadBackToTheirMoment) {
     std::int64_t time;
     const char* why;
   } const cases[] = {
-      {DateOf(2026, 3, 29, 1, 59, 59), kSummerBegins - 1, "the last second of winter"},
-      {DateOf(2026, 3, 29, 3, 0, 0), kSummerBegins, "the first of summer"},
-      {DateOf(2026, 3, 29, 2, 30, 0), kSummerBegins + 1800, "left out: moved on, as if winter had not ended"},
+      {DateOf(2026, 3, 29, 1, 59, 59), kSummerBeginsAt - 1, "the last second of winter"},
+      {DateOf(2026, 3, 29, 3, 0, 0), kSummerBeginsAt, "the first of summer"},
+      {DateOf(2026, 3, 29, 2, 30, 0), kSummerBeginsAt + 1800, "left out: moved on, as if winter had not ended"},
       {DateOf(2026, 10, 25, 1, 59, 59), kSummerEnds - 3601, "just before the hour that comes twice"},
       {DateOf(2026, 10, 25, 2, 30, 0), kSummerEnds - 1800, "twice: the first"},
       {DateOf(2026, 10, 25, 3, 0, 0), kSummerEnds + 3600, "just behind it"},
@@ -523,7 +523,7 @@ TEST_F(CFileInfoTest, LocalDatesLeadBackToTheirMoment) {
 
 TEST_F(CFileInfoTest, EveryShownDateCanBeSetAndIsShownAgain) {
   world_.bias = &BerlinBias;
-  for (const std::int64_t change : {kSummerBegins, kSummerEnds}) {
+  for (const std::int64_t change : {kSummerBeginsAt, kSummerEnds}) {
     for (std::int64_t time = change - 2 * 86400; time < change + 2 * 86400; time += 599) {
       const Date date = Insides::FileTimeToDate(info_, time, true);
       const std::int64_t back = Insides::DateToFileTime(info_, date, true);

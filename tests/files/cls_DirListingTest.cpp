@@ -27,7 +27,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr std::int64_t kMoment = 1794766805;  // Sunday, 15 November 2026, 18:20:05 UTC
+constexpr std::int64_t kListedAt = 1794766805;  // Sunday, 15 November 2026, 18:20:05 UTC
 
 // The page of the folder "/docs/" with one folder and one file, written by hand.
 constexpr char kWholePage[] =
@@ -116,7 +116,7 @@ TEST_F(cls_DirListingTest, WritesTheWholePage) {
   MakeFolder("my-dir a");
   Write("my-file a.txt", std::string(1536, 'x'));
   Kit::SetModified(At("my-dir a"), 1782864000);
-  Kit::SetModified(At("my-file a.txt"), kMoment);
+  Kit::SetModified(At("my-file a.txt"), kListedAt);
   EXPECT_EQ(Page("/docs/"), kWholePage);
 }
 
@@ -236,7 +236,7 @@ TEST_F(cls_DirListingTest, OneFileIsNeverListedWhateverItsName) {
 TEST_F(cls_DirListingTest, LinksAreListedAsTheirTargetWhenTheyAreServed) {
   tree_.Write("target", std::string(1536, 'x'));
   tree_.MakeFolder("target folder");
-  Kit::SetModified(tree_.Text() + "/target", kMoment);
+  Kit::SetModified(tree_.Text() + "/target", kListedAt);
   fs::create_symlink("../target", At("file"));
   fs::create_symlink("../target folder", At("folder"));
   fs::create_symlink("../nowhere", At("broken"));
@@ -308,7 +308,7 @@ TEST_F(cls_DirListingTest, DatesBeyondTheCalendarAreItsEnds) {
   constexpr std::int32_t kFarAway = std::numeric_limits<std::int32_t>::max();  // more than 4000 years in minutes
   world_.bias = [](std::int64_t) { return kFarAway; };
   Write("file");
-  Kit::SetModified(At("file"), kMoment - kFarAway);
+  Kit::SetModified(At("file"), kListedAt - kFarAway);
   EXPECT_THAT(Page("/"), HasSubstr(">0100/01/01&nbsp;&nbsp;&nbsp;00:00:00&nbsp;<"));
   const Kit::TemporaryTree memory("/dev/shm");  // where it is one, any time can be kept
   constexpr std::int64_t kTooFar = 400'000'000'000;
@@ -321,8 +321,8 @@ TEST_F(cls_DirListingTest, DatesBeyondTheCalendarAreItsEnds) {
 TEST_F(cls_DirListingTest, TheTwoKindsOfRowsCanBeHadAlone) {
   MakeFolder("sub");
   Write("file");
-  Kit::SetModified(At("sub"), kMoment);
-  Kit::SetModified(At("file"), kMoment);
+  Kit::SetModified(At("sub"), kListedAt);
+  Kit::SetModified(At("file"), kListedAt);
   const OpenFile folder = OpenPath(folder_);
   cls_DirListing listing(world_, folder, rules_);
   std::string localDir = folder_ + "\\", urlPath = "/a/";
@@ -385,7 +385,7 @@ TEST_F(cls_DirListingTest, FromRememberedNamesThePageIsTheSame) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(remembered(), Page("/docs/"));
   Kit::SetDosAttributes(At("a"), "0x2");
   EXPECT_EQ(remembered(), Page("/docs/")) << "hidden";
-  Kit::SetModified(At("a"), kMoment);
+  Kit::SetModified(At("a"), kListedAt);
   EXPECT_EQ(remembered(), Page("/docs/")) << "another time";
   fs::rename(At("a"), At("b"));
   EXPECT_EQ(remembered(), Page("/docs/")) << "another name";

@@ -7,7 +7,7 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::size_t kMebibyte = 1024 * 1024;
+constexpr std::size_t kOneMebibyte = 1024 * 1024;
 
 std::size_t CountOf(std::string_view text, std::string_view what) {
   std::size_t count = 0;
@@ -270,15 +270,15 @@ TEST_F(FileInclusionTest, IncludesNestToTheirDepth) {
 }
 
 TEST_F(FileInclusionTest, WhatAPageTakesInIsBounded) {
-  static_assert(IncludeRoom::kMaxBytes == 16 * kMebibyte);
-  site_.tree.Write("whole.txt", std::string(16 * kMebibyte, 'w'));
-  site_.tree.Write("over.txt", std::string(16 * kMebibyte + 1, 'o'));
-  site_.tree.Write("half.txt", std::string(8 * kMebibyte, 'h'));
+  static_assert(IncludeRoom::kMaxBytes == 16 * kOneMebibyte);
+  site_.tree.Write("whole.txt", std::string(16 * kOneMebibyte, 'w'));
+  site_.tree.Write("over.txt", std::string(16 * kOneMebibyte + 1, 'o'));
+  site_.tree.Write("half.txt", std::string(8 * kOneMebibyte, 'h'));
   site_.tree.Write("byte.txt", "b");
-  EXPECT_EQ(site_.Page("<!--#include=whole.txt-->").size(), 16 * kMebibyte);
+  EXPECT_EQ(site_.Page("<!--#include=whole.txt-->").size(), 16 * kOneMebibyte);
   EXPECT_EQ(site_.Page("<!--#include=over.txt-->"), "<!--#include=over.txt-->");
   const std::string full = site_.Page("<!--#include=half.txt--><!--#include=half.txt--><!--#include=byte.txt-->");
-  EXPECT_EQ(full.size(), 16 * kMebibyte + 24);
+  EXPECT_EQ(full.size(), 16 * kOneMebibyte + 24);
   EXPECT_TRUE(full.ends_with("h<!--#include=byte.txt-->"));
   const std::string later = site_.Page("<!--#include=whole.txt-->[<!--#include=part.htm-->]");
   EXPECT_TRUE(later.ends_with("w[<!--#include=part.htm-->]"));
@@ -286,16 +286,16 @@ TEST_F(FileInclusionTest, WhatAPageTakesInIsBounded) {
 }
 
 TEST_F(FileInclusionTest, WhatIncludesTakeInCountsForThePageAroundThem) {
-  site_.tree.Write("half.txt", std::string(8 * kMebibyte, 'h'));
+  site_.tree.Write("half.txt", std::string(8 * kOneMebibyte, 'h'));
   site_.tree.Write("outer.htm", "o<!--#include=half.txt-->");
   const std::string both = site_.Page("<!--#include=outer.htm--><!--#includefile=outer.htm-->");
-  EXPECT_EQ(both.size(), 1 + 24 + 1 + 8 * kMebibyte);
+  EXPECT_EQ(both.size(), 1 + 24 + 1 + 8 * kOneMebibyte);
   EXPECT_TRUE(both.starts_with("o<!--#include=half.txt-->oh")) << "includefile comes first and leaves too little";
 }
 
 TEST_F(FileInclusionTest, APageIsCountedWhileItTakesInItsOwn) {
-  site_.tree.Write("half.txt", std::string(8 * kMebibyte, 'h'));
-  const std::string large = std::string(9 * kMebibyte, 'l') + "<!--#include=half.txt-->";
+  site_.tree.Write("half.txt", std::string(8 * kOneMebibyte, 'h'));
+  const std::string large = std::string(9 * kOneMebibyte, 'l') + "<!--#include=half.txt-->";
   site_.tree.Write("large.htm", large);
   EXPECT_TRUE(site_.Page("[<!--#include=large.htm-->]") == "[" + large + "]");
 }
@@ -322,7 +322,7 @@ TEST_F(FileInclusionTest, AnIncludeIsWhatItsFileIsNow) {
 }
 
 TEST_F(FileInclusionTest, AnIncludeThatGrowsPastTheRoomStays) {
-  site_.request.Referer = std::string(kMebibyte, 'r');
+  site_.request.Referer = std::string(kOneMebibyte, 'r');
   std::string growing;
   for (int i = 0; i < 17; ++i) growing += "<%=HTTP_REFERER%>";
   site_.tree.Write("growing.htm", growing);
@@ -330,12 +330,12 @@ TEST_F(FileInclusionTest, AnIncludeThatGrowsPastTheRoomStays) {
 }
 
 TEST_F(FileInclusionTest, AnIncludeNamedTwentyThousandTimesIsNotCopiedForEach) {
-  site_.tree.Write("large.txt", std::string(kMebibyte, 'l'));
+  site_.tree.Write("large.txt", std::string(kOneMebibyte, 'l'));
   std::string page;
   for (int i = 0; i < 20'000; ++i) page += "<!--#include=large.txt-->";
   const std::string result = site_.Page(page);
   EXPECT_EQ(CountOf(result, "<!--#include=large.txt-->"), 20'000u - 16);
-  EXPECT_EQ(result.size(), 16 * kMebibyte + (20'000 - 16) * 25);
+  EXPECT_EQ(result.size(), 16 * kOneMebibyte + (20'000 - 16) * 25);
 }
 
 TEST_F(FileInclusionTest, NoMoreNamesAreLookedForThanThePageMayHave) {

@@ -7,7 +7,7 @@
 namespace TesselServer {
 namespace {
 
-Page::SharedText Shared(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
+Page::SharedText SharedCopy(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
 
 TEST(PageTest, BeginsAsOnePieceOfAuthorText) {
   const Page page("<html>");
@@ -22,9 +22,9 @@ TEST(PageTest, BeginsAsOnePieceOfAuthorText) {
 
 TEST(PageTest, KeepsInsertedTextApart) {
   Page page("a");
-  EXPECT_TRUE(page.AppendInserted(Shared("<%=b%>")));
-  EXPECT_TRUE(page.AppendInserted(Shared("")));
-  EXPECT_TRUE(page.AppendInserted(Shared("c")));
+  EXPECT_TRUE(page.AppendInserted(SharedCopy("<%=b%>")));
+  EXPECT_TRUE(page.AppendInserted(SharedCopy("")));
+  EXPECT_TRUE(page.AppendInserted(SharedCopy("c")));
   ASSERT_EQ(page.Pieces().size(), 3u) << "an empty text is no piece";
   EXPECT_EQ(page.Pieces()[1].source, Page::Source::kInserted);
   EXPECT_EQ(page.Pieces()[1].text, "<%=b%>");
@@ -33,7 +33,7 @@ TEST(PageTest, KeepsInsertedTextApart) {
 
 TEST(PageTest, KeepsWhatItsPiecesLookIntoWhenItIsMoved) {
   Page first("a short text");
-  first.AppendInserted(Shared("b"));
+  first.AppendInserted(SharedCopy("b"));
   Page second(std::move(first));
   EXPECT_EQ(second.Text(), "a short textb");
   Page third;
@@ -42,7 +42,7 @@ TEST(PageTest, KeepsWhatItsPiecesLookIntoWhenItIsMoved) {
 }
 
 TEST(PageTest, DoesNotCopyWhatIsPutIn) {
-  const Page::SharedText text = Shared("text");
+  const Page::SharedText text = SharedCopy("text");
   Page page;
   for (int i = 0; i < 3; ++i) page.AppendInserted(text);
   for (const Page::Piece& piece : page.Pieces()) EXPECT_EQ(piece.text.data(), text->data());
@@ -59,7 +59,7 @@ TEST(PageTest, TellsWhatKindsOfTagTheAuthorWrote) {
   };
   for (const auto& c : cases) {
     Page page(c.text);
-    page.AppendInserted(Shared("<!--#<%"));
+    page.AppendInserted(SharedCopy("<!--#<%"));
     EXPECT_EQ(page.HoldsDirectives(), c.directives) << c.text;
     EXPECT_EQ(page.HoldsScripts(), c.scripts) << c.text;
   }
@@ -68,10 +68,10 @@ TEST(PageTest, TellsWhatKindsOfTagTheAuthorWrote) {
 }
 
 TEST(PageTest, ItsResultIsTheAuthorsTextItselfWhileNothingElseStandsInIt) {
-  const Page::SharedText text = Shared("the author's");
+  const Page::SharedText text = SharedCopy("the author's");
   Page page(text);
   EXPECT_EQ(page.Result(), text);
-  page.AppendInserted(Shared("!"));
+  page.AppendInserted(SharedCopy("!"));
   EXPECT_EQ(*page.Result(), "the author's!");
   Page inserted;
   EXPECT_EQ(*inserted.Result(), "");
@@ -80,14 +80,14 @@ TEST(PageTest, ItsResultIsTheAuthorsTextItselfWhileNothingElseStandsInIt) {
 }
 
 TEST(PageTest, TakesInNoMoreThanItsBound) {
-  const Page::SharedText half = Shared(std::string(Page::kMaxInsertedBytes / 2, 'x'));
+  const Page::SharedText half = SharedCopy(std::string(Page::kMaxInsertedBytes / 2, 'x'));
   Page page(std::string(1000, 'a'));  // what the author wrote does not count
   EXPECT_TRUE(page.HasRoomFor(Page::kMaxInsertedBytes));
   EXPECT_FALSE(page.HasRoomFor(Page::kMaxInsertedBytes + 1));
   EXPECT_TRUE(page.AppendInserted(half));
   EXPECT_TRUE(page.AppendInserted(half));
-  EXPECT_FALSE(page.AppendInserted(Shared("y")));
-  EXPECT_TRUE(page.AppendInserted(Shared(""))) << "nothing always fits";
+  EXPECT_FALSE(page.AppendInserted(SharedCopy("y")));
+  EXPECT_TRUE(page.AppendInserted(SharedCopy(""))) << "nothing always fits";
   EXPECT_TRUE(page.HasRoomFor(0));
   EXPECT_EQ(page.Pieces().size(), 3u);
 }
@@ -97,7 +97,7 @@ TEST(PageTest, KeepsEveryByte) {
   for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
   EXPECT_EQ(Page(bytes).Text(), bytes);
   Page page;
-  page.AppendInserted(Shared(bytes));
+  page.AppendInserted(SharedCopy(bytes));
   EXPECT_EQ(page.Text(), bytes);
 }
 

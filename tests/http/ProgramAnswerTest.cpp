@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr std::string_view kNotFound =
+constexpr std::string_view kNoSuchPage =
     "Create::Process Failed.<BR>\r\nError Number: 2<BR>\r\nError Desc: No such file or directory<BR>\r\n";
 
 // Answers to requests for programs.
@@ -170,10 +170,10 @@ TEST_F(ProgramAnswerTest, WithoutCGITheWarningIsTheAnswer) {
 TEST_F(ProgramAnswerTest, WhatIsNoFileIsNotRun) {
   tree_.MakeFolder("folder.exe");
   runner_.Print("never");
-  EXPECT_EQ(Kit::WholeText(Process("missing.exe")), PlainAnswer(kNotFound));
-  EXPECT_EQ(Kit::WholeText(Process("folder.exe")), PlainAnswer(kNotFound));
+  EXPECT_EQ(Kit::WholeText(Process("missing.exe")), PlainAnswer(kNoSuchPage));
+  EXPECT_EQ(Kit::WholeText(Process("folder.exe")), PlainAnswer(kNoSuchPage));
   EXPECT_EQ(Kit::WholeText(record_.ProcessFile(FoundEntry(), ".exe", "200", true, "", info_, "")),
-            PlainAnswer(kNotFound));
+            PlainAnswer(kNoSuchPage));
   EXPECT_TRUE(runner_.started.empty());
 }
 

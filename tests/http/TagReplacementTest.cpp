@@ -9,7 +9,7 @@
 namespace TesselServer {
 namespace {
 
-Page::SharedText Shared(std::string_view text) { return std::make_shared<const std::string>(text); }
+Page::SharedText SharedBytes(std::string_view text) { return std::make_shared<const std::string>(text); }
 
 TEST(TagReplacementTest, ATagHasItsOpenerItsBeginAndItsEnd) {
   const struct {
@@ -29,7 +29,7 @@ TEST(TagReplacementTest, ATagHasItsOpenerItsBeginAndItsEnd) {
   for (const auto& c : cases) {
     Page page(c.page);
     ReplaceTags(page, {"<%=", "do:", "%"},
-                [](std::string_view content) { return Shared("(" + std::string(content) + ")"); });
+                [](std::string_view content) { return SharedBytes("(" + std::string(content) + ")"); });
     EXPECT_EQ(page.Text(), c.result) << c.why;
   }
 }
@@ -37,7 +37,7 @@ TEST(TagReplacementTest, ATagHasItsOpenerItsBeginAndItsEnd) {
 TEST(TagReplacementTest, BeginAndEndMayNotShareText) {
   Page page("<--><---><---->");
   ReplaceTags(page, {"<", "--", "--"},
-              [](std::string_view content) { return Shared("(" + std::string(content) + ")"); });
+              [](std::string_view content) { return SharedBytes("(" + std::string(content) + ")"); });
   EXPECT_EQ(page.Text(), "<--><--->()");
 }
 
@@ -46,7 +46,7 @@ TEST(TagReplacementTest, EqualContentsAreAskedForOnce) {
   Page page("<a><B><A><b><c>");
   ReplaceTags(page, {"<", "", ""}, [&](std::string_view content) -> Page::SharedText {
     asked.emplace_back(content);
-    return content == "c" ? nullptr : Shared("(" + std::string(content) + ")");
+    return content == "c" ? nullptr : SharedBytes("(" + std::string(content) + ")");
   });
   EXPECT_EQ(page.Text(), "(a)(B)(a)(B)<c>");
   EXPECT_EQ(asked, (std::vector<std::string>{"a", "B", "c"}));
@@ -56,7 +56,7 @@ TEST(TagReplacementTest, EachTagNeedsItsOwnPermission) {
   int asked = 0;
   Page page("<a><a><a><none>");
   ReplaceTags(
-      page, {"<", "", ""}, [](std::string_view content) { return content == "none" ? nullptr : Shared("text"); },
+      page, {"<", "", ""}, [](std::string_view content) { return content == "none" ? nullptr : SharedBytes("text"); },
       [&](const std::string& text) {
         EXPECT_EQ(text, "text");
         return ++asked != 2;
@@ -70,7 +70,7 @@ TEST(TagReplacementTest, WhatFailsKeepsWhatWasDone) {
   EXPECT_THROW(ReplaceTags(page, {"<", "", ""},
                            [](std::string_view content) {
                              if (content == "b") throw std::runtime_error("failed");
-                             return Shared("A");
+                             return SharedBytes("A");
                            }),
                std::runtime_error);
   EXPECT_EQ(page.Text(), "A<b><a>");

@@ -9,7 +9,7 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::size_t kNoTag = std::string_view::npos;
 
 TEST(TagSearchTest, FindsAnOpenerInAnyCase) {
   const struct {
@@ -17,18 +17,18 @@ TEST(TagSearchTest, FindsAnOpenerInAnyCase) {
     std::size_t from, found;
     const char* why;
   } cases[] = {
-      {"", "<!--#", 0, kNone, "nothing"},
+      {"", "<!--#", 0, kNoTag, "nothing"},
       {"<!--#", "<!--#", 0, 0, "the whole text"},
-      {"<!--", "<!--#", 0, kNone, "a text that is too short"},
+      {"<!--", "<!--#", 0, kNoTag, "a text that is too short"},
       {"x<!--#ECHOvar=", "<!--#echoVAR=", 0, 1, "letters in any case"},
       {"<%=a<%=b", "<%=", 0, 0, "the first"},
       {"<%=a<%=b", "<%=", 1, 4, "the first behind a place"},
-      {"<%=a<%=b", "<%=", 5, kNone, "none behind a place"},
-      {"<%=", "<%=", 4, kNone, "a place behind the end"},
+      {"<%=a<%=b", "<%=", 5, kNoTag, "none behind a place"},
+      {"<%=", "<%=", 4, kNoTag, "a place behind the end"},
       {"%%<%%<%=", "<%=", 0, 5, "signs that begin nothing"},
       {"###<!--##", "<!--#", 0, 3, "signs that begin nothing"},
-      {"%=", "<%=", 0, kNone, "a sign whose opener would begin in front of the text"},
-      {"x%=<%", "<%=", 0, kNone, "an opener that would end behind the text"},
+      {"%=", "<%=", 0, kNoTag, "a sign whose opener would begin in front of the text"},
+      {"x%=<%", "<%=", 0, kNoTag, "an opener that would end behind the text"},
       {"<!--#<!--#a", "<!--#a", 0, 5, "half an opener in front of it"},
       {"abc", "B", 0, 1, "an opener without a sign"},
       {"abc", "", 2, 2, "an opener of nothing"},
@@ -61,7 +61,7 @@ TEST(TagSearchTest, TellsWhetherATagMayBegin) {
 TEST(TagSearchTest, ManySignsAreOneWalk) {
   constexpr std::size_t kMebibyte = 1024 * 1024;
   EXPECT_EQ(FindOpener(std::string(kMebibyte, '#') + "<!--#", "<!--#"), kMebibyte);
-  EXPECT_EQ(FindOpener(std::string(kMebibyte, '%'), "<%="), kNone);
+  EXPECT_EQ(FindOpener(std::string(kMebibyte, '%'), "<%="), kNoTag);
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ class Pipe {
 };
 
 // Does what the test tells it with each event and each task of its own, and takes its tasks back when it dies.
-class LoopEar : public LoopClient {
+class LoopEar final : public LoopClient {
  public:
   explicit LoopEar(LoopCore& core) : core_(core) {}
   LoopEar(const LoopEar&) = delete;

@@ -61,7 +61,7 @@ TEST(mTimeZoneTest, TheOffsetIsInWholeHoursRoundedTowardsTheEast) {
 TEST(mTimeZoneTest, TheOffsetFollowsTheChangeToSummerTime) {
   Kit::FakeWorld world;
   const std::int64_t change = 1774746000;  // 29 March 2026, 01:00 UTC
-  world.bias = [change](std::int64_t seconds) { return seconds < change ? -60 : -120; };
+  world.bias = [](std::int64_t seconds) { return seconds < change ? -60 : -120; };
   EXPECT_EQ(UTCOffsetText(world, change - 1), "+0100");
   EXPECT_EQ(UTCOffsetText(world, change), "+0200");
 }

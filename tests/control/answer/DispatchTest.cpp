@@ -27,7 +27,7 @@ std::string Head(const std::string& status, const std::string& type, std::size_t
          (length == 0 ? "" : "Content-Length: " + std::to_string(length) + "\r\n") + "\r\n";
 }
 
-std::string Page(const std::string& type, const std::string& bytes) {
+std::string WholeAnswer(const std::string& type, const std::string& bytes) {
   return Head("200 OK", type, bytes.size()) + bytes;
 }
 
@@ -82,7 +82,7 @@ TEST_F(DispatchTest, AFileIsSentWithItsTypeAndLength) {
   Start();
   for (const auto& c : cases) {
     tree.Write(c.name, std::string("bytes of ") + c.name);
-    EXPECT_EQ(Get(std::string("/") + c.name), Page(c.type, std::string("bytes of ") + c.name));
+    EXPECT_EQ(Get(std::string("/") + c.name), WholeAnswer(c.type, std::string("bytes of ") + c.name));
   }
 }
 
@@ -189,9 +189,9 @@ TEST_F(DispatchTest, ErrorPagesComeFromFilesWhenTheHostWantsIt) {
   tessel.ApplicationFolder(application.Text());
   tessel.ErrorFilesEnable(true);
   Start();
-  EXPECT_EQ(Get("/missing"), Page("text/html", "my 404"));
-  EXPECT_EQ(Get("/"), Page("text/html", "my 403"));
-  EXPECT_EQ(control.Ask("HEAD / HTTP/1.0\r\n\r\n"), Page("text/html", "my 404")) << "400 has none of its own";
+  EXPECT_EQ(Get("/missing"), WholeAnswer("text/html", "my 404"));
+  EXPECT_EQ(Get("/"), WholeAnswer("text/html", "my 403"));
+  EXPECT_EQ(control.Ask("HEAD / HTTP/1.0\r\n\r\n"), WholeAnswer("text/html", "my 404")) << "400 has none of its own";
   tessel.VerboseErrorsEnable(false);
   EXPECT_EQ(Get("/missing"), Head("404 Not Found", "text/html", 0)) << "no page at all";
   tessel.VerboseErrorsEnable(true);
@@ -305,9 +305,9 @@ TEST_F(DispatchTest, AChangedSettingHoldsForTheNextRequest) {
 TEST_F(DispatchTest, ARegistryFileHoldsFromTheNextRequestOn) {
   tree.Write("a.txt", "text");
   Start();
-  EXPECT_EQ(Get("/a.txt"), Page("text/plain", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/plain", "text"));
   tessel.LoadRegistryFile(tree.Write("types.reg", "HKEY_CLASSES_ROOT\\.txt\\Content Type=text/x-own\n"));
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-own", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-own", "text"));
 }
 
 TEST_F(DispatchTest, APasswordFileNamedWhileServingIsHiddenFromTheNextRequestOn) {
@@ -344,7 +344,7 @@ TEST_F(DispatchTest, AFileChangedIsSeenByTheNextRequest) {
   Start();
   for (const char* text : {"first", "second, longer", "3"}) {
     tree.Write("a.txt", text);
-    EXPECT_EQ(Get("/a.txt"), Page("text/plain", text));
+    EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/plain", text));
   }
   std::filesystem::remove(tree.Path() / "a.txt");
   EXPECT_EQ(Get("/a.txt"), kNotFound);
@@ -361,7 +361,7 @@ TEST_F(DispatchTest, ContentTypesNamedInABagAreReadAtTheStart) {
   tessel.ReadProperties(bag);
   tree.Write("a.txt", "text");
   Start();
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-mine", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-mine", "text"));
 }
 
 TEST_F(DispatchTest, ContentTypesNamedInABagReplaceThoseOfAnotherFile) {
@@ -369,7 +369,7 @@ TEST_F(DispatchTest, ContentTypesNamedInABagReplaceThoseOfAnotherFile) {
   tessel.ContentTypeSourceFile(tree.Write("old.txt", "txt,text/x-old\n"));
   tree.Write("a.txt", "text");
   Start();
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-old", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-old", "text"));
   tessel.StopServer();
   const auto readBag = [&](const std::string& types) {
     MemoryPropertyBag bag;
@@ -379,10 +379,10 @@ TEST_F(DispatchTest, ContentTypesNamedInABagReplaceThoseOfAnotherFile) {
     Start();
   };
   readBag(tree.Write("new.txt", "txt,text/x-new\n"));
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-new", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-new", "text"));
   tessel.StopServer();
   readBag(tree.Text() + "/missing.txt");
-  EXPECT_EQ(Get("/a.txt"), Page("application/octet-stream", "text")) << "no types of a file that is not named";
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("application/octet-stream", "text")) << "no types of a file that is not named";
 }
 
 TEST_F(DispatchTest, AChangedFileOfContentTypesIsSeenAtTheNextStart) {
@@ -392,14 +392,14 @@ TEST_F(DispatchTest, AChangedFileOfContentTypesIsSeenAtTheNextStart) {
   tree.Write("a.txt", "text");
   Start();
   tree.Write("types.txt", "txt,text/x-new\n");
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-old", "text")) << "not before";
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-old", "text")) << "not before";
   tessel.StopServer();
   Start();
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-new", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-new", "text"));
   tessel.StopServer();
   std::filesystem::remove(types);
   Start();
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-new", "text")) << "a file that has gone leaves what was read of it";
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-new", "text")) << "a file that has gone leaves what was read of it";
 }
 
 TEST_F(DispatchTest, ATableOfContentTypesThatWasEmptyIsReadAgainAtTheStart) {
@@ -409,7 +409,7 @@ TEST_F(DispatchTest, ATableOfContentTypesThatWasEmptyIsReadAgainAtTheStart) {
   tree.Write("types.txt", "txt,text/x-mine\n");
   tree.Write("a.txt", "text");
   Start();
-  EXPECT_EQ(Get("/a.txt"), Page("text/x-mine", "text"));
+  EXPECT_EQ(Get("/a.txt"), WholeAnswer("text/x-mine", "text"));
 }
 
 }  // namespace

@@ -57,7 +57,7 @@ class ProgramRequestTest : public testing::Test {
   const Kit::TemporaryTree& tree = control.tree;
 };
 
-constexpr const char* kNotFound = "HTTP 404: File Not Found";
+constexpr const char* kNoSuchProgram = "HTTP 404: File Not Found";
 
 TEST_F(ProgramRequestTest, TheProgramBelowTheRootIsRunElseTheOneOfThatNameInCGIDirectory) {
   struct {
@@ -127,7 +127,7 @@ TEST_F(ProgramRequestTest, NothingElseInCGIDirectoryCanBeAskedFor) {
     if (std::string(c.url).starts_with("/?")) {
       EXPECT_EQ(got, "HTPP 403: Forbidden") << c.url << ": " << c.why;
     } else {
-      EXPECT_EQ(got, kNotFound) << c.url << ": " << c.why;
+      EXPECT_EQ(got, kNoSuchProgram) << c.url << ": " << c.why;
     }
   }
 }
@@ -139,14 +139,14 @@ TEST_F(ProgramRequestTest, AFolderIsNoProgram) {
   EXPECT_EQ(Got("/folder.exe"), "index");
   Program("cgi/folder.exe/x.exe");
   tree.MakeFolder("cgi/other.exe");
-  EXPECT_EQ(Got("/other.exe"), kNotFound);
+  EXPECT_EQ(Got("/other.exe"), kNoSuchProgram);
   tree.MakeFolder("root/tool.exe");
   EXPECT_EQ(Got("/tool.exe"), "HTPP 403: Forbidden") << "the root wins with a folder as well";
 }
 
 TEST_F(ProgramRequestTest, TheLogTellsOfPrograms) {
   ASSERT_EQ(Got("/cgi/tool.exe?x=1"), "ran cgi/tool.exe");
-  ASSERT_EQ(Got("/none.exe"), kNotFound);
+  ASSERT_EQ(Got("/none.exe"), kNoSuchProgram);
   ASSERT_EQ(control.log.size(), 2u);
   EXPECT_THAT(control.log[0], HasSubstr("\"GET /cgi/tool.exe?x=1 HTTP/1.0\" 200 "));
   EXPECT_THAT(control.log[1], HasSubstr("\"GET /none.exe HTTP/1.0\" 404 "));
@@ -160,7 +160,7 @@ TEST_F(ProgramRequestTest, SwitchedOffNothingIsRunAndNothingLookedUpOutside) {
   EXPECT_EQ(Got("/run.exe"), "CGI Warning");
   EXPECT_EQ(Got("/RUN.EXE?x=1"), "CGI Warning");
   for (const char* url : {"/tool.exe", "/cgi/tool.exe?x=1", "/secret.ini?a=.exe?b"}) {
-    EXPECT_EQ(Got(url), kNotFound) << url;
+    EXPECT_EQ(Got(url), kNoSuchProgram) << url;
   }
   tessel.CGIEnable(true);
   EXPECT_EQ(Got("/tool.exe"), "ran cgi/tool.exe") << "from the next request on";
@@ -228,9 +228,9 @@ TEST_F(ProgramRequestTest, AHostMayStopTheServerWhenItHearsOfAProgram) {
 TEST_F(ProgramRequestTest, ThePasswordFileIsNoProgram) {
   tessel.AuthenticationSource(e_AuthSource::DomainACL);
   tessel.AuthenticationSourceFile(tree.Text() + "/cgi/tool.exe");
-  for (const char* url : {"/tool.exe", "/near.exe", "/TOOL.EXE"}) EXPECT_EQ(Got(url), kNotFound) << url;
+  for (const char* url : {"/tool.exe", "/near.exe", "/TOOL.EXE"}) EXPECT_EQ(Got(url), kNoSuchProgram) << url;
   tessel.AuthenticationSourceFile(tree.Text() + "/root/run.exe");
-  EXPECT_EQ(Got("/run.exe"), kNotFound);
+  EXPECT_EQ(Got("/run.exe"), kNoSuchProgram);
   EXPECT_EQ(Got("/tool.exe"), "ran cgi/tool.exe") << "that one no longer";
 }
 
@@ -240,7 +240,7 @@ TEST_F(ProgramRequestTest, TheFolderOfProgramsIsTheSettingOfTheMoment) {
   EXPECT_EQ(Got("/x/default.exe"), "ran root/scripts/default.exe");
   for (const char* folder : {"", "/nonexistent", "relative"}) {
     tessel.CGIDirectory(folder);
-    EXPECT_EQ(Got("/tool.exe"), kNotFound) << folder;
+    EXPECT_EQ(Got("/tool.exe"), kNoSuchProgram) << folder;
   }
   tessel.StopServer();
   tessel.CGIDirectory("");
@@ -270,7 +270,7 @@ TEST_F(ProgramRequestTest, ProgramsAreTrappedLikeOtherFiles) {
   };
   EXPECT_EQ(Got("/sub/DEEP.exe"), "ran root/sub/deep.exe");
   EXPECT_EQ(Got("/cgi/tool.exe?x=1"), "ran cgi/tool.exe");
-  EXPECT_EQ(Got("/none.exe"), kNotFound);
+  EXPECT_EQ(Got("/none.exe"), kNoSuchProgram);
   EXPECT_EQ(Got("/../tool.exe"), "ran cgi/tool.exe");
   process = false;
   EXPECT_EQ(Got("/run.exe"), "host");

@@ -16,13 +16,13 @@ using Kit::TestControl;
 using Kit::TestCore;
 using Texts = std::vector<std::string>;
 
-constexpr const char* kStamp = "[15/11/2026:18:20:05 -0000]";
+constexpr const char* kLogStamp = "[15/11/2026:18:20:05 -0000]";
 
 // The lines of a start, with the fifteen configuration lines as the properties are.
 Texts StartLog(const Texts& configuration) {
-  Texts lines{std::string("#") + kStamp + " - Starting Server ..."};
+  Texts lines{std::string("#") + kLogStamp + " - Starting Server ..."};
   lines.insert(lines.end(), configuration.begin(), configuration.end());
-  lines.push_back(std::string("#") + kStamp + " - Server Started.");
+  lines.push_back(std::string("#") + kLogStamp + " - Server Started.");
   return lines;
 }
 
@@ -70,8 +70,8 @@ TEST(LifecycleTest, StopTellsItsBeginningAndItsEnd) {
   TestControl control;
   control.Start();
   EXPECT_TRUE(control.tessel.StopServer());
-  EXPECT_EQ(control.log, (Texts{std::string("#") + kStamp + " - Stopping Server ...",
-                                std::string("#") + kStamp + " - Server Stopped."}));
+  EXPECT_EQ(control.log, (Texts{std::string("#") + kLogStamp + " - Stopping Server ...",
+                                std::string("#") + kLogStamp + " - Server Stopped."}));
   EXPECT_EQ(control.status, (Texts{"Stopping Server ...", "Server Stopped."}));
   EXPECT_FALSE(control.tessel.ServerRunning());
   EXPECT_FALSE(control.tessel.IsListening());

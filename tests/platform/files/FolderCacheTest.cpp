@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 
 const std::vector<long> kReadingNames = {SYS_getdents64};
 const std::vector<long> kAskingAttributes = {Kit::kGetAttribute, Kit::kGetAttributeAt};
-constexpr int kNoFilter = 201;  // of a child: this kernel takes no filter of system calls
+constexpr int kNoCallFilter = 201;  // of a child: this kernel takes no filter of system calls
 
 class FolderCacheTest : public testing::Test {
  protected:
@@ -88,11 +88,11 @@ class FolderCacheTest : public testing::Test {
     const auto expected = Entries(nullptr);
     const int status = Kit::InChild([&] {
       for (const long number : calls) {
-        if (!Kit::RefuseSystemCall(number, EIO)) return kNoFilter;
+        if (!Kit::RefuseSystemCall(number, EIO)) return kNoCallFilter;
       }
       return Entries(&cache) == expected ? 0 : 1;
     });
-    EXPECT_NE(status, kNoFilter);
+    EXPECT_NE(status, kNoCallFilter);
     return status == 0;
   }
 
@@ -403,7 +403,7 @@ TEST_F(FolderCacheTest, ItsSizeIsBoundedAndWhatIsUsedStays) {
   EXPECT_LT(cache.Count(), 40U);
   const auto isKnown = [&](int i) {
     return Kit::InChild([&] {
-      if (!Kit::RefuseSystemCall(SYS_getdents64, EIO)) return kNoFilter;
+      if (!Kit::RefuseSystemCall(SYS_getdents64, EIO)) return kNoCallFilter;
       return Entries(folder(i), &cache).empty() ? 1 : 0;
     });
   };

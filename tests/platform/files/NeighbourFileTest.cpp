@@ -12,7 +12,7 @@
 namespace TesselServer {
 namespace {
 
-using State = NeighbourFile::State;
+using Neighbour = NeighbourFile::State;
 
 class NeighbourFileTest : public testing::Test {
  protected:
@@ -36,8 +36,8 @@ TEST_F(NeighbourFileTest, StandsInTheFolderOfAFileOrInAFolderItself) {
   EXPECT_EQ(TextOf(Beside("a/page.html")), "of a");
   EXPECT_EQ(TextOf(Beside("a")), "of a");
   EXPECT_EQ(TextOf(Beside("")), "of the root");
-  EXPECT_EQ(Beside("a/deeper/page.html").state, State::kMissing);
-  EXPECT_EQ(Beside("a/deeper").state, State::kMissing);
+  EXPECT_EQ(Beside("a/deeper/page.html").state, Neighbour::kMissing);
+  EXPECT_EQ(Beside("a/deeper").state, Neighbour::kMissing);
   EXPECT_EQ(TextOf(Beside("a/notes.txt")), "of a") << "beside itself";
 }
 
@@ -76,7 +76,7 @@ TEST_F(NeighbourFileTest, WhatIsThereAndCannotBeReadIsFoundAllTheSame) {
   ASSERT_EQ(mkfifo((tree_.Path() / "fifo/notes.txt").c_str(), 0600), 0);
   for (const char* folder : {"dangling", "loop", "fifo"}) {
     const NeighbourFile found = Beside(folder);
-    EXPECT_EQ(found.state, State::kFound) << folder;
+    EXPECT_EQ(found.state, Neighbour::kFound) << folder;
     EXPECT_FALSE(found.file.IsOpen()) << folder;
   }
 }
@@ -84,12 +84,12 @@ TEST_F(NeighbourFileTest, WhatIsThereAndCannotBeReadIsFoundAllTheSame) {
 TEST_F(NeighbourFileTest, AFolderOfThatNameIsNoFile) {
   tree_.MakeFolder("a/notes.txt");
   tree_.MakeFolder("b/NOTES.TXT");
-  EXPECT_EQ(Beside("a").state, State::kMissing);
-  EXPECT_EQ(Beside("b").state, State::kMissing);
+  EXPECT_EQ(Beside("a").state, Neighbour::kMissing);
+  EXPECT_EQ(Beside("b").state, Neighbour::kMissing);
 }
 
 TEST_F(NeighbourFileTest, BesideNothingItCannotBeTold) {
-  EXPECT_EQ(FindBeside(OpenFile(), "notes.txt").state, State::kUnknown);
+  EXPECT_EQ(FindBeside(OpenFile(), "notes.txt").state, Neighbour::kUnknown);
 }
 
 TEST_F(NeighbourFileTest, ALackOfDescriptorsIsRaised) {

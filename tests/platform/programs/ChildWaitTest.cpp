@@ -26,7 +26,7 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::int64_t kLong = 20'000;  // milliseconds; nothing here takes that long
+constexpr std::int64_t kLongWait = 20'000;  // milliseconds; nothing here takes that long
 constexpr std::size_t kPlenty = 100'000;
 
 class ChildWaitTest : public testing::Test {
@@ -74,7 +74,7 @@ std::int64_t ProcessorTime() {
 
 TEST_F(ChildWaitTest, TellsTheEndAndTheOutputAndCollectsNobody) {
   Start("printf 'out\\0put'");
-  const WaitedChild waited = Wait(kLong);
+  const WaitedChild waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.error, 0);
   EXPECT_EQ(waited.output, std::string("out\0put", 7));
@@ -83,15 +83,15 @@ TEST_F(ChildWaitTest, TellsTheEndAndTheOutputAndCollectsNobody) {
 
 TEST_F(ChildWaitTest, TheExitCodeOfAChildIsReported) {
   Start("exit 3");
-  const WaitedChild waited = Wait(kLong);
+  const WaitedChild waited = Wait(kLongWait);
   EXPECT_EQ(waited.exitCode, 3);
   EXPECT_EQ(waited.signal, std::nullopt);
-  EXPECT_LT(waited.milliseconds, kLong);
+  EXPECT_LT(waited.milliseconds, kLongWait);
 }
 
 TEST_F(ChildWaitTest, TheSignalThatEndedAChildIsReported) {
   Start("kill -9 $$");
-  const WaitedChild waited = Wait(kLong);
+  const WaitedChild waited = Wait(kLongWait);
   EXPECT_EQ(waited.exitCode, std::nullopt);
   EXPECT_EQ(waited.signal, SIGKILL);
 }
@@ -114,7 +114,7 @@ TEST_F(ChildWaitTest, ThatOutputWasCutIsReported) {
       {9, true, "a byte too many"}, {10, false, "exactly as many"}, {11, false, "fewer"}, {0, true, "none wanted"}};
   for (const auto& c : cases) {
     Start("printf 01234; sleep 0.02; printf 56789");
-    EXPECT_EQ(Wait(kLong, c.limit).outputWasCut, c.cut) << c.why;
+    EXPECT_EQ(Wait(kLongWait, c.limit).outputWasCut, c.cut) << c.why;
     waitpid(child_, nullptr, 0);
     child_ = -1;
   }
@@ -122,19 +122,19 @@ TEST_F(ChildWaitTest, ThatOutputWasCutIsReported) {
 
 TEST_F(ChildWaitTest, TheBeginningOfTheOutputIsKept) {
   Start("printf 0123456789; sleep 0.05; printf abc");
-  EXPECT_EQ(Wait(kLong, 12).output, "0123456789ab");
+  EXPECT_EQ(Wait(kLongWait, 12).output, "0123456789ab");
 }
 
 TEST_F(ChildWaitTest, NothingOfItIsKeptWhereNothingCounts) {
   Start("printf 0123456789");
-  const WaitedChild waited = Wait(kLong, 0);
+  const WaitedChild waited = Wait(kLongWait, 0);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, "");
 }
 
 TEST_F(ChildWaitTest, MuchOutputIsReadToItsEnd) {
   Start("head -c 5000000 /dev/zero; echo > $here/marker");
-  const WaitedChild waited = Wait(kLong, 1024);
+  const WaitedChild waited = Wait(kLongWait, 1024);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, std::string(1024, '\0'));
   EXPECT_TRUE(Exists("marker"));
@@ -146,7 +146,7 @@ TEST_F(ChildWaitTest, WhatLiesInThePipeAtTheEndIsReadWhole) {
     siginfo_t state{};
     return waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) == 0 && state.si_pid == child_;
   }));
-  const WaitedChild waited = Wait(kLong);
+  const WaitedChild waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output.size(), 60'000u);
 }
@@ -190,7 +190,7 @@ TEST_F(ChildWaitTest, VeryLongTimesAreTimesLikeOthers) {
 
 TEST_F(ChildWaitTest, AGrandchildThatHoldsThePipeIsNotWaitedFor) {
   Start("(read go < $here/gate; echo > $here/marker) & printf output");
-  const WaitedChild waited = Wait(kLong);
+  const WaitedChild waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, "output");
   EXPECT_FALSE(Exists("marker"));
@@ -202,7 +202,7 @@ TEST_F(ChildWaitTest, AnOutputWithoutEndIsNotFollowedBehindTheEndOfTheChild) {
   Start(":");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
   const UniqueDescriptor endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  const WaitedChild waited = WaitForChild(child_, endless.Get(), kLong, 100'000'000);
+  const WaitedChild waited = WaitForChild(child_, endless.Get(), kLongWait, 100'000'000);
   child_ = -1;
   EXPECT_TRUE(waited.ended);
   EXPECT_GE(waited.output.size(), 1'000'000u) << "as much as a pipe may hold";
@@ -236,7 +236,7 @@ TEST_F(ChildWaitTest, SignalsOfTheHostDoNotShortenTheWait) {
 TEST_F(ChildWaitTest, AFailedReadIsTold) {
   Start("read go < $here/gate");
   const UniqueDescriptor folder(open(tree_.Text().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const WaitedChild waited = WaitForChild(child_, folder.Get(), kLong, kPlenty);
+  const WaitedChild waited = WaitForChild(child_, folder.Get(), kLongWait, kPlenty);
   EXPECT_EQ(waited.error, EISDIR);
   EXPECT_FALSE(waited.ended);
 }
@@ -244,7 +244,7 @@ TEST_F(ChildWaitTest, AFailedReadIsTold) {
 TEST_F(ChildWaitTest, AChildThatSomebodyElseCollectedHasEnded) {
   Start("printf output");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
-  const WaitedChild waited = Wait(kLong);
+  const WaitedChild waited = Wait(kLongWait);
   child_ = -1;
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, "output");
@@ -257,18 +257,18 @@ TEST_F(ChildWaitTest, WorksOnKernelsWithoutDescriptorsOfProcesses) {
     const int status = Kit::InChild([this, error] {
       if (!Kit::RefuseSystemCall(SYS_pidfd_open, error)) return kNoFilter;
       Start("printf before; sleep 0.1; printf after");
-      if (!Wait(kLong).ended || waitpid(child_, nullptr, WNOHANG) != child_) return 1;
+      if (!Wait(kLongWait).ended || waitpid(child_, nullptr, WNOHANG) != child_) return 1;
       Start("printf before; sleep 0.1; printf after");
-      if (Wait(kLong).output != "beforeafter" || waitpid(child_, nullptr, WNOHANG) != child_) return 2;
+      if (Wait(kLongWait).output != "beforeafter" || waitpid(child_, nullptr, WNOHANG) != child_) return 2;
       Start("printf output");
-      if (waitpid(child_, nullptr, 0) != child_ || !Wait(kLong).ended) return 3;
+      if (waitpid(child_, nullptr, 0) != child_ || !Wait(kLongWait).ended) return 3;
       Start("exec > /dev/null; read go < $here/gate");
       const std::int64_t before = ProcessorTime();
       const auto start = Clock::now();
       if (Wait(300).ended || MillisecondsSince(start) < 300) return 4;
       if (ProcessorTime() - before >= 60) return 5;
       gate_.Open();
-      return Wait(kLong).ended && waitpid(child_, nullptr, WNOHANG) == child_ ? 0 : 6;
+      return Wait(kLongWait).ended && waitpid(child_, nullptr, WNOHANG) == child_ ? 0 : 6;
     });
     if (status == kNoFilter) GTEST_SKIP() << "this kernel takes no system call filter";
     EXPECT_EQ(status, 0) << error;

@@ -27,7 +27,7 @@ struct Raised {
 };
 
 template <typename Action>
-Raised ErrorOf(Action&& action) {
+Raised RaisedBy(Action&& action) {
   try {
     action();
   } catch (const Error& error) {
@@ -96,7 +96,7 @@ TEST_F(SocketListenTest, ATextThatIsNoAddressIsError10049) {
   sockets.Load(1);
   for (const char* ip : {"", "localhost", "127.0.0", "127.0.0.256", "127.0.0.1 ", "1.2.3.4.5", "::1", "0x7f.0.0.1",
                          "127.0.0.1\n", "-1"}) {
-    const Raised raised = ErrorOf([&] { sockets.Bind(1, 0, ip); });
+    const Raised raised = RaisedBy([&] { sockets.Bind(1, 0, ip); });
     EXPECT_EQ(raised.number, 10049) << ip;
     EXPECT_EQ(raised.text, "Can't assign requested address.") << ip;
   }
@@ -105,7 +105,7 @@ TEST_F(SocketListenTest, ATextThatIsNoAddressIsError10049) {
 TEST_F(SocketListenTest, AnAddressOfAnotherMachineIsError10049) {
   sockets.Load(1);
   sockets.Bind(1, 0, "192.0.2.7");
-  const Raised raised = ErrorOf([&] { sockets.Listen(1); });
+  const Raised raised = RaisedBy([&] { sockets.Listen(1); });
   EXPECT_EQ(raised.number, 10049);
   EXPECT_EQ(raised.text, "Can't assign requested address.");
   EXPECT_EQ(sockets.State(1), SocketState::kClosed);
@@ -115,13 +115,13 @@ TEST_F(SocketListenTest, APortThatIsNoneIsError10049) {
   const std::size_t before = Kit::CountDescriptors();
   sockets.Load(1);
   for (const std::int32_t port : {-1, 65'536, 70'000, 2'147'483'647, -2'147'483'647 - 1}) {
-    EXPECT_EQ(ErrorOf([&] {
+    EXPECT_EQ(RaisedBy([&] {
                 sockets.LocalPort(1, port);
                 sockets.Listen(1);
               }).number,
               10049)
         << port;
-    EXPECT_EQ(ErrorOf([&] {
+    EXPECT_EQ(RaisedBy([&] {
                 sockets.Bind(1, port, "127.0.0.1");
                 sockets.Listen(1);
               }).number,
@@ -138,20 +138,20 @@ TEST_F(SocketListenTest, APortInUseIsError10048AndLeavesTheElementClosed) {
   other.sockets.Load(1);
   other.sockets.Bind(1, port, "127.0.0.1");
   const std::size_t before = Kit::CountDescriptors();
-  const Raised raised = ErrorOf([&] { other.sockets.Listen(1); });
+  const Raised raised = RaisedBy([&] { other.sockets.Listen(1); });
   EXPECT_EQ(raised.number, 10048);
   EXPECT_EQ(raised.text, "Address already in use.");
   EXPECT_EQ(other.sockets.State(1), SocketState::kClosed);
   EXPECT_EQ(other.sockets.BoundPort(1), 0);
   EXPECT_EQ(Kit::CountDescriptors(), before);
   sockets.Close(1);
-  EXPECT_EQ(ErrorOf([&] { other.sockets.Listen(1); }).number, 0) << "as soon as it is free";
+  EXPECT_EQ(RaisedBy([&] { other.sockets.Listen(1); }).number, 0) << "as soon as it is free";
   EXPECT_EQ(other.sockets.BoundPort(1), port);
 }
 
 TEST_F(SocketListenTest, ListeningTwiceIsAnError) {
   const std::int32_t port = owner.Listen(1);
-  EXPECT_EQ(ErrorOf([&] { sockets.Listen(1); }).number, 10022);
+  EXPECT_EQ(RaisedBy([&] { sockets.Listen(1); }).number, 10022);
   EXPECT_EQ(sockets.BoundPort(1), port);
 }
 
@@ -165,20 +165,20 @@ TEST_F(SocketListenTest, ThePortMayBeTakenAgainAtOnceAfterItsConnectionsWereClos
   EXPECT_EQ(Kit::Exchange(loop, port, "hello"), "answer");
   sockets.Close(1);
   sockets.Bind(1, port, "127.0.0.1");
-  EXPECT_EQ(ErrorOf([&] { sockets.Listen(1); }).number, 0);
+  EXPECT_EQ(RaisedBy([&] { sockets.Listen(1); }).number, 0);
   EXPECT_EQ(Kit::Exchange(loop, port, "hello"), "answer");
 }
 
 TEST_F(SocketListenTest, NoDescriptorIsError10024) {
   sockets.Load(1);
-  Raised raised = ErrorOf([] { throw Error(1, "a sanitizer learns what an Error is while there are descriptors"); });
-  raised = ErrorOf([&] {
+  Raised raised = RaisedBy([] { throw Error(1, "a sanitizer learns what an Error is while there are descriptors"); });
+  raised = RaisedBy([&] {
     const Kit::DescriptorFamine famine;
     sockets.Listen(1);
   });
   EXPECT_EQ(raised.number, 10024);
   EXPECT_EQ(sockets.State(1), SocketState::kClosed);
-  EXPECT_EQ(ErrorOf([&] { sockets.Listen(1); }).number, 0);
+  EXPECT_EQ(RaisedBy([&] { sockets.Listen(1); }).number, 0);
 }
 
 TEST_F(SocketListenTest, EveryDescriptorIsClosedInAChildAndNeverWaits) {
