@@ -32,20 +32,11 @@ class NameServer {
     _res.ndots = 1;
   }
 
-  // On `port`, where a resolv.conf(5) says that it is.
-  explicit NameServer(std::uint16_t port)
-      : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
-        listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    address_.sin_family = AF_INET;
-    address_.sin_port = htons(port);
-    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address_;
-    const timeval patience{3, 0};
-    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    isReady_ = bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address_), size) == 0 &&
-               getsockname(socket_.Get(), reinterpret_cast<sockaddr*>(&address_), &size) == 0 &&
-               bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address_), size) == 0 &&
-               listen(listener_.Get(), 8) == 0 && __nss_configure_lookup("hosts", "dns") == 0;
+  // On `port`, where a resolv.conf(5) says that it is; 0 for one that is free for both UDP and TCP.
+  explicit NameServer(std::uint16_t port) {
+    constexpr int kTries = 50;
+    for (int i = 0; i < kTries && !isReady_; ++i) isReady_ = Open(port);
+    isReady_ = isReady_ && __nss_configure_lookup("hosts", "dns") == 0;
   }
 
   bool IsReady() const { return isReady_; }
@@ -84,6 +75,20 @@ class NameServer {
   }
 
  private:
+  bool Open(std::uint16_t port) {
+    socket_ = UniqueDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    listener_ = UniqueDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    address_.sin_family = AF_INET;
+    address_.sin_port = htons(port);
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const address = reinterpret_cast<sockaddr*>(&address_);
+    socklen_t size = sizeof address_;
+    const timeval patience{3, 0};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    return bind(socket_.Get(), address, size) == 0 && getsockname(socket_.Get(), address, &size) == 0 &&
+           bind(listener_.Get(), address, size) == 0 && listen(listener_.Get(), 8) == 0;
+  }
+
   // A record of `type` for the name that was asked for.
   static std::string Record(char type, std::string_view data) {
     return std::string("\xC0\x0C\0", 3) + type + std::string("\0\1\0\0\0\x3C\0", 7) + static_cast<char>(data.size()) +
@@ -121,8 +126,8 @@ class NameServer {
     return name;
   }
 
-  UniqueDescriptor socket_;
-  UniqueDescriptor listener_;  // for TCP, on the same port
+  UniqueDescriptor socket_{-1};
+  UniqueDescriptor listener_{-1};  // for TCP, on the same port
   sockaddr_in address_{};
   bool isReady_ = false;
   mutable bool isTruncating_ = false;
