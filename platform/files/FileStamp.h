@@ -1,9 +1,9 @@
 // What the system says of a file or folder, and the one rule by which what has been read of it is used again.
 //
 // The rule (class Reading). What was read is used again as long as all of this holds:
-//   1. stat(2) says what fstat(2) said before the reading: which file it is, its type, permissions, length, time of last
-//      write and change time. The system sets the change time at each change, a new time of last write among them, and
-//      it cannot be set back. So the very next request sees every change that has a time.
+//   1. stat(2) says what fstat(2) said before the reading: which file it is, its type, permissions, length, time of
+//      last write and change time. The system sets the change time at each change, a new time of last write among
+//      them, and it cannot be set back. So the very next request sees every change that has a time.
 //   2. The change time was at least two seconds old when the reading began. Clocks of file systems are coarse: two
 //      changes within one tick leave the same times.
 //   3. The file system is one that is known to keep change times and to have no other writers than this machine (ext2

@@ -139,10 +139,13 @@ FoundEntry RootFolder::Find(std::string_view relative) const {
   int opened = -ELOOP;
   if (!isBehindLink_) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(systemPath_, path->text), flags);
   if (opened < 0) {
-    const int root = Descriptor();
-    if (root < 0) return {};
-    if (isBehindLink_) opened = OpenDirectlyOrRaise(root, path->text, flags);
-    if (opened < 0) return FindBeneath(&OpenBeneathOrRaise, root, *path, folders_.get(), opened);
+    const UniqueDescriptor root(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!root.IsOpen()) return {};
+    if (opened == -ELOOP) {
+      opened = OpenDirectlyOrRaise(root.Get(), path->text, flags);
+      isBehindLink_ = isBehindLink_ || opened >= 0;
+    }
+    if (opened < 0) return FindBeneath(&OpenBeneathOrRaise, root.Get(), *path, folders_.get(), opened);
   }
   return Direct(EntryOpened(*path, OpenFile(opened)));
 }
@@ -162,20 +165,6 @@ FoundEntry RootFolder::Direct(FoundEntry found) const {
 std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) const {
   if (!folders_ || folder.file.Kind() != EntryKind::kDirectory) return nullptr;
   return folders_->NamesOf(folder.name, folder.file.Descriptor());
-}
-
-int RootFolder::Descriptor() const {
-  const auto stamp = StampOfPath(systemPath_, LastLink::kFollowed);
-  if (stamp && descriptor_.IsOpen() && stamp->identity == identity_) return descriptor_.Get();
-  descriptor_ = UniqueDescriptor(-1);
-  if (!stamp) return -1;
-  UniqueDescriptor opened(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const auto openedStamp = StampOfDescriptor(opened.Get());
-  if (!openedStamp) return -1;
-  identity_ = openedStamp->identity;
-  isBehindLink_ = UniqueDescriptor(OpenDirectly(AT_FDCWD, systemPath_, O_PATH | O_CLOEXEC)).Get() == -ELOOP;
-  descriptor_ = std::move(opened);
-  return descriptor_.Get();
 }
 
 OpenFile OpenPath(std::string_view path) { return OpenAnyCase(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }

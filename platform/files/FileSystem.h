@@ -14,7 +14,6 @@
 #include <string_view>
 
 #include "platform/files/FileStamp.h"
-#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -132,15 +131,12 @@ class RootFolder {
   std::shared_ptr<FolderRecord> NamesIn(const FoundEntry& folder) const;
 
  private:
-  int Descriptor() const;
   FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;
   std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
   std::unique_ptr<FolderCache> folders_;
   std::unique_ptr<FileCache> files_;
-  mutable UniqueDescriptor descriptor_{-1};  // of the root, once it was needed
-  mutable FileIdentity identity_;
   mutable bool isBehindLink_ = false;  // a link leads to the root, so the whole path cannot be opened without one
 };
 

@@ -216,7 +216,7 @@ TEST(RootFolderTest, ARaceOfRenamesNeverLeadsOutside) {
   EXPECT_GT(inside, 0) << "the folder was never met where it belongs";
 }
 
-TEST(RootFolderTest, IsMovedWithItsDescriptor) {
+TEST(RootFolderTest, CanBeMovedAndKeepsNoDescriptor) {
   const Kit::TemporaryTree tree;
   tree.Write("a", "x");
   const std::size_t before = Kit::CountDescriptors();
