@@ -252,8 +252,9 @@ bool Tessel::ServerRunning() const { return Enter(core_)->state.running; }
 
 bool Tessel::StartServer() {
   const auto core = Enter(core_);
+  const bool started = core->lifecycle.StartServer();
   core->state.loop.Core().Thread().Start();
-  return core->lifecycle.StartServer();
+  return started;
 }
 
 bool Tessel::StopServer() {

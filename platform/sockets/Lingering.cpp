@@ -20,9 +20,8 @@ Lingering::Lingering(EventLoop& loop) : loop_(loop), timer_(loop) {
 }
 
 void Lingering::End(std::shared_ptr<TcpConnection>& connection) noexcept {
-  if (!connection->Linger(*this)) return;
   try {
-    Take(connection);
+    if (connection->Linger(*this)) Take(connection);
   } catch (const std::bad_alloc&) {
     if (connection) connection->Close();
   }

@@ -39,7 +39,10 @@ void PrepareServer(int descriptor) {
 TcpListener::TcpListener(EventLoop& loop, Client& client, std::uint64_t cookie)
     : loop_(loop.Core()), client_(client), cookie_(cookie), pause_(loop) {
   pause_.Interval(kPauseMilliseconds);
-  pause_.OnTick([this] { Resume(); });
+  pause_.OnTick([this] {
+    Resume();
+    if (IsConnectionWaiting()) client_.OnConnectionWaiting(*this);
+  });
 }
 
 int TcpListener::Open(const Endpoint& own, Manner manner) {

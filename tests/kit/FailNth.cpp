@@ -68,11 +68,6 @@ int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) n
   return Fails("clone") ? -1 : real(function, stack, flags, argument);
 }
 
-int close_range(unsigned first, unsigned last, int flags) noexcept {
-  static const auto real = Real<decltype(&close_range)>("close_range");
-  return Fails("close_range") ? -1 : real(first, last, flags);
-}
-
 int epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) noexcept {
   static const auto real = Real<decltype(&epoll_ctl)>("epoll_ctl");
   return Fails("epoll_ctl") ? -1 : real(epoll, operation, descriptor, event);

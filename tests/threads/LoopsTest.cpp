@@ -112,7 +112,7 @@ TEST(LoopsTest, SeveralThreadsServeAControlEach) {
   for (const auto& each : servers) {  // nobody runs the loops any more, so they are this thread's
     EXPECT_EQ(each->errors, "");
     EXPECT_TRUE(each->tessel.StopServer());
-    EXPECT_GT(each->lines, kRequests * 4);
+    EXPECT_GT(each->lines, kRequests * 3);  // what the host answers itself is not logged
   }
 }
 
