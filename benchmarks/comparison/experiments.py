@@ -134,12 +134,13 @@ def cold(context, workload):
 
 @contextlib.contextmanager
 def _cold_server(context, workload, variant):
-    """A fresh server, warmed with another file; with the arguments of the generator, and how long an answer's body is."""
+    """A fresh server, warmed with another file; the arguments of the generator, and how long an answer's body is."""
     with context.running(variant, workload.features, site=workload.site) as server:
         warm, _ = context.client.learn(server, workload_named("1k"))
         context.client.run(*warm, "--at-once", str(workload.at_once), "--requests", str(workload.warm_requests))
         learnt, body = context.client.learn(server, workload)
-        yield server, learnt + ["--at-once", str(workload.at_once), "--compare-every", str(workload.compare_every)], body
+        arguments = learnt + ["--at-once", str(workload.at_once), "--compare-every", str(workload.compare_every)]
+        yield server, arguments, body
 
 
 def _load_finding(workload, variants, results, calls, bodies):

@@ -30,7 +30,7 @@ class Variant:
         return self.name if self.log or self.name == "floor" else self.name + ", no log"
 
 
-# Every variant. The floor has no log at all. "tessel" is a host that measures, "program" the program tessel as it ships.
+# Every variant. The floor has no log at all. "tessel" is a host that measures, "program" the program as it ships.
 VARIANTS = [
     Variant("floor", False),
     Variant("tessel", True),

@@ -86,8 +86,9 @@ class Talk(ProgramTest):
                 ("cgi-directory", ["below the root", "is public"]),
                 ("authentication-source-file", ["substring", "in any case", "the beginning of a password is enough",
                                                 "the end of a name"])):
-            described = re.search(r" --(?:\[no-\])?%s (?:[A-Z] )?(.*?) (?=--(?:\[no-\])?[a-z-]+ (?:[A-Z]|Error)|[A-Z][a-z]+: )" % option,
-                                  text)
+            begins = r" --(?:\[no-\])?%s (?:[A-Z] )?" % option
+            ends = r"--(?:\[no-\])?[a-z-]+ (?:[A-Z]|Error)|[A-Z][a-z]+: "
+            described = re.search(r"%s(.*?) (?=%s)" % (begins, ends), text)
             for part in words:
                 with self.subTest(option, part=part):
                     self.assertIn(part, described[1])
