@@ -14,20 +14,22 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+std::int64_t CountLines(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
+
+}  // namespace
+
 // What is written in one go.
-struct Block {
+struct LogWriter::Block {
   std::string lines;
   std::int64_t lost = 0;  // how many lines came after these and found no room
 
   bool Empty() const { return lines.empty() && lost == 0; }
 };
 
-std::int64_t CountLines(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
-
 // Writes blocks, and counts what is lost.
-class BlockSink {
+class LogWriter::BlockSink {
  public:
-  BlockSink(LogWriter::Sink sink, std::string mark) : sink_(std::move(sink)), mark_(std::move(mark)) {}
+  BlockSink(Sink sink, std::string mark) : sink_(std::move(sink)), mark_(std::move(mark)) {}
 
   void Write(const Block& block) {
     const std::string_view lines = block.lines;
@@ -53,13 +55,11 @@ class BlockSink {
     return written;
   }
 
-  LogWriter::Sink sink_;
+  Sink sink_;
   std::string mark_;
   std::int64_t lost_ = 0;  // not told yet
   bool lineIsCut_ = false;
 };
-
-}  // namespace
 
 // What the two threads have in common.
 struct LogWriter::Shared {

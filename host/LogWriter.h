@@ -49,6 +49,8 @@ class LogWriter {
   bool WaitUntil(std::chrono::steady_clock::time_point limit);
 
  private:
+  struct Block;
+  class BlockSink;
   struct Shared;
 
   std::shared_ptr<Shared> shared_;  // with the writing thread, which may stay in the sink for ever

@@ -29,7 +29,7 @@ using Kit::Clock;
 using Kit::Every;
 using Kit::kTooLong;
 using Kit::Since;
-using std::chrono::milliseconds;
+using Milliseconds = std::chrono::milliseconds;
 
 // Ends a loop that would otherwise run for ever, so that the test fails instead of hanging.
 class Guard {
@@ -107,12 +107,12 @@ TEST(EventLoopRunTest, ReturnsAtOnceInsideANotification) {
     ++ticks;
     timer.Enabled(false);
     other = std::thread([&] {
-      std::this_thread::sleep_for(milliseconds(300));
+      std::this_thread::sleep_for(Milliseconds(300));
       loop.Stop();
     });
     const auto start = Clock::now();
     loop.Run();
-    EXPECT_LT(Since(start), milliseconds(250)) << "it does not wait for the stop";
+    EXPECT_LT(Since(start), Milliseconds(250)) << "it does not wait for the stop";
   });
   Guard guard(loop);
   loop.Run();
@@ -125,14 +125,14 @@ TEST(EventLoopRunTest, IsStoppedFromAnotherThreadWhileItWaits) {
   EventLoop loop;
   Guard guard(loop);
   std::thread other([&] {
-    std::this_thread::sleep_for(milliseconds(30));
+    std::this_thread::sleep_for(Milliseconds(30));
     loop.Stop();
   });
   const auto start = Clock::now();
   loop.Run();
   other.join();
   EXPECT_FALSE(guard.Fired());
-  EXPECT_GE(Since(start), milliseconds(20));
+  EXPECT_GE(Since(start), Milliseconds(20));
 }
 
 TEST(EventLoopRunTest, EveryStopOfAnotherThreadIsHeard) {
@@ -170,7 +170,7 @@ TEST(EventLoopRunTest, IsStoppedFromASignalHandler) {
 
   const pthread_t own = pthread_self();  // and while it waits in the kernel
   std::thread other([&] {
-    std::this_thread::sleep_for(milliseconds(30));
+    std::this_thread::sleep_for(Milliseconds(30));
     pthread_kill(own, SIGUSR1);
   });
   loop.Run();
@@ -187,7 +187,7 @@ TEST(EventLoopRunTest, ASignalThatStopsNothingDoesNotDisturbIt) {
   const pthread_t own = pthread_self();
   std::thread other([&] {
     for (int i = 0; i < 5; ++i) {
-      std::this_thread::sleep_for(milliseconds(5));
+      std::this_thread::sleep_for(Milliseconds(5));
       pthread_kill(own, SIGUSR1);
     }
     loop.Stop();
@@ -205,8 +205,8 @@ TEST(EventLoopRunOnceTest, WaitsAsLongAsToldWhenNothingHappens) {
   for (const std::int32_t wait : {0, 1, 30}) {
     const auto start = Clock::now();
     EXPECT_FALSE(loop.RunOnce(wait));
-    EXPECT_GE(Since(start), milliseconds(wait));
-    EXPECT_LT(Since(start), milliseconds(wait) + kTooLong);
+    EXPECT_GE(Since(start), Milliseconds(wait));
+    EXPECT_LT(Since(start), Milliseconds(wait) + kTooLong);
   }
 }
 
@@ -221,7 +221,7 @@ TEST(EventLoopRunOnceTest, ReturnsWhenSomethingHappens) {
     pipe.Drain();
   };
   std::thread other([&] {
-    std::this_thread::sleep_for(milliseconds(20));
+    std::this_thread::sleep_for(Milliseconds(20));
     pipe.Fill();
   });
   const auto start = Clock::now();
@@ -239,7 +239,7 @@ TEST(EventLoopRunOnceTest, ReturnsForATimerBeforeItsOwnLimit) {
   const auto start = Clock::now();
   while (ticks == 0 && Since(start) < kTooLong) loop.RunOnce(60'000);
   EXPECT_EQ(ticks, 1);
-  EXPECT_GE(Since(start), milliseconds(19));
+  EXPECT_GE(Since(start), Milliseconds(19));
   EXPECT_LT(Since(start), kTooLong);
 }
 
@@ -256,7 +256,7 @@ TEST(EventLoopRunOnceTest, WithoutALimitItWaitsForTheTimer) {
 TEST(EventLoopRunOnceTest, IsWokenByAStopOfAnotherThread) {
   EventLoop loop;
   std::thread other([&] {
-    std::this_thread::sleep_for(milliseconds(20));
+    std::this_thread::sleep_for(Milliseconds(20));
     loop.Stop();
   });
   const auto start = Clock::now();
@@ -271,7 +271,7 @@ TEST(EventLoopRunOnceTest, ALateTimerTicksOnceInRealTimeToo) {
   Timer timer(loop);
   int ticks = 0;
   Every(timer, 5, [&] { ++ticks; });
-  std::this_thread::sleep_for(milliseconds(40));
+  std::this_thread::sleep_for(Milliseconds(40));
   loop.RunOnce(0);
   EXPECT_EQ(ticks, 1);
 }

@@ -25,7 +25,7 @@ using Kit::Clock;
 using Kit::Every;
 using Kit::kTooLong;
 using Kit::Since;
-using std::chrono::milliseconds;
+using Milliseconds = std::chrono::milliseconds;
 
 class EventLoopDescriptorTest : public testing::Test {
  protected:
@@ -127,7 +127,7 @@ TEST_F(EventLoopDescriptorTest, TellsOfTimersLeftOverFromATurn) {
       timer.Enabled(false);
     });
   }
-  std::this_thread::sleep_for(milliseconds(10));
+  std::this_thread::sleep_for(Milliseconds(10));
   ASSERT_TRUE(Readable(4000));
   loop.RunOnce(0);
   EXPECT_EQ(ticks, EventLoop::kTimersPerTurn);
