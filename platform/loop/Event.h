@@ -4,8 +4,7 @@
 // Ownership: keeps a copy of the callable. A callable may replace or disconnect itself, stop the server or destroy the
 //            control while it runs.
 // Errors:    what a callable of a control's event throws is caught by the control and reported through LogEvent; it
-// never
-//            reaches the loop.
+//            never reaches the loop.
 #pragma once
 
 #include <cassert>
@@ -18,7 +17,7 @@ namespace TesselServer {
 
 class EventLoop;
 
-// Whether this thread may use what hangs on the loop (see EventLoop); nullptr is no loop.
+// Whether this thread may use the loop and everything made for it (see EventLoop); nullptr is no loop.
 bool IsOnThreadOf(const EventLoop* loop);
 
 //   tessel.HTTPLog = [](std::string& line) { std::puts(line.c_str()); };

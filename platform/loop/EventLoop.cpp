@@ -16,7 +16,7 @@ EventLoop::EventLoop(World& world)
     : core_(std::make_unique<LoopCore>(world, [this](std::string text) {
         try {
           HandlerFailed.Raise(text);
-        } catch (...) {  // there is nobody left to report it to
+        } catch (...) {  // there is no handler left to report it to
         }
       })) {}
 

@@ -1,6 +1,6 @@
 // The one descriptor by which a host's own loop watches an event loop: an epoll that has in it the loop's own epoll, an
 // eventfd for posted tasks and a timerfd for the next timer, each of them only while the loop can deliver what it
-// stands for.
+// signals.
 //
 // Thread:    the loop's thread.
 // Ownership: owns its descriptors; the loop's own epoll outlives it.

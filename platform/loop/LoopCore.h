@@ -26,7 +26,7 @@ namespace TesselServer {
 
 class World;
 
-// Is told what happened to a descriptor it watches.
+// Gets the events of a descriptor it watches.
 class LoopClient {
  public:
   virtual void OnEvents(std::uint64_t cookie, std::uint32_t events) = 0;

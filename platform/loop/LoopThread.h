@@ -1,5 +1,5 @@
-// Which thread a loop, and all that hangs on it, belongs to: the one that runs it. Before the first turn the loop may
-// be made on one thread and handed to another; once a control has been started, it is whoever comes first.
+// Which thread a loop, and everything made for it, belongs to: the one that runs it. Before the first turn the loop may
+// be made on one thread and handed to another; once a control has been started, it is the first thread that uses it.
 //
 // Thread:    any.
 // Errors:    none; the public classes assert MayUse in debug builds.
@@ -18,14 +18,14 @@ class LoopThread {
     const std::thread::id before = owner_.exchange(own);
     return !ran_.exchange(true) || before == own || before == std::thread::id();
   }
-  // Nobody runs the loop any more: it belongs to whoever comes next.
+  // No thread runs the loop any more: it belongs to the next one that uses it.
   void Leave() { owner_ = std::thread::id(); }
   // Something on the loop has been started: from here on it belongs to the first thread that uses it.
   void Start() { started_ = true; }
 
   bool IsThis() const { return owner_.load() == std::this_thread::get_id(); }
 
-  // Whether this thread may use what hangs on the loop.
+  // Whether this thread may use the loop and everything made for it.
   bool MayUse() {
     const std::thread::id own = std::this_thread::get_id();
     std::thread::id owner{};

@@ -110,7 +110,7 @@ bool NotifyingSocket::Core::Listen(const SocketAddress& own) {
   return error == 0 || Refuse(error);
 }
 
-// Takes over a connection that came to a listener.
+// Takes over a connection that a listener has accepted.
 void NotifyingSocket::Core::Adopt(UniqueDescriptor socket, const Endpoint& peer) {
   connection_.Adopt(std::move(socket), peer);
   if (!connection_.Watch()) FailLater(ENOBUFS);

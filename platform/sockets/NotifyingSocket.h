@@ -1,9 +1,9 @@
-// One TCP socket on an event loop that tells its owner what happens to it. It connects to a host, or it listens and
-// hands over the connections that come.
+// One TCP socket on an event loop that notifies its owner of what happens to it. It connects to a host, or it listens
+// and hands over the connections it accepts.
 //
-// A notification is never raised inside the call that caused it, but out of the loop. It is for the socket as it is
-// now: one that was closed or used anew meanwhile hears nothing of its past. A handler may close, reuse, move or
-// destroy the socket, and connect others. An exception that leaves a handler is dropped.
+// A notification is never raised inside the call that caused it, but by the event loop. It is for the socket as it is
+// now: after a close or a reuse no earlier notification is raised. A handler may close, reuse, move or destroy the
+// socket, and connect others. An exception that leaves a handler is dropped.
 //
 //   NotifyingSocket socket(loop);
 //   SocketHandlers handlers;
@@ -17,7 +17,7 @@
 // Ownership: owns its descriptor and its handlers; closes the one and drops the others when it dies. The loop outlives
 //            it. It can be moved and not copied; one that was moved from can be destroyed and assigned to, nothing
 //            else.
-// Errors:    no exception but those of memory running out. A call that fails answers False or nothing, and LastError
+// Errors:    no exception but those of memory running out. A call that fails returns False or nothing, and LastError
 //            has the reason as a socket error (10004 to 11004).
 #pragma once
 
@@ -49,17 +49,17 @@ enum class SocketOption {
   kReuseAddress,        // a port may be bound while old connections of it die; a listener has it
   kKeepAlive,           // silent connections are probed
   kNoDelay,             // small pieces go out at once
-  kSendBufferBytes,     // what the kernel keeps for the peer; it answers with twice what was set
+  kSendBufferBytes,     // what the kernel keeps for the peer; it reports twice what was set
   kReceiveBufferBytes,  // what it keeps for us; the same
   kLingerSeconds,       // how long a close waits for the peer to take what is left, -1 for not at all
 };
 
-// What the owner hears. A handler that is empty hears nothing; what it would have got is dropped.
+// What is reported to the owner. What an empty handler would have been given is dropped.
 struct SocketHandlers {
-  // A connection that Connect asked for stands.
+  // The connection that Connect asked for is established.
   std::function<void()> Connected;
-  // A connection came to the listener: keep it, or it closes when the handler returns. It has no handlers yet, and
-  // hears nothing before this returns.
+  // The listener has accepted a connection: keep it, or it closes when the handler returns. It has no handlers yet, and
+  // nothing is raised for it before this returns.
   std::function<void(NotifyingSocket connection)> Accepted;
   // Bytes arrived; they are valid until the handler returns.
   std::function<void(std::string_view bytes)> Data;
@@ -75,12 +75,12 @@ class NotifyingSocket {
  public:
   // One notification of data carries at most this many bytes; it is also what a socket may read in a turn.
   static constexpr std::size_t kChunkBytes = 16 * 1024;
-  // While so many bytes, or so many texts, wait for the kernel to take them, no more are taken from the owner.
+  // While so many bytes, or so many texts, wait for the kernel to take them, Send refuses more.
   static constexpr std::size_t kMaxWaitingBytes = 1024 * 1024;
   static constexpr std::size_t kMaxWaitingTexts = 4096;
-  // So many connections a listener takes from its queue before others have their turn.
+  // How many connections a listener accepts from its backlog before others have their turn.
   static constexpr int kAcceptsPerTurn = 32;
-  // How long a listener rests when there are no descriptors for its connections; they stay in the kernel's queue.
+  // How long a listener rests when there are no descriptors for its connections; they stay in the backlog.
   static constexpr std::int32_t kRestMilliseconds = 250;  // TcpListener::kPauseMilliseconds
 
   enum class State {
@@ -110,8 +110,8 @@ class NotifyingSocket {
   // what every Connect and Listen begins with.
   std::int32_t LastError() const;
 
-  // Closes what it carried and connects to `peer`. Whatever comes of it is told by Connected or Failed; the kernel
-  // gives up a host that does not answer after about two minutes (tcp_syn_retries, tcp(7)).
+  // Closes what it carried and connects to `peer`. The outcome is reported by Connected or Failed; the kernel gives up
+  // on a host that does not answer after about two minutes (tcp_syn_retries, tcp(7)).
   void Connect(const SocketAddress& peer);
 
   // Closes what it carried and listens on `own`, address 0 for all and port 0 for a free one (SO_REUSEADDR). False when
@@ -120,13 +120,13 @@ class NotifyingSocket {
 
   // Hands over bytes, all of them or none. What the kernel does not take now follows by itself; Sent is raised when
   // nothing is left. False for a socket that is not connected (10057), while the most that may wait is waiting
-  // (10035: try again after Sent), and when the connection turns out to be broken, which Failed tells too.
+  // (10035: try again after Sent), and when the connection turns out to be broken, which Failed reports too.
   bool Send(std::string bytes);
 
   // How many bytes wait for the kernel, counting a text that has begun to go as a whole.
   std::size_t WaitingBytes() const;
 
-  // Closes at once. Bytes that wait are lost, and bytes of the peer that nobody has read make it a reset: close after
+  // Closes at once. Bytes that wait are lost, and unread bytes of the peer make it a reset: close after
   // Sent, or when the peer has ended. Nothing happens to a closed socket.
   void Close();
 
@@ -134,7 +134,7 @@ class NotifyingSocket {
   std::optional<SocketAddress> PeerAddress() const;
   std::optional<SocketAddress> OwnAddress() const;
 
-  // The value of an option, nothing when the socket is not open. Setting answers False then, and for a value that the
+  // The value of an option, nothing when the socket is not open. Setting returns False then, and for a value that the
   // kernel refuses.
   std::optional<std::int32_t> Option(SocketOption option) const;
   bool Option(SocketOption option, std::int32_t value);

@@ -2,7 +2,7 @@
 //
 // Thread:    the loop's thread.
 // Ownership: owns the answer; the socket's descriptor is the caller's.
-// Errors:    told by the result; never raises a SIGPIPE.
+// Errors:    returned in the result; never raises a SIGPIPE.
 #pragma once
 
 #include <cstdint>

@@ -175,8 +175,8 @@ void SocketArray::OfferWaiting(std::int32_t index) {
   if (listener->IsConnectionWaiting()) OnConnectionWaiting(*listener);
 }
 
-// Offers the connection that is waiting. Its bytes are there already (deferred accept), so they are read before the
-// loop is asked to watch it.
+// Offers the pending connection. Its bytes have arrived already (deferred accept), so they are read before the loop is
+// asked to watch it.
 void SocketArray::OnConnectionWaiting(TcpListener& listener) {
   if (offer_ != nullptr) {  // a connection request is not raised inside another
     Pause(listener);
@@ -195,7 +195,7 @@ void SocketArray::OnConnectionWaiting(TcpListener& listener) {
   offer_ = nullptr;
   const bool refused = offer.takenBy < 0 && !offer.isGone;
   if (refused && listener.IsOpen()) Pause(listener);
-  // where the owner yielded, an element may have come free unseen, and another connection may have come
+  // where the owner yielded, an element may have become free unseen, and another connection may be pending
   if (refused ? offer.elementCameFree : offer.othersWait) ResumePausedSoon();
   if (Element* element = FindConnected(offer.takenBy)) ReadFirst(*element);
 }
@@ -204,7 +204,7 @@ void SocketArray::ReadFirst(Element& element) {
   const std::uint64_t generation = element.generation;
   try {
     element.connection->ReadNow();
-  } catch (...) {  // a connection whose owner failed to hear of it would be one that nobody watches
+  } catch (...) {  // without its report to the owner the connection would be watched by none
     if (element.generation == generation) Shut(element);
     throw;
   }
@@ -296,7 +296,7 @@ void SocketArray::InputMayCome(std::int32_t index, bool mayCome) {
 
 void SocketArray::SendData(std::int32_t index, Answer answer, AfterSend after) {
   Element* element = FindConnected(index);
-  // kept: one answer at a time, until its owner has been told that it has gone
+  // kept: one answer at a time, until its end has been reported to the owner
   const bool isFree = element != nullptr && element->connection->Status() != TcpConnection::State::kSent;
   if (!isFree) throw SystemError(ENOTCONN);
   if (const int error = element->connection->Send(std::move(answer), after == AfterSend::kCloses)) {

@@ -1,8 +1,8 @@
 // An array of socket elements, each with a number, a state and notifications, on an event loop: one element listens,
 // the others carry connections.
 //
-// A notification is raised for an element as it is now: an element that was closed or reloaded meanwhile hears nothing
-// of its past. A handler may close, unload and reload any element, its own included.
+// A notification is raised for an element as it is now: after a close or a reload none is raised for what happened
+// before. A handler may close, unload and reload any element, its own included.
 //
 // Thread:    the loop's thread.
 // Ownership: owns its descriptors. Must not die inside one of its notifications: its owner is given to
@@ -33,17 +33,17 @@ class EventLoop;
 
 enum class SocketState : std::int32_t {
   kClosed = 0,     // free
-  kListening = 2,  // hears connection requests
+  kListening = 2,  // listens for connection requests
   kConnected = 7,  // carries a connection
   kClosing = 8,    // the peer closed its side and no answer is under way
   kError = 9,      // failed
 };
 
-// What the owner of the array is told.
+// What the array reports to its owner.
 class SocketNotifications {
  public:
-  // A connection waits on the listening element `Index`: take it with Accept(requestID) before returning. When no
-  // element takes it, it stays in the kernel's queue, and is offered again as soon as an element becomes free, and at
+  // A connection is pending on the listening element `Index`: accept it with Accept(requestID) before returning. When
+  // no element accepts it, it stays in the backlog, and is offered again as soon as an element becomes free, and at
   // most kOfferAgainMilliseconds later.
   virtual void ConnectionRequest(std::int32_t Index, std::int32_t requestID) = 0;
   // Bytes arrived; fetch them with GetData at once.
@@ -81,7 +81,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   void Load(std::int32_t index);
   // Closes and removes the element; nothing happens when there is none.
   void Unload(std::int32_t index);
-  // A fresh element in place of this one: closed, and deaf to everything that was under way.
+  // A fresh element in place of this one: closed, and without any event of what was under way.
   void Reload(std::int32_t index);
   bool IsLoaded(std::int32_t index) const { return Find(index) != nullptr; }
   // The highest number ever loaded, -1 for none.
@@ -103,7 +103,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   void LocalPort(std::int32_t index, std::int32_t port);
   void Bind(std::int32_t index, std::int32_t port, const std::string& ip);
   // Takes the kernel's listening socket off the element, which is closed then, so that it outlives the renewal of the
-  // element: clients that have connected and not sent anything are known to that socket alone. Nothing when the
+  // element: clients that have connected and not sent anything are in that socket's backlog alone. Nothing when the
   // element does not listen.
   std::shared_ptr<TcpListener> Keep(std::int32_t index);
   // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
@@ -112,20 +112,20 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   void Listen(std::int32_t index, std::shared_ptr<TcpListener> kept = nullptr);
   // The port that the element listens on, 0 when it does not.
   std::int32_t BoundPort(std::int32_t index) const;
-  // Raises ConnectionRequest now if a connection is waiting in the listener's queue.
+  // Raises ConnectionRequest now if a connection is pending in the listener's backlog.
   void OfferWaiting(std::int32_t index);
 
   enum class AcceptResult {
     kAccepted,  // the element carries the connection
-    kGone,      // nobody waits any more
+    kGone,      // no connection is pending any more
     kFailed,    // no descriptors or memory: tried again after kOfferAgainMilliseconds
   };
-  // Takes the connection that ConnectionRequest told of on the closed element `index`.
+  // Accepts the connection that ConnectionRequest reported on the closed element `index`.
   AcceptResult Accept(std::int32_t index, std::int32_t requestID);
 
   // ---- Connections.
 
-  // The bytes that DataArrival told of; valid until the next notification.
+  // The bytes that DataArrival reported; valid until the next notification.
   std::string_view GetData(std::int32_t index);
 
   // What the owner does when SendComplete is raised: with kCloses the last bytes wait for that, and they and the end of
@@ -207,7 +207,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   bool resumePosted_ = false;
 
   std::array<char, kChunkBytes> chunk_;  // what the latest read has brought
-  std::string_view arrived_;             // the part of it that the owner is told of
+  std::string_view arrived_;             // the part of it that is reported to the owner
   std::int32_t arrivedIndex_ = -1;
 };
 

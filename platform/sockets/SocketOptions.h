@@ -1,7 +1,7 @@
 // Options of a socket by the names that the layers above know.
 //
 // Thread:    any.
-// Errors:    told by the result, errno(3) says why.
+// Errors:    returned in the result, errno(3) says why.
 #pragma once
 
 #include <cstdint>

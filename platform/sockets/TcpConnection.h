@@ -113,7 +113,7 @@ class TcpConnection final : private LoopClient {
   // ---- The end.
 
   // Ends the connection. True when that is not over yet: our side is shut down, and the connection lingers until the
-  // peer ends too, which `client` is told. False: it is closed.
+  // peer ends too, which is reported to `client`. False: it is closed.
   bool Linger(LingerClient& client);
   // Closes at once.
   void Close();

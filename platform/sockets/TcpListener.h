@@ -1,4 +1,4 @@
-// A listening TCP socket on an event loop. It reports that a connection is waiting; its client accepts it, or pauses
+// A listening TCP socket on an event loop. It reports that a connection is pending; its client accepts it, or pauses
 // the listener while it cannot.
 //
 // Thread:    the loop's thread.
@@ -23,7 +23,7 @@ class TcpListener : private LoopClient {
   static constexpr std::int32_t kPauseMilliseconds = 250;
   // A connection that sends nothing is kept by the kernel alone for about so long (TCP_DEFER_ACCEPT, tcp(7)).
   static constexpr int kDeferAcceptSeconds = 30;
-  // When a silent connection is probed, so that dead peers come to light (SO_KEEPALIVE, tcp(7)).
+  // When a silent connection is probed, so that dead peers are detected (SO_KEEPALIVE, tcp(7)).
   static constexpr int kKeepAliveIdleSeconds = 60;
   static constexpr int kKeepAliveIntervalSeconds = 10;
   static constexpr int kKeepAliveProbes = 6;
@@ -37,7 +37,7 @@ class TcpListener : private LoopClient {
 
   class Client {
    public:
-    // A connection is waiting: accept it, or pause the listener. It is reported again until one of these is done.
+    // A connection is pending: accept it, or pause the listener. It is reported again until one of these is done.
     virtual void OnConnectionWaiting(TcpListener& listener) = 0;
 
    protected:
@@ -52,19 +52,19 @@ class TcpListener : private LoopClient {
 
   // Opens a socket, binds it (SO_REUSEADDR), listens and watches. 0, or the error of what failed.
   int Open(const Endpoint& own, Manner manner);
-  // Closes the socket; connections that nobody has accepted are reset by the kernel.
+  // Closes the socket; connections not accepted yet are reset by the kernel.
   void Close();
 
   std::uint64_t Cookie() const { return cookie_; }
   bool IsOpen() const { return socket_.IsOpen(); }
-  // Whether it listens on this address and port and nothing is the matter with it.
+  // Whether it listens on this address and port and its socket has no error.
   bool ListensOn(const Endpoint& own) const;
   std::optional<Endpoint> Own() const { return Endpoint::OwnOf(socket_.Get()); }
   int Descriptor() const { return socket_.Get(); }
 
-  // Whether a connection is waiting. One that has sent nothing is not, with Manner::kServer.
+  // Whether a connection is pending. One that has sent nothing is not, with Manner::kServer.
   bool IsConnectionWaiting() const;
-  // Accepts one connection. Without one the descriptor is not open and `error` says why, EAGAIN when none is waiting.
+  // Accepts one connection. Without one the descriptor is not open and `error` says why, EAGAIN when none is pending.
   UniqueDescriptor Accept(Endpoint& peer, int& error) const;
 
   // Reports nothing until it is resumed or kPauseMilliseconds have passed.
