@@ -143,8 +143,8 @@ Date CFileInfo::FileTimeToDate(std::int64_t fileTime, bool ToLocal) const {
   return ToLocal ? LocalDate(world_, fileTime) : DateFromSeconds(fileTime);
 }
 
-// The offset a day before is that of before any change of the clocks near the date, the one a day later that of behind
-// it. Where neither leads back to the date the change has left it out.
+// The offset a day earlier is the one before any change of the clocks near the date, the offset a day later the one
+// after it. Where neither leads back to the date, the date was skipped by the change.
 std::int64_t CFileInfo::DateToFileTime(Date date, bool FromLocal) const {
   const std::int64_t seconds = SecondsFromDate(date);
   if (!FromLocal) return seconds;

@@ -73,8 +73,8 @@ class CFileInfo {
 
   // Property LastAccessTime (read/write): always reads 0. Setting it sets the file's time to the nearest second, and
   // Refresh follows. It is not set when the entry does not exist, cannot be opened for writing (a folder: for reading)
-  // or belongs to somebody else. Of a local time that the change from summer time brings twice the first is meant; one
-  // that the change to it leaves out is moved on by what was left out.
+  // or belongs to another user. A local time that occurs twice at the end of summer time means the first one; one that
+  // is skipped at its beginning is moved on by the skipped time.
   Date LastAccessTime() const { return 0; }
   void LastAccessTime(Date date);
 
@@ -86,8 +86,8 @@ class CFileInfo {
   // Property Attributes (read/write): a sum of 1 read-only, 2 hidden, 4 system, 16 folder, 32 archive, 256 temporary.
   // Default: 0. Hidden, system and temporary lie in the extended attribute "user.DOSATTRIB"; read-only means that the
   // owner has no permission to write; every file has archive, and the bit for compressed, 2048, is never there. Setting
-  // a value that differs from the stored one writes those that can be written (WriteFileAttributes), and Refresh
-  // follows; where that fails nothing changes.
+  // a value that differs from the stored one writes the attributes that can be written (WriteFileAttributes), and
+  // Refresh follows; where that fails nothing changes.
   std::int32_t Attributes() const { return attributes_; }
   void Attributes(std::int32_t attributes);
 
@@ -123,7 +123,7 @@ class CFileInfo {
   // "Sunday, November 15, 2026 6:20:05 PM".
   std::string FormatFileDate(Date date) const;
 
-  // `date` by the picture `format`, then "18:20:05" behind a blank; the time alone; the date alone.
+  // `date` by the picture `format`, then "18:20:05" after a blank; the time alone; the date alone.
   std::string FormatFileDateShort(Date date, std::string_view format) const;
   std::string FormatFileTimeOnlyShort(Date date) const;
   std::string FormatFileDateOnlyShort(Date date, std::string_view format) const;

@@ -94,8 +94,8 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
-// Opens a new file for writing. "x" lets the kernel refuse a name that is taken, whoever takes it and however late; "e"
-// keeps the file out of child processes.
+// Opens a new file for writing. "x" makes the kernel refuse a name that exists, even if it was created a moment before;
+// "e" keeps the file out of child processes.
 Stream CreateNewFile(const std::string& path) {
   Stream stream(std::fopen(path.c_str(), "wbxe"));
   if (stream != nullptr) return stream;

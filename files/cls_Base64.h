@@ -26,7 +26,7 @@ class cls_Base64 {
   // The longest file that EncodeFile takes: text of such a file needs about as much memory again, and a third more.
   static constexpr std::int64_t kMaxFileBytes = 256LL * 1024 * 1024;
 
-  // The bytes that `text` stands for. Every CR LF pair and then every "=", wherever it stands, is left out; each other
+  // The bytes that `text` encodes. Every CR LF pair and then every "=", wherever it is, is left out; each other
   // character outside the alphabet (a blank, a lone CR or LF too) counts as "A", the value 0. A last group of two or
   // three characters gives one or two bytes, a single last character none.
   std::vector<std::uint8_t> DecodeArr(std::string_view text) const;
@@ -34,13 +34,13 @@ class cls_Base64 {
   // The same bytes as text.
   std::string DecodeStr(std::string_view text) const;
 
-  // Writes the bytes that `text` stands for to a new file. In `path` "\" and "/" both separate. Raises kFileExists,
-  // "File already exists." from "Base64.DecodeToFile" when anything stands there, which is left as it is: an existing
+  // Writes the bytes that `text` encodes to a new file. In `path` "\" and "/" both separate. Raises kFileExists,
+  // "File already exists." from "Base64.DecodeToFile" when anything exists there, which is left as it is: an existing
   // file is never opened, also when it appears at the last moment. Raises ErrorNumber::kFileAccess when the file cannot
   // be created or written whole; no part of it stays.
   void DecodeToFile(std::string_view text, std::string_view path) const;
 
-  // `bytes` as text, in lines of kLineLength characters with CR LF between them and none behind the last. Raises
+  // `bytes` as text, in lines of kLineLength characters with CR LF between them and none after the last. Raises
   // kArrayNotDimensioned, "Input array is not dimensioned." from "Base64.EncodeArr" when there are no bytes.
   std::string EncodeArr(const std::vector<std::uint8_t>& bytes) const;
 

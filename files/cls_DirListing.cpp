@@ -103,18 +103,18 @@ void AppendDateAndRowEnd(std::string& page, const CivilTime& date) {
   PutTwoDigits(text.data() + kMinuteAt, date.minute);
   PutTwoDigits(text.data() + kSecondAt, date.second);
   std::string_view shown(text.data(), text.size());
-  if (date.year > 9999) {  // the moment behind the last year of four digits
+  if (date.year > 9999) {  // after the last year of four digits
     page.append(std::to_string(date.year));
     shown.remove_prefix(kYearDigits);
   }
   page.append(shown);
 }
 
-// The end of a row, from behind its size on. Entries of one folder often bear the same time, so the latest text is
+// The end of a row, after its size. Entries of one folder often have the same time, so the latest text is
 // kept.
 class RowEnd {
  public:
-  // For what `entry` points at in turn. `beforeDate` stands in front.
+  // For what `entry` points at in turn. `beforeDate` comes first.
   RowEnd(const CFileInfo& entry, std::string_view beforeDate) : entry_(entry), beforeDate_(beforeDate) {}
 
   const std::string& For(const FileFacts& facts) {

@@ -1,12 +1,12 @@
 // The page that shows a folder: a heading, a link to the parent folder, a row for each sub-folder and for each file.
 //
-// kept: names stand in the page as they are on disk, neither escaped nor, in the links of files, encoded. Who may name
-// a file in a served folder may put markup into its listing.
+// kept: names are shown in the page as they are on disk, neither escaped nor, in the links of files, encoded. Who may
+// name a file in a served folder may put markup into its listing.
 //
 // Thread:    the host's thread only. Reads two passes over the folder, which hold the thread: see kMaxListingBytes.
 // Ownership: keeps references to the world and the open folder, and shares the names.
-// Errors:    none; a folder that cannot be read has no rows, an entry that vanishes is left out. No error text stands
-//            in the page.
+// Errors:    none; a folder that cannot be read has no rows, an entry that vanishes is left out. The page has no error
+//            text.
 #pragma once
 
 #include <cstddef>
@@ -49,12 +49,12 @@ class cls_DirListing {
   // any size costs bounded memory.
   static constexpr std::size_t kMaxListingBytes = 64 * 1024 * 1024;
 
-  // How many entries of one kind, listed or not, and how many links of both kinds are looked at; what comes behind is
+  // How many entries of one kind, listed or not, and how many links of both kinds are looked at; what comes after is
   // not listed. A link costs several times what another entry costs.
   static constexpr std::int32_t kMaxEntries = 500'000;
   static constexpr std::int32_t kMaxLinks = 10'000;
 
-  // `directory` is the folder as it was opened: nothing is looked up by path again. `names` are those that it has now,
+  // `directory` is the folder as it was opened: nothing is looked up by path again. `names` are the names in it now,
   // where they are remembered (RootFolder::NamesIn); without them (nullptr) the folder is read.
   cls_DirListing(const World& world, const OpenFile& directory, ListingRules rules,
                  std::shared_ptr<FolderRecord> names = nullptr)
@@ -62,7 +62,7 @@ class cls_DirListing {
 
   // The whole page. `LocalDir`, the folder's full path, gets a "\" at its end unless it has one. `UrlPath`, the path of
   // the URL as the client sent it, loses one "/" at its end when it has one; the title shows it as it came.
-  // `ServerName` stands in title and heading.
+  // `ServerName` is shown in title and heading.
   std::string GetDirListing(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
 
   // The rows for sub-folders: those whose name does not begin with ".", hidden ones too, in the order of the system.
@@ -70,7 +70,7 @@ class cls_DirListing {
   // which they stay; `ServerName` is not used.
   std::string ListSubDirectories(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
 
-  // The rows for files, dot files too, but for hidden ones and those that the rules name. Their links are `UrlPath`,
+  // The rows for files, dot files too, but for hidden ones and those named by the rules. Their links are `UrlPath`,
   // "/" and the name as it is.
   std::string ListFiles(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
 

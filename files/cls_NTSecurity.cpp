@@ -38,7 +38,7 @@ constexpr std::array kLevels = {
     Level{0x1200A9, "Read", "Read", kRead | kExecute},
 };
 
-// What single bits of any other mask stand for.
+// What single bits of any other mask mean.
 struct Bits {
   std::uint32_t mask;
   unsigned rights;

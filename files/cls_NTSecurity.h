@@ -5,8 +5,8 @@
 // Ownership: values; views given are read during the call.
 // Errors:    a call that fails returns False and keeps the error's number and text. Nothing is raised.
 //
-// A list is read, changed and written back. Somebody else's change to the same list in between is lost: the system
-// offers no way to exclude or to notice it.
+// A list is read, changed and written back. Another process's change to the same list in between is lost: the system
+// offers no way to exclude or to detect it.
 //
 // Masks and rights
 // ----------------
@@ -20,7 +20,7 @@
 //   0x1201B6    -w-    add
 //   0x1200A9    r-x    read
 //   any other   its bits: 0x1 and 0x80000000 (generic read) read; 0x2, 0x4 and 0x40000000 (generic write) write;
-//               0x20 and 0x20000000 (generic execute) execute; 0x10000000 all three; the others stand for nothing here
+//               0x20 and 0x20000000 (generic execute) execute; 0x10000000 all three; the others have no meaning here
 //
 // The two "add" masks make no file runnable; a folder needs the right to enter besides, which a further grant of
 // 0x1200A9 or 0x20 adds. Deleting is a right of the folder, changing the list one of the owner alone: masks that
@@ -78,12 +78,12 @@ class cls_NTSecurity {
   // list that a folder hands down to new files is left alone. An object without a list gets one made of its permission
   // bits; with its last named entry a list becomes permission bits again.
   //
-  // A user's own entry stands in place of what the object gives to groups and to others: an entry with fewer rights
+  // A user's own entry replaces what the object gives to groups and to others: an entry with fewer rights
   // than those takes rights away, and one for the owner changes nothing for the owner.
   //
   // True as well when an entry that is not there is revoked: nothing is written then. Fails, and changes nothing, with
   //   2   nothing has that name                       1   not the owner, nor root
-  //   22  another object type or mode; a trustee whom nobody is; a grant of a mask that gives no right;
+  //   22  another object type or mode; a trustee who does not exist; a grant of a mask that gives no right;
   //       a NUL in a name
   //   95  the file system keeps no lists              74  what it keeps is no list
   //   7, 28  more entries than fit

@@ -38,11 +38,11 @@ class HostLookUp {
   std::int32_t AddressFromText(std::string_view text) const;
 
   // The name that the name service has for `address`, at most kMaxHostNameBytes and up to its first NUL. "Unknown" when
-  // there is none, or when it has another byte than letters, digits, "." "_" and "-": whoever owns an address decides
+  // there is none, or when it has another byte than letters, digits, "." "_" and "-": the owner of an address decides
   // on its name, and the name goes into pages.
   std::string HostNameFromLong(std::int32_t address) const;
 
-  // The address of a dotted text, in the forms that AddressFromText reads and without asking anybody. kNoAddress for
+  // The address of a dotted text, in the forms that AddressFromText reads and without a query. kNoAddress for
   // any other text.
   static std::int32_t AddressFromDottedText(std::string_view text);
 

@@ -1,11 +1,11 @@
-// Internet utilities: a start of the network that tells the user when it is of no use, look-ups, and the echo of a
+// Internet utilities: a start of the network that shows the user when it is not usable, look-ups, and the echo of a
 // host.
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second, an echo for
 //            kEchoMilliseconds more.
 // Ownership: it owns nothing.
 // Errors:    none. What keeps the network from starting or ending is shown in a message box (World::MessageBox); what
-//            cannot be had has the fallback told with each member.
+//            cannot be had has the fallback documented at each member.
 #pragma once
 
 #include <cstdint>
@@ -45,15 +45,15 @@ class cls_INet {
   explicit cls_INet(World& world = SystemWorld(), NetworkSubsystem& network = SystemNetwork())
       : world_(world), network_(network) {}
 
-  // Starts the network. True when sockets are usable; else a message box tells why not: it does not start, is older
+  // Starts the network. True when sockets are usable; else a message box shows why not: it does not start, is older
   // than 1.1, or has no socket left.
   bool SocketsInitialize();
 
   // Ends what SocketsInitialize began. False, after a message box, when that fails.
   bool SocketsShutdown();
 
-  // Each of these starts the network, and ends it again when SocketsInitialize was content with it. Else the message
-  // box has told why, and the fallback is the answer.
+  // Each of these starts the network, and ends it again when SocketsInitialize returned True. Else the message box has
+  // shown why, and the fallback is returned.
 
   // The first address of this machine as dotted text, one of the loopback network only when it has no other. Fallback:
   // "".

@@ -5,7 +5,7 @@
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second.
 // Ownership: sockets stay the caller's.
-// Errors:    none; what cannot be had has the fallback told with each member. Why a socket refused something is told by
+// Errors:    none; what cannot be had has the fallback documented at each member. Why a socket refused something is in
 //            its LastError.
 #pragma once
 
@@ -45,8 +45,8 @@ class cls_WinSock {
   // `world` is for tests: what names and addresses are asked of.
   explicit cls_WinSock(const World& world = SystemWorld()) : world_(world) {}
 
-  // Makes the sockets ready and tells in `description` what they are. Always true. A second start changes nothing, the
-  // description neither.
+  // Makes the sockets ready and returns in `description` what they are. Always true. A second start changes nothing,
+  // the description neither.
   bool SocketsStartup(std::string& description);
 
   // Ends what SocketsStartup began.
@@ -66,11 +66,11 @@ class cls_WinSock {
   std::int32_t AddressFromText(std::string_view text) const;
 
   // The name that the name service has for `address`, at most kMaxHostNameBytes and up to its first NUL. "Unknown" when
-  // there is none, or when it has another byte than letters, digits, "." "_" and "-": whoever owns an address decides
+  // there is none, or when it has another byte than letters, digits, "." "_" and "-": the owner of an address decides
   // on its name, and the name goes into pages.
   std::string HostNameFromLong(std::int32_t address) const;
 
-  // The address of a dotted text, in the forms that AddressFromText reads and without asking anybody. kNoAddress for
+  // The address of a dotted text, in the forms that AddressFromText reads and without a query. kNoAddress for
   // any other text.
   static std::int32_t AddressFromDottedText(std::string_view text);
 
@@ -81,15 +81,15 @@ class cls_WinSock {
   // without a sign, so that 3221225991 and -1073741305 are both "192.0.2.7". "0.0.0.0" for a number beyond that.
   static std::string HostOrderAddressText(std::int64_t address);
 
-  // The host name of this machine, "Unknown" when it cannot be told.
+  // The host name of this machine, "Unknown" when it cannot be determined.
   std::string LocalHostName() const;
 
-  // The number of the protocol `name`: 6 for "tcp". A text of digits up to 255 that is no name stands for itself.
+  // The number of the protocol `name`: 6 for "tcp". A text of digits up to 255 that is no name is the number itself.
   // kNoNumber for any other.
   static std::int32_t ProtocolNumber(std::string_view name);
 
   // The port of the service `name` over `protocol`, "tcp" or "udp", or "" for either: 80 for "http". A text of digits
-  // up to 65535 that is no name stands for itself. kNoNumber for any other, and for another protocol.
+  // up to 65535 that is no name is the port itself. kNoNumber for any other, and for another protocol.
   static std::int32_t ServicePort(std::string_view name, std::string_view protocol = "tcp");
 
   // The 32 bits made of two words: high * 65536 + low.
@@ -100,9 +100,8 @@ class cls_WinSock {
 
   // ---- Sockets.
 
-  // Connects `socket` to `port` (1 to 65535) of `host`, a dotted address or a host name. Whatever comes of it is told
-  // by its notifications. False when the host has no address or the port is out of its range: the socket is then
-  // closed.
+  // Connects `socket` to `port` (1 to 65535) of `host`, a dotted address or a host name. The outcome is reported by its
+  // notifications. False when the host has no address or the port is out of its range: the socket is then closed.
   bool ConnectSocket(NotifyingSocket& socket, std::string_view host, std::int32_t port) const;
 
   // Has `socket` listen on `port` (0 to 65535, 0 for a free one) of the local address `address`, "0.0.0.0" for all.
@@ -119,7 +118,7 @@ class cls_WinSock {
   // Address, colon, port: "192.0.2.7:80".
   static std::string SocketAddressText(const SocketAddress& address);
 
-  // The value of a socket's option, nothing when it cannot be told; and sets it, False when the socket is not open or
+  // The value of a socket's option, nothing when it cannot be read; and sets it, False when the socket is not open or
   // the value is refused.
   static std::optional<std::int32_t> GetSocketOption(const NotifyingSocket& socket, SocketOption option);
   static bool SetSocketOption(NotifyingSocket& socket, SocketOption option, std::int32_t value);

@@ -33,7 +33,7 @@ bool IsBefore(const AccessList::NamedEntry& entry, const Trustee& trustee) {
   return std::tie(entry.trustee.kind, entry.trustee.id) < std::tie(trustee.kind, trustee.id);
 }
 
-// Where the trustee's entry stands, or where it would.
+// Where the trustee's entry is, or where it would be inserted.
 template <typename Entries>
 auto PlaceOf(Entries& entries, const Trustee& trustee) {
   return std::lower_bound(entries.begin(), entries.end(), trustee, IsBefore);

@@ -3,9 +3,9 @@
 //
 // Thread:    any; a value.
 // Ownership: owns its entries.
-// Errors:    told by each member.
+// Errors:    documented at each member.
 //
-// A named user's entry stands in place of what the file gives to groups and to others: it can take rights away as well
+// A named user's entry replaces what the file gives to groups and to others: it can take rights away as well
 // as give them. The owner's own rights never come from a named entry. The mask bounds the owning group and every named
 // entry; it is there exactly when there is a named entry, as long as a list is changed through this class only.
 #pragma once
@@ -22,7 +22,7 @@ namespace TesselServer {
 // A user or a group by its number.
 struct Trustee {
   enum class Kind { kUser, kGroup };
-  static constexpr std::uint32_t kNobodyAtAll = 0xFFFFFFFF;  // the number that stands for no user and no group
+  static constexpr std::uint32_t kNobodyAtAll = 0xFFFFFFFF;  // the number of no user and no group
 
   Kind kind = Kind::kUser;
   std::uint32_t id = kNobodyAtAll;
@@ -61,8 +61,8 @@ class AccessList {
   // The value that the kernel takes. Longer than kMaxBytes, and refused by the kernel, beyond kMaxEntries.
   std::string Bytes() const;
 
-  // The permission bits that a file with this list shows, 0 to 0777: where there is a mask it stands in the place of
-  // the owning group's rights.
+  // The permission bits that a file with this list shows, 0 to 0777: where there is a mask it replaces the owning
+  // group's rights.
   unsigned Mode() const;
 
   // The entries of users and groups other than the owners: users first, each kind by number.

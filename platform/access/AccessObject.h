@@ -5,7 +5,7 @@
 // Errors:    the system's error numbers, as std::errc; std::errc() is success.
 //
 // What is read and what is written belong to one and the same object, also when its name is given to another one in
-// between. A change of the list by somebody else in between is lost: the system offers no way to notice it.
+// between. A change of the list by another process in between is lost: the system offers no way to detect it.
 #pragma once
 
 #include <string>
@@ -24,9 +24,9 @@ namespace TesselServer {
 class AccessObject {
  public:
   // Finds the object by the rules of OpenPath: "\" and "/" both separate, the spelling given is tried first, then other
-  // cases; links are followed. Whether it was found is told by Read and Write. Nothing about it is opened for reading,
-  // so neither a file without permissions nor a FIFO is an obstacle. Where /proc is not mounted, or no descriptor is
-  // left, nothing can be found.
+  // cases; links are followed. Whether it was found is returned by Read and Write. Nothing about it is opened for
+  // reading, so neither a file without permissions nor a FIFO is an obstacle. Where /proc is not mounted, or no
+  // descriptor is left, nothing can be found.
   explicit AccessObject(std::string_view path);
   AccessObject(const AccessObject&) = delete;
   AccessObject& operator=(const AccessObject&) = delete;

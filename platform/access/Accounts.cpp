@@ -25,11 +25,11 @@ int AskWithRoom(std::vector<char>& record, Ask ask) {
   }
 }
 
-// A database that is not there knows nobody.
+// A database that does not exist has no entries.
 bool IsMissing(int error) { return error == 0 || error == ENOENT || error == ESRCH; }
 
-// 0 when nobody was found because there is nobody. Where a database cannot be opened for want of descriptors, the
-// system takes the word of the next one that there is nobody.
+// 0 when no entry was found because there is none. Where a database cannot be opened for want of descriptors, the
+// system returns the result of the next one, which may have no such entry.
 int WantOfDescriptors() {
   const UniqueDescriptor probe(OpenAnywhere(AT_FDCWD, "/", O_PATH | O_CLOEXEC));
   return probe.IsOpen() ? 0 : -probe.Get();

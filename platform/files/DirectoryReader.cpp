@@ -40,7 +40,7 @@ std::optional<DirectoryEntry> DirectoryReader::NextRemembered() {
   return std::nullopt;
 }
 
-// Nothing when it is not what is wanted. A type that the folder itself tells saves the question.
+// Nothing when it is not what is wanted. Where the folder itself holds the type, no system call is needed.
 std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsigned char type) {
   const unsigned char otherType = wanted_ == EntryKind::kFile ? DT_DIR : DT_REG;
   if (type == otherType) return std::nullopt;

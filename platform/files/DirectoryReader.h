@@ -30,15 +30,15 @@ class FolderStream;
 struct DirectoryEntry {
   std::string_view name;  // raw bytes as on disk, 1 to 255; until the reader's next call
   FileFacts facts;        // of the target when it is a link
-  bool isLink = false;    // its target may lie anywhere: the caller decides whether it may be told of
+  bool isLink = false;    // its target may lie anywhere: the caller decides whether it may be shown
 };
 
 //   DirectoryReader files(folder, EntryKind::kFile);
 //   while (const auto entry = files.Next()) Show(entry->name, entry->facts.size);
 class DirectoryReader {
  public:
-  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. The names are
-  // those of `record`, which has just been seen to hold (FolderCache::NamesOf); with nullptr the folder is read.
+  // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. The names come
+  // from `record`, which has just been found valid (FolderCache::NamesOf); with nullptr the folder is read.
   DirectoryReader(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record = nullptr);
   DirectoryReader(const DirectoryReader&) = delete;
   DirectoryReader& operator=(const DirectoryReader&) = delete;
@@ -66,7 +66,7 @@ class DirectoryReader {
   std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
   std::unique_ptr<FolderStream> stream_;            // and where it is not
   std::size_t next_ = 0;                            // in the record
-  std::optional<std::uint64_t> withoutAttributes_;  // a file system (st_dev) that has said that it keeps none
+  std::optional<std::uint64_t> withoutAttributes_;  // a file system (st_dev) that is known to keep none
 };
 
 }  // namespace TesselServer

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kName[] = "user.DOSATTRIB";
 
-using Buffer = std::array<char, 1024>;  // many times what anybody has been seen to write
+using Buffer = std::array<char, 1024>;  // many times the longest value seen
 
 std::uint32_t Parse(const Buffer& value, ssize_t length) {
   return length > 0 ? ParseDosAttributes({value.data(), static_cast<std::size_t>(length)}) : 0;

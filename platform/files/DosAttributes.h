@@ -1,5 +1,5 @@
 // The attributes that Linux has no permission bit for, kept in the extended attribute "user.DOSATTRIB", where file
-// sharing with other systems keeps them: "0x" and hexadecimal digits, with other bytes behind them or not.
+// sharing with other systems keeps them: "0x" and hexadecimal digits, with other bytes after them or not.
 //
 // Thread:    any.
 // Ownership: values; descriptors stay the caller's.
@@ -25,12 +25,12 @@ std::uint32_t DosAttributesOf(const std::string& path);
 struct DosAttributesAnswer {
   std::uint32_t attributes = 0;
   bool isCertain = false;   // the file has them, or has none; not refused for want of permission, for one
-  bool isSupported = true;  // false: its file system keeps none, so whoever asks for many of them need not go on
+  bool isSupported = true;  // false: its file system keeps none: a caller with more files of it need not ask
 };
 DosAttributesAnswer AskDosAttributes(int folder, const char* name);
 
-// Writes the number to the file at `path`. Whatever stood there is replaced, the bytes behind it too, since they may
-// repeat the old number. False when the file system or the file's permissions refuse.
+// Writes the number to the file at `path`. An existing value is replaced, the bytes after the number too, since they
+// may repeat the old number. False when the file system or the file's permissions refuse.
 bool WriteDosAttributes(const std::string& path, std::uint32_t attributes);
 
 }  // namespace TesselServer

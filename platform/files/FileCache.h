@@ -1,12 +1,10 @@
 // Small files beneath one root with their contents, so that a file that has not changed is served without being opened.
-// FileStamp.h has the rule by which it counts as the same; beside that the system is asked whether what leads to it
-// from the root are folders still, for a link might leave the root. Which folders they are does not matter: what is
-// found by this way is what opening the file by it would find.
+// FileStamp.h has the rule by which it counts as the same; in addition the system is asked whether every folder on the
+// path from the root to it is still a folder, for a link might leave the root. Which folders they are does not matter:
+// what is found by this path is what opening the path would find. Only files without a link on their path are
+// remembered, no longer than kMaxFileBytes, and in a folder that knows each name in one spelling alone.
 //
-// Only files without a link on their way are remembered, no longer than kMaxFileBytes, and in a folder that knows each
-// name in one spelling alone.
-//
-// What it is for: a file in the root costs one system call (newfstatat) and one more for each folder on its way, in
+// What it is for: a file in the root costs one system call (newfstatat) and one more for each folder on its path, in
 // place of five (openat2, fstat, fgetxattr, pread64, close). With 4,000 files of 1 KiB a look-up and reading took 2.1
 // us in place of 4.0 in the root. Where it loses: three folders deep it is 3.9 in place of 4.0 us, and only the copy of
 // the bytes is saved. The second request within a minute costs six calls and 5 us more, and so does one request a
@@ -14,7 +12,7 @@
 // for, is cheaper without.
 //
 // Thread:    the host's thread only.
-// Ownership: a file that was found lives as long as somebody holds it. The world outlives the cache.
+// Ownership: a file that was found lives as long as it is referenced. The world outlives the cache.
 // Errors:    none; null for a file that is not remembered or has changed.
 #pragma once
 

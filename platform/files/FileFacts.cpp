@@ -26,7 +26,7 @@ constexpr mode_t kPermissions = 07777;
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
-// What stands at a path as the system is asked for it.
+// What is at a path, as the system is asked for it.
 struct Located {
   std::string path;  // "" when nothing of interest is there
   struct stat status;

@@ -24,8 +24,8 @@ constexpr FileSystem kFileSystems[] = {
     {XFS_SUPER_MAGIC, true},  {BTRFS_SUPER_MAGIC, true}, {OVERLAYFS_SUPER_MAGIC, true}, {TMPFS_MAGIC, false},
 };
 
-// Anybody may date a file to any year, so the number goes round beyond 1677 to 2262. What dates a file so sets its
-// change time as well, which does not: the stamp is another one all the same.
+// The time of last write can be set to any year, so the number wraps around outside 1677 to 2262. Setting it sets the
+// change time as well, which does not wrap: the stamp differs all the same.
 std::int64_t Nanoseconds(const timespec& moment) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(moment.tv_sec) * kNanosecondsPerSecond +
                                    static_cast<std::uint64_t>(moment.tv_nsec));

@@ -1,8 +1,8 @@
 // What the system says of a file or folder, and the one rule by which what has been read of it is used again.
 //
 // The rule (class Reading). What was read is used again as long as all of this holds:
-//   1. stat(2) says what fstat(2) said before the reading: which file it is, its type, permissions, length, time of
-//      last write and change time. The system sets the change time at each change, a new time of last write among
+//   1. stat(2) returns what fstat(2) returned before the reading: which file it is, its type, permissions, length, time
+//      of last write and change time. The system sets the change time at each change, a new time of last write among
 //      them, and it cannot be set back. So the very next request sees every change that has a time.
 //   2. The change time was at least two seconds old when the reading began. Clocks of file systems are coarse: two
 //      changes within one tick leave the same times.
@@ -13,11 +13,11 @@
 // What has no time shows after that minute at the latest: bytes that a program writes through a shared mapping (the
 // system notes the first write to a page, and the next one only when that has gone to disk, half a minute later as
 // systems are set up); what a change of this process's own rights would hide from it; an encrypted folder that is
-// unlocked. It costs what is asked for all the time one reading a minute.
+// unlocked. For a name in constant use this costs one reading a minute.
 //
 // Thread:    any.
 // Ownership: values; descriptors stay the caller's.
-// Errors:    none; what cannot be told is nothing or false.
+// Errors:    none; what cannot be determined is nothing or false.
 #pragma once
 
 #include <cstdint>
@@ -45,8 +45,8 @@ struct FileIdentity {
 struct FileStamp {
   FileIdentity identity;
   std::int64_t size = 0;      // bytes; for a folder whatever its file system says
-  std::int64_t modified = 0;  // nanoseconds since 1 January 1970 UTC, modulo 2^64; anybody who may write may set it
-  std::int64_t changed = 0;   // likewise; the system sets it at each change and nobody else can
+  std::int64_t modified = 0;  // nanoseconds since 1 January 1970 UTC, modulo 2^64; any writer may set it
+  std::int64_t changed = 0;   // likewise; set by the system alone, at each change
   std::uint32_t mode = 0;     // type and permissions
   bool operator==(const FileStamp&) const = default;
 };
@@ -82,7 +82,7 @@ class Reading {
   // A reading that begins now: of what `stamp` was taken of before.
   Reading(const FileStamp& stamp, const World& world);
 
-  // Whether the second part of the rule holds, and the fourth as well: what can be told without asking the system.
+  // Whether the second part of the rule holds, and the fourth as well: what can be checked without asking the system.
   bool IsSettled() const { return isSettled_; }
   bool IsFresh(const World& world) const;
 

@@ -1,4 +1,4 @@
-// Files as the server sees them: opened once, asked through their descriptor, never tested by name and opened again.
+// Files as the server sees them: opened once, queried through their descriptor, never tested by name and opened again.
 // In every path given to this layer "\" and "/" both separate.
 //
 // Thread:    the host's thread only.
@@ -31,7 +31,7 @@ class OpenFile {
   // Platform only: takes the descriptor over and asks it what it is; whatever is neither a regular file nor a directory
   // is closed at once.
   explicit OpenFile(int descriptor);
-  // Platform only: stands for the file that is remembered.
+  // Platform only: an open file whose contents come from the cache.
   explicit OpenFile(std::shared_ptr<const CachedFile> cached);
   OpenFile(OpenFile&& other) noexcept;
   OpenFile& operator=(OpenFile&& other) noexcept;
@@ -53,9 +53,9 @@ class OpenFile {
   bool ReadAll(std::string& bytes, std::int64_t limit) const;
 
   // The absolute path without links that leads to it now, which says in which folder it really lies whatever name it
-  // was found by. Asks the system at each call. "" when nothing is open or it cannot be told (no /proc, for one, or a
-  // file that is remembered and has just gone); a protection check must then refuse. " (deleted)" stands behind the
-  // name of an open file that has been removed since.
+  // was found by. Asks the system at each call. "" when nothing is open or it cannot be determined (no /proc, for one,
+  // or a file that is remembered and has just gone); a protection check must then refuse. " (deleted)" follows the name
+  // of an open file that has been removed since.
   std::string CanonicalPath() const;
 
   // The whole contents where they are remembered, null otherwise.
@@ -82,12 +82,12 @@ struct FoundEntry {
   EntryKind kind = EntryKind::kNone;
   // The entry's true spelling below the root: "/" separators, none leading or trailing, "" = the root. It keeps the
   // names of links on the way, so it may name another folder than the one the entry lies in (OpenFile::CanonicalPath
-  // tells that one); only a link that is absolute or climbs out and comes back is replaced by the place it leads to.
+  // has that one); only a link that is absolute or climbs out and comes back is replaced by the place it leads to.
   std::string name;
   bool readable = false;  // false: it is there but this process may not open it
   OpenFile file;          // open when readable
   // The last component of `name` is known to be the file's own: no link led to it, and no other spelling can have.
-  // Where it is false OpenFile::CanonicalPath tells the file's own name.
+  // Where it is false OpenFile::CanonicalPath has the file's own name.
   bool isOwnName = false;
 };
 
@@ -102,10 +102,10 @@ class RootFolder {
   static constexpr std::size_t kMaxComponentBytes = 255;  // NAME_MAX
 
   // Keeps the folder's path, in its exact spelling (a link to a folder is one as well). It is opened when needed and
-  // need not exist yet; each look-up notices that another folder has taken its place.
+  // need not exist yet; each look-up detects that another folder has taken its place.
   explicit RootFolder(std::string path);
 
-  // What look-ups remember beside that, as long as the system says that it is what it was: the names in folders
+  // What look-ups cache in addition, as long as the system says that it has not changed: the names in folders
   // (FolderCache), and small files with their contents (FileCache). `world` outlives the object.
   enum class Memory { kNames, kNamesAndFiles };
   RootFolder(std::string path, const World& world, Memory memory);
@@ -121,7 +121,7 @@ class RootFolder {
   // away; a path that would climb above the root is not found. Each component is tried in the spelling given, then as
   // the first name in byte order that is equal without regard to ASCII case. Links are followed while their target
   // stays beneath the root. Not found as well: a path with a control character or NUL, a component or path longer
-  // than the limits, a file's name with a separator behind it, a file whose hidden or system attribute is set
+  // than the limits, a file's name with a separator after it, a file whose hidden or system attribute is set
   // (extended attribute "user.DOSATTRIB"), and whatever is neither a regular file nor a directory. The kernel keeps
   // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it. Where
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
@@ -142,21 +142,21 @@ class RootFolder {
 
 // Opens the file or directory at `path`, absolute or below the working folder: in the spelling given, else with the
 // case rule of RootFolder::Find for each component. For files that the host names itself (content types, error pages):
-// no root holds it, links are followed anywhere, and hidden files are there. A file's name with a separator behind it
-// is not found.
+// no root holds it, links are followed anywhere, and hidden files are found. A file's name with a separator after it is
+// not found.
 OpenFile OpenPath(std::string_view path);
 
-// What stands at `path`, by the same rules; nothing is opened for reading, so a file that this process may not read
+// What is at `path`, by the same rules; nothing is opened for reading, so a file that this process may not read
 // counts as well.
 EntryKind KindOfPath(std::string_view path);
 
-// Which file or folder stands at `path`, with the case rule of OpenPath, asked without opening it.
+// Which file or folder is at `path`, with the case rule of OpenPath, asked without opening it.
 struct PathIdentity {
   enum class State {
     kMissing,
     kFound,
-    kDangling,  // a link stands there that leads nowhere just now
-    kUnknown,   // it cannot be told, for want of descriptors or permission; to be safe, any file may be it
+    kDangling,  // a link is there whose target does not exist now
+    kUnknown,   // for want of descriptors or permission; to be safe, take it for any file
   };
   State state = State::kMissing;
   FileIdentity identity;

@@ -32,15 +32,15 @@ class FolderCache {
 
   // In all of these `folder` is its path below the root ("" = the root, "/" separators).
 
-  // The record of the folder, when it is remembered and still holds.
+  // The record of the folder, when it is remembered and still valid.
   std::shared_ptr<FolderRecord> Find(std::string_view folder);
 
-  // The record of the folder, which is open as `descriptor`: the remembered one where it still holds, else, at the
+  // The record of the folder, which is open as `descriptor`: the remembered one where it is still valid, else, at the
   // second request, a new one. nullptr where the folder must be read as if there were no cache.
   std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor);
 
-  // Whether nothing can stand at `path`, in any spelling: the deepest folder on the way whose names are known lacks the
-  // next one. Asks the system only where that is so.
+  // Whether nothing can be at `path`, in any spelling: the deepest folder on the path whose names are known lacks the
+  // next component. Asks the system only where that is so.
   bool Lacks(std::string_view path);
 
   // What the records take, and how many folders they are of.

@@ -18,8 +18,8 @@ bool LessNoCase(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-// A folder's order is the same from one reading to the next but for what came and went between, so the next name wanted
-// stands near the one before.
+// A folder's order is the same from one reading to the next but for entries added and removed in between, so the next
+// name wanted is near the one before.
 class FolderRecord::Heir {
  public:
   explicit Heir(const FolderRecord* before) : before_(before) {}
@@ -36,7 +36,7 @@ class FolderRecord::Heir {
   }
 
  private:
-  static constexpr Number kLookAhead = 8;  // more names gone in one place only make their neighbours be asked again
+  static constexpr Number kLookAhead = 8;  // after more removed names their neighbours are looked up anew
 
   const FolderRecord* before_;
   Number next_ = 0;
@@ -65,7 +65,7 @@ std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const Reading& 
 }
 
 std::size_t FolderRecord::Bytes() const {
-  constexpr std::size_t kHousekeeping = 192;  // what whoever remembers it needs to find it again
+  constexpr std::size_t kHousekeeping = 192;  // what the cache needs to find it again
   return sizeof *this + kHousekeeping + names_.capacity() + entries_.capacity() * sizeof(Entry) +
          entries_.size() * sizeof(std::uint32_t);
 }

@@ -70,7 +70,7 @@ class FolderRecord {
   Reading reading_;
   bool takesOtherSpellings_ = false;
   std::int64_t usedAt_ = 0;
-  std::string names_;  // NUL behind each
+  std::string names_;  // NUL after each
   std::vector<Entry> entries_;
   std::vector<std::uint32_t>
       sorted_;  // entries without regard to case, equal ones in byte order; empty until asked for

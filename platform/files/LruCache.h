@@ -1,6 +1,6 @@
 // A cache of bounded size: values by name, of which the least recently used go first, and which names were asked for
-// within the last minute. A name is worth a value at its second request within a minute, so that what is asked for once
-// costs no more than without a cache, and a walk through a large site drives nothing out.
+// within the last minute. A name gets a value at its second request within a minute, so that what is asked for once
+// costs no more than without a cache, and a walk through a large site evicts nothing.
 //
 // Thread:    any one at a time.
 // Ownership: keeps its own copy of every key. A pointer from Find holds until the next Put or Drop.

@@ -14,17 +14,17 @@ namespace TesselServer {
 
 struct NeighbourFile {
   enum class State {
-    kMissing,  // nothing of that name stands there, or a folder does
-    kFound,    // something does; `file` is open when it is a regular file that may be read
-    kUnknown,  // it cannot be told; whoever protects something must take it for the worst
+    kMissing,  // nothing of that name exists, or a folder has it
+    kFound,    // it exists; `file` is open when it is a regular file that may be read
+    kUnknown,  // it cannot be determined; a protection check must refuse
   };
   State state = State::kMissing;
   OpenFile file;
 };
 
 // Looks for `name` (no separator in it) in the folder `entry`, or in the one that the file `entry` lies in: in the
-// spelling given, then as the first name in byte order that is equal without regard to ASCII case. A link that leads
-// nowhere is there. An entry that is not open lies nowhere that can be told.
+// spelling given, then as the first name in byte order that is equal without regard to ASCII case. A link whose target
+// does not exist is found. Of an entry that is not open the folder cannot be determined: kUnknown.
 NeighbourFile FindBeside(const OpenFile& entry, const std::string& name);
 
 }  // namespace TesselServer

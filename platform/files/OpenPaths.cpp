@@ -17,8 +17,8 @@
 namespace TesselServer {
 namespace {
 
-// The kernel asks for another try when a rename elsewhere crosses a ".." inside a link; a storm of renames must not
-// hold the only thread.
+// The kernel asks for another try when a rename elsewhere crosses a ".." inside a link; many renames in a row must not
+// block the only thread.
 constexpr int kMaxTries = 16;
 
 const char* TextOf(const std::string& path) { return path.empty() ? "." : path.c_str(); }

@@ -34,8 +34,9 @@ int OpenAnywhereOrRaise(int folder, const std::string& path, int flags);
 int OpenBeneathOrRaise(int folder, const std::string& path, int flags);
 int OpenDirectlyOrRaise(int folder, const std::string& path, int flags);
 
-// The absolute path without links that leads to an open descriptor, "" when it cannot be told (/proc is not mounted,
-// the path is too long or lies outside this process's root). " (deleted)" stands behind a name that is gone.
+// The absolute path without links that leads to an open descriptor, "" when it cannot be determined (/proc is not
+// mounted, the path is too long or lies outside this process's root). " (deleted)" follows a name that has been
+// removed.
 std::string PathOfDescriptor(int descriptor);
 
 }  // namespace TesselServer

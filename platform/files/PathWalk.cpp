@@ -60,14 +60,14 @@ std::string FirstSpelling(const Walk& walk, const std::string& path, std::string
   return names ? std::string(names->FirstEqual(name)) : FolderStream(std::move(folder)).FirstEqual(name);
 }
 
-// 0 when something stands at `path`, else the negative errno value.
+// 0 when something exists at `path`, else the negative errno value.
 int Probe(OpenFunction open, int folder, const std::string& path) {
   const UniqueDescriptor found(open(folder, path, O_PATH | O_CLOEXEC));
   return found.IsOpen() ? 0 : found.Get();
 }
 
 // Puts the link-free path of what `path` leads to in its place, when that lies beneath `folder`. Nothing is read
-// through the descriptor that tells the path; the caller opens the new path under the rule of its own.
+// through the descriptor that the path is determined with; the caller opens the new path under the rule of its own.
 bool ReplaceByTarget(int folder, std::string& path) {
   const UniqueDescriptor target(OpenAnywhere(folder, path, O_PATH | O_CLOEXEC));
   if (!target.IsOpen()) return false;

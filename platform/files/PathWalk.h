@@ -1,6 +1,6 @@
 // Paths as text and names on disk: what a path means before anything is opened, how its components are really spelled,
-// and the look-up behind RootFolder. The way of opening is an argument: what one kernel can do and another cannot is
-// tried on any machine.
+// and the look-up that RootFolder uses. The way of opening is an argument, so that tests cover on any machine what only
+// some kernels support.
 //
 // Thread:    any; the host's thread only where a cache is given.
 // Ownership: returns values; descriptors stay the caller's, an entry owns what it opened.

@@ -5,7 +5,7 @@
 //   watch(loop.Descriptor());        // a program with its own poll or epoll: whenever the descriptor is readable,
 //                                    // call loop.RunOnce(0)
 //
-// Thread:    the thread that runs the loop, and uses everything made for it; debug builds assert it. A loop may be made
+// Thread:    the one that runs the loop, also for everything made for it; debug builds assert it. A loop may be made
 //            on one thread and handed to another before its first turn; once a control on it was started, it belongs to
 //            the first thread that uses it until then. When Run has returned it belongs to the next thread that uses
 //            it. Post and Stop may be called from any thread, Stop also from a signal handler. A process may have

@@ -40,7 +40,8 @@ class IcmpSocket {
 
   bool IsConnected() const { return isConnected_; }
 
-  // The identifier that a request bears: of a ping socket the kernel's choice, which stands where others have a port.
+  // The identifier that a request bears: of a ping socket the kernel's choice, in the field where other sockets have a
+  // port.
   std::uint16_t Identifier() const {
     sockaddr_in own{};
     socklen_t size = sizeof own;
@@ -82,7 +83,7 @@ class IcmpSocket {
   std::array<char, kPacketBytes> packet_;
 };
 
-// No two echoes of this process shortly after one another have the same number, so that a late answer is nobody's.
+// No two echoes of this process shortly after one another have the same number, so that a late answer matches none.
 std::uint16_t NextSequence() {
   static std::atomic<std::uint16_t> last = 0;
   return ++last;

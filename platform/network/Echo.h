@@ -5,7 +5,7 @@
 //
 // Thread:    any; it waits for the answer.
 // Ownership: nothing stays open.
-// Errors:    told in the result; none is raised but those of memory running out.
+// Errors:    returned in the result; none is raised but those of memory running out.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ enum class EchoOutcome {
 
 struct EchoReply {
   EchoOutcome outcome = EchoOutcome::kNotSent;
-  double milliseconds = 0;  // from the sending of an answered packet to its return, by a clock that nobody sets
+  double milliseconds = 0;  // from the sending of an answered packet to its return, by a monotonic clock
 };
 
 // Sends `payload` to `address` (network byte order) and waits up to `milliseconds` for its return from there. Whatever

@@ -2,7 +2,7 @@
 //
 // Thread:    any.
 // Ownership: views must live as long as the structure they are in.
-// Errors:    none; a packet that is cut, damaged or somebody else's is not the answer.
+// Errors:    none; a packet that is cut, damaged or of another process is not the answer.
 #pragma once
 
 #include <cstdint>

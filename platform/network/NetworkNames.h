@@ -1,7 +1,7 @@
 // Numbers that the system knows by name: protocols and the ports of services.
 //
-// Both come from the system's own tables (protocols(5), services(5)), which nobody is asked about over the network, and
-// from a short table built in for machines that have none.
+// Both come from the system's own tables (protocols(5), services(5)), without any query over the network, and from a
+// short table built in for machines that have none.
 //
 // Thread:    any.
 // Ownership: returns values.

@@ -3,7 +3,7 @@
 //
 // Thread:    any.
 // Ownership: SystemNetwork() lives as long as the process.
-// Errors:    none; told in the results, by the numbers of socket errors (10004 to 11004).
+// Errors:    none; returned in the results, by the numbers of socket errors (10004 to 11004).
 #pragma once
 
 #include <cstdint>

@@ -29,7 +29,7 @@ class LeftOverChildren;
 
 class ChildPrograms : public ProgramRunner {
  public:
-  // How many children may live on behind their time. Beyond it no program is started (kStart, EAGAIN): requests for a
+  // How many children may live on after their time. Beyond it no program is started (kStart, EAGAIN): requests for a
   // program that never ends must not fill the machine.
   static constexpr std::size_t kMaxLeftOver = 64;
 

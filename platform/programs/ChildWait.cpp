@@ -62,7 +62,7 @@ class Waiting {
     return static_cast<int>(std::clamp(left, milliseconds{0}, handle_.IsOpen() ? kMaxSleep : kBlindSleep).count());
   }
 
-  // A child that somebody else has waited for is gone too.
+  // A child that other code of the process has waited for is gone too.
   bool IsGone() const {
     siginfo_t state{};
     return waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) != 0 || state.si_pid != 0;

@@ -24,10 +24,10 @@ struct WaitedChild {
   bool outputWasCut = false;                  // it has written more than what was kept
 };
 
-// Waits until `child` has ended, at most `milliseconds` by a clock that nobody sets (0 and less: does not wait, but
+// Waits until `child` has ended, at most `milliseconds` by a monotonic clock (0 and less: does not wait, but
 // reads what is there). `output` is the read end of its pipe and does not block; it is read as bytes come, and the
-// first `outputLimit` of them are kept. Neither is the child waited for once its end is known to somebody else (a host
-// that waits for every child), nor the end of the output once the child has ended.
+// first `outputLimit` of them are kept. Neither is the child waited for once other code has collected it (a host that
+// waits for every child), nor the end of the output once the child has ended.
 WaitedChild WaitForChild(pid_t child, int output, std::int64_t milliseconds, std::size_t outputLimit);
 
 }  // namespace TesselServer

@@ -19,7 +19,7 @@ Orphans& OrphansOfTheProcess() {
   return *orphans;
 }
 
-// ECHILD tells that there is none of that number any more.
+// ECHILD: there is none of that number any more.
 bool IsCollected(pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Children that nobody waits for any more: collected when they have ended, so that no zombie stays.
+// Children whose caller has stopped waiting for them: collected when they have ended, so that no zombie stays.
 //
 // Each is asked about by its own number (waitpid(2)); other children of the host are never touched, and one that the
 // host has collected is forgotten. A timer on the loop asks every second while there is a child to ask about.

@@ -77,7 +77,7 @@ TESSEL_IN_THE_CHILD int NumberIn(const char* digits) {
   return number;
 }
 
-// For a kernel without close_range(2): closes what /proc tells.
+// For a kernel without close_range(2): closes what /proc lists.
 TESSEL_IN_THE_CHILD bool CloseWhatIsListed() {
   const int folder = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) return false;

@@ -8,7 +8,7 @@
 //
 // Thread:    any. All signals are blocked for it meanwhile.
 // Ownership: descriptors stay the caller's. The caller collects the child.
-// Errors:    told in the result; none is raised but those of memory running out, and then nothing was started.
+// Errors:    returned in the result; none is raised but those of memory running out, and then nothing was started.
 #pragma once
 
 #include <sys/types.h>

@@ -27,7 +27,7 @@ constexpr std::size_t kMaxQuoted = 80;         // bytes of a bad text that an er
 constexpr std::int64_t kTooLarge = 1LL << 40;  // far above any whole number of 32 bits
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// What a file cannot hold in a value, and what stands for it.
+// What a file cannot hold in a value, and the code that is written for it.
 struct Escape {
   char byte;
   std::string_view text;
@@ -74,7 +74,7 @@ std::string_view TakeDigits(std::string_view& text) {
   return digits;
 }
 
-// Whether a number with the last whole digit `last` and the digits `fraction` behind the point rounds away from zero,
+// Whether a number with the last whole digit `last` and the digits `fraction` after the point rounds away from zero,
 // half to even.
 bool RoundsUp(std::string_view fraction, bool isOdd) {
   if (fraction.empty() || fraction.front() != '5') return !fraction.empty() && fraction.front() > '5';
@@ -83,7 +83,7 @@ bool RoundsUp(std::string_view fraction, bool isOdd) {
 
 // A decimal text: blanks, a sign, digits with or without a point, blanks.
 struct Decimal {
-  std::int64_t rounded = 0;  // half to even; kTooLarge stands for whatever is larger
+  std::int64_t rounded = 0;  // half to even; kTooLarge for any larger value
   bool isZero = true;
 };
 
@@ -173,7 +173,7 @@ std::string FormatLines(const Lines& items, const std::string& path) {
 // The folder part of `path`, with its "/".
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
-// Where `path` ends after all links of its last component, also when nothing stands there yet.
+// Where `path` ends after all links of its last component, also when nothing exists there yet.
 std::string EndOfLinks(std::string path) {
   std::array<char, PATH_MAX> target;
   for (int i = 0; i < kMaxLinks; ++i) {
@@ -185,7 +185,7 @@ std::string EndOfLinks(std::string path) {
   RaiseFileAccess(path, ReasonOf(ELOOP));
 }
 
-// 0, or the errno value of what failed. Closes `file` in any case, for a close may tell of a failed write as well.
+// 0, or the errno value of what failed. Closes `file` in any case, for a close may report a failed write as well.
 int WriteAndClose(UniqueDescriptor file, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = write(file.Get(), bytes.data(), bytes.size());
@@ -274,7 +274,7 @@ void FilePropertyBag::Save() const {
   const std::string bytes = FormatLines(Items(), path_);
   const std::string target = EndOfLinks(path_);
   struct stat status;
-  // A device or a FIFO in that place is somebody else's; a rename would take it away.
+  // A device or a FIFO in that place is not ours; a rename would replace it.
   if (lstat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) RaiseFileAccess(path_, "not a regular file");
   if (const int error = Replace(target, bytes); error != 0) RaiseFileAccess(path_, ReasonOf(error));
 }

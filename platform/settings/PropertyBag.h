@@ -66,7 +66,7 @@ class MemoryPropertyBag : public PropertyBag {
 };
 
 // A bag in a text file: one "Key=Value" a line, UTF-8. In values "%0A", "%0D", "%00" and "%25" stand for a line feed, a
-// carriage return, a NUL and a percent sign; every other text stands for itself. Blank lines and lines without "="
+// carriage return, a NUL and a percent sign; every other text means itself. Blank lines and lines without "="
 // are passed over. Of a key given twice the last line counts. Blanks belong to the key or value beside them; lines may
 // end in CR LF, and the file may begin with a byte order mark.
 //

@@ -1,4 +1,4 @@
-// The store that stands in for a registry: values by root, key path and value name. Names are compared without regard
+// The store used in place of a registry: values by root, key path and value name. Names are compared without regard
 // to ASCII case; "\" separates the steps of a key path, and empty steps do not count. A value is raw bytes with its
 // terminating zero.
 //
@@ -32,7 +32,7 @@ class RegistryStore {
   // every other name.
   static std::optional<std::uint32_t> RootHandle(std::string_view name);
 
-  // Puts `bytes` (with its terminating zero, if it has one) in place of what stood there.
+  // Puts `bytes` (with its terminating zero, if it has one) in place of the old value.
   void PutBytes(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view bytes);
 
   // Puts the "Content Type" of files whose names end in `extension`, with or without its dot, as LoadFile takes it from
@@ -43,11 +43,11 @@ class RegistryStore {
   // Puts `text` and a terminating zero.
   void PutText(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view text);
 
-  // Takes the values of a text file, one a line, in place of those that stood there:
+  // Replaces all values by those of a text file, one a line:
   //
   //   HKEY_CLASSES_ROOT\.ext\Content Type=application/x-example
   //
-  // up to the first "=" the root's name, the key path and behind the last "\" the value's name ("*" for the key's
+  // up to the first "=" the root's name, the key path and after the last "\" the value's name ("*" for the key's
   // unnamed value), then the text. Lines end in LF or CR LF. A line without "=", without a key, with an unknown root or
   // with a control character is passed over. Returns how many values were taken: 0 for a file that is not there, cannot
   // be read or is larger than kMaxFileBytes.

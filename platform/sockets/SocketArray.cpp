@@ -204,7 +204,7 @@ void SocketArray::ReadFirst(Element& element) {
   const std::uint64_t generation = element.generation;
   try {
     element.connection->ReadNow();
-  } catch (...) {  // without its report to the owner the connection would be watched by none
+  } catch (...) {  // the report did not reach the owner, who would never close the connection
     if (element.generation == generation) Shut(element);
     throw;
   }

@@ -23,7 +23,7 @@ std::int64_t RaiseDescriptorLimit();
 enum class StandardStream { Output, Error };
 
 // Writes `bytes` to this process's standard output or standard error (write(2)), waiting for as long as its reader
-// takes, also where somebody has made that output non-blocking. Returns how many bytes were written: all, or fewer when
+// takes, also where that output is non-blocking. Returns how many bytes were written: all, or fewer when
 // the output is closed, full or broken. A reader that has gone raises SIGPIPE in this thread, as write(2) does, unless
 // that is ignored or blocked.
 std::size_t WriteWhole(StandardStream stream, std::string_view bytes);

@@ -36,7 +36,7 @@ constexpr std::size_t kMaxHostName = 255;  // nothing longer is a host name (RFC
 // TCP has no limit of time in the resolver, so an answer that does not fit into a packet counts as none.
 //
 // For a name that may be in one of our search domains the resolver has two questions, and it would ask the second when
-// nobody answers the first. They are asked for apart, so that one without an answer is the last.
+// no server answers the first. They are asked separately, so that one without an answer is the last.
 class ShortPatience {
  public:
   ShortPatience() {
@@ -182,7 +182,7 @@ class RealWorld final : public World {
       const int error = getaddrinfo(std::string(name).c_str(), nullptr, &hints, &first);
       const std::unique_ptr<addrinfo, void (*)(addrinfo*)> all(error == 0 ? first : nullptr, &freeaddrinfo);
       if (error == 0 && first != nullptr && first->ai_family == AF_INET) return AddressIn(first->ai_addr);
-      if (error == EAI_AGAIN) break;  // nobody answers
+      if (error == EAI_AGAIN) break;  // no server answers
     }
     return std::nullopt;
   }

@@ -2,7 +2,7 @@
 //
 // Thread:    any.
 // Ownership: owns the descriptor it was made with.
-// Errors:    none; a negative number stands for no descriptor.
+// Errors:    none; a negative number is no descriptor.
 #pragma once
 
 #include <unistd.h>

@@ -4,7 +4,7 @@
 //
 // Thread:    SystemWorld() may be used by several threads at once; another world is for the thread of its loop.
 // Ownership: SystemWorld() lives as long as the process; an EventLoop and a control keep a reference to theirs.
-// Errors:    none; what cannot be learnt has the fallback value told with each member.
+// Errors:    none; what cannot be determined has the fallback value documented at each member.
 #pragma once
 
 #include <cstdint>
@@ -40,32 +40,32 @@ class World {
   // names is read once, as for all programs.
   virtual std::int32_t BiasMinutes(std::int64_t utcSeconds) const = 0;
 
-  // The host name of this machine (gethostname(2)), "" when it cannot be told.
+  // The host name of this machine (gethostname(2)), "" when it cannot be determined.
   virtual std::string LocalHostName() const = 0;
 
   // The first IPv4 address of this machine that is not a loopback address, "127.0.0.1" when there is none.
   virtual std::string LocalAddress() const = 0;
 
-  // The folder of the program file, without a trailing separator unless it is "/". "" when it cannot be told.
+  // The folder of the program file, without a trailing separator unless it is "/". "" when it cannot be determined.
   virtual std::string ApplicationFolder() const = 0;
 
   // The name that the name service knows for the IPv4 address `address` (network byte order), as it was answered: it is
   // the peer's word. Nothing when there is none. Only the first DNS server is asked, once and in one UDP packet,
   // whatever resolv.conf(5) says; when it does not answer it is given up after about one second. An answer too long for
-  // a packet counts as none. Other services that nsswitch.conf(5) names for hosts, and nscd(8), have a patience of
-  // their own, which the C library lets nobody shorten.
+  // a packet counts as none. Other services that nsswitch.conf(5) names for hosts, and nscd(8), have a time limit of
+  // their own, which the C library offers no way to shorten.
   virtual std::optional<std::string> HostNameOf(std::uint32_t address) const = 0;
 
   // The first IPv4 address (network byte order) of the host `name`. Nothing when there is none; same limit of time.
-  // A name may be asked for as it is and in the system's search domains, but a question that nobody answers is the last
+  // A name may be asked for as it is and in the system's search domains, but a question without an answer is the last
   // one. Digits and dots are read as an address and never asked about.
   virtual std::optional<std::uint32_t> AddressOf(std::string_view name) const = 0;
 
   // The store that answers registry look-ups.
   virtual RegistryStore& Registry() = 0;
 
-  // How many descriptors this process may have open (soft RLIMIT_NOFILE, getrlimit(2)); what POSIX grants every
-  // process when it cannot be told.
+  // How many descriptors this process may have open (soft RLIMIT_NOFILE, getrlimit(2)); what POSIX grants every process
+  // when it cannot be determined.
   virtual std::int64_t DescriptorLimit() const = 0;
 
   // Shows `text` to the user. The system's world writes one line to standard error, with a blank for each control
