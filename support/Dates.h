@@ -13,8 +13,8 @@ namespace TesselServer {
 
 class World;
 
-// Days since 30 December 1899, 00:00; the fraction is the time of day (0.5 is noon). It knows no time zone: whoever
-// makes it says whether it is local time or UTC.
+// Days since 30 December 1899, 00:00; the fraction is the time of day (0.5 is noon). It has no time zone: its source
+// says whether it is local time or UTC.
 using Date = double;
 
 inline constexpr Date kFirstDate = -657434.0;  // 1 January 100: the first year that dates have

@@ -31,8 +31,8 @@ constexpr std::string_view kHalfDay = "AMPM";
 
 // A picture of a number, taken apart.
 struct NumberPicture {
-  std::string_view before, behind;  // copied
-  std::size_t leastDigits = 0;      // before the point
+  std::string_view before, after;  // copied
+  std::size_t leastDigits = 0;     // before the point
   std::size_t decimals = 0;
   bool point = false;
   bool grouped = false;
@@ -43,7 +43,7 @@ NumberPicture ParseNumberPicture(std::string_view picture) {
   const std::size_t begin = std::min(picture.find_first_of("0#"), picture.size());
   const std::size_t end = std::min(picture.find_first_not_of("0#,.", begin), picture.size());
   parsed.before = picture.substr(0, begin);
-  parsed.behind = picture.substr(end);
+  parsed.after = picture.substr(end);
   bool zeroSeen = false;
   for (const char c : picture.substr(begin, end - begin)) {
     if (c == '.') {
@@ -146,7 +146,7 @@ class DateWriter {
   }
 
  private:
-  // How often `letter` stands one after the other at `at`; 1 for what is only copied.
+  // How often `letter` is repeated from `at` on; 1 for what is only copied.
   std::size_t RunLength(char letter, std::size_t at) const {
     std::size_t end = at + 1;
     if (kDateLetters.find(letter) == std::string_view::npos) return 1;
@@ -212,7 +212,7 @@ std::string FormatNumber(double value, std::string_view picture) {
   std::string text = negative ? "-" : "";
   text.append(parsed.before).append(digits.whole);
   if (parsed.point) text.append(1, '.').append(digits.fraction);
-  return text.append(parsed.behind);
+  return text.append(parsed.after);
 }
 
 std::string FormatDate(const CivilTime& date, std::string_view picture) {

@@ -14,11 +14,11 @@
 namespace TesselServer {
 
 // `value` as `picture` shows it. In the picture
-//   0  is a digit that is always there (all "#" behind the first "0" count as "0"),
+//   0  is a digit that is always there (all "#" after the first "0" count as "0"),
 //   #  is a digit that is there when the number has it,
 //   ,  before the point groups the digits by three,
-//   .  is the point, the number of digits behind it is fixed,
-// and everything before the first and behind the last of these is copied. More digits before the point than the picture
+//   .  is the point, the number of digits after it is fixed,
+// and everything before the first and after the last of these is copied. More digits before the point than the picture
 // has are all shown. Half a unit of the last place is rounded away from zero, on the decimal digits that the number is
 // written with (1.005 has three). A negative number begins with "-" unless all that is shown is zeros. A picture
 // without a digit is copied; a value that is not finite is "".
@@ -33,7 +33,7 @@ std::string FormatNumber(double value, std::string_view picture);
 //   yyyy, yy               year with four digits, its last two
 //   mmmm, mmm, mm, m       month: "November", "Nov", "11", without a leading zero
 //   dddd, ddd, dd, d       day: "Sunday", "Sun", two digits, without a leading zero
-//   hh, h                  hour 0 to 23, or 1 to 12 when AMPM stands anywhere in the picture
+//   hh, h                  hour 0 to 23, or 1 to 12 when AMPM is anywhere in the picture
 //   nn, n                  minute
 //   mm, m                  minute too, where it follows an hour or an hour and ":"
 //   ss, s                  second

@@ -11,18 +11,18 @@ namespace TesselServer {
 
 constexpr bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
-// What stands behind the last separator, the whole path when it has none.
+// The text after the last separator, the whole path when it has none.
 constexpr std::string_view LastComponent(std::string_view path) {
   const std::size_t separator = path.find_last_of("/\\");
   return separator == std::string_view::npos ? path : path.substr(separator + 1);
 }
 
-// What stands in front of LastComponent, its separator included.
+// The text before LastComponent, its separator included.
 constexpr std::string_view FolderOf(std::string_view path) {
   return path.substr(0, path.size() - LastComponent(path).size());
 }
 
-// What stands behind the last "." of the last component; a component without one is all extension.
+// The text after the last "." of the last component; a component without one is all extension.
 constexpr std::string_view ExtensionOf(std::string_view path) {
   const std::string_view name = LastComponent(path);
   const std::size_t dot = name.rfind('.');

@@ -1,5 +1,5 @@
-// Texts as they can stand in a line of a log or on a terminal: whoever wrote them, they neither end the line nor steer
-// the terminal, and each line has one meaning.
+// Makes any text safe for a line of a log or a terminal: it neither ends the line nor controls the terminal, and each
+// line has one meaning.
 //
 // Thread:    any; pure: values in, text out.
 // Errors:    none.
@@ -15,7 +15,7 @@ namespace TesselServer {
 //   "\xHH"   (upper-case digits) each byte below 0x20 and 0x7F; each byte from 0x80 to 0x9F that belongs to no valid
 //            UTF-8 character, and both bytes of the characters U+0080 to U+009F: the C1 controls of terminals of either
 //            kind
-//   "\\"     a backslash, so that a code that was sent is told from the byte that it stands for
+//   "\\"     a backslash, so that a code that was sent differs from the byte that it means
 //
 // Everything else is unchanged, quotes and other UTF-8 characters included.
 void AppendPrintable(std::string& line, std::string_view text);

@@ -12,7 +12,7 @@ namespace {
 constexpr char kBlank = ' ';
 
 // How far FindNoCase looks for one case of a letter before it looks for the other. A bound, so that a text with only
-// one of the two costs no pass to its end at each place where that one stands.
+// one of the two costs no pass to its end at each place where that one is.
 constexpr std::size_t kSearchWindow = 256;
 
 // The first `wanted` in text[begin, end), `end` when there is none.
@@ -64,7 +64,7 @@ std::string Lower(std::string_view text) {
 std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size_t from) {
   if (from > text.size() || needle.size() > text.size() - from) return std::string_view::npos;
   if (needle.empty()) return from;
-  const std::size_t end = text.size() - needle.size() + 1;  // behind the last place where the needle fits
+  const std::size_t end = text.size() - needle.size() + 1;  // after the last place where the needle fits
   const char first = UpperAscii(needle.front());
   for (std::size_t at = from; at < end; ++at) {
     if (UpperAscii(text[at]) != first) at = FindByteNoCase(text, needle.front(), at, end);

@@ -38,7 +38,7 @@ inline void Empty(std::string& text, std::size_t mostKept) {
 // A byte below 0x20, or 0x7F.
 constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
-// Where the first CR or LF stands, the length of `text` when there is none. For one look at a text: it may pass over
+// Where the first CR or LF is, the length of `text` when there is none. For one look at a text: it may pass over
 // more than the line.
 std::size_t FindLineEnd(std::string_view text);
 
@@ -49,16 +49,16 @@ std::string_view Trim(std::string_view text);
 std::string Upper(std::string_view text);
 std::string Lower(std::string_view text);
 
-// The first position at or behind `from` where `needle` stands in `text`, ASCII letters being equal in either case.
-// npos when there is none or `from` is behind the end. An empty needle is found at `from`. Costs one pass over the
-// text, plus the length of the needle wherever the needle's first byte stands.
+// The first position at or after `from` where `needle` is in `text`, ASCII letters being equal in either case.
+// npos when there is none or `from` is after the end. An empty needle is found at `from`. Costs one pass over the
+// text, plus the length of the needle at each place of the needle's first byte.
 std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size_t from = 0);
 
 // `text` with every `from` (byte for byte, left to right, no overlap) replaced by `to`. What was put in is not looked
 // at again. An empty `from` changes nothing.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 
-// The decimal number that `text` begins with, behind any blanks and tabs; it ends at the first byte that is no digit.
+// The decimal number that `text` begins with, after any blanks and tabs; it ends at the first byte that is no digit.
 // Nothing when no digit leads. A number that is too large is INT64_MAX.
 //
 //   LeadingNumber(" 12abc");  // 12

@@ -5,7 +5,7 @@
 
 namespace TesselServer {
 
-// Overwrites the bytes of `text`, which the compiler may not leave out though nobody reads them again, and empties it.
+// Overwrites the bytes of `text`, also where an optimising compiler would omit it, and empties it.
 void Wipe(std::string& text);
 
 }  // namespace TesselServer

@@ -1,7 +1,7 @@
-// Named values in the text behind the "?" of a URL.
+// Named values in the text after the "?" of a URL.
 //
 // kept: a name is searched as plain text, "name=" anywhere and in either case, and not between "&"s. So "id" also finds
-// the tail of "userid=7", and "7" is its value. Values are returned as they stand, "%20" and "+" included.
+// the tail of "userid=7", and "7" is its value. Values are returned as they are, "%20" and "+" included.
 //
 // Thread:    one at a time, reading too: Count remembers its last answer.
 // Ownership: keeps its own copy of the query string.
@@ -20,7 +20,7 @@ namespace TesselServer {
 //   query.Item("A", 2, "&");  // "3"
 class cls_QueryString {
  public:
-  // Property QueryString (read/write): the text behind the "?". Default: "".
+  // Property QueryString (read/write): the text after the "?". Default: "".
   const std::string& QueryString() const { return queryString_; }
   void QueryString(std::string queryString);
 
@@ -28,7 +28,7 @@ class cls_QueryString {
   // again.
   std::int16_t Count(std::string_view name) const;
 
-  // The value of the occurrence number `index` (the first is 1) of `name`: from behind the "=" to the next `delimiter`,
+  // The value of the occurrence number `index` (the first is 1) of `name`: from after the "=" to the next `delimiter`,
   // or to the end when there is none or `delimiter` is empty. "" when there is no such occurrence, the name is blank or
   // `index` is below 1.
   // kept: a name is searched with its outer blanks but measured without them, so that for a name with blanks the value

@@ -20,7 +20,7 @@ class cls_Strings {
   static constexpr std::size_t kMaxCells = 1'000'000;
 
   // The pieces of `list` between the `delimiter`s (exact), each without its outer blanks, in their order. Empty pieces
-  // are kept as "", except behind the last delimiter. A blank list has no pieces; an empty delimiter cuts nothing.
+  // are kept as "", except after the last delimiter. A blank list has no pieces; an empty delimiter cuts nothing.
   //
   //   cls_Strings::ListStrToArray("a, b,,c,", ",");  // {"a", "b", "", "c"}
   static std::vector<std::string> ListStrToArray(std::string_view list, std::string_view delimiter);
@@ -36,7 +36,7 @@ class cls_Strings {
   // How many pieces ListStrToArray makes of `list`.
   static std::int32_t CountItems(std::string_view list, std::string_view delimiter);
 
-  // The position (the first is 1) of the first `delimiter` (exact) at or behind the position `start`; a start below 1
+  // The position (the first is 1) of the first `delimiter` (exact) at or after the position `start`; a start below 1
   // counts as 1. 0 when there is none or `delimiter` is empty.
   static std::int32_t FindDelimiter(std::string_view list, std::string_view delimiter, std::int32_t start);
 };

@@ -17,7 +17,7 @@ constexpr std::string_view kPlatformId = "2";
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
-// `path` from the file system's root on. "" when the working folder cannot be told.
+// `path` from the file system's root on. "" when the working folder cannot be determined.
 std::string AbsolutePath(std::string_view path) {
   if (IsSeparator(path.front())) return std::string(path);
   std::error_code error;

@@ -14,13 +14,13 @@ namespace TesselServer {
 
 class cls_WinUtil {
  public:
-  // True when a regular file stands at `path`, absolute or below the working folder, whether this process may read it
+  // True when a regular file exists at `path`, absolute or below the working folder, whether this process may read it
   // or not. A folder is none, nor is a path that ends in a separator or is blank. There are no wildcards. A file whose
   // hidden or system attribute is set is not seen (RootFolder::Find has the rules).
   bool FileExists(std::string_view path) const;
 
-  // True when a folder stands at `path`, hidden or not.
-  // kept: or a regular file. Whoever needs to know whether it is a folder asks the opened entry for its kind.
+  // True when a folder exists at `path`, hidden or not.
+  // kept: or a regular file. A caller that needs a folder checks the kind of the opened entry.
   bool DirectoryExists(std::string_view path) const;
 
   // The time from `from` to `to`, in whole seconds, as "dd:hh:mm:ss", each with at least two digits.

@@ -204,7 +204,7 @@ void SocketArray::ReadFirst(Element& element) {
   const std::uint64_t generation = element.generation;
   try {
     element.connection->ReadNow();
-  } catch (...) {  // the report did not reach the owner, who would never close the connection
+  } catch (...) {  // the loop does not watch the connection yet: no event would ever close it
     if (element.generation == generation) Shut(element);
     throw;
   }
