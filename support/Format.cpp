@@ -155,15 +155,15 @@ class DateWriter {
   }
 
   void WriteRun(char letter, std::size_t count, std::string_view asGiven) {
-    const bool behindHour = behindHour_;
-    behindHour_ = letter == 'h' || (behindHour && asGiven == ":");
+    const bool afterHour = afterHour_;
+    afterHour_ = letter == 'h' || (afterHour && asGiven == ":");
     const std::size_t digits = std::min<std::size_t>(count, 2);
     switch (letter) {
       case 'y':
         text_ += count > 2 ? Padded(date_.year, 4) : Padded((date_.year % 100 + 100) % 100, 2);
         return;
       case 'm':
-        if (behindHour) {
+        if (afterHour) {
           text_ += Padded(date_.minute, digits);
         } else if (count > 2) {
           text_ += NameOf(kMonths, date_.month, count);
@@ -194,8 +194,8 @@ class DateWriter {
 
   const CivilTime& date_;
   const std::string_view picture_;
-  const bool halfDays_;      // hours are 1 to 12
-  bool behindHour_ = false;  // the last thing written was an hour, or an hour and ":"
+  const bool halfDays_;     // hours are 1 to 12
+  bool afterHour_ = false;  // the last thing written was an hour, or an hour and ":"
   std::string text_;
 };
 

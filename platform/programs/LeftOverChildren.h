@@ -32,7 +32,7 @@ class LeftOverChildren {
   void MakeRoom();
   void Add(pid_t child) noexcept;
 
-  // Collects those that have ended, its own and those of the process's list.
+  // Collects the children that have ended, its own and those of the process's list.
   void Collect();
 
   // How many of its own have not been collected yet.

@@ -43,7 +43,7 @@ class RegistryStore {
   // Puts `text` and a terminating zero.
   void PutText(std::uint32_t root, std::string_view key, std::string_view valueName, std::string_view text);
 
-  // Replaces all values by those of a text file, one a line:
+  // Puts the values of a text file, one a line, each in place of an old value of the same name:
   //
   //   HKEY_CLASSES_ROOT\.ext\Content Type=application/x-example
   //
