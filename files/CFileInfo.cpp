@@ -92,7 +92,7 @@ void CFileInfo::Take(const FileFacts& facts) {
 }
 
 std::string CFileInfo::DirModTime() const {
-  constexpr int kDigits = 15;  // what a number of this kind is good for
+  constexpr int kDigits = 15;  // the significant digits of a double
   std::array<char, 32> text;
   const Date date = FileTimeToDate(kFileTimeZero, true);
   const auto end = std::to_chars(text.data(), text.data() + text.size(), date, std::chars_format::general, kDigits).ptr;

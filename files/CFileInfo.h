@@ -2,7 +2,7 @@
 // and dates as text.
 //
 // kept: of its many values only six are ever filled (FullPathName, FileExists, PathExists, FileSize, Attributes,
-// ModifyTime); the others read as empty or 0 for ever.
+// ModifyTime); the others always read as empty or 0.
 //
 // In paths "\" and "/" both separate, and there are no wildcards. A name is tried in the spelling given, then as the
 // first one that is equal without regard to ASCII case. Links count as what they lead to; only regular files and
@@ -39,8 +39,8 @@ class CFileInfo {
   const std::string& FullPathName() const { return fullPathName_; }
   void FullPathName(std::string_view path);
 
-  // What is known already of the entry at `folder` followed by `name`: takes the place of setting FullPathName where
-  // the entry was met in a folder, and saves looking it up by name once more.
+  // Sets what is known already of the entry at `folder` followed by `name`: used in place of FullPathName where the
+  // entry was read from a folder, and saves another look-up by name.
   void SetEntry(std::string_view folder, std::string_view name, const FileFacts& facts);
 
   // Always "".
@@ -53,7 +53,7 @@ class CFileInfo {
   std::string DisplayName() const { return {}; }
   std::string TypeName() const { return {}; }
 
-  // Whether the last Refresh found the entry. When not, all that follows is of the entry before.
+  // Whether the last Refresh found the entry. When not, all values below are those of the previous entry.
   bool FileExists() const { return fileExists_; }
 
   // kept: whether any Refresh ever found an entry.
@@ -113,7 +113,7 @@ class CFileInfo {
   std::int32_t hIcon() const { return 0; }
 
   // Looks the entry at FullPathName up again. When it is not there FileExists becomes false.
-  // kept: and nothing else changes, so PathExists, FileSize, Attributes and ModifyTime are of the entry before.
+  // kept: and nothing else changes, so PathExists, FileSize, Attributes and ModifyTime are those of the previous entry.
   void Refresh();
 
   // kept: not the time of any folder but the date of the file time 0 (1 January 1601, UTC) in local time, as text of at
@@ -133,7 +133,7 @@ class CFileInfo {
   std::string FormatFileSize(std::int32_t size) const;
 
  private:
-  friend struct CFileInfoInsides;  // the tests' way in
+  friend struct CFileInfoInsides;  // access for the tests
 
   static constexpr std::uint32_t kCompressed = 2048;
 

@@ -2,7 +2,8 @@
 //
 // Thread:    any for text and bytes; the host's thread for files.
 // Ownership: values; views given are read during the call.
-// Errors:    decoding never fails on bad characters. EncodeArr, EncodeStr and DecodeToFile raise Error as said there.
+// Errors:    decoding never fails on bad characters. EncodeArr, EncodeStr and DecodeToFile raise Error as documented
+//            there.
 #pragma once
 
 #include <cstddef>

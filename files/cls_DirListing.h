@@ -36,8 +36,8 @@ struct ListingRules {
   // This file, whatever its name.
   std::optional<FileIdentity> neverListed;
 
-  // Links of which this does not say, by their name in the folder and what they lead to, that a request would be served
-  // by it. Without it no link is listed, since the target may lie anywhere.
+  // Links for which this returns false are not listed: given the link's name in the folder and its target, it says
+  // whether a request for the link would be served. Without it no link is listed, since the target may lie anywhere.
   std::function<bool(const std::string& name, const FileIdentity& target)> linkIsServed;
 };
 
@@ -45,8 +45,8 @@ struct ListingRules {
 //   std::string page = listing.GetDirListing(localDir, urlPath, "My server");
 class cls_DirListing {
  public:
-  // The longest page. The first row that would make it longer ends the rows; the page is closed as ever. So a folder of
-  // any size costs bounded memory.
+  // The longest page. The first row that would make it longer ends the rows; the page is closed as usual. So a folder
+  // of any size costs bounded memory.
   static constexpr std::size_t kMaxListingBytes = 64 * 1024 * 1024;
 
   // How many entries of one kind, listed or not, and how many links of both kinds are looked at; what comes after is
@@ -96,7 +96,7 @@ class cls_DirListing {
   ListingRules rules_;
   std::shared_ptr<FolderRecord> names_;
   CFileInfo fileInfo_;      // points at each entry in turn
-  std::int32_t links_ = 0;  // that have been looked at
+  std::int32_t links_ = 0;  // how many have been examined
 };
 
 }  // namespace TesselServer

@@ -78,13 +78,13 @@ std::optional<std::uint32_t> NumberOf(std::string_view text) {
   return number;
 }
 
-// True as well for "", which is no number that there is.
+// True as well for "", which is no existing number.
 bool IsNumber(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// Whom `text` means. When a database cannot be asked no further one is: a namesake must not take the place of the one
-// who is meant.
+// The trustee that `text` names. Where the users cannot be queried the groups are not searched: a group of the same
+// name must not be taken for the user.
 std::errc FindTrustee(Accounts& accounts, std::string_view text, Trustee& trustee) {
   const bool isMarked = text.starts_with(kGroupMark);
   if (isMarked) text.remove_prefix(1);

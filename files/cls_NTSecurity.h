@@ -74,9 +74,9 @@ class cls_NTSecurity {
   // spelling given is tried before other cases, and links are followed. False at once for an empty name.
   //
   // The mask of the list becomes the union of what the owning group and all named entries hold, so rights that a
-  // narrower mask held back come to be. The entries of the owner, the owning group and others stay as they are; the
-  // list that a folder hands down to new files is left alone. An object without a list gets one made of its permission
-  // bits; with its last named entry a list becomes permission bits again.
+  // narrower mask masked out become effective. The entries of the owner, the owning group and others stay as they are;
+  // the list that a folder hands down to new files is left alone. An object without a list gets one made of its
+  // permission bits; with its last named entry a list becomes permission bits again.
   //
   // A user's own entry replaces what the object gives to groups and to others: an entry with fewer rights
   // than those takes rights away, and one for the owner changes nothing for the owner.
@@ -92,9 +92,10 @@ class cls_NTSecurity {
                    std::uint32_t AccessPermissions, std::int32_t AccessMode);
 
   // Reads the entries of named users, then of named groups, each by number; there are none in a list that is
-  // permission bits alone. Permissions are those of the entry itself, also where the mask of the list holds some back.
+  // permission bits alone. Permissions are those of the entry itself, also where the mask of the list masks some out.
   // Trustees come with a text that GrantAccess takes for the same one: the name; "@" and the name of a group when the
-  // name alone is another's; the number when there is no name. Fails as GrantAccess does, and leaves `Entries` empty.
+  // name alone names another trustee; the number when there is no name. Fails as GrantAccess does, and leaves `Entries`
+  // empty.
   bool GetAccessEntries(std::string_view ObjectName, std::int32_t ObjectType, std::vector<AccessEntry>& Entries);
 
   // The number of the last error, an errno(3) value; 0 when no call has failed yet. A call that succeeds, or is refused

@@ -5,7 +5,7 @@
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second.
 // Ownership: the World given outlives the object.
-// Errors:    none; what cannot be had has the fallback named with each member.
+// Errors:    none; what is not available has the fallback documented at each member.
 #pragma once
 
 #include <cstddef>

@@ -5,7 +5,7 @@
 //            kEchoMilliseconds more.
 // Ownership: it owns nothing.
 // Errors:    none. What keeps the network from starting or ending is shown in a message box (World::MessageBox); what
-//            cannot be had has the fallback documented at each member.
+//            is not available has the fallback documented at each member.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ NetworkSubsystem& SystemNetwork();
 class World;
 World& SystemWorld();
 
-// What came of an echo.
+// The result of an echo.
 struct EchoHostResult {
   static constexpr std::int32_t kAnswered = 0;        // the host sent it back
   static constexpr std::int32_t kTimedOut = 11010;    // it did not within kEchoMilliseconds

@@ -5,8 +5,8 @@
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second.
 // Ownership: sockets stay the caller's.
-// Errors:    none; what cannot be had has the fallback documented at each member. Why a socket refused something is in
-//            its LastError.
+// Errors:    none; what is not available has the fallback documented at each member. Why a socket refused something is
+//            in its LastError.
 #pragma once
 
 #include <cstddef>
@@ -42,7 +42,7 @@ class cls_WinSock {
   static constexpr std::size_t kMaxHostNameBytes = 256;            // longer names of the name service are cut here
   static constexpr std::size_t kMaxLookupBytes = 255;  // no host name is longer, so nothing longer is asked for
 
-  // `world` is for tests: what names and addresses are asked of.
+  // `world` is for tests: names and addresses are looked up in it.
   explicit cls_WinSock(const World& world = SystemWorld()) : world_(world) {}
 
   // Makes the sockets ready and returns in `description` what they are. Always true. A second start changes nothing,

@@ -32,9 +32,8 @@ struct CivilTime {
   bool operator==(const CivilTime&) const = default;
 };
 
-// Whole seconds since 1 January 1970, 00:00, to calendar terms and back; moments before 1970 are
-// as good as any. The way back does not look at `weekday` and is for moments that seconds can count: years within
-// 292 thousand million.
+// Whole seconds since 1 January 1970, 00:00, to calendar terms and back; moments before 1970 included. The way back
+// ignores `weekday` and is for moments that 64 bits of seconds can count: years within 292 thousand million.
 //
 //   CivilFromSeconds(-1);  // Wednesday, 31 December 1969, 23:59:59
 CivilTime CivilFromSeconds(std::int64_t secondsSince1970);

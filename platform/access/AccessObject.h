@@ -32,14 +32,14 @@ class AccessObject {
   AccessObject& operator=(const AccessObject&) = delete;
   ~AccessObject();
 
-  // Reads the list of access, or makes one of the permission bits where the object has none of its own. Fails with
+  // Reads the access list, or makes one of the permission bits where the object has none of its own. Fails with
   // what finding the object failed with (invalid_argument for a path with a NUL), operation_not_supported where the
   // file system keeps no such lists, and bad_message for a value that is no list; `list` is then unchanged.
   [[nodiscard]] std::errc Read(AccessList& list) const;
 
-  // Writes the list of access in place of the one there is. A list without named entries and mask becomes the
+  // Writes the access list in place of the present one. A list without named entries and mask becomes the
   // permission bits alone. The list that a folder hands down to new entries is left alone, and so are the owner, the
-  // group and the special bits, but for the set-group bit that the kernel takes from those who are not of the group.
+  // group and the special bits, but for the set-group bit that the kernel clears when the caller is not in the group.
   // Fails as Read does, with operation_not_permitted for all but the owner and root, and with argument_list_too_long
   // or no_space_on_device for more entries than the kernel or the file system keeps; nothing is changed then.
   [[nodiscard]] std::errc Write(const AccessList& list) const;

@@ -25,8 +25,8 @@ class Accounts {
   static constexpr std::size_t kMaxRecordBytes = 1024 * 1024;
 
   // Looks for the user or group called `name`, which must hold no NUL. Success with no number in `id` when there is
-  // none; any error, and no number, when the databases cannot be asked: a user or group that exists is then not taken
-  // for missing.
+  // none; any error, and no number, when the databases cannot be queried, so that an existing user or group is never
+  // taken for missing.
   [[nodiscard]] std::errc Find(Trustee::Kind kind, const std::string& name, std::optional<std::uint32_t>& id);
 
   // The name of a user or group. Null when it has none or the databases cannot be asked.

@@ -20,7 +20,7 @@ std::uint32_t ParseDosAttributes(std::string_view value);
 std::uint32_t DosAttributesOf(int descriptor);
 std::uint32_t DosAttributesOf(const std::string& path);
 
-// What the file `name` in the open folder `folder` (a link's target) answers. A kernel that has no getxattrat(2),
+// The result for the file `name` in the open folder `folder` (a link's target). A kernel that has no getxattrat(2),
 // before Linux 6.13, and a sandbox that refuses it need /proc.
 struct DosAttributesAnswer {
   std::uint32_t attributes = 0;

@@ -3,7 +3,7 @@
 //
 // Thread:    the host's thread only.
 // Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
-// Errors:    a file that cannot be had is a closed OpenFile or EntryKind::kNone. RootFolder::Find raises the socket
+// Errors:    a file that cannot be opened is a closed OpenFile or EntryKind::kNone. RootFolder::Find raises the socket
 //            error 10024 or 10055 when the process has run out of descriptors or memory, for what it looks for may be
 //            there.
 #pragma once

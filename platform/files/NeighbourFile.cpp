@@ -32,7 +32,7 @@ UniqueDescriptor FolderOfCached(const CachedFile& file) {
   return stamp && (stamp->identity == file.folder || stillHas()) ? std::move(folder) : UniqueDescriptor(-1);
 }
 
-// The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be had.
+// The folder that is `entry` or holds it, open for being searched by name only. Not open when it cannot be opened.
 UniqueDescriptor FolderOfEntry(const OpenFile& entry) {
   if (entry.Kind() == EntryKind::kDirectory) {
     return UniqueDescriptor(OpenAnywhereOrRaise(entry.Descriptor(), ".", kFolderFlags));

@@ -37,7 +37,7 @@ bool IsRefusedBySandbox() {
   return probe.Get() == -EPERM;
 }
 
-// Whether openat2 answered that it is not there, or may not be called.
+// Whether openat2 failed because the kernel lacks it or a sandbox refuses it.
 bool IsNotOffered(int opened) { return opened == -ENOSYS || (opened == -EPERM && IsRefusedBySandbox()); }
 
 // Raises the error of a call that failed for want of descriptors or memory.

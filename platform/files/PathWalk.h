@@ -4,7 +4,7 @@
 //
 // Thread:    any; the host's thread only where a cache is given.
 // Ownership: returns values; descriptors stay the caller's, an entry owns what it opened.
-// Errors:    none; nothing, or kNone, is returned for what cannot be had.
+// Errors:    none; nothing, or kNone, is returned for what cannot be found or opened.
 #pragma once
 
 #include <optional>

@@ -84,7 +84,7 @@ class EventLoop {
   // does. It is readable after Stop as well. It belongs to the loop: do not read it, do not close it.
   int Descriptor();
 
-  // The world whose clock the loop goes by.
+  // The world whose clock the loop uses.
   World& TheWorld() const;
 
   // For the library's own parts.

@@ -103,7 +103,7 @@ void LoopCore::Stop() noexcept {
 }
 
 void LoopCore::Wake() noexcept {
-  const int kept = errno;  // a signal handler leaves it alone
+  const int kept = errno;  // a signal handler must not change it
   const std::uint64_t one = 1;
   [[maybe_unused]] const auto written = write(wake_.Get(), &one, sizeof one);  // a full counter is awake already
   errno = kept;

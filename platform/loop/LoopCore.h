@@ -2,7 +2,7 @@
 // deleted later.
 //
 // Thread:    the loop's thread; Stop and Post of a task without an owner may be called from any.
-// Ownership: clients and owners of tasks are not owned; they take their watches and tasks back before they die.
+// Ownership: clients and owners of tasks are not owned; they remove their watches and tasks before they are destroyed.
 // Errors:    the constructor raises Error; the rest reports failure by its result.
 #pragma once
 

@@ -18,7 +18,8 @@ namespace {
 
 constexpr std::int32_t kNotInitialized = 10093;
 
-// The error that keeps this process from having any socket, 0 for none. A socket that cannot be had right now is none.
+// The error that keeps this process from having any socket, 0 for none. A temporary lack of descriptors or memory does
+// not count.
 std::int32_t ErrorOfSockets() {
   const UniqueDescriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (probe.IsOpen() || errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) return 0;

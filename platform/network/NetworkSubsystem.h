@@ -26,8 +26,8 @@ class NetworkSubsystem {
  public:
   virtual ~NetworkSubsystem() = default;
 
-  // Starts it in the version asked for or in the one it has. The system's answers with the error of a socket that could
-  // not be made, where that is not a mere lack of descriptors or memory, and has every version.
+  // Starts it in the version asked for or in the one it has. The system's returns the error of a socket that could not
+  // be created, where that is not a mere lack of descriptors or memory, and has every version.
   virtual NetworkStart StartUp(VersionWord version) = 0;
 
   // Ends what one StartUp began. 0, or the error: the system's has 10093 for an end without a start.

@@ -39,7 +39,7 @@ class ChildPrograms : public ProgramRunner {
   ~ChildPrograms() override;
 
   // Waits inside the call, by the real clock, for the child's end and its output; nothing else of the loop runs
-  // meanwhile, and no processor time is used. Output is read as it comes, so a child with much to say ends. A
+  // meanwhile, and no processor time is used. Output is read as it comes, so a child with much output ends too. A
   // grandchild that keeps the pipe open is not waited for.
   ProgramResult Run(const ProgramStart& start) override;
 

@@ -68,7 +68,7 @@ class Waiting {
     return waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) != 0 || state.si_pid != 0;
   }
 
-  // Reads once. Returns how many bytes came; the output is not looked at again after its end or a failure.
+  // Reads once. Returns how many bytes came; the output is not read again after its end or a failure.
   std::size_t Read() {
     char bytes[kReadBytes];
     ssize_t count = 0;

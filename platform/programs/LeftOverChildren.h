@@ -1,11 +1,11 @@
 // Children whose caller has stopped waiting for them: collected when they have ended, so that no zombie stays.
 //
-// Each is asked about by its own number (waitpid(2)); other children of the host are never touched, and one that the
-// host has collected is forgotten. A timer on the loop asks every second while there is a child to ask about.
+// Each is checked by its own process number (waitpid(2)); other children of the host are never touched, and one that
+// the host has collected is dropped. A timer on the loop checks every second while there is any.
 //
-// Thread:    the loop's thread; objects on several threads share the children of those that died.
-// Ownership: the loop outlives it. Children that still run when it dies go to a list of the process, which every other
-//            object, present or future, collects from.
+// Thread:    the loop's thread; objects on several threads share the children of destroyed ones.
+// Ownership: the loop outlives it. Children that still run when it is destroyed go to a list of the process, which
+//            every other object, present or future, collects from.
 // Errors:    none but those of memory running out.
 #pragma once
 
@@ -28,7 +28,7 @@ class LeftOverChildren {
   LeftOverChildren& operator=(const LeftOverChildren&) = delete;
   ~LeftOverChildren();
 
-  // Makes room for one more child, so that Add cannot fail when it lives.
+  // Makes room for one more child, so that Add cannot fail once it runs.
   void MakeRoom();
   void Add(pid_t child) noexcept;
 

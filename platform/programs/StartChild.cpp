@@ -36,7 +36,7 @@ struct ChildStack {
   alignas(16) std::byte bytes[kStackBytes];
 };
 
-// What the child works with, made before it lives.
+// What the child works with, made before it is started.
 struct ChildPlan {
   const char* file;
   char* const* arguments;

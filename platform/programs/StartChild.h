@@ -4,7 +4,7 @@
 //
 // The child shares this process's memory, on a stack of its own, and the calling thread waits until the program has
 // taken over (clone(2) with CLONE_VM and CLONE_VFORK). So the cost does not grow with the host, the host's fork
-// handlers do not run, and no child is ever at large with the host's descriptors.
+// handlers do not run, and no child ever runs a program with the host's descriptors.
 //
 // Thread:    any. All signals are blocked for it meanwhile.
 // Ownership: descriptors stay the caller's. The caller collects the child.

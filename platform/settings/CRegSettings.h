@@ -2,7 +2,7 @@
 //
 // Thread:    the host's thread only.
 // Ownership: the store outlives the object; nothing is kept between calls.
-// Errors:    none; the default comes back for whatever cannot be had.
+// Errors:    none; the default is returned for a value that cannot be read.
 #pragma once
 
 #include <string>

@@ -86,8 +86,8 @@ class FilePropertyBag : public MemoryPropertyBag {
 
   // Writes the bag to a temporary file beside the target and renames it over the target, mode 0600, so that a reader
   // sees the old file or the new one and a failure loses nothing. Where the path is a link, the file at its end is
-  // replaced and the link stays. Raises Error 75 when that cannot be done: no leave to write in the folder, something
-  // other than a regular file in that place, a name with "=" or a line end, or more than kMaxFileBytes.
+  // replaced and the link stays. Raises Error 75 when that cannot be done: no permission to write in the folder,
+  // something other than a regular file in that place, a name with "=" or a line end, or more than kMaxFileBytes.
   void Save() const;
 
  private:

@@ -1,7 +1,7 @@
-// Keeps the host free, as long as it lives, of the SIGPIPE that a write to a closed connection or pipe raises: the
-// signal stays blocked for this thread, and one that was raised meanwhile is discarded; one that was pending before is
-// not. For the calls that have no flag for it, write(2) and sendfile(2). The latter may raise it whatever it returns:
-// the peer can close after the first bytes.
+// While an object exists, a write to a closed connection or pipe raises no SIGPIPE in the host: the signal stays
+// blocked for this thread, and one that was raised meanwhile is discarded; one that was pending before is not. For the
+// calls that have no flag for it, write(2) and sendfile(2). The latter may raise it whatever it returns: the peer can
+// close after the first bytes.
 //
 // Thread:    the one that makes it.
 // Errors:    none; errno stays as the call inside left it.

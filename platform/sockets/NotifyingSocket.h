@@ -14,9 +14,9 @@
 //   socket.Connect(address);
 //
 // Thread:    the loop's thread.
-// Ownership: owns its descriptor and its handlers; closes the one and drops the others when it dies. The loop outlives
-//            it. It can be moved and not copied; one that was moved from can be destroyed and assigned to, nothing
-//            else.
+// Ownership: owns its descriptor and its handlers; closes the one and drops the others when it is destroyed. The loop
+//            outlives it. It can be moved and not copied; one that was moved from can be destroyed and assigned to,
+//            nothing else.
 // Errors:    no exception but those of memory running out. A call that fails returns False or nothing, and LastError
 //            has the reason as a socket error (10004 to 11004).
 #pragma once
@@ -46,7 +46,7 @@ struct SocketAddress {
 
 // What may be asked of an open socket and set on it (socket(7), tcp(7)). Switches are 0 or 1.
 enum class SocketOption {
-  kReuseAddress,        // a port may be bound while old connections of it die; a listener has it
+  kReuseAddress,        // a port may be bound while old connections of it end; a listener has it
   kKeepAlive,           // silent connections are probed
   kNoDelay,             // small pieces go out at once
   kSendBufferBytes,     // what the kernel keeps for the peer; it reports twice what was set

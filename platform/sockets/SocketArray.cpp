@@ -14,7 +14,7 @@ namespace TesselServer {
 
 namespace {
 
-// Lack of means on our side, as opposed to a client that has gone.
+// Lack of descriptors or memory on our side, as opposed to a client that has gone.
 bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
 }  // namespace
@@ -99,7 +99,7 @@ void SocketArray::SetState(Element& element, SocketState state) {
   ResumePausedSoon();
 }
 
-// Lets go of what the element carries and makes it one that never carried anything.
+// Closes what the element carries and resets it to a fresh one.
 void SocketArray::Shut(Element& element) {
   if (element.listener) {
     element.listener->Close();

@@ -5,7 +5,7 @@
 // before. A handler may close, unload and reload any element, its own included.
 //
 // Thread:    the loop's thread.
-// Ownership: owns its descriptors. Must not die inside one of its notifications: its owner is given to
+// Ownership: owns its descriptors. Must not be destroyed inside one of its notifications: its owner is given to
 //            EventLoop::DeleteLater instead.
 // Errors:    Error 360 from Load; socket errors (10004 to 11004) from Bind, Listen and SendData. An element that does
 //            not exist counts as not free, and what is asked of it does nothing.
@@ -108,7 +108,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   std::shared_ptr<TcpListener> Keep(std::int32_t index);
   // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
   // outside 0 to 65535; the element is then closed as before. A socket that was kept is used again when it listens on
-  // this address and is in order; otherwise it is closed as soon as the new one is open.
+  // this address and has no error; otherwise it is closed as soon as the new one is open.
   void Listen(std::int32_t index, std::shared_ptr<TcpListener> kept = nullptr);
   // The port that the element listens on, 0 when it does not.
   std::int32_t BoundPort(std::int32_t index) const;

@@ -1,11 +1,11 @@
-// One TCP connection on an event loop, from connecting or being accepted to its orderly end. Its life is one state;
+// One TCP connection on an event loop, from connecting or being accepted to its orderly end. It is always in one state;
 // what the loop waits for follows from it (WantedEvents), and so does what an event means (OnEvents).
 //
 // A connection that was accepted is not watched at first: its bytes are read at once (ReadNow), and the loop is asked
 // only when a read or a write would have to wait.
 //
 // Thread:    the loop's thread.
-// Ownership: owns its descriptor; closes it when it dies. The client outlives it, or is replaced (Linger). Inside a
+// Ownership: owns its descriptor; closes it when destroyed. The client outlives it, or is replaced (Linger). Inside a
 //            report it may be closed and used anew, but is destroyed by DeleteLater only.
 // Errors:    errno(3) values, returned or reported by OnFailed.
 #pragma once
@@ -91,7 +91,7 @@ class TcpConnection final : private LoopClient {
 
   // ---- Receiving.
 
-  // Reads what is there and reports it, then has the loop wait for more. For a connection that was just adopted.
+  // Reads what has arrived and reports it, then has the loop wait for more. For a connection that was just adopted.
   void ReadNow();
   // Has the loop wait for what this state waits for. False when the kernel refuses.
   bool Watch();
