@@ -7,7 +7,7 @@
 //
 // A named user's entry replaces what the file gives to groups and to others: it can take rights away as well
 // as give them. The owner's own rights never come from a named entry. The mask bounds the owning group and every named
-// entry; it is there exactly when there is a named entry, as long as a list is changed through this class only.
+// entry; it exists exactly when there is a named entry, as long as a list is changed through this class only.
 #pragma once
 
 #include <cstddef>

@@ -28,7 +28,7 @@ bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // What is at a path, as the system is asked for it.
 struct Located {
-  std::string path;  // "" when nothing of interest is there
+  std::string path;  // "" when nothing of interest exists
   struct stat status;
 };
 

@@ -84,7 +84,7 @@ struct FoundEntry {
   // names of links on the way, so it may name another folder than the one the entry lies in (OpenFile::CanonicalPath
   // has that one); only a link that is absolute or climbs out and comes back is replaced by the place it leads to.
   std::string name;
-  bool readable = false;  // false: it is there but this process may not open it
+  bool readable = false;  // false: it exists but this process may not open it
   OpenFile file;          // open when readable
   // The last component of `name` is known to be the file's own: no link led to it, and no other spelling can have.
   // Where it is false OpenFile::CanonicalPath has the file's own name.

@@ -5,7 +5,7 @@
 // What it is for: a name that is not there costs one system call (newfstatat) in place of eight and more and the
 // reading of all names; a listing saves the reading and one question for each file. Where it loses: a folder that is
 // asked for twice a minute and not more, or that changes before each request, pays for fstat, fstatfs, ioctl and a copy
-// of its names. A file that is there never costs more.
+// of its names. An existing file never costs more.
 //
 // Thread:    the host's thread only.
 // Ownership: keeps records of its own; those in use by a listing live as long as that. The world outlives the cache.

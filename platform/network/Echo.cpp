@@ -59,7 +59,7 @@ class IcmpSocket {
     return count == static_cast<ssize_t>(packet.size());
   }
 
-  // The next ICMP message that is there, "" for a packet without one. Nothing, with errno, when there is no packet. The
+  // The next ICMP message received, "" for a packet without one. Nothing, with errno, when there is no packet. The
   // text is valid until the next call.
   std::optional<std::string_view> Receive() {
     const ssize_t count = recv(descriptor_.Get(), packet_.data(), packet_.size(), MSG_DONTWAIT);

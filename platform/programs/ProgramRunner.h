@@ -18,7 +18,7 @@ struct ProgramStart {
   std::string file;                         // its path; nothing is searched for, and none has a NUL in it
   std::vector<std::string> arguments = {};  // after its name, one word each: no shell splits them
 
-  // Name and value, in addition to the environment of this process; a name that is there already gets the new value.
+  // Name and value, in addition to the environment of this process; a name that exists already gets the new value.
   // Values, as arguments, are cut at their first NUL; a name that no environment can hold is left out.
   std::vector<std::pair<std::string, std::string>> environment = {};
 

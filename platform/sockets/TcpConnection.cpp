@@ -14,7 +14,7 @@ namespace TesselServer {
 
 namespace {
 
-// The error that has come up on a socket, 0 for none.
+// The pending error of a socket (SO_ERROR, socket(7)), 0 for none.
 int PendingError(int socket) {
   int error = 0;
   socklen_t size = sizeof error;

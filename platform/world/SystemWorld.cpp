@@ -172,7 +172,7 @@ class RealWorld final : public World {
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
-    // Digits and dots are an address or a slip of the pen; no name service is asked about them.
+    // Digits and dots are an address or a typing error; no name service is asked about them.
     if (name.find_first_not_of("0123456789.") == std::string_view::npos) hints.ai_flags = AI_NUMERICHOST;
     ShortPatience patience;
     const bool asItIsFirst = ShortPatience::IsAskedAsItIsFirst(name);
