@@ -35,14 +35,14 @@ class Sending {
   // Closes and removes every element above the listener and lets their records go.
   void KillAllConnections();
 
-  // Answers a client for whom there is no capacity. Nothing in the road of a request calls it: such clients wait in
-  // the listener's queue.
+  // Answers a client for which there is no capacity. Nothing on a request's way calls it: such clients wait in the
+  // listener's backlog.
   bool ServerTooBusy(std::int32_t Index);
 
   // "[15/11/2026:18:20:05 +0100]": now, in local time.
   std::string LogTimestamp();
 
-  // Raises the access-log line of the connection's request. The line is not even made when nobody hears it.
+  // Raises the access-log line of the connection's request. The line is not built when HTTPLog has no handler.
   void LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size);
 
  private:

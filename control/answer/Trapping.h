@@ -1,4 +1,4 @@
-// Which requests are offered to the host through FileRequest, and what it is told of them.
+// Which requests are offered to the host through FileRequest, and the arguments of that event.
 //
 // Thread:    any.
 // Ownership: values in, values out.

@@ -17,7 +17,7 @@ class TimeOuts {
  public:
   // The timer's first interval, and the one that every check sets again while ConnectionTimeout is not 0.
   static constexpr std::int32_t kCheckMilliseconds = 10000;
-  // A listener that heard no connection request for longer than this is rebuilt.
+  // A listener that received no connection request for longer than this is rebuilt.
   static constexpr std::uint32_t kQuietMilliseconds = 30000;
 
   TimeOuts(ControlState& state, Sending& sending) : state_(state), sending_(sending) {}
