@@ -11,9 +11,8 @@
 //
 // Thread:    everything on the thread that runs the loop; debug builds assert it. Several controls may share a loop.
 // Ownership: the loop outlives the control. The control may be destroyed at any time, also inside its own events.
-// Errors:    Error (number, source, description) is thrown by ServerPort, StartServer, TrapFileDataEX and HTTPHeader,
-// as
-//            documented there, and by nothing else. Every other failure is reported through LogEvent. std::bad_alloc
+// Errors:    Error (number, source, description) comes from ServerPort, StartServer, TrapFileDataEX and HTTPHeader, as
+//            documented there, and from nothing else. Every other failure is reported through LogEvent. std::bad_alloc
 //            reaches the caller only when memory runs out while a value is being passed in.
 //
 // Events:    arguments are references, and a handler may change them. In every event the host may change properties,
@@ -109,9 +108,8 @@ class Tessel {
   void CGIEnable(bool value);
 
   // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
-  // VirtualPath & "\scripts" at the start, which is below the root: any file there that is no ".exe" (a script's data,
-  // a
-  // ".bat", an editor's backup copy) can be fetched like any other file. Default: "".
+  // VirtualPath & "\scripts" at the start, which is below the root: a file there that is no ".exe" (the data of a
+  // script, a ".bat", an editor's backup copy) can be fetched like any other file. Default: "".
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
 
@@ -197,7 +195,7 @@ class Tessel {
   // Answers a FileRequest event, inside it or later. With Process True the file is served as if it had not been
   // trapped; else Data, any bytes, goes out with the content type. An answer for a connection that waits for none,
   // because it was answered before or its client has gone, is ignored; so is an Index that is no connection. When
-  // another client waits on the same Index by then, RequestNumber tells them apart.
+  // another client waits on the same Index by then, RequestNumber distinguishes them.
   void TrapFileData(std::int32_t Index, const std::string& Data, bool Process = true,
                     const std::string& ContentType = "text/html");
 

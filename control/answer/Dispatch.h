@@ -32,7 +32,7 @@ class Dispatch {
   void SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus);
 
  private:
-  // An answer with the status and the size for its log line.
+  // An answer, and what its log line needs.
   struct Decision {
     Answer answer;
     std::string status;

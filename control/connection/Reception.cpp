@@ -166,7 +166,7 @@ Reception::Outcome Reception::TakeBody(std::string_view bytes) {
   return BodyOutcome();
 }
 
-// Counts body bytes and keeps those within the announced length, if anybody wants them.
+// Counts body bytes; where the body is kept, stores those within the announced length.
 void Reception::Store(std::string_view bytes) {
   received_ += static_cast<std::int64_t>(bytes.size());
   if (bodyUse_ == BodyUse::kDropped) return;
