@@ -25,7 +25,7 @@ class TimeOuts {
   // The handler of tmrCheckConn.
   void TimerCheckConnections();
 
-  // Makes the listening element anew on the address of this run, whatever the properties say by now. The kernel's
+  // Renews the listening element on the address of this run, whatever the properties say by now. The kernel's
   // listening socket stays where it can. Raises the socket error when it cannot be bound.
   void OpenListener();
 
