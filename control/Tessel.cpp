@@ -28,7 +28,7 @@ std::shared_ptr<TesselCore> Enter(const std::shared_ptr<TesselCore>& core) {
   return core;
 }
 
-// Sets a property: its name is told first, then the value is stored and handed on to what works with it.
+// Sets a property: raises PropertyChanged with its name, then stores the value and passes it to the parts that use it.
 template <typename Store>
 void Let(const std::shared_ptr<TesselCore>& shared, const char* name, Store&& store) {
   const auto core = Enter(shared);
@@ -39,7 +39,7 @@ void Let(const std::shared_ptr<TesselCore>& shared, const char* name, Store&& st
 
 void LetMaxConnections(const std::shared_ptr<TesselCore>& core, std::int32_t value) {
   Let(core, "MaxConnections", [&](Settings& settings) {
-    if (value > Settings::kMaxMaxConnections) return;  // kept: the old value stays, though the change was told
+    if (value > Settings::kMaxMaxConnections) return;  // kept: the old value stays, though PropertyChanged was raised
     settings.MaxConnections = static_cast<std::int16_t>(std::max(value, Settings::kMinMaxConnections));
   });
 }
@@ -178,7 +178,7 @@ void Tessel::IndexPageNames(const std::string& value) { LetIndexPageNames(core_,
 bool Tessel::TrapFileEnable() const { return Enter(core_)->state.settings.TrapFileEnable; }
 void Tessel::TrapFileEnable(bool value) {
   const auto core = Enter(core_);
-  core->state.settings.TrapFileEnable = value;  // kept: the one property that is stored before it is told of
+  core->state.settings.TrapFileEnable = value;  // kept: the one property stored before PropertyChanged
   core->state.reporter.RaisePropertyChanged("TrapFileEnable");
 }
 

@@ -11,9 +11,9 @@
 //
 // Thread:    everything on the thread that runs the loop; debug builds assert it. Several controls may share a loop.
 // Ownership: the loop outlives the control. The control may be destroyed at any time, also inside its own events.
-// Errors:    Error (number, source, description) from ServerPort, StartServer, TrapFileDataEX and HTTPHeader as told
-//            there, and from nothing else. Everything else that goes wrong is told through LogEvent. Only when memory
-//            runs out while a value is handed over does the language's own std::bad_alloc reach the caller.
+// Errors:    Error (number, source, description) comes from ServerPort, StartServer, TrapFileDataEX and HTTPHeader, as
+//            documented there, and from nothing else. Every other failure is reported through LogEvent. std::bad_alloc
+//            reaches the caller only when memory runs out while a value is being passed in.
 //
 // Events:    arguments are references, and a handler may change them. In every event the host may change properties,
 //            connect and disconnect handlers, answer requests, stop the server and destroy the control.
@@ -56,9 +56,9 @@ class Tessel {
   ~Tessel();
 
   // ---- Properties. Each is one name in two forms; setting one raises PropertyChanged with its name. Those marked
-  // (start) take effect at the next StartServer, all others with the next request. What is shown of them follows at
-  // once: SERVER_IP and SERVER_PORT are what the properties say, though the listener keeps the address it has. The
-  // configuration lines that a start logs show the values of its beginning.
+  // (start) take effect at the next StartServer, all others with the next request. Server variables show the new value
+  // at once: SERVER_IP and SERVER_PORT are those of the properties, though the listener keeps its address until the
+  // next start. The configuration lines that a start logs show the values at its beginning.
 
   // (start) The IPv4 address to listen on, "" = all addresses. Blanks around it are dropped. Default: "".
   std::string ServerIP() const;
@@ -92,11 +92,11 @@ class Tessel {
   void AuthenticationSource(e_AuthSource value);
 
   // The file of user:password pairs for the source GolbalFile. Default: "". Setting it reads the file. When it cannot
-  // be read the name stays as it was, silently: read the property back, for a site that has no password file is open to
-  // everybody. The file is read again for each request.
+  // be read the name stays as it was, silently: read the property back, since a site without a password file is open to
+  // every client. The file is read again for each request.
   // A client gets in when the text "user:password" that it sends is a substring of the file, without regard to case:
   // any beginning of a password is enough, an empty one too; so is the end of a user's name ("nn" for "ann"), and the
-  // user "realm" with no password wherever the file has a line "realm:". It keeps passers-by out, and nobody else.
+  // user "realm" with no password wherever the file has a line "realm:". It keeps out casual visitors, not an attacker.
   std::string AuthenticationSourceFile() const;
   void AuthenticationSourceFile(const std::string& value);
 
@@ -108,15 +108,14 @@ class Tessel {
   void CGIEnable(bool value);
 
   // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
-  // VirtualPath & "\scripts" at the start, which lies below the root: what is there and is no ".exe" (a script's data,
-  // a
-  // ".bat", a copy of an editor's) can be fetched like any other file. Default: "".
+  // VirtualPath & "\scripts" at the start, which is below the root: a file there that is no ".exe" (the data of a
+  // script, a ".bat", an editor's backup copy) can be fetched like any other file. Default: "".
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
 
-  // How long a program is waited for, in seconds, 0 to 2,000,000,000; 0 = without limit. Values outside are moved to
-  // the nearer end. The loop stands still meanwhile. A program that takes longer runs on, and what it has printed until
-  // then is its output. Default: 30.
+  // How long to wait for a program, in seconds, 0 to 2,000,000,000; 0 = without limit. Values outside the range are
+  // moved to its nearer end. The loop is blocked during the wait. A program that takes longer keeps running, and what
+  // it has printed by then is its output. Default: 30.
   std::int32_t CGITimeout() const;
   void CGITimeout(std::int32_t value);
 
@@ -147,7 +146,7 @@ class Tessel {
 
   // (start) The highest socket element; one of them listens, so at most MaxConnections - 1 clients are served at
   // once. Below 2 becomes 2; above 10,000 the value stays as it was. Default: 2. A value lowered while running works at
-  // once: the elements above it take no more clients. A raised one waits for the next start.
+  // once: the elements above it accept no more clients. A raised one takes effect at the next start.
   std::int32_t MaxConnections() const;
   void MaxConnections(std::int32_t value);
 
@@ -157,7 +156,7 @@ class Tessel {
   void ConnectionTimeout(std::int32_t value);
 
   // The document root. "" becomes the application folder at the start, which then publishes the program itself and all
-  // that lies beside it: set it. Default: "".
+  // files in its folder: set it. Default: "".
   std::string VirtualPath() const;
   void VirtualPath(const std::string& value);
 
@@ -174,7 +173,7 @@ class Tessel {
   std::string TrapFileTypes() const;
   void TrapFileTypes(const std::string& value);
 
-  // ---- Methods. `Index` is the number of a connection, 1 to MaxConnections, as events tell it.
+  // ---- Methods. `Index` is the number of a connection, 1 to MaxConnections, as events pass it.
 
   // Raises AboutBox with the product's name and version.
   void ShowAboutBox();
@@ -196,12 +195,12 @@ class Tessel {
   // Answers a FileRequest event, inside it or later. With Process True the file is served as if it had not been
   // trapped; else Data, any bytes, goes out with the content type. An answer for a connection that waits for none,
   // because it was answered before or its client has gone, is ignored; so is an Index that is no connection. When
-  // another client waits on the same Index by then, RequestNumber tells them apart.
+  // another client waits on the same Index by then, RequestNumber distinguishes them.
   void TrapFileData(std::int32_t Index, const std::string& Data, bool Process = true,
                     const std::string& ContentType = "text/html");
 
   // The same with a status code of three characters (any other text becomes "200") and further header lines, with or
-  // without the line end behind the last. Raises Error 9 for an Index that is no connection.
+  // without a line end after the last. Raises Error 9 for an Index that is no connection.
   void TrapFileDataEX(std::int32_t Index, const std::string& Data, bool Process = true,
                       const std::string& ContentType = "text/html", const std::string& StatusCode = "200",
                       const std::string& HeaderField = "");
@@ -215,7 +214,7 @@ class Tessel {
   std::string QueryString(std::int32_t Index, const std::string& Paramter, std::int32_t Item = 1) const;
 
   // The value of one of the 29 server variables (names are case-sensitive), or all of them as NAME=value, each with
-  // Delimiter behind it, when Variable is blank. "" for an Index that is no connection. In the order of that list:
+  // Delimiter after it, when Variable is blank. "" for an Index that is no connection. In the order of that list:
   //   AUTH_TYPE, CONTENT_LENGTH, CONTENT_TYPE, GATEWAY_INTERFACE, HTTP_ACCEPT, HTTP_REFERER, HTTP_USER_AGENT,
   //   PATH_INFO, PATH_TRANSLATED, QUERY_STRING, REMOTE_ADDR, REMOTE_HOST, REMOTE_USER, REQUEST_METHOD, SCRIPT_NAME,
   //   SERVER_NAME, SERVER_PORT, SERVER_PROTOCOL, SERVER_SOFTWARE, SERVER_IP, TIME, DATE, DATE_LOCAL, DATE_GMT,
@@ -238,8 +237,8 @@ class Tessel {
   // through LogEvent; the listener is tried again every ten seconds (see IsListening).
   bool StartServer();
 
-  // Stops serving: closes every connection and the listener. May be called in any state. False when an error, told
-  // through LogEvent, came in between.
+  // Stops serving: closes every connection and the listener. May be called in any state. False when an error occurred
+  // meanwhile, which is reported through LogEvent.
   bool StopServer();
 
   // "1.1.000": major, minor and revision.
@@ -273,8 +272,8 @@ class Tessel {
   // Raised by ShowAboutBox with "Tessel" and Version.
   Event<const std::string&, const std::string&> AboutBox;
 
-  // The folder that stands for the program's own where VirtualPath is "" and where error pages are looked for
-  // ("html/errors/http404.html" below it). Default: the folder of the program file.
+  // The folder that is served where VirtualPath is "", and below which error pages are looked up
+  // ("html/errors/http404.html"). Default: the folder of the program file.
   std::string ApplicationFolder() const;
   void ApplicationFolder(const std::string& value);
 
@@ -288,10 +287,10 @@ class Tessel {
   // with "\" or "=".
   bool PutContentType(const std::string& extension, const std::string& contentType);
 
-  // The port the listener has, 0 when there is none; tells which one was chosen for ServerPort 0.
+  // The port of the listener, 0 when there is none; for ServerPort 0 the port that the system chose.
   std::int32_t ListeningPort() const;
 
-  // Whether the listener stands. False while running means that it could not be bound; LogEvent told why.
+  // Whether the listener is bound. False while running means that binding failed; LogEvent has reported the reason.
   bool IsListening() const;
 
   // The longest body of a POST in bytes; a longer one is answered with status 400. 0 to 2,147,483,647, default 64 MiB.
@@ -299,17 +298,17 @@ class Tessel {
   std::int64_t MaxBodyBytes() const;
   void MaxBodyBytes(std::int64_t value);
 
-  // How many bytes of bodies the control keeps at once, over all connections: those that are still arriving, and those
-  // of requests that wait for the host's answer. A body that finds no room is answered with status 400, when it is
-  // announced or when it has grown so far. A negative value becomes 0. Default: 256 MiB. Takes effect at once for what
-  // arrives from then on.
+  // How many bytes of request bodies the control keeps at once, over all connections: bodies that are still arriving,
+  // and bodies of requests that wait for the host's answer. A request whose body would exceed the limit is answered
+  // with status 400, as soon as its announced length or the bytes received exceed it. A negative value becomes 0.
+  // Default: 256 MiB. Takes effect at once for bytes that arrive from then on.
   std::int64_t MaxBodyBytesTotal() const;
   void MaxBodyBytesTotal(std::int64_t value);
 
   // How many bytes of pages and listings, over all connections, may wait in memory for clients that read slowly. A
-  // client whose page finds no room gets the page "server too busy" instead, which the log shows with status 503. Files
-  // that are sent as they are and the host's own data do not count. A negative value becomes 0. Default: 256 MiB. Takes
-  // effect at once for the next pages.
+  // client whose page would exceed the limit gets the page "server too busy" instead, which the log shows with status
+  // 503. Files that are sent as they are and the host's own data do not count. A negative value becomes 0. Default: 256
+  // MiB. Takes effect at once for the next pages.
   std::int64_t MaxUnsentPageBytes() const;
   void MaxUnsentPageBytes(std::int64_t value);
 
@@ -318,8 +317,8 @@ class Tessel {
   std::string RequestBody(std::int32_t Index) const;
 
   // The number of the request that is waiting on this connection for TrapFileData, 0 when none is. No two requests of a
-  // control have the same. A host that answers later notes it in FileRequest and compares before it answers: the client
-  // may have gone, and another one be waiting under the same Index.
+  // control have the same. A host that answers later stores it in FileRequest and compares it before it answers: the
+  // client may have gone, and another one may be waiting under the same Index.
   std::uint64_t RequestNumber(std::int32_t Index) const;
 
  private:

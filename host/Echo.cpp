@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kKey = "text=";
 
-// What stands behind the "?" of the request line that `header` begins with.
+// The text after the "?" of the request line that `header` begins with.
 std::string_view UrlQuery(std::string_view header) {
   const auto line = header.substr(0, header.find_first_of("\r\n"));
   const auto url = line.substr(std::min(line.size(), line.find(' ') + 1));
@@ -19,7 +19,7 @@ std::string_view UrlQuery(std::string_view header) {
   return mark == std::string_view::npos ? std::string_view() : url.substr(mark + 1, url.find(' ') - mark - 1);
 }
 
-// Undoes %XX; a "%" without two hexadecimal digits behind it stays.
+// Undoes %XX; a "%" without two hexadecimal digits after it stays.
 std::string Decode(std::string_view text) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {

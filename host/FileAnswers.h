@@ -17,8 +17,8 @@ namespace TesselServer {
 //   path           answer
 //   status.json    the statistics (see StatusJson.h)
 //   requests.svg   the drawing of the last five minutes (see RateDrawing.h)
-//   form.echo      the bytes of the request's body as text/plain, told to be UTF-8 as browsers send forms of pages in
-//                  UTF-8; nothing for a GET
+//   form.echo      the bytes of the request's body as text/plain, labelled UTF-8 as browsers send forms of pages in
+//                  UTF-8; empty for a GET
 class FileAnswers {
  public:
   FileAnswers(Tessel& tessel, const RequestRate& rate) : tessel_(tessel), rate_(rate) {}

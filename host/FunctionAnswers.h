@@ -15,7 +15,7 @@
 namespace TesselServer {
 
 //   name                                                    text
-//   Version, UpTime, Requests, Errors, BytesSent,           as the control's members of the same name tell it
+//   Version, UpTime, Requests, Errors, BytesSent,           as the control's members of the same name return it
 //     BytesReceived, FreeConnections
 //   Now                                                     date and time here, "2024-02-29 18:20:05"
 //   Echo                                                    the value of its argument `text` (see Echo.h)

@@ -57,7 +57,7 @@ class LogWriter::BlockSink {
 
   Sink sink_;
   std::string mark_;
-  std::int64_t lost_ = 0;  // not told yet
+  std::int64_t lost_ = 0;  // not reported yet
   bool lineIsCut_ = false;
 };
 

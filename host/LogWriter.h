@@ -1,7 +1,7 @@
 // An output of lines whose reader may be slow, stop reading, or go away. A thread of its own writes them, in blocks, so
 // that the thread that has a line to write never waits for the reader.
 //
-// Up to kMaxWaitingBytes wait; when a line finds no room, it and those after it are lost until the waiting ones are
+// Up to kMaxWaitingBytes wait; when a line would exceed that, it and those after it are lost until the waiting ones are
 // being written, and then counted in one line where they would have been. Lines that an output refuses (a full disk)
 // are counted in the same way, in front of the next line that it takes.
 //
@@ -53,7 +53,7 @@ class LogWriter {
   class BlockSink;
   struct Shared;
 
-  std::shared_ptr<Shared> shared_;  // with the writing thread, which may stay in the sink for ever
+  std::shared_ptr<Shared> shared_;  // with the writing thread, which may block in the sink without end
 };
 
 }  // namespace TesselServer

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kHelpColumn = 36;
 
-// Shows a switch as "--[no-]name" and any other option as "--name VALUE"; its default stands in its description.
+// Shows a switch as "--[no-]name" and any other option as "--name VALUE"; its default is part of its description.
 class HelpFormatter : public CLI::Formatter {
  public:
   HelpFormatter() { column_width(kHelpColumn); }
@@ -55,13 +55,13 @@ bool HoldsControl(std::string_view text) {
                      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
-// ".x": what is behind the last dot of a name, and its dot.
+// ".x": the last dot of a name and the text after it.
 bool IsExtension(std::string_view text) {
   return text.size() > 1 && text.front() == '.' && text.find_first_of("./\\", 1) == std::string_view::npos &&
          !HoldsControl(text);
 }
 
-// "type/subtype", or that with parameters behind a ";".
+// "type/subtype", or that with parameters after a ";".
 bool IsContentType(std::string_view text) {
   const auto slash = text.find('/');
   if (slash == std::string_view::npos || HoldsControl(text)) return false;

@@ -11,7 +11,7 @@
 
 namespace TesselServer {
 
-// A start that failed; what() is one line that names the address and tells why.
+// A start that failed; what() is one line with the address and the reason.
 class StartError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -22,7 +22,7 @@ inline constexpr Range kMaxConnectionsRange{2, 10'000};
 inline constexpr Range kMaxBodyBytesRange{0, std::numeric_limits<std::int32_t>::max()};
 inline constexpr Range kTotalBytesRange{0, std::numeric_limits<std::int64_t>::max()};  // over all connections
 
-inline constexpr const char* kOwnServerIP = "127.0.0.1";   // nobody else sees a folder that is only being tried out
+inline constexpr const char* kOwnServerIP = "127.0.0.1";   // a folder served for a trial stays private to this machine
 inline constexpr const char* kOwnServerPort = "8080";      // needs no rights
 inline constexpr const char* kOwnMaxConnections = "1000";  // a browser opens several connections at once
 

@@ -43,7 +43,7 @@ std::string Line(std::int64_t x1, std::int64_t y1, std::int64_t x2, std::int64_t
          std::string(colour) + "\"/>\n";
 }
 
-// Where `value` stands on an axis that ends at `end`.
+// The position of `value` on an axis that ends at `end`.
 std::int64_t Height(std::int64_t value, std::int64_t end) {
   return kBottom - (std::clamp<std::int64_t>(value, 0, end) * kHeight + end / 2) / end;
 }

@@ -14,7 +14,7 @@ namespace TesselServer {
 
 //   RequestRate rate(now);
 //   rate.Count(now + 1s, 7);    // PerSecond() is {7}
-//   rate.Count(now + 3s, 10);   // PerSecond() is {7, 2, 1}: nobody came by at 2 s
+//   rate.Count(now + 3s, 10);   // PerSecond() is {7, 2, 1}: no call at 2 s
 class RequestRate {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -24,10 +24,10 @@ class RequestRate {
   // Counts from `start` on, when no request has been answered.
   explicit RequestRate(TimePoint start) : counted_(start) {}
 
-  // Takes what came since the last call. Meant to be called once a second; `requests` is the number of all requests so
-  // far. Where the caller was kept away for several seconds, what came is spread evenly over them, what is left over
-  // going to the earliest: the sum stays true, and each second shows the mean of those that nobody looked at. A call
-  // within half a second of the one before waits for the next; a number below the last one counts as none.
+  // Counts the requests since the last call. Meant to be called once a second; `requests` is the number of all requests
+  // so far. Where the last call was several seconds ago, the requests are spread evenly over these seconds, the
+  // remainder going to the earliest: the sum stays true, and each second shows the mean. A call within half a second of
+  // the one before is left to the next; a number below the last one counts as no request.
   void Count(TimePoint now, std::int64_t requests);
 
   // The requests of each second, oldest first, at most kSeconds; seconds before the start are not in it.

@@ -15,7 +15,7 @@
 
 namespace TesselServer {
 
-// A setting that cannot be used; what() is one line that names it and tells why.
+// A setting that cannot be used; what() is one line with its name and the reason.
 class SettingError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

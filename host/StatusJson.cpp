@@ -10,7 +10,7 @@
 namespace TesselServer {
 namespace {
 
-// The whole numbers of `text`, which `separator` stands between; none when one of them is something else.
+// The whole numbers in `text`, separated by `separator`; none when one of them is something else.
 std::vector<std::int64_t> Numbers(std::string_view text, char separator) {
   std::vector<std::int64_t> numbers;
   for (const char* at = text.data();; ++at) {

@@ -18,10 +18,10 @@ struct CGIOutput {
 };
 
 // Header lines end at CR LF or LF; a blank line ends the header. They count as one only when each is a name, ":" and a
-// value, and Content-Type, Location or Status is among them; otherwise all of the output is body. Where a field stands
-// twice the last one holds. A Status that is no code from 200 to 599, and a Location without a value, say nothing. What
-// this server says itself (Content-Length, Date, Server) and what would change the form of the body (Transfer-Encoding,
-// Connection) is left out.
+// value, and Content-Type, Location or Status is among them; otherwise all of the output is body. Where a field occurs
+// twice the last one counts. A Status that is no code from 200 to 599, and a Location without a value, say nothing.
+// What this server says itself (Content-Length, Date, Server) and what would change the form of the body
+// (Transfer-Encoding, Connection) is left out.
 CGIOutput ParseCGIOutput(std::string output);
 
 }  // namespace TesselServer

@@ -21,7 +21,7 @@ inline constexpr std::size_t kBuiltInContentTypeSlots = 176;
 std::span<const std::string_view, kBuiltInContentTypeSlots> BuiltInContentTypes();
 
 // The type of the first entry for `extension`, without regard to ASCII case. An entry is the extension, a comma and the
-// type; entries without a comma are passed over.
+// type; entries without a comma are ignored.
 std::string_view FindContentType(std::span<const std::string_view> entries, std::string_view extension);
 std::string_view FindContentType(const std::vector<std::string>& entries, std::string_view extension);
 

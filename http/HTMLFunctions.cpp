@@ -11,7 +11,7 @@
 namespace TesselServer {
 namespace {
 
-// What stands behind the first "(", up to the last ")".
+// The text after the first "(", up to the last ")".
 std::string Arguments(std::string_view call) {
   const std::size_t open = call.find('(');
   if (open == std::string_view::npos) return {};
@@ -19,7 +19,7 @@ std::string Arguments(std::string_view call) {
   return std::string(behind.substr(0, behind.rfind(')')));
 }
 
-// `call` is what the tag says behind the word "Function": a name, and arguments in parentheses.
+// `call` is the text of the tag after the word "Function": a name, and arguments in parentheses.
 std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
   ParentControl* const control = record.ParentControl();
   if (control == nullptr) return {};

@@ -1,4 +1,4 @@
-// Where a page stands among the pages that include it, and what they may still take in together.
+// The chain of pages that include a page, and how much they may still include together.
 //
 // Thread:    the host's thread only.
 // Ownership: each trail is on the stack of its page's processing, inside that of the page outside it.
@@ -16,8 +16,8 @@ namespace TesselServer {
 struct IncludeRoom {
   static constexpr std::int64_t kMaxBytes = 16 * 1024 * 1024;  // more than any reader wants, less than hurts the host
   static constexpr std::int32_t kMaxNames = 4096;              // bounds pages that take in nothing but each other
-  // A name that is not there costs a walk over its folder, so there are fewer of those; behind the last nothing more is
-  // looked for.
+  // A missing file costs a walk over its folder, so fewer of those are allowed; after the last one nothing more is
+  // looked up.
   static constexpr std::int32_t kMaxMissing = 128;
 
   std::int64_t bytes = kMaxBytes;

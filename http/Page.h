@@ -1,8 +1,8 @@
 // A page under processing: a sequence of pieces, each the author's text or text that a processor has put in.
 //
 // Thread:    any; a value that can be moved, not copied.
-// Ownership: keeps the texts that its pieces look into, the author's included, which never moves. A text that stands in
-//            the page many times is kept once.
+// Ownership: keeps the texts that its pieces look into, the author's included, which never moves. A text that is in the
+//            page many times is kept once.
 // Errors:    none.
 #pragma once
 
@@ -48,7 +48,7 @@ class Page {
 
   const std::vector<Piece>& Pieces() const { return pieces_; }
 
-  // Whether "<!--#" or "<%" stands anywhere in the author's text. What has been put in does not count, and a tag that
+  // Whether "<!--#" or "<%" is anywhere in the author's text. What has been put in does not count, and a tag that
   // has been replaced still does: a processor need not look at a page without its kind of tag.
   bool HoldsDirectives() const { return holdsDirectives_; }
   bool HoldsScripts() const { return holdsScripts_; }

@@ -9,7 +9,7 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::size_t kMaxPiecesOfOneTag = 3;  // the text in front of it, what takes its place, the text behind it
+constexpr std::size_t kMaxPiecesOfOneTag = 3;  // the text before it, its replacement, the text after it
 
 }  // namespace
 
@@ -56,7 +56,7 @@ void PageRewriter::Replace(Page::SharedText text) {
 void PageRewriter::Keep() { next_ = tagEnd_; }
 
 void PageRewriter::Begin() {
-  old_.reserve(page_.pieces_.size() + kMaxPiecesOfOneTag);  // may throw, so the page is taken over behind it
+  old_.reserve(page_.pieces_.size() + kMaxPiecesOfOneTag);  // may throw, so the page is taken over after it
   old_.swap(page_.pieces_);
   begun_ = true;
 }

@@ -3,7 +3,7 @@
 // Thread:    any.
 // Ownership: borrows the page until it is destroyed; what the page holds until then is not defined.
 // Errors:    none but those of memory running out. An exception that ends the pass early loses nothing: what was
-//            replaced stays replaced, and the rest of the page stands behind it.
+//            replaced stays replaced, and the rest of the page follows unchanged.
 #pragma once
 
 #include <cstddef>
@@ -27,13 +27,13 @@ class PageRewriter {
   PageRewriter& operator=(const PageRewriter&) = delete;
   ~PageRewriter();
 
-  // Goes to the next tag: `opener`, ASCII letters being equal in either case, then `end` byte for byte. Both must stand
+  // Goes to the next tag: `opener`, ASCII letters being equal in either case, then `end` byte for byte. Both must be
   // in the author's text, each undivided; what processors have put in between them is part of the tag's content. False
   // when there is no such tag: the pass is over then.
   bool Find(std::string_view opener, std::string_view end);
 
-  // Of the tag found last, until the next call of Find, Replace or Keep: its opener as the author wrote it, and what
-  // stands between opener and end.
+  // Of the tag found last, until the next call of Find, Replace or Keep: its opener as the author wrote it, and the
+  // text between opener and end.
   std::string_view Opener() const;
   std::string_view Content() const { return content_; }
 

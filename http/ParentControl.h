@@ -11,7 +11,7 @@ class ParentControl {
   virtual ~ParentControl() = default;
 
   // Raises the control's CallFunction event for connection `Index` and returns the text that the host answers.
-  // `FunctionName` is the name in the page's tag, `Params` what stood inside its parentheses. `Unused` is handed on.
+  // `FunctionName` is the name in the page's tag, `Params` the text inside its parentheses. `Unused` is passed on.
   // kept: a host that does not answer leaves the text of its answer before.
   virtual std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
                                         const std::string& Params) = 0;
@@ -19,7 +19,7 @@ class ParentControl {
   // Whether the host answered the latest CallFunction of connection `Index`, and its handler came to its end.
   virtual bool FunctionWasAnswered(std::int32_t Index) const = 0;
 
-  // Hears of a program that was not run, failed or was cut short: one line, see ProgramReport.h.
+  // Called for a program that was not run, failed or was cut short: one line, see ProgramReport.h.
   virtual void ReportProgram(const std::string& text) = 0;
 };
 

@@ -1,4 +1,4 @@
-// What a host hears of a program that was not run, failed or was cut short, while its client sees nothing of it: one
+// The report to the host of a program that was not run, failed or was cut short, which its client does not see: one
 // line for a status bar or a log.
 //
 // Thread:    any.
@@ -12,8 +12,9 @@
 
 namespace TesselServer {
 
-// "" for a program that ended with exit code 0 and all of its output, and for one that nobody wanted run any more
-// (ECANCELED). `program` is its path, or the name that was looked for: 4,096 bytes of it, "?" for control characters.
+// "" for a program that ended with exit code 0 and all of its output, and for one whose answer is no longer
+// wanted (ECANCELED). `program` is its path, or the name that was looked for: 4,096 bytes of it, "?" for control
+// characters.
 //
 //   Program /srv/cgi/a.exe: exit code 3, after 0.012 s
 //   Program /srv/cgi/a.exe: signal 11, output cut at 1024 bytes, after 0.203 s

@@ -7,7 +7,7 @@
 namespace TesselServer {
 
 // Each text is "" when the request does not carry it. All come from the client except RequestFile, RemoteAddr and
-// RequestFlags, so none of them may ever stand in a response header.
+// RequestFlags, so none of them may ever be used in a response header.
 struct RequestInfo {
   std::string RequestFile;        // the file the path was mapped to
   std::string RemoteAddr;         // dotted address of the client

@@ -13,7 +13,7 @@ namespace TesselServer {
 struct HeaderFields {
   std::string_view statusCode;     // decimal text; cut at the first CR or LF
   std::string_view software;       // cut at the first CR or LF
-  std::int64_t utcSeconds = 0;     // the moment that the Date line tells
+  std::int64_t utcSeconds = 0;     // the moment that the Date line shows
   std::string_view contentType;    // cut at the first CR or LF; blank for no line
   std::string_view extraHeaders;   // whole lines, each with its CR LF; blank for none
   std::int64_t contentLength = 0;  // 0 for no line

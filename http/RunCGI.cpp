@@ -42,7 +42,7 @@ std::string_view WhatFailed(ProgramResult::Failure failure) {
   }
 }
 
-// kept: "<BR>" and a line end behind each part, so a page that replaces line ends gets two breaks
+// kept: "<BR>" and a line end after each part, so a page that replaces line ends gets two breaks
 std::string ErrorText(const cls_HTTP& record, ProgramResult::Failure failure, std::int32_t error) {
   std::string text;
   text.append(WhatFailed(failure)).append(kBreak);

@@ -1,11 +1,10 @@
 // Runs a program for a request and takes what it prints. It is started by its path and not by the file that was opened:
-// a script's interpreter needs a name to open, and the script wants to know its own. Whoever can change files in a
-// program folder can run what he likes anyway.
+// a script's interpreter needs a name to open, and the script wants to know its own. A user who can change files in a
+// program folder can run any program anyway.
 //
 // Thread:    the host's thread only; it waits inside the call for as long as the record's CGITimeout.
-// Errors:    none; a program that cannot be run gives a text that says so. The host hears of every program that does
-// not
-//            do well, and may stop or destroy the control then.
+// Errors:    none; a program that cannot be run gives a text that says so. Every program that fails or is
+//            cut short is reported to the host, which may stop or destroy the control then.
 #pragma once
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // Which files hold passwords. They are never sent, included in a page or run.
 //
 // Thread:    any; a value.
-// Errors:    none. Where it cannot be told whether a file is one of them, it is taken for one.
+// Errors:    none. A file for which this cannot be determined counts as one of them.
 #pragma once
 
 #include <string>

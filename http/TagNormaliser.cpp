@@ -13,7 +13,7 @@ class Shortened {
  public:
   explicit Shortened(std::string& text) : text_(text) {}
 
-  // Keeps what stands up to `end`, with its blanks and quotes or without them.
+  // Keeps the text up to `end`, with its blanks and quotes or without them.
   void Keep(std::size_t end) {
     if (kept_ != read_) std::memmove(text_.data() + kept_, text_.data() + read_, end - read_);
     kept_ += end - read_;

@@ -8,8 +8,8 @@
 
 namespace TesselServer {
 
-// `page` without the blanks and double quotes that stand between an opener and the next ">": first for every "<!--#",
-// then for every "<%". An opener with no ">" behind it ends the work for its kind.
+// `page` without the blanks and double quotes between an opener and the next ">": first for every "<!--#",
+// then for every "<%". An opener with no ">" after it ends the work for its kind.
 // kept: blanks within names inside such tags are lost too.
 //
 //   NormaliseTags("<!--#include file = \"a b.htm\" -->");  // "<!--#includefile=ab.htm-->"

@@ -11,15 +11,15 @@
 
 namespace TesselServer {
 
-// A tag that ends at the first ">" behind its opener. It is one only when the author wrote `begin` (any case) right
-// behind the opener and `end` right in front of the ">".
+// A tag that ends at the first ">" after its opener. It is one only when the author wrote `begin` (any case) right
+// after the opener and `end` right before the ">".
 struct TagForm {
   std::string_view opener;
   std::string_view begin;
   std::string_view end;
 };
 
-// Replaces each tag of that form by `valueOf` of what stands between `begin` and `end`, which is asked once for all
+// Replaces each tag of that form by `valueOf` of the text between `begin` and `end`, which is called once for all
 // that are equal without regard to case. A tag stays when its value is null, or when `admit`, asked for each tag,
 // refuses it.
 void ReplaceTags(Page& page, const TagForm& form, const std::function<Page::SharedText(std::string_view)>& valueOf,

@@ -22,7 +22,7 @@ std::size_t FindOpener(std::string_view text, std::string_view opener, std::size
   if (anchor == opener.size()) return FindNoCase(text, opener, from);
   if (from > text.size() || opener.size() > text.size() - from) return std::string_view::npos;
   const char* at = text.data() + from + anchor;
-  const char* const end = text.data() + text.size() - opener.size() + anchor + 1;  // behind its last place that counts
+  const char* const end = text.data() + text.size() - opener.size() + anchor + 1;  // one past the last possible place
   while (at < end) {
     at = static_cast<const char*>(std::memchr(at, opener[anchor], static_cast<std::size_t>(end - at)));
     if (at == nullptr) break;

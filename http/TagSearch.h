@@ -13,9 +13,9 @@ namespace TesselServer {
 inline constexpr std::string_view kDirectiveStart = "<!--#";
 inline constexpr std::string_view kScriptStart = "<%";
 
-// The first position at or behind `from` where `opener` stands in `text`, ASCII letters being equal in either case;
-// npos when there is none. The same as FindNoCase, but made for HTML, where "<" stands everywhere and "#" and "%" are
-// rare: it looks for the first of these two in the opener.
+// The first position at or after `from` where `text` has `opener`, ASCII letters being equal in either case; npos when
+// there is none. The same as FindNoCase, but made for HTML, where "<" is frequent and "#" and "%" are rare: it looks
+// for the first of these two in the opener.
 std::size_t FindOpener(std::string_view text, std::string_view opener, std::size_t from = 0);
 
 // Whether a tag of the server's may begin anywhere in `text`. One that has none stays as it is.

@@ -9,7 +9,7 @@ struct ErrorPage {
   std::string_view key;
   std::string_view title;
   std::string_view heading;
-  std::array<std::string_view, 3> lines;  // "" is no line; one that begins with "<dt>" stands as it is
+  std::array<std::string_view, 3> lines;  // "" is no line; one that begins with "<dt>" is used as it is
 };
 
 constexpr std::string_view kSpacer = "<dt>&nbsp;</dt>";

@@ -26,7 +26,7 @@
 namespace TesselServer {
 namespace {
 
-constexpr std::int32_t kMaxCGITimeoutSeconds = 2'000'000;  // 23 days stand for ever; more would not fit in milliseconds
+constexpr std::int32_t kMaxCGITimeoutSeconds = 2'000'000;  // 23 days, as good as no limit; fits in milliseconds
 constexpr std::int64_t kFirstNTPlatform = 2;
 constexpr std::string_view kHtmlType = "text/html";
 constexpr std::string_view kFallbackType = "application/octet-stream";
@@ -241,7 +241,7 @@ void cls_HTTP::RunProcessors(Page& page) {
     try {
       processor();
     } catch (const std::exception&) {
-      // kept: a failing processor costs its own replacements, never the page or the processors behind it
+      // kept: a failing processor costs its own replacements, never the page or the processors after it
     }
   };
   if (SSIEnable()) run([&] { EchoVariables(*this, page); });

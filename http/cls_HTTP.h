@@ -4,7 +4,7 @@
 // Thread:    the host's thread only.
 // Ownership: keeps copies of all texts. The world, the parent control and the program runner belong to others and
 //            outlive the record.
-// Errors:    none raised to the caller but those of memory running out; each member tells what it returns instead.
+// Errors:    none raised to the caller but those of memory running out; each member says what it returns instead.
 #pragma once
 
 #include <cstdint>
@@ -105,7 +105,7 @@ class cls_HTTP {
   }
   void ParentControl(class ParentControl* value) { Set(&RecordSettings::parentControl, value); }
 
-  // Property IncludeChild (read/write): tells the record that it processes an included file.
+  // Property IncludeChild (read/write): whether the record processes an included file.
   // kept: always reads back False, so what is written has no effect.
   bool IncludeChild() const { return false; }
   void IncludeChild(bool) {}
@@ -183,7 +183,7 @@ class cls_HTTP {
   // The reason phrase of a status code, "Undefined Status Code" for one that is not in the table of fifteen.
   static std::string_view StatusText(std::string_view StatusCode);
 
-  // kept: answers with its own argument; nothing depends on the code behind a reason phrase.
+  // kept: returns its own argument; nothing depends on the code of a reason phrase.
   static std::string StatusCode(std::string_view ReasonText);
 
   // ---- Answers ----
@@ -210,17 +210,17 @@ class cls_HTTP {
   //  - A page of type exactly "text/html" and not above kMaxPageBytes is read and processed: its tags are normalised,
   //    then the switches of the record say which of them are obeyed, in the order echo and include, exec, functions.
   //  - Every other file is handed on open and unread; its length is the Content-Length.
-  // A file without a type is sent as "application/octet-stream". `Body` is what the client sent behind its headers;
+  // A file without a type is sent as "application/octet-stream". `Body` is what the client sent after its headers;
   // pages and programs never see it.
   Answer ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
                      std::string_view ExtraHeaders, RequestInfo info, const std::string& Body);
 
-  // Whether the open `file`, whose name is `name`, goes out as it is on disk, whoever asks for it: it is a file, no
+  // Whether the open `file`, whose name is `name`, goes out as it is on disk, for every client: it is a file, no
   // program, not of type "text/html", and its name is without "%20".
   bool IsPlain(const OpenFile& file, std::string_view name) const { return PlainType(file, name).has_value(); }
 
-  // The same answer, header included, for a file that goes out as it is on disk and for which nobody asks for request
-  // values: it takes the open `file`, whose name is `name`. Nothing, and `file` stays, when ProcessFile must make the
+  // The same answer, header included, for a file that goes out as it is on disk and for which no request values are
+  // needed: it takes the open `file`, whose name is `name`. Nothing, and `file` stays, when ProcessFile must make the
   // answer: for what is not IsPlain.
   std::optional<Answer> PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const;
 
@@ -230,8 +230,8 @@ class cls_HTTP {
   // Failed.", "Create::Process Failed." or "ReadFile Failed.", with the system's number and text). `CommandFile` is its
   // path; one that ends in ".bat" is given to /bin/sh. `Arguments` are words with blanks between them; no shell sees
   // them. The 29 server variables are in its environment. Waits at most CGITimeout; a program that runs longer runs on.
-  // For a `CommandFile` of "" nothing is run, and the text says so. ParentControl hears of a program that was not run,
-  // failed or was cut short.
+  // For a `CommandFile` of "" nothing is run, and the text says so. A program that was not run, failed or was cut short
+  // is reported to ParentControl.
   std::string RunCGI(const std::string& CommandFile, const std::string& Arguments);
 
   // Runs the exec directives of a page and puts the output in their places; see ExecDirectives.h.
@@ -270,7 +270,7 @@ class cls_HTTP {
     if (settings_.use_count() != 1) settings_ = std::make_shared<RecordSettings>(*settings_);
     (*settings_).*member = value;
   }
-  // Makes this the record of something that `outer` includes or stands for: its settings, connection and runner.
+  // Makes this the record of something that `outer` includes or is replaced by: its settings, connection and runner.
   void TakeAfter(const cls_HTTP& outer);
   // The request values, for writing.
   RequestInfo& Info();

@@ -1,9 +1,9 @@
-// Runs programs for one answer, for as long as somebody waits for it: an event inside the making of a page may stop the
-// server, and a program that is started then would hold up the host for nothing.
+// Runs programs for one answer while a client waits for it: an event raised while a page is made may stop the server,
+// and a program started after that would block the host for nothing.
 //
 // Thread:    the host's thread.
 // Ownership: borrows the control's programs and the slot, both for its own lifetime.
-// Errors:    as ProgramRunner; kStart, ECANCELED when nobody waits any more.
+// Errors:    as ProgramRunner; kStart, ECANCELED when no client waits for the answer any more.
 #pragma once
 
 #include <cstdint>

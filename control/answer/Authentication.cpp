@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kRealmKey = "realm:";
 
-// The passwords that guard a target: none, a text, or a file that lets nobody in.
+// The passwords that guard a target: none, a text, or a file that admits no client.
 struct Passwords {
   enum class State { kNone, kRead, kClosed };
   State state = State::kNone;

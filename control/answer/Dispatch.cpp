@@ -128,7 +128,7 @@ void Dispatch::MakeAnswer(Call& call, std::string_view statusCode, bool forceSta
 Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, bool forceStatus) {
   RequestFields& request = call.slot.Fields();
   if (forceStatus) {
-    if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed behind the answer
+    if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed after the answer
     return {ErrorAnswer(*call.record, statusCode), std::string(statusCode), false};
   }
   if (!call.slot.NotTrapped) return HostAnswer(call);

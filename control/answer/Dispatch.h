@@ -23,8 +23,8 @@ class Dispatch {
   // A request is complete: finds its target and answers it, or offers it to the host through FileRequest.
   void Begin(std::int32_t Index);
 
-  // Whether anybody can read the body of the slot's request, by the settings of this moment: the host in FileRequest,
-  // or what runs for the answer, a page or a program. True where that cannot be told.
+  // Whether anything may read the body of the slot's request, by the current settings: the host in FileRequest, or the
+  // page or program that makes the answer. True where that cannot be determined.
   bool BodyIsRead(Slot& slot) const;
 
   // Decides on the answer and hands it over. With ForceStatus it is the error answer for StatusCode. A connection that
@@ -32,7 +32,7 @@ class Dispatch {
   void SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus);
 
  private:
-  // An answer with what the log is told of it.
+  // An answer, and what its log line needs.
   struct Decision {
     Answer answer;
     std::string status;

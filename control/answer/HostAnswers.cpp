@@ -39,7 +39,7 @@ std::string HeaderValue(const std::string& header, std::string_view field) {
   const std::size_t end = header.find(kLineEnd, nameEnd);
   if (end == std::string::npos) throw Error(ErrorNumber::kInvalidCall, "Invalid procedure call or argument");
   const std::size_t start =
-      std::min(nameEnd + 2, end);  // kept: ":" and one blank are passed over, whatever stands there
+      std::min(nameEnd + 2, end);  // kept: skips two characters, ":" and a blank, whatever they are
   return header.substr(start, end - start);
 }
 
@@ -67,7 +67,7 @@ void HostAnswers::TrapFileData(std::int32_t Index, const std::string& Data, bool
   if (slot == nullptr || slot->Phase() != RequestPhase::kOfferedToHost) return;
   slot->NotTrapped = Process;
   if (Process) {
-    slot->AuthenticatedUser = slot->Fields().AuthUser;  // the host has heard the password, and lets the client in
+    slot->AuthenticatedUser = slot->Fields().AuthUser;  // the host has seen the credentials, and admits the client
   } else {
     slot->TrapContentType = ContentType;
     slot->TrapData = Data;

@@ -2,7 +2,7 @@
 //
 // Thread:    the host's thread.
 // Ownership: keeps references to the control's state and its dispatch part.
-// Errors:    as the control's interface tells of each method.
+// Errors:    as documented for each method of the control.
 #pragma once
 
 #include <cstdint>
@@ -14,13 +14,13 @@
 
 namespace TesselServer {
 
-// Header lines as a header block takes them: with one line end behind the last, "" for a blank text.
+// Header lines in the form of a header block: with one line end after the last, "" for a blank text.
 std::string NormaliseHeaderField(std::string_view headerField);
 
 // A trimmed status code of three characters, else "200".
 std::string NormaliseStatusCode(std::string_view statusCode);
 
-// The value of the first `field` in `header`, found anywhere without regard to case: from two characters behind it to
+// The value of the first `field` in `header`, found anywhere without regard to case: from two characters after it to
 // the end of its line. "" when it is not there or its line ends before; raises Error 5 when no line end follows.
 // kept: a value that follows its ":" without a blank loses its first letter.
 std::string HeaderValue(const std::string& header, std::string_view field);

@@ -1,4 +1,5 @@
-// The time stamp of log lines, made anew only when the second or the zone has changed: lines come by the thousand.
+// The time stamp of log lines, formatted again only when the second or the zone has changed: there may be thousands of
+// lines a second.
 //
 // Thread:    the host's thread.
 // Ownership: keeps one text of some thirty bytes.

@@ -11,8 +11,8 @@
 
 namespace TesselServer {
 
-// Brings the record that all records take their settings from up to those of the control. To be called whenever one of
-// them has changed, or what stands in for one: the name, address and port in use, the application folder.
+// Copies the control's settings to the record from which all other records take theirs. To be called whenever a setting
+// has changed, or a value used in place of one: the name, address and port in use, the application folder.
 void ApplySettings(ControlState& state);
 
 // The slot's record, made on first use, with the control's settings as last applied. The caller keeps it across events:

@@ -18,7 +18,7 @@ int HexDigit(char c) {
   return -1;
 }
 
-// The byte that "%XX" at `position` stands for, or -1 when it may not stand there.
+// The byte that "%XX" at `position` encodes, or -1 when that is malformed or not allowed.
 int DecodeAt(std::string_view path, std::size_t position) {
   if (position + 2 >= path.size()) return -1;
   const int high = HexDigit(path[position + 1]);

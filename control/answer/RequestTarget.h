@@ -20,33 +20,33 @@ namespace TesselServer {
 //   MapPath("/srv/www", "docs/a%20b.htm");  // "\SRV\WWW\DOCS\A B.HTM"
 std::string MapPath(std::string_view virtualPath, std::string_view requestPath);
 
-// Every "%XX" of `path` decoded, once. "" when one is no two hexadecimal digits, or stands for a control character, a
+// Every "%XX" of `path` decoded, once. "" when one is no two hexadecimal digits, or encodes a control character, a
 // NUL, "/" or "\": such a path names nothing. A path without "%" is returned as it is.
 std::string DecodePath(std::string_view path);
 
-// The text behind the last "." of a file's name, the whole name when it has none, "" for a folder.
+// The text after the last "." of a file's name, the whole name when it has none, "" for a folder.
 std::string_view TrapExtension(const FoundEntry& target, std::string_view fileName);
 
-// The file part of a request, as server variables tell it: the client's own spelling of the last name of its path, with
+// The file part of a request, as server variables show it: the client's own spelling of the last name of its path, with
 // "%20" as a blank; the name of what was found where that is another one (an index page, a decoded name); "" for a
 // folder.
 //
 //   ScriptNameOf(found, "/docs/INDEX.HTML");  // "INDEX.HTML", though the file is "docs/index.html"
 std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath);
 
-// Whether a request is for a program: its path ends in ".exe", or ".exe?" stands anywhere in path, "?" and query; any
+// Whether a request is for a program: its path ends in ".exe", or ".exe?" is anywhere in path, "?" and query; any
 // case.
 bool IsProgramRequest(std::string_view requestPath, std::string_view query);
 
 // The program in `folder` whose name is the last component of `requestPath`, read as by ResolveTarget. Nothing when it
-// is no file there, is no name of a program, or `isSecret` tells of it.
+// is no file there, is no name of a program, or `isSecret` is true for it.
 FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
                        const std::function<bool(const FoundEntry&)>& isSecret);
 
-// Finds what `requestPath` names beneath `root`: as it is spelled, "%20" being a blank; where nothing stands there,
+// Finds what `requestPath` names beneath `root`: as it is spelled, "%20" being a blank; where nothing exists there,
 // with every "%XX" decoded, for the links of listings are encoded further than requests are decoded. In a folder the
-// first of the `indexPages` that is a file wins over the folder. An entry that `isSecret` tells of is
-// not there.
+// first of the `indexPages` that is a file wins over the folder. An entry for which `isSecret` is true counts as not
+// existing.
 FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::span<const std::string> indexPages,
                          const std::function<bool(const FoundEntry&)>& isSecret);
 

@@ -37,7 +37,7 @@ void Sending::SocketError(std::int32_t Index, std::int32_t Number) {
 
 void Sending::CloseConnection(std::int32_t Index) { Renew(Index); }
 
-// A fresh element; whatever the host still answers for the old client finds nobody.
+// Replaces the element; a later answer of the host to the old client is ignored.
 void Sending::Renew(std::int32_t Index) {
   if (const auto slots = state_.slots) {
     if (Slot* slot = slots->IfUsed(Index)) slot->Reset(state_.maxBodyBytes);

@@ -1,4 +1,4 @@
-// The end of a connection's life: the answer goes out, the connection is closed, the element is made anew.
+// The end of a connection's life: the answer goes out, the connection is closed, the element is renewed.
 //
 // Thread:    the host's thread.
 // Ownership: keeps a reference to the control's state, which it changes: sockets, slots, counters.
@@ -22,11 +22,11 @@ class Sending {
   // Hands the whole answer to the connection in one call. False when it could not be handed over.
   bool SendData(std::int32_t Index, Answer answer);
 
-  // The answer has gone: the connection is closed and its element made anew. Does nothing for a connection whose
+  // The answer has gone: the connection is closed and its element renewed. Does nothing for a connection whose
   // RequestPath is empty.
   void SendComplete(std::int32_t Index);
 
-  // The connection failed: its element is made anew, unless the error is 10048 or 10035.
+  // The connection failed: its element is renewed, unless the error is 10048 or 10035.
   void SocketError(std::int32_t Index, std::int32_t Number);
 
   // Closes a connection that got no answer, or whose answer could not be handed over.
@@ -35,14 +35,14 @@ class Sending {
   // Closes and removes every element above the listener and lets their records go.
   void KillAllConnections();
 
-  // Answers a client for whom there is no capacity. Nothing in the road of a request calls it: such clients wait in
-  // the listener's queue.
+  // Answers a client for which there is no capacity. Nothing on a request's way calls it: such clients wait in the
+  // listener's backlog.
   bool ServerTooBusy(std::int32_t Index);
 
   // "[15/11/2026:18:20:05 +0100]": now, in local time.
   std::string LogTimestamp();
 
-  // Raises the access-log line of the connection's request. The line is not even made when nobody hears it.
+  // Raises the access-log line of the connection's request. The line is not built when HTTPLog has no handler.
   void LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size);
 
  private:

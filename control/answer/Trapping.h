@@ -1,4 +1,4 @@
-// Which requests are offered to the host through FileRequest, and what it is told of them.
+// Which requests are offered to the host through FileRequest, and the arguments of that event.
 //
 // Thread:    any.
 // Ownership: values in, values out.
@@ -18,7 +18,7 @@ namespace TesselServer {
 // kept: an extension that is part of a listed one is trapped too.
 bool IsTrapped(const Slot& slot, const Settings& settings);
 
-// The path as FileRequest tells it, with "/" separators and none leading: what was found below the root, else what was
+// The path as FileRequest passes it, with "/" separators and none leading: what was found below the root, else what was
 // asked for. "" for one with ".." that names nothing there, since a host that joins it to a folder of its own must not
 // be led out of it.
 std::string PathForHost(const Slot& slot);

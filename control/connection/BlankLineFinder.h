@@ -11,7 +11,7 @@ namespace TesselServer {
 
 //   BlankLineFinder finder;
 //   finder.Feed("a: b\r\n\r");  // 7: no end yet
-//   finder.Feed("\nbody");      // 1: "body" is behind it
+//   finder.Feed("\nbody");      // 1: "body" is after it
 //   finder.End();               // 8
 class BlankLineFinder {
  public:

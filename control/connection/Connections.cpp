@@ -35,7 +35,7 @@ void Connections::AcceptOnListener(std::int32_t requestID) {
   }
 }
 
-// kept: only the listener ever hears a connection request; another element would pass it to element 0.
+// kept: only the listener ever receives a connection request; another element would pass it to element 0.
 void Connections::AcceptSecondary(std::int32_t Index, std::int32_t requestID) {
   if (state_.sckWS.State(0) != SocketState::kClosed) return;
   const auto slots = state_.slots;
@@ -102,8 +102,9 @@ void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outc
   if (outcome == Outcome::kBad) dispatch_.SendWebPage(Index, "400", true);
 }
 
-// Bodies are bounded over all connections, and one that nobody can read is not kept. Whether it can be read costs a
-// look at its target, so that is asked only where the body has not come with its header, or finds no room.
+// Bodies are bounded over all connections, and one that neither the host nor an answer can read is not kept. Finding
+// that out costs a look-up of the target, so it is done only where the body did not arrive together with its header, or
+// would exceed the limit.
 Reception::Outcome Connections::BoundBody(Slot& slot, Reception::Outcome outcome) {
   Reception& request = slot.Request;
   const auto bytes = [&] { return static_cast<std::int64_t>(slot.Fields().RequestBody.size()); };

@@ -15,7 +15,8 @@ namespace TesselServer {
 
 class Connections {
  public:
-  // How often a connection that finds no closed element looks for one in any free state before it is left waiting.
+  // How often a connection that finds no closed element looks for one in any free state before it is left in the
+  // backlog.
   static constexpr int kRecoveryPasses = 10;
 
   Connections(ControlState& state, Dispatch& dispatch, Sending& sending)

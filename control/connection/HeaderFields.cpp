@@ -25,17 +25,17 @@ std::string_view Value(std::string_view text, std::size_t from) {
   return HoldsNul(value) ? std::string_view() : value;
 }
 
-// Finds all names in one pass: each ends in a ":", so only what stands in front of one is looked at.
+// Finds all names in one pass: each ends in a ":", so only the text before each ":" is looked at.
 class NameSearch {
  public:
   explicit NameSearch(std::string_view text) : text_(text) {}
 
-  // `accept` receives the values of all "accept:", each with ", " behind it.
+  // `accept` receives the values of all "accept:", each followed by ", ".
   void Run(std::string& accept) {
     for (auto colon = text_.find(':', 1); colon != kNpos; colon = text_.find(':', colon + 1)) Look(colon, accept);
   }
 
-  // Where the value behind the first of its name begins, kNpos when it was not found.
+  // Where the value after the first occurrence of the name begins, kNpos when the name was not found.
   std::size_t referer = kNpos;
   std::size_t userAgent = kNpos;
   std::size_t contentType = kNpos;
@@ -91,7 +91,7 @@ class NameSearch {
   std::size_t nextAccept_ = 0;  // where the next "accept:" may begin
 };
 
-// kept: the scheme may stand anywhere behind the field's name; without a ":" there is neither user nor password.
+// kept: the scheme may be anywhere after the field's name; without a ":" there is neither user nor password.
 void ReadCredentials(std::string_view text, std::size_t field, RequestFields& fields) {
   constexpr std::string_view kScheme = "Basic";
   if (field == kNpos) return;

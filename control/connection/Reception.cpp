@@ -17,7 +17,7 @@ constexpr std::string_view kNoBodyName = "Content-Length";
 constexpr std::string_view kNoBodyValue = ": 0";
 constexpr std::size_t kNoBodyMarkBytes = kNoBodyName.size() + kNoBodyValue.size();
 
-// Whether "Content-Length: 0" stands in `text`, in any case, where its first `searched` bytes held none. Its value,
+// Whether "Content-Length: 0" is in `text`, in any case, where its first `searched` bytes held none. Its value,
 // which has no letters, is rarer than any letter of its name.
 bool HoldsNoBodyMark(std::string_view text, std::size_t searched) {
   const std::size_t from = searched < kNoBodyMarkBytes ? 0 : searched - (kNoBodyMarkBytes - 1);
@@ -166,7 +166,7 @@ Reception::Outcome Reception::TakeBody(std::string_view bytes) {
   return BodyOutcome();
 }
 
-// Counts body bytes and keeps those within the announced length, if anybody wants them.
+// Counts body bytes; where the body is kept, stores those within the announced length.
 void Reception::Store(std::string_view bytes) {
   received_ += static_cast<std::int64_t>(bytes.size());
   if (bodyUse_ == BodyUse::kDropped) return;

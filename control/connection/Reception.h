@@ -26,15 +26,15 @@ namespace TesselServer {
 class Reception {
  public:
   // The header block of a request that is not a GET, or the request line of a GET, is waited for up to this many
-  // bytes; a longer one is answered as it stands (a header block) or refused (a request line). Nothing behind these
-  // bytes is searched for header fields, however the bytes were cut.
+  // bytes; a longer one is answered as it is (a header block) or refused (a request line). Nothing after these
+  // bytes is searched for header fields, however the bytes were split into chunks.
   static constexpr std::size_t kMaxHeldBytes = 64 * 1024;
   // How long the header block of a request that is not a GET is waited for.
   static constexpr std::int32_t kHoldMilliseconds = 2000;
   // How long the last one to eight announced bytes of a body are waited for once it has begun.
   static constexpr std::int32_t kGraceMilliseconds = 250;
   // How long they are waited for where the body may come well after its header: none of it has come yet, or the client
-  // expects to be told to go on. It is not told, and sends after a second or so (RFC 9110, 10.1.1).
+  // expects "100 Continue". That is not sent, and the client sends the body after a second or so (RFC 9110, 10.1.1).
   static constexpr std::int32_t kLateBodyMilliseconds = 2000;
   // A body may fall this many bytes short of its announced length.
   static constexpr std::int64_t kBodyTolerance = 8;
@@ -64,8 +64,8 @@ class Reception {
   // The peer sends nothing more. kComplete, kBad, or kIgnored when what has come makes no request.
   Outcome EndOfInput();
 
-  // Whether anybody can read the body. The caller decides once the length is known; until then, and with kKept, what
-  // comes of it is kept. With kDropped what has come is let go, and what comes is counted only.
+  // Whether the host or the answer can read the body. The caller decides once the length is known; until then, and with
+  // kKept, what comes of it is kept. With kDropped what has come is let go, and what comes is counted only.
   enum class BodyUse { kUndecided, kKept, kDropped };
   BodyUse Body() const { return bodyUse_; }
   void Body(BodyUse use);
@@ -77,7 +77,7 @@ class Reception {
   Outcome Refuse();
 
   // True until everything the client announced has been read: its blank line seen and its body complete, nothing
-  // behind it. While true, closing must be orderly, for a close with unread input would destroy the answer.
+  // after it. While true, closing must be orderly, since a close with unread input would destroy the answer.
   bool InputMayCome() const { return inputMayCome_; }
 
   RequestFields& Fields() { return fields_; }
@@ -97,8 +97,8 @@ class Reception {
     kTaken,   // complete, bad or given up
   };
 
-  // Runs `step`. One that fails may have stopped half-way, and what comes behind it would be taken for something else:
-  // nothing more is read then.
+  // Runs `step`. One that fails may have stopped half-way, and the bytes after it would be misread: after a failure
+  // nothing more is read.
   template <typename Step>
   Outcome OrGiveUp(const Step& step);
   Outcome Take(std::string_view chunk);
@@ -110,7 +110,7 @@ class Reception {
   Outcome JudgeGet(std::string_view start, std::size_t searched, bool full);
   Outcome JudgeOther(std::string_view start, std::size_t searched, bool full);
 
-  // What of it is behind the blank line.
+  // The part of `start` after the blank line.
   std::string_view Behind(std::string_view start) const noexcept;
   std::optional<std::int64_t> ReadFields(std::string_view start, std::string_view method);
 
@@ -133,7 +133,7 @@ class Reception {
   BlankLineFinder blankLine_;
   BodyUse bodyUse_ = BodyUse::kUndecided;
   std::int64_t length_ = 0;    // announced length of the body
-  std::int64_t received_ = 0;  // bytes behind the blank line, those beyond the length included
+  std::int64_t received_ = 0;  // bytes after the blank line, those beyond the length included
   RequestFields fields_;
 };
 

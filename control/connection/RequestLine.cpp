@@ -15,7 +15,7 @@ std::string_view UrlOf(std::string_view line) {
   return url.substr(0, url.find(' '));
 }
 
-// What stands behind the scheme and host of an absolute URL; any other URL as it is.
+// The part of an absolute URL after its scheme and host; any other URL as it is.
 std::string_view WithoutHost(std::string_view url) {
   for (const auto scheme : kSchemes) {
     if (!EqualNoCase(url.substr(0, scheme.size()), scheme)) continue;

@@ -11,8 +11,8 @@
 namespace TesselServer {
 
 // Fills RequestLine, DocumentURI, RequestPath and RequestQuery from `text`, which begins with a request line. The line
-// ends at the first CR LF, bare CR or bare LF, or where the text ends. The URL is what stands between the line's first
-// blank and its next one, so a line with two blanks behind its method names the URL "". Nothing is percent-decoded.
+// ends at the first CR LF, bare CR or bare LF, or where the text ends. The URL is the text between the line's first
+// blank and its next one, so a line with two blanks after its method names the URL "". Nothing is percent-decoded.
 //
 //   "GET /docs/a.htm?x=1 HTTP/1.0"     -> "/docs/a.htm", "docs/a.htm", "x=1"
 //   "GET http://host:80/a.htm"         -> "/a.htm", "a.htm", ""

@@ -29,7 +29,7 @@ struct Slot {
   Reception Request;
   MemoryShare BodyMemory;         // what the request's body takes, as far as it has come
   MemoryShare PageMemory;         // what the text of the page takes that is on its way
-  std::string AuthenticatedUser;  // whom a password file, or the host in FileRequest, has let in; "" for nobody
+  std::string AuthenticatedUser;  // admitted by a password file, or by the host in FileRequest; "" for none
   std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
   std::string FunctionResult;     // what the host returned for the latest function tag
   bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
@@ -93,7 +93,7 @@ struct Slot {
 };
 
 // The slots of one run of the server, by element number. A slot is made when it is first used, so that 10,000 unused
-// ones cost nothing. Whoever works on a slot across an event holds the table, since the host may start anew inside it.
+// ones cost nothing. A caller that uses a slot across an event holds the table, since the host may restart inside it.
 class SlotTable {
  public:
   explicit SlotTable(std::int32_t highestIndex) : slots_(static_cast<std::size_t>(highestIndex) + 1) {}

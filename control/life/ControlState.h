@@ -68,7 +68,7 @@ struct ControlState {
   std::string authFileName;              // name of the per-directory password file
   std::string serverNameInUse;
   std::string serverAddressInUse;
-  std::string applicationFolder;  // stands for VirtualPath where that is "", and holds the error pages
+  std::string applicationFolder;  // served where VirtualPath is "", and holds the error pages
   std::int64_t maxBodyBytes = Reception::kDefaultMaxBodyBytes;
 
   // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.

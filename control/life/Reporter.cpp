@@ -44,7 +44,7 @@ void Reporter::RaiseLogEvent(std::string text) {
   try {
     owner_->LogEvent.Raise(text);
   } catch (...) {
-    statistics_.ErrorCount += 1;  // nowhere left to tell of it
+    statistics_.ErrorCount += 1;  // there is no further place to report it
   }
 }
 

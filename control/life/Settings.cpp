@@ -13,7 +13,7 @@ namespace TesselServer {
 namespace {
 
 // Fills `lines` with the trimmed lines of `text`. False when there are more than a table takes. The memory for them is
-// asked for once, so that no line is left behind where the table was before it grew.
+// allocated once, so that growing leaves no copy of a line in freed memory.
 bool CutIntoLines(std::string_view text, std::vector<std::string>& lines) {
   const bool isOpen = !text.empty() && text.back() != '\n';
   const auto count = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + (isOpen ? 1 : 0);

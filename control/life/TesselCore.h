@@ -1,9 +1,9 @@
-// The inside of a control: its parts, wired together. It hears the sockets and hands each notification to the part
-// whose matter it is.
+// The implementation of a control: its parts, wired together. It receives the notifications of the sockets and passes
+// each to the part that handles it.
 //
 // Thread:    the loop's thread; debug builds assert it.
-// Ownership: shared by the public face and by whoever is inside one of its procedures, so that the face may be
-//            destroyed inside an event.
+// Ownership: shared by the public object Tessel and by each call in progress, so that Tessel may be destroyed inside an
+//            event.
 // Errors:    none beyond those of its parts.
 #pragma once
 

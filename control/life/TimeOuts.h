@@ -17,7 +17,7 @@ class TimeOuts {
  public:
   // The timer's first interval, and the one that every check sets again while ConnectionTimeout is not 0.
   static constexpr std::int32_t kCheckMilliseconds = 10000;
-  // A listener that heard no connection request for longer than this is rebuilt.
+  // A listener that received no connection request for longer than this is rebuilt.
   static constexpr std::uint32_t kQuietMilliseconds = 30000;
 
   TimeOuts(ControlState& state, Sending& sending) : state_(state), sending_(sending) {}
@@ -25,7 +25,7 @@ class TimeOuts {
   // The handler of tmrCheckConn.
   void TimerCheckConnections();
 
-  // Makes the listening element anew on the address of this run, whatever the properties say by now. The kernel's
+  // Renews the listening element on the address of this run, whatever the properties say by now. The kernel's
   // listening socket stays where it can. Raises the socket error when it cannot be bound.
   void OpenListener();
 
