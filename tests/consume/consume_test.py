@@ -78,9 +78,27 @@ class Consume(unittest.TestCase):
         self.use_the_toolbox(built / "consume_toolbox")
 
     def test_the_sources_are_added_as_a_folder(self):
-        built = build_host("add_subdirectory", self.scratch / "add_subdirectory")
+        # several sources compiled together, as some projects do for all that they hold
+        built = build_host("add_subdirectory", self.scratch / "add_subdirectory", "-DCMAKE_UNITY_BUILD=ON")
         self.serve_a_page(built / "consume_host")
         self.use_the_toolbox(built / "consume_toolbox")
+
+    def configured(self, source, name):
+        """The settings of a project that was configured without any."""
+        folder = self.scratch / name
+        shutil.rmtree(folder, ignore_errors=True)
+        call("cmake", "-S", source, "-B", folder, "-G", "Ninja", "-DCMAKE_CXX_COMPILER=" + os.environ["TESSEL_CXX"])
+        lines = (line.partition("=") for line in (folder / "CMakeCache.txt").read_text().splitlines())
+        return {key.partition(":")[0]: value for key, _, value in lines}
+
+    def test_a_parent_keeps_its_build_type(self):
+        self.assertEqual(self.configured(HERE / "add_subdirectory", "parent")["CMAKE_BUILD_TYPE"], "")
+
+    def test_by_itself_it_is_optimised_and_builds_no_tests(self):
+        settings = self.configured(HERE.parents[1], "plain")
+        self.assertEqual(settings["CMAKE_BUILD_TYPE"], "Release")
+        self.assertEqual({name: settings["TESSEL_BUILD_" + name] for name in ("HOST", "EXAMPLES", "TESTS")},
+                         {"HOST": "ON", "EXAMPLES": "ON", "TESTS": "OFF"})
 
 
 if __name__ == "__main__":
