@@ -17,7 +17,7 @@ namespace TesselServer {
 
 class EventLoop;
 
-class TcpListener : private LoopClient {
+class TcpListener final : private LoopClient {
  public:
   // How long a paused listener rests unless it is resumed.
   static constexpr std::int32_t kPauseMilliseconds = 250;
