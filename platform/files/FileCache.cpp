@@ -74,10 +74,19 @@ std::shared_ptr<const CachedFile> FileCache::Admit(std::string_view name, int de
   }
 }
 
+bool FileCache::IsTrusted(int descriptor, std::uint64_t device) {
+  const std::int64_t now = world_.MonotonicMilliseconds();
+  if (untrustedDevice_ == device && now < untrustedUntil_) return false;
+  if (KeepsChangeTimes(descriptor, ReadFrom::kContents)) return true;
+  untrustedDevice_ = device;
+  untrustedUntil_ = now + Reading::kMaxAgeMilliseconds;
+  return false;
+}
+
 // What can be asked without reading comes first. A change while it is read makes the stamp another one.
-std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int descriptor, const FileStamp& stamp) const {
+std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int descriptor, const FileStamp& stamp) {
   const Reading reading(stamp, world_);
-  if (!reading.IsSettled() || !KeepsChangeTimes(descriptor, ReadFrom::kContents)) return nullptr;
+  if (!reading.IsSettled() || !IsTrusted(descriptor, stamp.identity.device)) return nullptr;
   CachedFile file{JoinPath(rootPath_, name), {}, reading, nullptr};
   const auto folder = FolderOf(file.path, stamp);
   if (!folder) return nullptr;

@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -59,11 +60,17 @@ class FileCache {
   std::size_t Bytes() const { return files_.Bytes(); }
 
  private:
-  std::shared_ptr<const CachedFile> Read(std::string_view name, int descriptor, const FileStamp& stamp) const;
+  std::shared_ptr<const CachedFile> Read(std::string_view name, int descriptor, const FileStamp& stamp);
+  bool IsTrusted(int descriptor, std::uint64_t device);
 
   std::string rootPath_;
   const World& world_;
   LruCache<std::shared_ptr<const CachedFile>> files_{kMaxBytes};
+
+  // The last device of which no contents may be kept, and until when (World::MonotonicMilliseconds) it is not asked
+  // again: its number may then be another file system's.
+  std::optional<std::uint64_t> untrustedDevice_;
+  std::int64_t untrustedUntil_ = 0;
 };
 
 // The last name of a path with a separator in it, and what comes before that name.

@@ -6,6 +6,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -333,6 +334,9 @@ TEST_F(FileCacheTest, FilesInMemoryAreNotRemembered) {
   world_.LetFilesSettle();
   const RootFolder root(memory.Text(), world_, RootFolder::Memory::kNamesAndFiles);
   EXPECT_FALSE(Remembers(root, "a"));
+  const auto calls = Kit::SystemCallsOf([&] { root.Find("a"); });
+  if (!calls) GTEST_SKIP() << "no process may be traced";
+  EXPECT_EQ(std::count(calls->begin(), calls->end(), SYS_fstatfs), 0) << "asked once a minute";
 }
 
 TEST_F(FileCacheTest, ARootOfProgramsRemembersNoContents) {
