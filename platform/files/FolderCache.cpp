@@ -50,7 +50,8 @@ std::shared_ptr<FolderRecord> FolderCache::ReadAnew(std::string_view folder, int
 }
 
 bool FolderCache::Lacks(std::string_view path) {
-  for (std::string_view folder = path; !folder.empty();) {
+  std::string_view folder = path;
+  for (int lookedFor = 0; lookedFor < kMaxFoldersLookedFor && !folder.empty(); ++lookedFor) {
     const std::size_t cut = folder.rfind('/');
     const std::size_t next = cut == std::string_view::npos ? 0 : cut + 1;
     folder = folder.substr(0, next == 0 ? 0 : cut);

@@ -39,8 +39,13 @@ class FolderCache {
   // second request, a new one. nullptr where the folder must be read as if there were no cache.
   std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor);
 
+  // How many folders Lacks looks for, the deepest ones on the path. Few sites are deeper, and a client that asks for a
+  // path of thousands of components must not make each of them cost a search.
+  static constexpr int kMaxFoldersLookedFor = 16;
+
   // Whether nothing can be at `path`, in any spelling: the deepest folder on the path whose names are known lacks the
-  // next component. Asks the system only where that is so.
+  // next component. Asks the system only where that is so. False as well where no such folder is among the
+  // kMaxFoldersLookedFor deepest.
   bool Lacks(std::string_view path);
 
   // What the records take, and how many folders they are of.

@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -130,6 +131,18 @@ TEST_F(FolderCacheTest, ANameThatIsMissingCostsOneQuestionWhereItsFolderIsRememb
     if (!calls) GTEST_SKIP() << "no process may be traced";
     EXPECT_EQ(*calls, std::vector<long>{SYS_newfstatat}) << name;
   }
+}
+
+TEST_F(FolderCacheTest, OnlyTheDeepestFoldersOfAPathAreLookedFor) {
+  FolderCache folders(At("site"), world_);
+  const OpenFile root = OpenPath(At("site"));
+  for (int i = 0; i < 2; ++i) folders.NamesOf("", root.Descriptor());
+  ASSERT_NE(folders.Find(""), nullptr);
+  folders.Find("")->FirstEqual("sorts them");
+  std::string path = "missing";
+  for (int depth = 1; depth < FolderCache::kMaxFoldersLookedFor; ++depth) path += "/a";
+  EXPECT_TRUE(folders.Lacks(path)) << "the root is the last one that is looked for";
+  EXPECT_FALSE(folders.Lacks(path + "/a")) << "and here one too far";
 }
 
 TEST_F(FolderCacheTest, AFileThatIsThereCostsNoMoreWhereItsFolderIsRemembered) {
