@@ -19,8 +19,7 @@ std::shared_ptr<FolderRecord> FolderCache::Find(std::string_view folder) {
   return *known;
 }
 
-// A folder that has just changed is read each time, and its record kept for what it knows of the files in it.
-std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int descriptor) {
+std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int descriptor, Use use) {
   const auto stamp = StampOfDescriptor(descriptor);
   if (!stamp) return nullptr;
   try {
@@ -28,7 +27,8 @@ std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int 
     const auto* known = records_.Find(folder);
     auto record = known != nullptr ? *known : nullptr;
     if (!record || !record->ReadAs().Holds(stamp, world_)) {
-      if (!isAgain) return nullptr;
+      const bool isOfUse = use == Use::kListing || IsSettled(*stamp, world_.FileClockNanoseconds());
+      if (!isAgain || !isOfUse) return nullptr;
       record = ReadAnew(folder, descriptor, *stamp, record.get());
     }
     if (record) record->UsedAt(world_.FileClockNanoseconds());

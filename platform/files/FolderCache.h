@@ -35,9 +35,13 @@ class FolderCache {
   // The record of the folder, when it is remembered and still valid.
   std::shared_ptr<FolderRecord> Find(std::string_view folder);
 
+  // What a record is wanted for. A listing goes through all names, and its record of a folder that has just changed is
+  // kept for what it knows of the files. A look-up would copy and sort them for one answer: it gets no such record.
+  enum class Use { kLookUp, kListing };
+
   // The record of the folder, which is open as `descriptor`: the remembered one where it is still valid, else, at the
   // second request, a new one. nullptr where the folder must be read as if there were no cache.
-  std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor);
+  std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor, Use use = Use::kListing);
 
   // How many folders Lacks looks for, the deepest ones on the path. Few sites are deeper, and a client that asks for a
   // path of thousands of components must not make each of them cost a search.

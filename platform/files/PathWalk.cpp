@@ -56,7 +56,9 @@ std::string FirstSpelling(const Walk& walk, const std::string& path, std::string
   auto names = walk.known != nullptr ? walk.known->Find(path) : nullptr;
   if (names) return std::string(names->FirstEqual(name));
   UniqueDescriptor folder(walk.open(walk.folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
-  if (walk.known != nullptr && folder.IsOpen()) names = walk.known->NamesOf(path, folder.Get());
+  if (walk.known != nullptr && folder.IsOpen()) {
+    names = walk.known->NamesOf(path, folder.Get(), FolderCache::Use::kLookUp);
+  }
   return names ? std::string(names->FirstEqual(name)) : FolderStream(std::move(folder)).FirstEqual(name);
 }
 
