@@ -28,7 +28,7 @@ std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int 
     auto record = known != nullptr ? *known : nullptr;
     if (!record || !record->ReadAs().Holds(stamp, world_)) {
       const bool isOfUse = use == Use::kListing || IsSettled(*stamp, world_.FileClockNanoseconds());
-      if (!isAgain || !isOfUse) return nullptr;
+      if (!isAgain || !isOfUse || HasNone(folder)) return nullptr;
       record = ReadAnew(folder, descriptor, *stamp, record.get());
     }
     if (record) record->UsedAt(world_.FileClockNanoseconds());
@@ -45,8 +45,23 @@ std::shared_ptr<FolderRecord> FolderCache::ReadAnew(std::string_view folder, int
   if (KeepsChangeTimes(descriptor, ReadFrom::kNames)) {
     record = FolderRecord::Read(descriptor, Reading(stamp, world_), before, maxBytes_);
   }
-  record ? records_.Put(folder, record, record->Bytes()) : records_.Drop(folder);
+  if (record) {
+    records_.Put(folder, record, record->Bytes());
+  } else {
+    records_.Drop(folder);
+    NoteThatItHasNone(folder);
+  }
   return record;
+}
+
+bool FolderCache::HasNone(std::string_view folder) {
+  const auto* tried = withoutRecord_.Find(folder);
+  return tried != nullptr && world_.MonotonicMilliseconds() - *tried < Reading::kMaxAgeMilliseconds;
+}
+
+void FolderCache::NoteThatItHasNone(std::string_view folder) {
+  constexpr std::size_t kNoteBytes = 128;  // beside the name: its places in a list and a table
+  withoutRecord_.Put(folder, world_.MonotonicMilliseconds(), kNoteBytes + folder.size());
 }
 
 bool FolderCache::Lacks(std::string_view path) {

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -59,11 +60,19 @@ class FolderCache {
  private:
   std::shared_ptr<FolderRecord> ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
                                          const FolderRecord* before);
+  bool HasNone(std::string_view folder);
+  void NoteThatItHasNone(std::string_view folder);
 
   std::string rootPath_;
   const World& world_;
   std::size_t maxBytes_;
   LruCache<std::shared_ptr<FolderRecord>> records_;
+
+  // Folders that no record could be made of (too long, or of a file system that is not trusted), and when that was
+  // tried, by World::MonotonicMilliseconds: they are not read in vain, beside the reading that follows, for as long as
+  // Reading::kMaxAgeMilliseconds.
+  static constexpr std::size_t kMaxBytesWithoutRecord = 64 * 1024;
+  LruCache<std::int64_t> withoutRecord_{kMaxBytesWithoutRecord};
 };
 
 }  // namespace TesselServer

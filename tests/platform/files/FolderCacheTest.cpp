@@ -451,6 +451,32 @@ TEST_F(FolderCacheTest, AFolderThatIsTooLongIsReadAllTheSame) {
   EXPECT_EQ(cache.Count(), 1U) << "nothing had to go for it";
 }
 
+TEST_F(FolderCacheTest, AFolderThatIsTooLongIsNotTriedAgainForAMinute) {
+  constexpr std::size_t kLimit = 4096;
+  constexpr int kFiles = 200;
+  for (int i = 0; i < kFiles; ++i) tree_.Write("large/" + std::to_string(i), "");
+  world_.LetFilesSettle();
+  FolderCache cache = Cache(kLimit);
+  const OpenFile folder = OpenPath(At("large"));
+  const auto readings = [&] {
+    const auto calls = Kit::SystemCallsOf([&] { cache.NamesOf("large", folder.Descriptor()); });
+    return calls ? std::count(calls->begin(), calls->end(), SYS_getdents64) : -1;
+  };
+  cache.NamesOf("large", folder.Descriptor());
+  const auto first = readings();
+  if (first < 0) GTEST_SKIP() << "no process may be traced";
+  EXPECT_GT(first, 0) << "the second request tries";
+  cache.NamesOf("large", folder.Descriptor());
+  EXPECT_EQ(readings(), 0);
+  world_.Advance(Reading::kMaxAgeMilliseconds - 1);
+  cache.NamesOf("large", folder.Descriptor());
+  EXPECT_EQ(readings(), 0);
+  for (int i = 0; i < kFiles; ++i) fs::remove(At("large/" + std::to_string(i)));
+  world_.LetFilesSettle();
+  world_.Advance(1);
+  EXPECT_NE(cache.NamesOf("large", folder.Descriptor()), nullptr) << "a minute later it may have become shorter";
+}
+
 TEST_F(FolderCacheTest, APassGoesOnWhenItsFolderIsForgotten) {
   constexpr std::size_t kLimit = 2500;
   for (int i = 0; i < 30; ++i) tree_.Write("first/" + std::to_string(i), "");
