@@ -4,8 +4,9 @@
 //
 // What it is for: a name that is not there costs one system call (newfstatat) in place of eight and more and the
 // reading of all names; a listing saves the reading and one question for each file. Where it loses: a folder that is
-// asked for twice a minute and not more, or that changes before each request, pays for fstat, fstatfs, ioctl and a copy
-// of its names. An existing file never costs more.
+// asked for twice a minute and not more, or that changes before each listing, pays for fstat, fstatfs, ioctl and a copy
+// of its names; a look-up in one that changed less than two seconds ago pays for fstat alone. A folder of which no
+// record can be made is tried once a minute. An existing file never costs more.
 //
 // Thread:    the host's thread only.
 // Ownership: keeps records of its own; those in use by a listing live as long as that. The world outlives the cache.
