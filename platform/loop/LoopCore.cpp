@@ -38,6 +38,7 @@ class LoopCore::Nesting {
       while (!core_.deletions_.empty()) {
         const auto dropped = std::exchange(core_.deletions_, {});  // their destructors may delete more later
       }
+      core_.thread_.EndTurn();
     }
     core_.Announce();
   }
@@ -215,7 +216,7 @@ void LoopCore::Unwatch(WatchId watch) noexcept {
 // ---- Tasks.
 
 void LoopCore::Post(std::function<void()> task) {
-  if (thread_.IsThis()) return Post(nullptr, std::move(task));
+  if (thread_.RunsTurn()) return Post(nullptr, std::move(task));
   std::list<Task> posted;
   posted.push_back({nullptr, std::move(task)});
   {
