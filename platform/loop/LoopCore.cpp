@@ -83,11 +83,12 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
 
 void LoopCore::DoEvents() { Turn(0); }
 
-// What a turn is inside a handler: whatever is known, and only when nothing is, what the kernel has.
+// What a turn is inside a handler. The kernel is asked whenever no event is known: a task that posts itself again would
+// otherwise keep the descriptors and the tasks of other threads waiting for ever.
 bool LoopCore::Pass() {
   if (depth_ > EventLoop::kMaxNesting) return false;
   const Nesting nesting(*this);
-  if (!KnowsEvents() && tasks_.empty()) Ask(0);
+  if (!KnowsEvents()) Ask(0);
   return Deliver();
 }
 
