@@ -218,8 +218,9 @@ void SocketArray::Pause(TcpListener& listener) {
 
 // Has the paused listeners report again, as soon as no connection is being offered.
 void SocketArray::ResumePausedSoon() {
-  if (paused_.empty() || std::exchange(resumePosted_, true)) return;
+  if (paused_.empty() || resumePosted_) return;
   loop_.Core().Post(this, [this] { ResumePaused(); });
+  resumePosted_ = true;  // not where Post has thrown
 }
 
 void SocketArray::ResumePaused() {
