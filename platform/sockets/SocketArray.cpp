@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -186,18 +187,21 @@ void SocketArray::OnConnectionWaiting(TcpListener& listener) {
   lastRequest_ = lastRequest_ < std::numeric_limits<std::int32_t>::max() ? lastRequest_ + 1 : 1;
   Offer offer{listener, lastRequest_};
   offer_ = &offer;
+  std::exception_ptr thrown;
   try {
     owner_.ConnectionRequest(static_cast<std::int32_t>(listener.Cookie()), offer.request);
   } catch (...) {
-    offer_ = nullptr;
-    throw;
+    thrown = std::current_exception();
   }
   offer_ = nullptr;
   const bool refused = offer.takenBy < 0 && !offer.isGone;
   if (refused && listener.IsOpen()) Pause(listener);
   // where the owner yielded, an element may have become free unseen, and another connection may be pending
   if (refused ? offer.elementCameFree : offer.othersWait) ResumePausedSoon();
-  if (Element* element = FindConnected(offer.takenBy)) ReadFirst(*element);
+  Element* element = FindConnected(offer.takenBy);
+  if (element != nullptr && !thrown) return ReadFirst(*element);
+  if (element != nullptr) Shut(*element);  // the loop does not watch it yet: no event would ever close it
+  if (thrown) std::rethrow_exception(thrown);
 }
 
 void SocketArray::ReadFirst(Element& element) {
