@@ -152,7 +152,12 @@ void SocketArray::Listen(std::int32_t index, std::shared_ptr<TcpListener> kept) 
   } else {
     auto listener = std::make_shared<TcpListener>(loop_, static_cast<TcpListener::Client&>(*this), cookie);
     int error = listener->Open(element->local, TcpListener::Manner::kServer);
-    if (kept) kept->Close();  // not before the new one is open, unless it is in its way
+    if (kept && error != 0 && error != EADDRINUSE) {  // the old one is not in its way, and better than none
+      element->listener = std::move(kept);
+      SetState(*element, SocketState::kListening);
+      throw SystemError(error);
+    }
+    if (kept) kept->Close();
     if (kept && error == EADDRINUSE) error = listener->Open(element->local, TcpListener::Manner::kServer);
     loop_.DeleteLater(std::move(kept));
     if (error != 0) throw SystemError(error);
