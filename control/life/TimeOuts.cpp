@@ -30,7 +30,7 @@ void TimeOuts::WatchListener() {
   if (listening && !quiet()) return;
   const std::uint32_t stops = state_.stopCount;
   state_.sckWS.OfferWaiting(kListener);  // a client in the queue is a connection request, and is not dropped
-  if (state_.stopCount != stops || (listening && !quiet())) return;
+  if (state_.terminated || state_.stopCount != stops || (listening && !quiet())) return;
   // kept: the tick is not updated, so a server without visitors rebuilds its listener on every check
   OpenListener();
 }

@@ -38,6 +38,7 @@ class LoopCore::Nesting {
       while (!core_.deletions_.empty()) {
         const auto dropped = std::exchange(core_.deletions_, {});  // their destructors may delete more later
       }
+      core_.thread_.EndTurn();
     }
     core_.Announce();
   }
@@ -82,11 +83,12 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
 
 void LoopCore::DoEvents() { Turn(0); }
 
-// What a turn is inside a handler: whatever is known, and only when nothing is, what the kernel has.
+// What a turn is inside a handler. The kernel is asked whenever no event is known: a task that posts itself again would
+// otherwise keep the descriptors and the tasks of other threads waiting for ever.
 bool LoopCore::Pass() {
   if (depth_ > EventLoop::kMaxNesting) return false;
   const Nesting nesting(*this);
-  if (!KnowsEvents() && tasks_.empty()) Ask(0);
+  if (!KnowsEvents()) Ask(0);
   return Deliver();
 }
 
@@ -215,7 +217,7 @@ void LoopCore::Unwatch(WatchId watch) noexcept {
 // ---- Tasks.
 
 void LoopCore::Post(std::function<void()> task) {
-  if (thread_.IsThis()) return Post(nullptr, std::move(task));
+  if (thread_.RunsTurn()) return Post(nullptr, std::move(task));
   std::list<Task> posted;
   posted.push_back({nullptr, std::move(task)});
   {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -151,7 +152,12 @@ void SocketArray::Listen(std::int32_t index, std::shared_ptr<TcpListener> kept) 
   } else {
     auto listener = std::make_shared<TcpListener>(loop_, static_cast<TcpListener::Client&>(*this), cookie);
     int error = listener->Open(element->local, TcpListener::Manner::kServer);
-    if (kept) kept->Close();  // not before the new one is open, unless it is in its way
+    if (kept && error != 0 && error != EADDRINUSE) {  // the old one is not in its way, and better than none
+      element->listener = std::move(kept);
+      SetState(*element, SocketState::kListening);
+      throw SystemError(error);
+    }
+    if (kept) kept->Close();
     if (kept && error == EADDRINUSE) error = listener->Open(element->local, TcpListener::Manner::kServer);
     loop_.DeleteLater(std::move(kept));
     if (error != 0) throw SystemError(error);
@@ -186,18 +192,21 @@ void SocketArray::OnConnectionWaiting(TcpListener& listener) {
   lastRequest_ = lastRequest_ < std::numeric_limits<std::int32_t>::max() ? lastRequest_ + 1 : 1;
   Offer offer{listener, lastRequest_};
   offer_ = &offer;
+  std::exception_ptr thrown;
   try {
     owner_.ConnectionRequest(static_cast<std::int32_t>(listener.Cookie()), offer.request);
   } catch (...) {
-    offer_ = nullptr;
-    throw;
+    thrown = std::current_exception();
   }
   offer_ = nullptr;
   const bool refused = offer.takenBy < 0 && !offer.isGone;
   if (refused && listener.IsOpen()) Pause(listener);
   // where the owner yielded, an element may have become free unseen, and another connection may be pending
   if (refused ? offer.elementCameFree : offer.othersWait) ResumePausedSoon();
-  if (Element* element = FindConnected(offer.takenBy)) ReadFirst(*element);
+  Element* element = FindConnected(offer.takenBy);
+  if (element != nullptr && !thrown) return ReadFirst(*element);
+  if (element != nullptr) Shut(*element);  // the loop does not watch it yet: no event would ever close it
+  if (thrown) std::rethrow_exception(thrown);
 }
 
 void SocketArray::ReadFirst(Element& element) {
@@ -218,8 +227,9 @@ void SocketArray::Pause(TcpListener& listener) {
 
 // Has the paused listeners report again, as soon as no connection is being offered.
 void SocketArray::ResumePausedSoon() {
-  if (paused_.empty() || std::exchange(resumePosted_, true)) return;
+  if (paused_.empty() || resumePosted_) return;
   loop_.Core().Post(this, [this] { ResumePaused(); });
+  resumePosted_ = true;  // not where Post has thrown
 }
 
 void SocketArray::ResumePaused() {

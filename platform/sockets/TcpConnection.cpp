@@ -216,17 +216,18 @@ int TcpConnection::Send(Answer answer, bool closeFollows) {
       return outgoing.Error();
     case Outgoing::Result::kDone:
       // the host may yield before it returns to where FinishSend is called
-      if (std::exchange(state_, State::kSent) == State::kSent) return 0;
+      if (state_ == State::kSent) return 0;
       loop_.Post(this, [this, life = life_] {
         if (life_ == life) Serve(0);
       });
+      state_ = State::kSent;
       return 0;
     case Outgoing::Result::kBlocked:
     case Outgoing::Result::kAgain:
       break;
   }
+  outgoing_ = std::make_unique<Outgoing>(std::move(outgoing));  // before the state says that it exists: it may throw
   const State before = std::exchange(state_, State::kSending);
-  outgoing_ = std::make_unique<Outgoing>(std::move(outgoing));
   if (Watch()) return 0;
   outgoing_.reset();
   state_ = before;

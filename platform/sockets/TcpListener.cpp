@@ -86,8 +86,9 @@ UniqueDescriptor TcpListener::Accept(Endpoint& peer, int& error) const {
 }
 
 void TcpListener::Pause() {
-  if (!pause_.Enabled()) loop_.Change(watch_, 0);
-  pause_.Enabled(true);
+  if (pause_.Enabled()) return;
+  pause_.Enabled(true);  // first, for it may throw: without the timer nothing would end the pause
+  loop_.Change(watch_, 0);
 }
 
 void TcpListener::Resume() {

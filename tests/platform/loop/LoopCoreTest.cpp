@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/loop/EventLoop.h"
@@ -364,6 +365,20 @@ TEST_F(LoopCoreTest, YieldingRunsTasks) {
   ear.Watch(pipes[0], 0);
   pipes[0].Fill();
   EXPECT_EQ(Turn(), "n4back");
+}
+
+TEST_F(LoopCoreTest, ATaskThatPostsItselfAgainStarvesNobodyWhileAHandlerYields) {
+  ear.Watch(pipes[0], 0);
+  ear.onTask = [&](std::uint64_t cookie) {
+    ear.Post(2);
+    if (cookie == 2) return;
+    pipes[0].Fill();
+    std::thread([&] { loop.Post([this] { heard += "t"; }); }).join();
+    for (int pass = 0; pass < 3; ++pass) loop.DoEvents();
+    EXPECT_EQ(heard, "0t") << "what the kernel has, and the task of another thread";
+  };
+  ear.Post(1);
+  loop.RunOnce(0);
 }
 
 TEST_F(LoopCoreTest, YieldingNestsABoundedNumberOfTimes) {

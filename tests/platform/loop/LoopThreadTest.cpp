@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
 #include <thread>
 
 #include "platform/loop/EventLoop.h"
@@ -48,6 +49,28 @@ TEST(EventLoopThreadTest, AfterRunItBelongsToWhicheverComesNext) {
   other.join();
   EXPECT_TRUE(IsOnThreadOf(&loop));
   loop.RunOnce(0);
+}
+
+TEST(EventLoopThreadTest, AClaimAloneDoesNotMakeAPostTheLoopsOwn) {
+  EventLoop loop;
+  loop.Core().Thread().Start();
+  ASSERT_TRUE(IsOnThreadOf(&loop));
+  std::string order;
+  std::thread([&] { loop.Post([&] { order += "1"; }); }).join();
+  loop.Post([&] { order += "2"; });  // another thread may be about to run the loop
+  loop.RunOnce(0);
+  EXPECT_EQ(order, "12");
+}
+
+TEST(EventLoopThreadTest, ATurnIsRunByOneThreadUntilItEnds) {
+  EventLoop loop;
+  LoopThread& thread = loop.Core().Thread();
+  bool inside = false;
+  loop.Post([&] { inside = thread.RunsTurn(); });
+  EXPECT_FALSE(thread.RunsTurn());
+  loop.RunOnce(0);
+  EXPECT_TRUE(inside);
+  EXPECT_FALSE(thread.RunsTurn());
 }
 
 #ifndef NDEBUG

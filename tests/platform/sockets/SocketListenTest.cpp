@@ -285,6 +285,19 @@ TEST_F(SocketListenTest, AKeptSocketThatListensNoMoreIsReplaced) {
   const Kit::RawClient client(port);
 }
 
+TEST_F(SocketListenTest, AKeptSocketStaysWhereTheNewOneFailsForAnotherReasonThanTheAddress) {
+  const std::int32_t port = owner.Listen(1);
+  auto kept = sockets.Keep(1);
+  sockets.Reload(1);
+  sockets.Bind(1, port, "192.0.2.1");  // an address that this machine does not have
+  EXPECT_NE(RaisedBy([&] { sockets.Listen(1, std::move(kept)); }).number, 0);
+  EXPECT_EQ(sockets.State(1), SocketState::kListening);
+  const Kit::RawClient client(port);
+  send(client.Descriptor(), "hello", 5, MSG_NOSIGNAL);
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[2], "hello");
+}
+
 TEST_F(SocketListenTest, WhatDoesNotListenHasNothingToKeep) {
   const std::int32_t port = owner.Listen(1);
   for (const std::int32_t index : {-1, 0, 2}) auto kept = sockets.Keep(index);

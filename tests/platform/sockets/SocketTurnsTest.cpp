@@ -127,6 +127,20 @@ TEST_F(SocketTurnsTest, AnExceptionOutOfOneHandlerLeavesTheOthersTheirBytes) {
   EXPECT_EQ(owner.received[3], "hello");
 }
 
+TEST_F(SocketTurnsTest, AnExceptionAfterAnAcceptClosesTheElement) {
+  bool thrown = false;
+  owner.onRequest = [&](std::int32_t request) {
+    owner.Take(request);
+    if (!std::exchange(thrown, true)) throw std::bad_alloc();
+  };
+  const auto first = Waiting();
+  EXPECT_THROW(Kit::Settle(loop), std::bad_alloc);
+  EXPECT_EQ(sockets.State(2), SocketState::kClosed) << "nobody would ever read it";
+  const auto second = Waiting();
+  Kit::Settle(loop);
+  EXPECT_EQ(owner.received[2], "hello") << "and is free for the next";
+}
+
 // ---- Their ends.
 
 TEST_F(SocketTurnsTest, OneThatIsAnsweredEndsBeforeTheNextIsServed) {
