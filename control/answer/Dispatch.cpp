@@ -198,7 +198,9 @@ void Dispatch::Deliver(Call& call, Decision decision) {
   const std::int64_t size = decision.answer.Size();
   if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return;
   if (!call.slot.PageMemory.Resize(state_.pageMemory, decision.pageBytes)) {
-    call.handedOver = sending_.ServerTooBusy(call.index);
+    const std::int64_t sent = sending_.ServerTooBusy(call.index);
+    call.handedOver = sent > 0;
+    state_.statistics.BytesSent += static_cast<double>(sent);
     return;
   }
   const std::string address = decision.logged ? state_.sckWS.RemoteHostIP(call.index) : std::string();
