@@ -305,10 +305,10 @@ class Tessel {
   std::int64_t MaxBodyBytesTotal() const;
   void MaxBodyBytesTotal(std::int64_t value);
 
-  // How many bytes of pages and listings, over all connections, may wait in memory for clients that read slowly. A
-  // client whose page would exceed the limit gets the page "server too busy" instead, which the log shows with status
-  // 503. Files that are sent as they are and the host's own data do not count. A negative value becomes 0. Default: 256
-  // MiB. Takes effect at once for the next pages.
+  // How many bytes of pages, error pages and listings, over all connections, may wait in memory for clients that read
+  // slowly. A client whose page would exceed the limit gets the page "server too busy" instead (the header alone where
+  // VerboseErrorsEnable is off), which the log shows with status 503. Files that are sent as they are and the host's own
+  // data do not count. A negative value becomes 0. Default: 256 MiB. Takes effect at once for the next pages.
   std::int64_t MaxUnsentPageBytes() const;
   void MaxUnsentPageBytes(std::int64_t value);
 
