@@ -108,7 +108,7 @@ class Tessel {
   void CGIEnable(bool value);
 
   // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
-  // VirtualPath & "\scripts" at the start, which is below the root: a file there that is no ".exe" (the data of a
+  // VirtualPath & "\scripts" at the start. That is below the root, so a file there that is no ".exe" (the data of a
   // script, a ".bat", an editor's backup copy) can be fetched like any other file. Default: "".
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
@@ -193,9 +193,10 @@ class Tessel {
   void ReturnData(std::int32_t Index, const std::string& mData);
 
   // Answers a FileRequest event, inside it or later. With Process True the file is served as if it had not been
-  // trapped; else Data, any bytes, goes out with the content type. An answer for a connection that waits for none,
-  // because it was answered before or its client has gone, is ignored; so is an Index that is no connection. When
-  // another client waits on the same Index by then, RequestNumber distinguishes them.
+  // trapped, and the host vouches for the credentials that FileRequest passed: REMOTE_USER has the name, also where no
+  // password file has checked it. Else Data, any bytes, goes out with the content type. An answer for a connection that
+  // waits for none, because it was answered before or its client has gone, is ignored; so is an Index that is no
+  // connection. When another client waits on the same Index by then, RequestNumber distinguishes them.
   void TrapFileData(std::int32_t Index, const std::string& Data, bool Process = true,
                     const std::string& ContentType = "text/html");
 
@@ -305,10 +306,10 @@ class Tessel {
   std::int64_t MaxBodyBytesTotal() const;
   void MaxBodyBytesTotal(std::int64_t value);
 
-  // How many bytes of pages and listings, over all connections, may wait in memory for clients that read slowly. A
-  // client whose page would exceed the limit gets the page "server too busy" instead, which the log shows with status
-  // 503. Files that are sent as they are and the host's own data do not count. A negative value becomes 0. Default: 256
-  // MiB. Takes effect at once for the next pages.
+  // How many bytes of pages, error pages and listings, over all connections, may wait in memory for clients that read
+  // slowly. A client whose page would exceed the limit gets the page "server too busy" instead (the header alone where
+  // VerboseErrorsEnable is off), which the log shows with status 503. Files that are sent as they are and the host's
+  // own data do not count. A negative value becomes 0. Default: 256 MiB. Takes effect at once for the next pages.
   std::int64_t MaxUnsentPageBytes() const;
   void MaxUnsentPageBytes(std::int64_t value);
 

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -41,7 +42,14 @@ class LogWriter::BlockSink {
  private:
   // Whether the output has taken the line that counts the lost ones, or none were lost.
   bool TellLost() {
-    if (lost_ == 0) return true;
+    try {
+      return lost_ == 0 || PutLost();
+    } catch (const std::bad_alloc&) {
+      return false;  // they stay counted
+    }
+  }
+
+  bool PutLost() {
     const auto line = std::string(lineIsCut_ ? "\n" : "") + mark_ + "Lost lines: " + std::to_string(lost_) +
                       " (this output was not read, or could not be written)\n";
     if (Put(line) < line.size()) return false;
@@ -50,9 +58,18 @@ class LogWriter::BlockSink {
   }
 
   std::size_t Put(std::string_view bytes) {
-    const auto written = sink_(bytes);
+    const auto written = Taken(bytes);
     if (written > 0) lineIsCut_ = bytes[written - 1] != '\n';
     return written;
+  }
+
+  // How many bytes the output took; none where there is no memory for it, which must not end the process.
+  std::size_t Taken(std::string_view bytes) {
+    try {
+      return sink_(bytes);
+    } catch (const std::bad_alloc&) {
+      return 0;
+    }
   }
 
   Sink sink_;

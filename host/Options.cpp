@@ -201,7 +201,8 @@ class CommandLine {
 
   void AddTrapping() {
     group_ = "Trapping";
-    AddSwitch("trap-file-enable", options_.trapFileEnable, "Offer requests to the program (default: no)");
+    AddSwitch("trap-file-enable", options_.trapFileEnable,
+              "Offer requests to the program. Those it hands back have REMOTE_USER unchecked (default: no)");
     AddText("--trap-file-types", "L", options_.trapFileTypes,
             "The extensions it is offered, comma between (default: all)");
   }

@@ -63,8 +63,9 @@ std::string OpenAddress(const Tessel& tessel) {
   return "http://" + (everywhere ? "127.0.0.1" : address) + ":" + std::to_string(tessel.ListeningPort()) + "/";
 }
 
-void Connect(Tessel& tessel, Console& console, std::string& lastReport) {
+void Connect(EventLoop& loop, Tessel& tessel, Console& console, std::string& lastReport) {
   tessel.HTTPLog = [&console](std::string& line) { console.Log(line); };
+  loop.HandlerFailed = [&console](std::string& text) { console.Tell(text); };
   tessel.StatusLine = [&console](std::string& text) { console.Tell(text); };
   tessel.LogEvent = [&console, &lastReport](std::string& text) {
     console.Tell(text);
@@ -122,7 +123,7 @@ void Serve(const Options& options) {
   for (const auto& remark : ApplySettings(tessel, options)) console.Tell("tessel: " + remark);
   RaiseDescriptorLimit();
   const StopOnSignals signals(loop);
-  Connect(tessel, console, lastReport);
+  Connect(loop, tessel, console, lastReport);
   const LiveAnswers answers(loop, tessel);
   Start(tessel, lastReport);
   console.Tell("Open " + OpenAddress(tessel));

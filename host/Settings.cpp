@@ -171,16 +171,30 @@ void ApplyContentTypes(Tessel& tessel, const Options& options) {
   for (const auto& [extension, contentType] : options.contentTypes) tessel.PutContentType(extension, contentType);
 }
 
-// The control reads a file when it is named, so the files are checked before they are handed over.
-void ApplyFiles(Tessel& tessel, const Options& options) {
-  const auto types =
-      options.contentTypeSourceFile ? Absolute(*options.contentTypeSourceFile) : tessel.ContentTypeSourceFile();
-  RequireReadable(types, "the file of content types");
-  if (!types.empty()) tessel.ContentTypeSourceFile(types);
-  const auto users = options.authenticationSourceFile ? Absolute(*options.authenticationSourceFile)
-                                                      : tessel.AuthenticationSourceFile();
-  RequireReadable(users, "the file of passwords");
-  if (!users.empty()) tessel.AuthenticationSourceFile(users);
+// The file under `name`, which is taken out of the bag: the control takes a name from there without reading the file.
+std::string TakeFile(MemoryPropertyBag& bag, const char* name) {
+  auto path = Read(bag, name, std::string()).value_or("");
+  if (!path.empty()) bag.Put(name, "");
+  return path;
+}
+
+// The control reads a file when it is named, and leaves the property as it was when the file is no table for it.
+struct FileProperty {
+  const char* what;
+  std::string (Tessel::*read)() const;
+  void (Tessel::*write)(const std::string& path);
+};
+constexpr FileProperty kTypesFile = {"the file of content types", &Tessel::ContentTypeSourceFile,
+                                     &Tessel::ContentTypeSourceFile};
+constexpr FileProperty kPasswordFile = {"the file of passwords", &Tessel::AuthenticationSourceFile,
+                                        &Tessel::AuthenticationSourceFile};
+
+void ApplyFile(Tessel& tessel, const FileProperty& property, const std::string& path) {
+  RequireReadable(path, property.what);
+  if (path.empty()) return;
+  (tessel.*property.write)(path);
+  if ((tessel.*property.read)() == path) return;
+  throw SettingError(path + ": " + property.what + " has more than 32767 lines or 16 MiB");
 }
 
 }  // namespace
@@ -192,11 +206,15 @@ std::vector<std::string> ApplySettings(Tessel& tessel, const Options& options) {
   PutWhereMissing(bag, "ServerIP", kOwnServerIP);
   PutWhereMissing(bag, "ServerPort", kOwnServerPort);
   PutWhereMissing(bag, "ServerMaxConnections", kOwnMaxConnections);
+  const auto typesFile = TakeFile(bag, "ContentTypeSourceFile");
+  const auto passwordFile = TakeFile(bag, "AuthenticationSourceFile");
   tessel.ReadProperties(bag);
   ApplyTexts(tessel, options);
   ApplyNumbers(tessel, options);
   ApplySwitches(tessel, options);
-  ApplyFiles(tessel, options);
+  ApplyFile(tessel, kTypesFile, options.contentTypeSourceFile ? Absolute(*options.contentTypeSourceFile) : typesFile);
+  ApplyFile(tessel, kPasswordFile,
+            options.authenticationSourceFile ? Absolute(*options.authenticationSourceFile) : passwordFile);
   ApplyContentTypes(tessel, options);
   if (options.applicationFolder) {
     tessel.ApplicationFolder(FolderOf("--application-folder", *options.applicationFolder));

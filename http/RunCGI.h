@@ -3,8 +3,8 @@
 // program folder can run any program anyway.
 //
 // Thread:    the host's thread only; it waits inside the call for as long as the record's CGITimeout.
-// Errors:    none; a program that cannot be run gives a text that says so. Every program that fails or is
-//            cut short is reported to the host, which may stop or destroy the control then.
+// Errors:    none; a program that cannot be run gives a text that says so. Every program that fails or is cut short
+//            is reported to the host, which may stop or destroy the control then.
 #pragma once
 
 #include <cstddef>

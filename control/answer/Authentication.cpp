@@ -6,6 +6,7 @@
 #include "platform/files/NeighbourFile.h"
 #include "platform/world/AsciiCase.h"
 #include "support/Text.h"
+#include "support/Wipe.h"
 
 namespace TesselServer {
 
@@ -18,6 +19,11 @@ struct Passwords {
   enum class State { kNone, kRead, kClosed };
   State state = State::kNone;
   std::string text;
+
+  Passwords() = default;
+  Passwords(Passwords&&) = default;
+  Passwords& operator=(Passwords&&) = delete;
+  ~Passwords() { Wipe(text); }
 };
 
 Passwords ReadPasswords(const OpenFile& file) {
@@ -56,7 +62,8 @@ Passwords PasswordsFor(const FoundEntry& target, const Settings& settings, const
 bool HoldsPassword(std::string_view text, const std::string& user, const std::string& password) {
   if (user.empty()) return false;
   const std::string wanted = Lower(user + ":" + password);
-  const std::string searched = Lower(text);
+  std::string searched = Lower(text);
+  const WipeAtEnd searchedGoes(searched);
   // linear whatever the client sends; a plain search is not, where the file repeats itself
   const std::boyer_moore_searcher search(wanted.begin(), wanted.end());
   return std::search(searched.begin(), searched.end(), search) != searched.end();

@@ -158,7 +158,7 @@ Dispatch::Decision Dispatch::HostAnswer(Call& call) const {
   Slot& slot = call.slot;
   std::string head = call.record->BuildHeader(slot.TrapStatusCode, static_cast<std::int64_t>(slot.TrapData.size()),
                                               slot.TrapContentType, true, slot.TrapHeaderField);
-  return {{std::move(head), std::exchange(slot.TrapData, {})}, slot.TrapStatusCode, false};
+  return {{std::move(head), std::exchange(slot.TrapData, {})}, slot.TrapStatusCode, false, true};
 }
 
 // The header that asks for a name and a password. `field` is the name of its line, which ends the header.
@@ -176,7 +176,7 @@ Dispatch::Decision Dispatch::DirectoryAnswer(Call& call, const Admission& admiss
   std::string page = ListingOf(state_, call.slot);
   const auto size = static_cast<std::int64_t>(page.size());
   std::string head = call.record->BuildHeader("200", size, "text/html", true, "");
-  return {{std::move(head), std::move(page)}, "200", true, size};
+  return {{std::move(head), std::move(page)}, "200", true};
 }
 
 Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) const {
@@ -189,16 +189,18 @@ Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) 
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
   Answer answer = call.record->ProcessFile(std::move(found), file, "200", true, "", std::move(info),
                                            call.slot.Fields().RequestBody);
-  const std::int64_t pageBytes = OwnTextBytes(answer);
-  return {std::move(answer), "200", true, pageBytes};
+  return {std::move(answer), "200", true};
 }
 
 // Sends and logs.
 void Dispatch::Deliver(Call& call, Decision decision) {
   const std::int64_t size = decision.answer.Size();
   if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return;
-  if (!call.slot.PageMemory.Resize(state_.pageMemory, decision.pageBytes)) {
-    call.handedOver = sending_.ServerTooBusy(call.index);
+  const std::int64_t pageBytes = decision.isHostsData ? 0 : OwnTextBytes(decision.answer);
+  if (!call.slot.PageMemory.Resize(state_.pageMemory, pageBytes)) {
+    const std::int64_t sent = sending_.ServerTooBusy(call.index);
+    call.handedOver = sent > 0;
+    state_.statistics.BytesSent += static_cast<double>(sent);
     return;
   }
   const std::string address = decision.logged ? state_.sckWS.RemoteHostIP(call.index) : std::string();

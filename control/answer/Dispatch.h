@@ -37,7 +37,7 @@ class Dispatch {
     Answer answer;
     std::string status;
     bool logged = false;
-    std::int64_t pageBytes = 0;  // of a page or listing: the text that only this answer holds in memory
+    bool isHostsData = false;  // it takes nothing of the memory for pages
   };
   struct Call;
 

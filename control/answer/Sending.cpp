@@ -58,20 +58,31 @@ void Sending::KillAllConnections() {
   });
 }
 
-bool Sending::ServerTooBusy(std::int32_t Index) {
-  return state_.reporter.Trap(ErrorPrefix::kServerTooBusy, [&] {
+std::int64_t Sending::ServerTooBusy(std::int32_t Index) {
+  std::int64_t sent = 0;
+  state_.reporter.Trap(ErrorPrefix::kServerTooBusy, [&] {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->At(Index) : nullptr;
     if (slot == nullptr) return;
     const auto record = RecordOf(state_, *slot, Index);
-    std::string page = record->ServerTooBusyPage();
-    // kept: the status line says 200 while the log says 503
-    Answer answer{record->BuildHeader("200", static_cast<std::int64_t>(page.size()), "", true, ""), std::move(page)};
+    Answer answer = TooBusyAnswer(*record);
     const std::int64_t size = answer.Size();
     const std::string address = state_.sckWS.RemoteHostIP(Index);
     state_.sckWS.SendData(Index, std::move(answer));
+    sent = size;
     LogRequest(Index, address, "503", size);
   });
+  return sent;
+}
+
+Answer Sending::TooBusyAnswer(cls_HTTP& record) const {
+  if (!state_.settings.VerboseErrorsEnable) {
+    return {record.BuildHeader("503", 0, "text/html", true, ""), std::string()};
+  }
+  std::string page = record.ServerTooBusyPage();
+  // kept: the status line says 200 while the log says 503
+  std::string head = record.BuildHeader("200", static_cast<std::int64_t>(page.size()), "", true, "");
+  return {std::move(head), std::move(page)};
 }
 
 std::string Sending::LogTimestamp() { return stamp_.Now(state_.world); }

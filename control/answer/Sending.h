@@ -35,9 +35,9 @@ class Sending {
   // Closes and removes every element above the listener and lets their records go.
   void KillAllConnections();
 
-  // Answers a client for which there is no capacity. Nothing on a request's way calls it: such clients wait in the
-  // listener's backlog.
-  bool ServerTooBusy(std::int32_t Index);
+  // Answers a client for whose page there is no memory: with the page, or with VerboseErrorsEnable off with the bare
+  // header and its 503. Returns the size of the answer, 0 where it could not be handed over.
+  std::int64_t ServerTooBusy(std::int32_t Index);
 
   // "[15/11/2026:18:20:05 +0100]": now, in local time.
   std::string LogTimestamp();
@@ -46,6 +46,7 @@ class Sending {
   void LogRequest(std::int32_t Index, const std::string& address, std::string_view status, std::int64_t size);
 
  private:
+  Answer TooBusyAnswer(cls_HTTP& record) const;
   void Renew(std::int32_t Index);
 
   ControlState& state_;

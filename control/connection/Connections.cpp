@@ -49,8 +49,20 @@ bool Connections::TakeSlot(std::int32_t slot, std::int32_t requestID) {
   return true;
 }
 
+// A request that fails on its way in will not be complete any more: its connection is closed, and its memory goes.
+template <typename Step>
+void Connections::OrGiveUp(std::int32_t Index, const Step& step) {
+  const std::uint64_t generation = state_.sckWS.Generation(Index);
+  if (state_.reporter.Trap(ErrorPrefix::kDataArrival, step)) return;
+  const auto slots = state_.slots;
+  Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
+  if (slot == nullptr || slot->Phase() != RequestPhase::kReceiving) return;
+  if (state_.sckWS.Generation(Index) != generation) return;
+  state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] { sending_.CloseConnection(Index); });
+}
+
 void Connections::DataArrival(std::int32_t Index) {
-  state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] {
+  OrGiveUp(Index, [&] {
     const std::string_view chunk = state_.sckWS.GetData(Index);
     state_.statistics.BytesReceived += static_cast<double>(chunk.size());
     const auto slots = state_.slots;
@@ -120,15 +132,15 @@ Reception::Outcome Connections::BoundBody(Slot& slot, Reception::Outcome outcome
 // The time runs from the first outcome of its kind; later ones do not prolong it.
 void Connections::Wait(std::int32_t Index, Slot& slot, Reception::Outcome reason, std::int32_t milliseconds) {
   if (slot.WaitsFor == reason) return;
-  slot.WaitsFor = reason;
   slot.WaitTimer = std::make_unique<Timer>(state_.loop);
   slot.WaitTimer->Interval(milliseconds);
   slot.WaitTimer->OnTick([this, Index] { TimeUp(Index); });
   slot.WaitTimer->Enabled(true);
+  slot.WaitsFor = reason;
 }
 
 void Connections::TimeUp(std::int32_t Index) {
-  state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] {
+  OrGiveUp(Index, [&] {
     const auto slots = state_.slots;
     Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
     if (slot == nullptr) return;

@@ -31,6 +31,8 @@ class Connections {
   void AcceptOnListener(std::int32_t requestID);
   void AcceptSecondary(std::int32_t Index, std::int32_t requestID);
   bool TakeSlot(std::int32_t slot, std::int32_t requestID);
+  template <typename Step>
+  void OrGiveUp(std::int32_t Index, const Step& step);
   void Follow(std::int32_t Index, Slot& slot, Reception::Outcome outcome);
   Reception::Outcome BoundBody(Slot& slot, Reception::Outcome outcome);
   void Wait(std::int32_t Index, Slot& slot, Reception::Outcome reason, std::int32_t milliseconds);

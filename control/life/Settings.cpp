@@ -50,12 +50,10 @@ void Settings::RefreshContentTypes() {
 
 std::shared_ptr<const SecretLines> SecretLines::Load(const std::string& path) {
   std::string text;
+  const WipeAtEnd textGoes(text);
+  const auto secret = std::make_shared<SecretLines>(std::vector<std::string>());
   const bool isRead = OpenPath(path).ReadAll(text, Settings::kMaxTableBytes);
-  std::vector<std::string> lines;
-  const bool isTable = isRead && CutIntoLines(text, lines);
-  Wipe(text);
-  auto secret = std::make_shared<SecretLines>(std::move(lines));
-  return isTable ? secret : nullptr;
+  return isRead && CutIntoLines(text, secret->lines_) ? secret : nullptr;
 }
 
 SecretLines::~SecretLines() {

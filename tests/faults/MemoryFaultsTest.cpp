@@ -76,6 +76,51 @@ INSTANTIATE_TEST_SUITE_P(Requests, MemoryFaultsTest,
                          testing::Values("GET /", "GET /FOLDER/FILE.TXT", "GET /Folder/", "GET /missing", "POST /"),
                          [](const auto& each) { return "Number" + std::to_string(each.index); });
 
+TEST(BodyMemoryFaultsTest, ARequestThatIsGivenUpIsClosedAndGivesItsShareBack) {
+  constexpr int kMost = 2000;
+  const std::string head = "POST / HTTP/1.0\r\nContent-Length: 1000\r\n\r\n";
+  TestControl control;
+  control.tree.Write("index.html", "page <!--#echo var=DATE-->");
+  control.tessel.SSIEnable(true);
+  control.tessel.MaxConnections(5);
+  control.tessel.MaxBodyBytesTotal(1000);
+  const std::int32_t port = control.Start();
+  ASSERT_NE(control.Get("/"), "");
+  int closed = 0;
+  bool happened = true;
+  int nth = 0;
+  while (happened && nth < kMost) {
+    ++nth;
+    RawClient client(port);
+    {
+      const FailNthMemory fault(nth);
+      try {
+        client.Send(control.loop, head + std::string(500, 'b'));
+        for (int turn = 0; turn < 4; ++turn) control.loop.RunOnce(0);
+        client.Send(control.loop, std::string(495, 'b'));
+        for (int turn = 0; turn < 4; ++turn) control.loop.RunOnce(0);
+      } catch (const std::bad_alloc&) {
+      }
+      happened = fault.Happened();
+    }
+    if (!happened) break;
+    if (!control.errors.empty()) {  // the request was given up
+      control.errors.clear();
+      ++closed;
+      EXPECT_TRUE(Kit::RunUntil(control.loop, [&] { return client.Poll(); })) << "request for memory number " << nth;
+      const std::string other = control.Ask(head + std::string(1000, 'b'));
+      EXPECT_TRUE(other.starts_with("HTTP/1.0 200")) << "request for memory number " << nth << "\n" << other;
+    }
+    client.Abort();
+    Kit::Settle(control.loop);
+    control.world.Advance(3000);
+    Kit::Settle(control.loop);
+    control.errors.clear();
+  }
+  EXPECT_FALSE(happened);
+  EXPECT_GT(closed, 0);
+}
+
 // Turns are long here, so those who came together are told of one after the other, by notices. Of these only some need
 // memory, so it is tried often.
 TEST(ArrivalsMemoryFaultsTest, OneOfThoseWhoCameTogetherMissesItsAnswerAtMost) {

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <string>
 
+#include "control/life/Settings.h"
+#include "tests/kit/FailNthMemory.h"
 #include "tests/kit/FreedText.h"
 #include "tests/kit/TestControl.h"
 
@@ -38,6 +41,41 @@ TEST_P(PasswordTextTest, IsGoneWhenAnotherFileIsNamedAndWhenTheControlIsDestroye
   }
   loop.RunOnce(0);
   EXPECT_EQ(secret.Seen(), 0) << "destroyed";
+}
+
+TEST_P(PasswordTextTest, IsGoneAfterEachRequestThatItWasReadFor) {
+  Kit::TestControl control;
+  control.tree.Write("a.txt", "text");
+  control.tree.Write("folder/a.txt", "text");
+  control.tree.Write("folder/htaccess.txt", kSecretLines);
+  const Kit::TemporaryTree elsewhere;
+  control.tessel.AuthenticationSourceFile(elsewhere.Write("users.txt", kSecretLines));
+  control.Start();
+  const Kit::FreedText secret(GetParam());
+  const std::string wrong = " HTTP/1.0\r\nAuthorization: Basic YW5uYTp3cm9uZw==\r\n\r\n";  // anna:wrong
+  EXPECT_TRUE(control.Ask("GET /a.txt" + wrong).starts_with("HTTP/1.0 401"));
+  EXPECT_EQ(secret.Seen(), 0) << "the file of the site";
+  control.tessel.AuthenticationSource(e_AuthSource::DirectoryFile);
+  EXPECT_TRUE(control.Ask("GET /folder/a.txt" + wrong).starts_with("HTTP/1.0 401"));
+  EXPECT_EQ(secret.Seen(), 0) << "the file of the folder";
+}
+
+TEST_P(PasswordTextTest, IsGoneWhereverMemoryForItRunsOut) {
+  const Kit::TemporaryTree tree;
+  const std::string passwords = tree.Write("users.txt", kSecretLines);
+  const Kit::FreedText secret(GetParam());
+  int nth = 0;
+  for (bool happened = true; happened && nth < 100;) {
+    ++nth;
+    const Kit::FailNthMemory fault(nth);
+    try {
+      SecretLines::Load(passwords);
+    } catch (const std::bad_alloc&) {
+    }
+    happened = fault.Happened();
+    EXPECT_EQ(secret.Seen(), 0) << "request for memory number " << nth;
+  }
+  EXPECT_GT(nth, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(LongAndShort, PasswordTextTest,

@@ -4,8 +4,10 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/LogWriter.h"
@@ -190,6 +192,20 @@ TEST_F(LogWriterTest, ALineThatIsCutIsEndedAndCounted) {
   EXPECT_TRUE(Finish(log));
   EXPECT_THAT(output->Text(), testing::StartsWith("one\ntwo\nth"));
   EXPECT_THAT(output->Text(), EndsWith("\n" + Lost("#", 1) + "four\n"));
+}
+
+TEST_F(LogWriterTest, LinesForWhichThereIsNoMemoryAreCounted) {
+  bool failed = false;
+  LogWriter log(
+      [&failed, kept = output](std::string_view bytes) {
+        if (!std::exchange(failed, true)) throw std::bad_alloc();
+        return kept->Write(bytes);
+      },
+      "#", kAtOnce);
+  log.Put("one");
+  EXPECT_TRUE(Finish(log));
+  EXPECT_THAT(output->Blocks(), IsEmpty());
+  EXPECT_TRUE(failed);
 }
 
 TEST_F(LogWriterTest, TheEndWritesWhatWaits) {

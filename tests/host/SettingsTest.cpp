@@ -5,6 +5,7 @@
 
 #include "host/Options.h"
 #include "host/Settings.h"
+#include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
 namespace {
@@ -36,6 +37,37 @@ TEST_F(SettingsTest, TheDefaultsThatHelpNamesAreTheControls) {
   EXPECT_EQ(tessel.MaxBodyBytesTotal(), 268435456);
   EXPECT_EQ(tessel.MaxUnsentPageBytes(), 268435456);
   EXPECT_NE(help.find("(default: 268435456)"), std::string::npos);
+}
+
+// "" when the settings are taken.
+std::string FailureOf(Tessel& tessel, const Options& options) {
+  try {
+    ApplySettings(tessel, options);
+  } catch (const SettingError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST_F(SettingsTest, AFileThatIsNoTableForTheControlIsAnError) {
+  const Kit::TemporaryTree tree;
+  std::string most;
+  for (int i = 0; i < 32767; ++i) most += "a:b\n";
+  const std::string taken = tree.Write("taken.txt", most);
+  const std::string lines = tree.Write("lines.txt", most + "a:b\n");
+  const std::string bytes = tree.Write("bytes.txt", std::string(16 * 1024 * 1024 + 1, 'x'));
+  for (const std::string name : {"authentication", "content-type"}) {
+    const std::string option = "--" + name + "-source-file";
+    EXPECT_EQ(FailureOf(tessel, Parsed({option.c_str(), taken.c_str()})), "");
+    const std::string what = name == "authentication" ? "passwords" : "content types";
+    const std::string key = name == "authentication" ? "AuthenticationSourceFile" : "ContentTypeSourceFile";
+    for (const std::string& file : {lines, bytes}) {
+      const std::string failure = file + ": the file of " + what + " has more than 32767 lines or 16 MiB";
+      EXPECT_EQ(FailureOf(tessel, Parsed({option.c_str(), file.c_str()})), failure);
+      const std::string config = tree.Write("tessel.conf", key + "=" + file + "\n");
+      EXPECT_EQ(FailureOf(tessel, Parsed({"--config", config.c_str()})), failure);
+    }
+  }
 }
 
 TEST(OptionsTest, ContentTypesAreAllKept) {

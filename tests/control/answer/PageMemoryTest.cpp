@@ -59,6 +59,30 @@ TEST_F(PageMemoryTest, APageThatFindsNoRoomIsThePageOfAServerThatIsTooBusy) {
       << "what has gone gives its room back";
 }
 
+TEST_F(PageMemoryTest, WithoutVerboseErrorsThePageThatFindsNoRoomIsAHeaderWithStatus503) {
+  tessel.MaxUnsentPageBytes(kLargePage + 1000);
+  const auto slow = AskAndWait("/large.html");
+  tessel.VerboseErrorsEnable(false);
+  control.log.clear();
+  const std::string answer = control.Get("/large.html");
+  EXPECT_THAT(answer, testing::StartsWith("HTTP/1.0 503 Service Unavailable\r\n"));
+  EXPECT_EQ(BodyOf(answer), "");
+  ASSERT_EQ(control.log.size(), 1u);
+  EXPECT_THAT(control.log[0], HasSubstr("\" 503 " + std::to_string(answer.size()) + " "));
+}
+
+TEST_F(PageMemoryTest, WhatIsSentInsteadOfAPageCountsAsSent) {
+  tessel.MaxUnsentPageBytes(0);
+  for (const bool verbose : {true, false}) {
+    tessel.VerboseErrorsEnable(verbose);
+    const auto before = std::stoll(tessel.Stats_BytesSent());
+    std::size_t size = 0;
+    for (int i = 0; i < 40; ++i) size += control.Get("/small.html").size();
+    const auto sent = std::stoll(tessel.Stats_BytesSent()) - before;
+    EXPECT_NEAR(static_cast<double>(sent), static_cast<double>(size) / 1024, 1) << verbose;
+  }
+}
+
 TEST_F(PageMemoryTest, AClientThatGoesGivesItsRoomBack) {
   tessel.MaxUnsentPageBytes(kLargePage + 1000);
   AskAndWait("/large.html")->Abort();
@@ -78,12 +102,20 @@ TEST_F(PageMemoryTest, AListingCountsAndItsRepeatedPathWithIt) {
 TEST_F(PageMemoryTest, FilesAsTheyAreAndTheHostsOwnDataDoNotCount) {
   tessel.MaxUnsentPageBytes(10);
   EXPECT_EQ(BodyOf(control.Get("/plain.txt")).size(), 10'000u);
-  EXPECT_THAT(control.Get("/missing"), HasSubstr("404")) << "nor do error pages";
   tessel.TrapFileEnable(true);
   tessel.FileRequest = [&](std::int32_t& index, std::string&, std::string&) {
     tessel.TrapFileData(index, std::string(500, 'h'), false);
   };
   EXPECT_EQ(BodyOf(control.Get("/any")).size(), 500u);
+}
+
+TEST_F(PageMemoryTest, ErrorPagesCount) {
+  control.tree.Write("html/errors/http404.html", "<!--#echo var=REQUEST_METHOD-->" + std::string(20'000, 'e'));
+  tessel.ApplicationFolder(control.tree.Text());
+  tessel.ErrorFilesEnable(true);
+  EXPECT_EQ(BodyOf(control.Get("/missing")).size(), 20'000u);
+  tessel.MaxUnsentPageBytes(19'999);
+  EXPECT_THAT(BodyOf(control.Get("/missing")), HasSubstr(kBusyText));
 }
 
 }  // namespace

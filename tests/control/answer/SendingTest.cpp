@@ -127,7 +127,7 @@ TEST_F(SendingTest, ServerTooBusySaysSoAndLogs503) {
   const std::string answer =
       "HTTP/1.0 200 OK\r\nServer: Orvane Tessel/1.1\r\nDate: Sun, 15 Nov 2026 18:20:05 GMT\r\nContent-Length: " +
       std::to_string(page.size()) + "\r\n\r\n" + page;
-  EXPECT_TRUE(sending.ServerTooBusy(2));
+  EXPECT_EQ(sending.ServerTooBusy(2), static_cast<std::int64_t>(answer.size()));
   EXPECT_EQ(client->ReceiveAll(control.loop), answer);
   EXPECT_THAT(control.log, ElementsAre("127.0.0.1 - - [15/11/2026:18:20:05 -0000] \"POST /a.txt HTTP/1.0\" 503 " +
                                        std::to_string(answer.size()) + " \"from\" \"agent\""));
@@ -135,7 +135,7 @@ TEST_F(SendingTest, ServerTooBusySaysSoAndLogs503) {
 }
 
 TEST_F(SendingTest, ServerTooBusyForNobodyIsReported) {
-  EXPECT_FALSE(sending.ServerTooBusy(2));
+  EXPECT_EQ(sending.ServerTooBusy(2), 0);
   EXPECT_THAT(control.errors, ElementsAre("Error -  ServerTooBusy. [10057] Socket is not connected."));
   EXPECT_THAT(control.log, IsEmpty());
 }
