@@ -108,8 +108,8 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   std::shared_ptr<TcpListener> Keep(std::int32_t index);
   // Opens the socket, binds it (SO_REUSEADDR) and listens. Raises the socket error of what failed, 10049 for a port
   // outside 0 to 65535; the element is then closed as before. A socket that was kept is used again when it listens on
-  // this address and has no error; otherwise it is closed as soon as the new one is open, or when the address is in use.
-  // Where the new one fails for another reason, the element goes on with the kept one, and the error is raised.
+  // this address and has no error; otherwise it is closed as soon as the new one is open, or when the address is in
+  // use. Where the new one fails for another reason, the element goes on with the kept one, and the error is raised.
   void Listen(std::int32_t index, std::shared_ptr<TcpListener> kept = nullptr);
   // The port that the element listens on, 0 when it does not.
   std::int32_t BoundPort(std::int32_t index) const;
