@@ -202,7 +202,8 @@ class CommandLine {
   void AddTrapping() {
     group_ = "Trapping";
     AddSwitch("trap-file-enable", options_.trapFileEnable,
-              "Offer requests to the program. Those it hands back have REMOTE_USER unchecked (default: no)");
+              "Offer requests to the program (default: no). Those that it hands back\n"
+              "have the REMOTE_USER that the client claims, whatever its password");
     AddText("--trap-file-types", "L", options_.trapFileTypes,
             "The extensions it is offered, comma between (default: all)");
   }
