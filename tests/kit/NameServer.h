@@ -55,7 +55,7 @@ class NameServer {
     return asked;
   }
 
-  // Whether somebody has connected over TCP.
+  // Whether a client has connected over TCP.
   bool WasAskedOverTcp() const { return UniqueDescriptor(accept(listener_.Get(), nullptr, nullptr)).IsOpen(); }
 
   // Answers one question for the address of a name: 192.0.2.7 when it is `name`, else that there is no such name. The

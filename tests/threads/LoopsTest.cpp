@@ -109,7 +109,7 @@ TEST(LoopsTest, SeveralThreadsServeAControlEach) {
   for (const auto& each : servers) each->loop.Stop();
   for (std::thread& each : threads) each.join();
   EXPECT_EQ(good, kLoops * kRequests * 4);
-  for (const auto& each : servers) {  // nobody runs the loops any more, so they are this thread's
+  for (const auto& each : servers) {  // no thread runs the loops any more, so they are this thread's
     EXPECT_EQ(each->errors, "");
     EXPECT_TRUE(each->tessel.StopServer());
     EXPECT_GT(each->lines, kRequests * 3);  // what the host answers itself is not logged

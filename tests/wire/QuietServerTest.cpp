@@ -1,4 +1,4 @@
-// A server that has no visitors for a long time, on a clock that only the test moves: whoever comes is served all the
+// A server that has no visitors for a long time, on a clock that only the test moves: each client is served all the
 // same.
 
 #include <algorithm>

@@ -229,7 +229,7 @@ TEST_F(HostAnswersTest, CGIValueTellsOfTheRequestAndTheServer) {
             {"PATH_TRANSLATED", control.tree.Text()},
             {"QUERY_STRING", "a=1"},
             {"REMOTE_ADDR", "127.0.0.1"},
-            {"REMOTE_USER", ""},  // nobody has let the client in yet
+            {"REMOTE_USER", ""},  // no password file and no host has let the client in yet
             {"REQUEST_METHOD", "POST"},
             {"SCRIPT_NAME", "Page.TRP"},
             {"DOCUMENT_NAME", "Page.TRP"},

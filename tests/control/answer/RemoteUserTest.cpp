@@ -1,4 +1,4 @@
-// Who REMOTE_USER names: nobody but a user whom a password file, or the host, has let in.
+// Whom REMOTE_USER names: only a user whom a password file, or the host, has let in.
 
 #include <gtest/gtest.h>
 

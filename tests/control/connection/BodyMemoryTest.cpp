@@ -121,7 +121,7 @@ TEST_F(BodyMemoryTest, ARefusedBodyIsReadAndDroppedSoThatTheAnswerArrives) {
   EXPECT_FALSE(client.WasReset());
 }
 
-// ---- Bodies that nobody can read.
+// ---- Bodies that no page, program or host can read.
 
 class UnreadBodyTest : public testing::Test {
  protected:
