@@ -270,15 +270,16 @@ Page::SharedText cls_HTTP::IncludedText(std::string_view name) {
   if (found.kind == EntryKind::kNone) room.missing -= 1;
   if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return nullptr;
   if (found.file.Size() > room.bytes) return nullptr;
-  Page::SharedText text = TextForPage(found);
+  Page::SharedText text = TextForPage(std::move(found));
   return text && static_cast<std::int64_t>(text->size()) <= room.bytes ? text : nullptr;
 }
 
 // What the file becomes as a document of its own; null when it cannot be read or is longer than the room.
-Page::SharedText cls_HTTP::TextForPage(const FoundEntry& found) {
+Page::SharedText cls_HTTP::TextForPage(FoundEntry found) {
   if (IsProgramName(found.name)) {
     return std::make_shared<const std::string>(std::get<std::string>(ProgramAnswer(found, "200", false, "").body));
   }
+  if (settings_->root) settings_->root->Remember(found);
   Page::SharedText text = ContentsOf(found.file, trail_->room->bytes);
   if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || !HoldsTags(*text)) return text;
   return ProcessedInside(found, std::move(text));

@@ -284,7 +284,7 @@ class cls_HTTP {
   Answer ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
                        std::string_view extraHeaders);
   Page::SharedText ProcessPage(Page::SharedText text, const FileIdentity& file);
-  Page::SharedText TextForPage(const FoundEntry& found);
+  Page::SharedText TextForPage(FoundEntry found);
   Page::SharedText ProcessedInside(const FoundEntry& found, Page::SharedText text) const;
   void RunProcessors(Page& page);
 

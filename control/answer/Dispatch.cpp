@@ -10,6 +10,7 @@
 #include "control/answer/RecordSetup.h"
 #include "control/answer/SlotTarget.h"
 #include "control/answer/Trapping.h"
+#include "http/RunCGI.h"
 #include "platform/world/Error.h"
 #include "support/PathText.h"
 #include "support/Text.h"
@@ -183,6 +184,7 @@ Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) 
   if (!admission.granted) return Challenge(*call.record, "WWW-Authenticate", admission.realm);
   FoundEntry& target = call.slot.Target;
   if (!target.readable) return Refusal(*call.record, "403");
+  if (!IsProgramName(target.name)) state_.Root()->Remember(target);
   if (auto plain = call.record->PlainFile(target.file, target.name, "200")) return {std::move(*plain), "200", true};
   const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);

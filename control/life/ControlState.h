@@ -74,14 +74,14 @@ struct ControlState {
   // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.
   const std::shared_ptr<const RootFolder>& Root() {
     if (!root_ || root_->Path() != settings.VirtualPath) {
-      root_ = std::make_shared<RootFolder>(settings.VirtualPath, world, RootFolder::Memory::kNamesAndFiles);
+      root_ = std::make_shared<RootFolder>(settings.VirtualPath, world);
     }
     return root_;
   }
-  // CGIDirectory, likewise. What programs contain is never looked at.
+  // CGIDirectory, likewise.
   const RootFolder& Programs() {
     if (!programsRoot_ || programsRoot_->Path() != settings.CGIDirectory) {
-      programsRoot_.emplace(settings.CGIDirectory, world, RootFolder::Memory::kNames);
+      programsRoot_.emplace(settings.CGIDirectory, world);
     }
     return *programsRoot_;
   }

@@ -116,9 +116,9 @@ void OpenFile::Close() {
 
 RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
 
-RootFolder::RootFolder(std::string path, const World& world, Memory memory) : RootFolder(std::move(path)) {
+RootFolder::RootFolder(std::string path, const World& world) : RootFolder(std::move(path)) {
   folders_ = std::make_unique<FolderCache>(systemPath_, world);
-  if (memory == Memory::kNamesAndFiles) files_ = std::make_unique<FileCache>(systemPath_, world);
+  files_ = std::make_unique<FileCache>(systemPath_, world);
 }
 
 RootFolder::RootFolder(RootFolder&&) noexcept = default;
@@ -154,12 +154,14 @@ FoundEntry RootFolder::Find(std::string_view relative) const {
 FoundEntry RootFolder::Direct(FoundEntry found) const {
   if (found.kind != EntryKind::kFile) return found;
   found.isOwnName = IsPlain(std::string_view(found.name).substr(found.name.rfind('/') + 1));
-  if (!files_) return found;
-  if (auto file = files_->Admit(found.name, found.file.Descriptor(), found.file.Stamp())) {
-    found.file = OpenFile(std::move(file));
-    found.isOwnName = true;
-  }
+  found.mayBeRemembered = files_ != nullptr;
   return found;
+}
+
+void RootFolder::Remember(FoundEntry& found) const {
+  if (!files_ || !found.mayBeRemembered) return;
+  auto file = files_->Admit(found.name, found.file.Descriptor(), found.file.Stamp());
+  if (file) found.file = OpenFile(std::move(file));
 }
 
 std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) const {

@@ -89,6 +89,8 @@ struct FoundEntry {
   // The last component of `name` is known to be the file's own: no link led to it, and no other spelling can have.
   // Where it is false OpenFile::CanonicalPath has the file's own name.
   bool isOwnName = false;
+  // RootFolder::Remember can keep its contents: a file that was opened by exactly this name, without following a link.
+  bool mayBeRemembered = false;
 };
 
 // The document root: opens what lies beneath one folder, and nothing else.
@@ -105,10 +107,10 @@ class RootFolder {
   // need not exist yet; each look-up detects that another folder has taken its place.
   explicit RootFolder(std::string path);
 
-  // What look-ups cache in addition, as long as the system says that it has not changed: the names in folders
-  // (FolderCache), and small files with their contents (FileCache). `world` outlives the object.
-  enum class Memory { kNames, kNamesAndFiles };
-  RootFolder(std::string path, const World& world, Memory memory);
+  // A folder that caches what it knows, as long as the system says that it has not changed: the names in folders
+  // (FolderCache), and small files with their contents (FileCache), as far as Remember was called for them. `world`
+  // outlives the object.
+  RootFolder(std::string path, const World& world);
   RootFolder(RootFolder&&) noexcept;
   RootFolder& operator=(RootFolder&&) noexcept;
   RootFolder(const RootFolder&) = delete;
@@ -126,6 +128,11 @@ class RootFolder {
   // the look-up beneath the root (openat2(2), RESOLVE_BENEATH), so neither a link nor a race leaves it. Where
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
   FoundEntry Find(std::string_view relative) const;
+
+  // To be called once for each request that is answered with the bytes of `found`, and for nothing that must not stay
+  // in memory. At the second call within a minute a small file is kept with its contents, which then take the place of
+  // its descriptor. Nothing happens to an entry that another folder has found.
+  void Remember(FoundEntry& found) const;
 
   // The names in `folder`, which was found by this object, where they are remembered; else nullptr.
   std::shared_ptr<FolderRecord> NamesIn(const FoundEntry& folder) const;

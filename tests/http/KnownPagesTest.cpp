@@ -25,7 +25,12 @@ class KnownPagesTest : public testing::Test {
   }
   static void TearDownTestSuite() { site_.reset(); }
 
-  static FoundEntry Find(const char* name) { return site_->record.FindFile(site_->record.VirtualPath(), name); }
+  // What a request does whose answer is that file.
+  static FoundEntry Ask(const char* name) {
+    FoundEntry found = site_->record.FindFile(site_->record.VirtualPath(), name);
+    site_->record.Root()->Remember(found);
+    return found;
+  }
 
   static std::unique_ptr<Kit::PageSite> site_;
 };
@@ -33,8 +38,8 @@ class KnownPagesTest : public testing::Test {
 std::unique_ptr<Kit::PageSite> KnownPagesTest::site_;
 
 TEST_F(KnownPagesTest, APageWithoutTagsIsSentFromWhereItIsRemembered) {
-  Find("plain.htm");  // it is remembered at the second request
-  FoundEntry found = Find("plain.htm");
+  Ask("plain.htm");  // it is remembered at the second request
+  FoundEntry found = Ask("plain.htm");
   const auto contents = found.file.Contents();
   if (!contents) GTEST_SKIP() << "a temporary folder of which nothing is remembered";
   const Answer answer = site_->record.ProcessFile(std::move(found), "/plain.htm", "200", false, "", site_->request, "");

@@ -69,7 +69,7 @@ class PageSite {
   PageSite() {
     record.ContentTypeSource(e_ContentTypeSource::Internal);
     record.VirtualPath(tree.Text());
-    record.Root(std::make_shared<const RootFolder>(tree.Text(), world, RootFolder::Memory::kNamesAndFiles));
+    record.Root(std::make_shared<const RootFolder>(tree.Text(), world));
     record.CGIDirectory(cgi.Text());
     record.ConnectionIndex(7);
     record.ParentControl(&host);
@@ -84,8 +84,10 @@ class PageSite {
 
   // What a client gets that asks for `name`, without the header.
   std::string Get(std::string_view name) {
-    return BodyText(record.ProcessFile(record.FindFile(record.VirtualPath(), name),
-                                       record.VirtualPath() + "/" + std::string(name), "200", false, "", request, ""));
+    FoundEntry found = record.FindFile(record.VirtualPath(), name);
+    if (record.Root()) record.Root()->Remember(found);
+    return BodyText(record.ProcessFile(std::move(found), record.VirtualPath() + "/" + std::string(name), "200", false,
+                                       "", request, ""));
   }
 
   // What becomes of a page of that text, in the file page.htm.

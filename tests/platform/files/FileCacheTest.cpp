@@ -40,9 +40,7 @@ class FileCacheTest : public testing::Test {
     world_.LetFilesSettle();
   }
 
-  RootFolder Root(const std::string& folder = "site") const {
-    return RootFolder(PathOf(folder), world_, RootFolder::Memory::kNamesAndFiles);
-  }
+  RootFolder Root(const std::string& folder = "site") const { return RootFolder(PathOf(folder), world_); }
   std::string PathOf(const std::string& name) const { return tree_.Text() + "/" + name; }
   static std::string BytesOf(const FoundEntry& found) {
     std::string bytes;
@@ -50,10 +48,17 @@ class FileCacheTest : public testing::Test {
   }
   static bool IsRemembered(const FoundEntry& found) { return found.file.Contents() != nullptr; }
 
+  // What a request does whose answer is that file.
+  static FoundEntry Ask(const RootFolder& root, std::string_view name) {
+    FoundEntry found = root.Find(name);
+    root.Remember(found);
+    return found;
+  }
+
   // Asks as often as it takes; whether it is remembered then.
   static bool Remembers(const RootFolder& root, std::string_view name) {
-    root.Find(name);
-    return IsRemembered(root.Find(name));
+    Ask(root, name);
+    return IsRemembered(Ask(root, name));
   }
 
   Kit::TemporaryTree tree_;
@@ -62,32 +67,32 @@ class FileCacheTest : public testing::Test {
 
 TEST_F(FileCacheTest, AFileIsRememberedAtTheSecondRequestWithinAMinute) {
   const RootFolder root = Root();
-  EXPECT_FALSE(IsRemembered(root.Find("a.txt")));
+  EXPECT_FALSE(IsRemembered(Ask(root, "a.txt")));
   world_.Advance(LruCache<int>::kAskedAgainMilliseconds);
-  EXPECT_FALSE(IsRemembered(root.Find("a.txt"))) << "a minute later it is the first one again";
-  EXPECT_FALSE(IsRemembered(root.Find("b.txt")));
+  EXPECT_FALSE(IsRemembered(Ask(root, "a.txt"))) << "a minute later it is the first one again";
+  EXPECT_FALSE(IsRemembered(Ask(root, "b.txt")));
   world_.Advance(LruCache<int>::kAskedAgainMilliseconds - 1);
-  EXPECT_TRUE(IsRemembered(root.Find("a.txt")));
+  EXPECT_TRUE(IsRemembered(Ask(root, "a.txt")));
 }
 
 TEST_F(FileCacheTest, WhatIsAskedForAllTheTimeStaysRememberedThoughItIsReadAnewEachMinute) {
   const RootFolder root = Root();
   ASSERT_TRUE(Remembers(root, "a.txt"));
-  const auto first = root.Find("a.txt").file.Contents();
+  const auto first = Ask(root, "a.txt").file.Contents();
   for (int i = 0; i < 10; ++i) {
     world_.Advance(Reading::kMaxAgeMilliseconds / 4);
-    EXPECT_TRUE(IsRemembered(root.Find("a.txt"))) << i;
+    EXPECT_TRUE(IsRemembered(Ask(root, "a.txt"))) << i;
   }
-  EXPECT_NE(root.Find("a.txt").file.Contents(), first);
+  EXPECT_NE(Ask(root, "a.txt").file.Contents(), first);
   world_.Advance(Reading::kMaxAgeMilliseconds);
-  EXPECT_FALSE(IsRemembered(root.Find("a.txt"))) << "not asked for in a minute";
+  EXPECT_FALSE(IsRemembered(Ask(root, "a.txt"))) << "not asked for in a minute";
 }
 
 // The numbers that the head of FileCache.h gives.
 TEST_F(FileCacheTest, TheFirstRequestCostsWhatReadingAFileCosts) {
   const RootFolder root = Root();
   for (const char* name : {"a.txt", "deep/er/still/a.txt"}) {
-    const auto calls = Kit::SystemCallsOf([&] { BytesOf(root.Find(name)); });
+    const auto calls = Kit::SystemCallsOf([&] { BytesOf(Ask(root, name)); });
     if (!calls) GTEST_SKIP() << "no process may be traced";
     EXPECT_EQ(*calls, (Calls{SYS_openat2, SYS_newfstatat, SYS_fgetxattr, SYS_pread64, SYS_close})) << name;
   }
@@ -101,7 +106,7 @@ TEST_F(FileCacheTest, ARememberedFileCostsOneQuestionAndOneForEachFolder) {
   } const cases[] = {{"a.txt", 1}, {"deep/er/still/a.txt", 4}};
   for (const auto& c : cases) {
     ASSERT_TRUE(Remembers(root, c.name));
-    const auto calls = Kit::SystemCallsOf([&] { BytesOf(root.Find(c.name)); });
+    const auto calls = Kit::SystemCallsOf([&] { BytesOf(Ask(root, c.name)); });
     if (!calls) GTEST_SKIP() << "no process may be traced";
     EXPECT_EQ(*calls, Calls(c.calls, SYS_newfstatat)) << c.name;
   }
@@ -110,17 +115,17 @@ TEST_F(FileCacheTest, ARememberedFileCostsOneQuestionAndOneForEachFolder) {
 TEST_F(FileCacheTest, AFileBelowALinkedRootCostsTwoCallsMore) {
   fs::create_directory_symlink("site", PathOf("link"));
   const RootFolder root = Root("link");
-  root.Find("b.txt");  // sees the link
-  const auto calls = Kit::SystemCallsOf([&] { BytesOf(root.Find("a.txt")); });
+  Ask(root, "b.txt");  // sees the link
+  const auto calls = Kit::SystemCallsOf([&] { BytesOf(Ask(root, "a.txt")); });
   if (!calls) GTEST_SKIP() << "no process may be traced";
   EXPECT_EQ(calls->size(), 7u);
 }
 
 TEST_F(FileCacheTest, AFileThatIsTheSameIsServedWithoutADescriptor) {
   const RootFolder root = Root();
-  root.Find("a.txt");
-  const FoundEntry first = root.Find("a.txt");
-  const FoundEntry second = root.Find("//./A.TXT/../a.txt");
+  Ask(root, "a.txt");
+  const FoundEntry first = Ask(root, "a.txt");
+  const FoundEntry second = Ask(root, "//./A.TXT/../a.txt");
   for (const FoundEntry* found : {&first, &second}) {
     EXPECT_EQ(found->kind, EntryKind::kFile);
     EXPECT_TRUE(found->readable);
@@ -137,13 +142,13 @@ TEST_F(FileCacheTest, AFileThatIsTheSameIsServedWithoutADescriptor) {
   struct stat status;
   ASSERT_EQ(stat(PathOf("site/a.txt").c_str(), &status), 0);
   EXPECT_EQ(second.file.Identity(), (FileIdentity{status.st_dev, status.st_ino}));
-  EXPECT_EQ(root.Find("a.txt/").kind, EntryKind::kNone) << "a file is no folder";
+  EXPECT_EQ(Ask(root, "a.txt/").kind, EntryKind::kNone) << "a file is no folder";
 }
 
 TEST_F(FileCacheTest, ReadingObeysItsLimit) {
   const RootFolder root = Root();
   ASSERT_TRUE(Remembers(root, "b.txt"));
-  const FoundEntry found = root.Find("b.txt");
+  const FoundEntry found = Ask(root, "b.txt");
   std::string bytes;
   EXPECT_FALSE(found.file.ReadAll(bytes, 4));
   EXPECT_EQ(bytes, "othe");
@@ -157,7 +162,7 @@ TEST_F(FileCacheTest, ANewContentOfTheSameLengthIsSeenAtOnceAndEachTime) {
   for (int i = 0; i < 200; ++i) {
     const std::string bytes = std::to_string(1000 + i);
     std::ofstream(PathOf("site/a.txt"), std::ios::in | std::ios::binary) << bytes;  // in place, the length stays
-    ASSERT_EQ(BytesOf(root.Find("a.txt")), bytes);
+    ASSERT_EQ(BytesOf(Ask(root, "a.txt")), bytes);
   }
 }
 
@@ -182,7 +187,7 @@ TEST_F(FileCacheTest, EveryChangeIsSeenAtOnce) {
     world_.LetFilesSettle();
     ASSERT_TRUE(Remembers(root, "a.txt")) << change.why;
     change.make(PathOf("site"));
-    const FoundEntry now = root.Find("a.txt");
+    const FoundEntry now = Ask(root, "a.txt");
     EXPECT_FALSE(IsRemembered(now)) << change.why;
     EXPECT_EQ(BytesOf(now), BytesOf({EntryKind::kFile, "", true, OpenPath(PathOf("site/a.txt"))})) << change.why;
   }
@@ -191,9 +196,9 @@ TEST_F(FileCacheTest, EveryChangeIsSeenAtOnce) {
 TEST_F(FileCacheTest, ARemovedFileIsGoneAtOnce) {
   const RootFolder root = Root();
   ASSERT_TRUE(Remembers(root, "a.txt"));
-  const FoundEntry before = root.Find("a.txt");
+  const FoundEntry before = Ask(root, "a.txt");
   fs::remove(PathOf("site/a.txt"));
-  EXPECT_EQ(root.Find("a.txt").kind, EntryKind::kNone);
+  EXPECT_EQ(Ask(root, "a.txt").kind, EntryKind::kNone);
   EXPECT_EQ(BytesOf(before), "site") << "whoever has it keeps it";
 }
 
@@ -201,7 +206,7 @@ TEST_F(FileCacheTest, AFileThatIsHiddenIsGoneAtOnce) {
   const RootFolder root = Root();
   ASSERT_TRUE(Remembers(root, "a.txt"));
   if (!Kit::SetDosAttributes(PathOf("site/a.txt"), "0x2")) GTEST_SKIP() << Kit::kNoExtendedAttributes;
-  EXPECT_EQ(root.Find("a.txt").kind, EntryKind::kNone);
+  EXPECT_EQ(Ask(root, "a.txt").kind, EntryKind::kNone);
 }
 
 TEST_F(FileCacheTest, AFolderOrALinkInItsPlaceIsSeenAtOnce) {
@@ -209,16 +214,16 @@ TEST_F(FileCacheTest, AFolderOrALinkInItsPlaceIsSeenAtOnce) {
   ASSERT_TRUE(Remembers(root, "a.txt"));
   fs::remove(PathOf("site/a.txt"));
   fs::create_directory(PathOf("site/a.txt"));
-  EXPECT_EQ(root.Find("a.txt").kind, EntryKind::kDirectory);
+  EXPECT_EQ(Ask(root, "a.txt").kind, EntryKind::kDirectory);
 
   const RootFolder linked = Root("next");
   ASSERT_TRUE(Remembers(linked, "a.txt"));
   fs::remove(PathOf("next/a.txt"));
   fs::create_symlink("b.txt", PathOf("next/a.txt"));
-  EXPECT_EQ(BytesOf(linked.Find("a.txt")), "other");
+  EXPECT_EQ(BytesOf(Ask(linked, "a.txt")), "other");
   fs::remove(PathOf("next/a.txt"));
   fs::create_symlink(PathOf("outside/a.txt"), PathOf("next/a.txt"));
-  EXPECT_EQ(linked.Find("a.txt").kind, EntryKind::kNone) << "it leads outside";
+  EXPECT_EQ(Ask(linked, "a.txt").kind, EntryKind::kNone) << "it leads outside";
 }
 
 // The file is the same one, under another name or in another folder: whether it may be served is decided anew.
@@ -231,11 +236,11 @@ TEST_F(FileCacheTest, AnotherFolderOnTheWayToTheSameFileIsSeenAtOnce) {
 
   fs::rename(PathOf("way/site/moved"), PathOf("way/outside"));
   fs::create_directory_symlink(PathOf("way/outside"), PathOf("way/site/moved"));
-  EXPECT_EQ(root.Find("moved/a.txt").kind, EntryKind::kNone) << "the link leads outside";
+  EXPECT_EQ(Ask(root, "moved/a.txt").kind, EntryKind::kNone) << "the link leads outside";
 
   fs::rename(PathOf("way/site/linked"), PathOf("way/site/elsewhere"));
   fs::create_directory_symlink("elsewhere", PathOf("way/site/linked"));
-  const FoundEntry linked = root.Find("linked/a.txt");
+  const FoundEntry linked = Ask(root, "linked/a.txt");
   EXPECT_EQ(linked.kind, EntryKind::kFile);
   EXPECT_EQ(linked.file.CanonicalPath(), fs::canonical(PathOf("way/site/elsewhere/a.txt")).string());
 
@@ -243,7 +248,7 @@ TEST_F(FileCacheTest, AnotherFolderOnTheWayToTheSameFileIsSeenAtOnce) {
   fs::create_hard_link(PathOf("way/site/twin/a.txt"), PathOf("way/site/other/a.txt"));
   fs::rename(PathOf("way/site/twin"), PathOf("way/site/former"));
   fs::rename(PathOf("way/site/other"), PathOf("way/site/twin"));
-  const FoundEntry twin = root.Find("twin/a.txt");
+  const FoundEntry twin = Ask(root, "twin/a.txt");
   EXPECT_EQ(twin.file.CanonicalPath(), fs::canonical(PathOf("way/site/twin/a.txt")).string());
 }
 
@@ -252,10 +257,10 @@ TEST_F(FileCacheTest, AFileBehindALinkIsNotRemembered) {
   fs::create_directory_symlink("../site", PathOf("next/linked"));
   const RootFolder root = Root();
   EXPECT_FALSE(Remembers(root, "link.txt"));
-  EXPECT_EQ(BytesOf(root.Find("link.txt")), "site");
+  EXPECT_EQ(BytesOf(Ask(root, "link.txt")), "site");
   const RootFolder above = Root("");
   EXPECT_FALSE(Remembers(above, "next/linked/a.txt"));
-  EXPECT_EQ(BytesOf(above.Find("next/linked/a.txt")), "site");
+  EXPECT_EQ(BytesOf(Ask(above, "next/linked/a.txt")), "site");
   EXPECT_TRUE(Remembers(Root("next/linked"), "a.txt")) << "the root itself may be one";
 }
 
@@ -263,9 +268,9 @@ TEST_F(FileCacheTest, AnotherFolderInTheRootsPlaceIsSeenAtOnce) {
   const RootFolder root = Root();
   ASSERT_TRUE(Remembers(root, "a.txt"));
   fs::rename(PathOf("site"), PathOf("old"));
-  EXPECT_EQ(root.Find("a.txt").kind, EntryKind::kNone);
+  EXPECT_EQ(Ask(root, "a.txt").kind, EntryKind::kNone);
   fs::rename(PathOf("next"), PathOf("site"));
-  EXPECT_EQ(BytesOf(root.Find("a.txt")), "next");
+  EXPECT_EQ(BytesOf(Ask(root, "a.txt")), "next");
 }
 
 TEST_F(FileCacheTest, WhereItLiesIsAskedAnewThoughItsRootHasMoved) {
@@ -276,7 +281,7 @@ TEST_F(FileCacheTest, WhereItLiesIsAskedAnewThoughItsRootHasMoved) {
   tree_.Write("site/a.txt", "another");
   fs::remove(PathOf("link"));
   fs::create_directory_symlink("second", PathOf("link"));
-  const FoundEntry found = root.Find("a.txt");
+  const FoundEntry found = Ask(root, "a.txt");
   EXPECT_EQ(BytesOf(found), "site");
   EXPECT_EQ(found.file.CanonicalPath(), fs::canonical(PathOf("second/a.txt")).string());
   EXPECT_EQ(BytesOf({EntryKind::kFile, "", true, FindBeside(found.file, "b.txt").file}), "other");
@@ -285,7 +290,7 @@ TEST_F(FileCacheTest, WhereItLiesIsAskedAnewThoughItsRootHasMoved) {
 TEST_F(FileCacheTest, WhereItLiesCannotBeToldOnceItHasGone) {
   const RootFolder root = Root("");
   ASSERT_TRUE(Remembers(root, "site/a.txt"));
-  const FoundEntry found = root.Find("site/a.txt");
+  const FoundEntry found = Ask(root, "site/a.txt");
   EXPECT_EQ(FindBeside(found.file, "b.txt").state, NeighbourFile::State::kFound);
   EXPECT_EQ(FindBeside(found.file, "c.txt").state, NeighbourFile::State::kMissing);
   tree_.Write("site/new", "newer");
@@ -312,17 +317,17 @@ TEST_F(FileCacheTest, RemembersUpToItsLengthAndNoFolder) {
   EXPECT_FALSE(Remembers(root, "larger"));
   EXPECT_FALSE(Remembers(root, ""));
   EXPECT_FALSE(Remembers(root, "deep"));
-  EXPECT_EQ(BytesOf(root.Find("empty")), "");
-  EXPECT_EQ(BytesOf(root.Find("larger")), std::string(FileCache::kMaxFileBytes + 1, 'x'));
+  EXPECT_EQ(BytesOf(Ask(root, "empty")), "");
+  EXPECT_EQ(BytesOf(Ask(root, "larger")), std::string(FileCache::kMaxFileBytes + 1, 'x'));
 }
 
 TEST_F(FileCacheTest, WhatChangedJustNowIsNotRemembered) {
   const RootFolder root = Root();
   tree_.Write("site/new", "fresh");
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(Remembers(root, "new"));
-  EXPECT_EQ(BytesOf(root.Find("new")), "fresh");
+  EXPECT_EQ(BytesOf(Ask(root, "new")), "fresh");
   world_.Advance(kSettledNanoseconds / 1'000'000);
-  EXPECT_TRUE(IsRemembered(root.Find("new"))) << "two seconds later";
+  EXPECT_TRUE(IsRemembered(Ask(root, "new"))) << "two seconds later";
 }
 
 TEST_F(FileCacheTest, FilesInMemoryAreNotRemembered) {
@@ -332,16 +337,28 @@ TEST_F(FileCacheTest, FilesInMemoryAreNotRemembered) {
   const Kit::TemporaryTree memory("/dev/shm");
   memory.Write("a", "bytes");
   world_.LetFilesSettle();
-  const RootFolder root(memory.Text(), world_, RootFolder::Memory::kNamesAndFiles);
+  const RootFolder root(memory.Text(), world_);
   EXPECT_FALSE(Remembers(root, "a"));
-  const auto calls = Kit::SystemCallsOf([&] { root.Find("a"); });
+  const auto calls = Kit::SystemCallsOf([&] { Ask(root, "a"); });
   if (!calls) GTEST_SKIP() << "no process may be traced";
   EXPECT_EQ(std::count(calls->begin(), calls->end(), SYS_fstatfs), 0) << "asked once a minute";
 }
 
-TEST_F(FileCacheTest, ARootOfProgramsRemembersNoContents) {
-  const RootFolder root(PathOf("site"), world_, RootFolder::Memory::kNames);
-  EXPECT_FALSE(Remembers(root, "a.txt"));
+TEST_F(FileCacheTest, WhatIsOnlyLookedForIsNotRemembered) {
+  const RootFolder root = Root();
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(IsRemembered(root.Find("a.txt")));
+  EXPECT_FALSE(IsRemembered(Ask(root, "a.txt"))) << "those were no requests";
+  EXPECT_TRUE(IsRemembered(Ask(root, "a.txt")));
+  EXPECT_TRUE(IsRemembered(root.Find("a.txt")));
+}
+
+TEST_F(FileCacheTest, WhatAnotherFolderHasFoundIsNotRemembered) {
+  const RootFolder root = Root();
+  for (const RootFolder& other : {Root("next"), RootFolder(PathOf("site"))}) {
+    FoundEntry found = other.Find("a.txt");
+    for (int i = 0; i < 3; ++i) root.Remember(found);
+    EXPECT_FALSE(IsRemembered(found)) << other.Path();
+  }
   EXPECT_EQ(BytesOf(root.Find("a.txt")), "site");
 }
 
@@ -356,7 +373,7 @@ TEST_F(FileCacheTest, WhatIsWrittenThroughAMappingIsSeenWithinAMinute) {
   ASSERT_TRUE(Remembers(root, "a.txt"));
   bytes[1] = 'I';
   world_.Advance(Reading::kMaxAgeMilliseconds);
-  EXPECT_EQ(BytesOf(root.Find("a.txt")), "SIte");
+  EXPECT_EQ(BytesOf(Ask(root, "a.txt")), "SIte");
   munmap(bytes, 4);
   close(file);
 }
@@ -380,8 +397,8 @@ TEST_F(FileCacheTest, TakesABoundedNumberOfBytes) {
 
 TEST_F(FileCacheTest, ARootThatNamesNothingHasNothing) {
   for (const std::string& path : {std::string("a\0b", 3), std::string()}) {
-    const RootFolder root(path, world_, RootFolder::Memory::kNamesAndFiles);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(root.Find("etc/passwd").kind, EntryKind::kNone);
+    const RootFolder root(path, world_);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Ask(root, "etc/passwd").kind, EntryKind::kNone);
   }
 }
 

@@ -196,7 +196,7 @@ TEST(RootFolderTest, ARaceOfRenamesNeverLeadsOutside) {
   fs::create_symlink("../outside", tree.Path() / "www/swap");
   Kit::FakeWorld world;
   world.LetFilesSettle();
-  const RootFolder root(tree.Text() + "/www", world, RootFolder::Memory::kNamesAndFiles);
+  const RootFolder root(tree.Text() + "/www", world);
   std::atomic<bool> isOver = false;
   std::thread renamer([&] {
     const std::string one = tree.Text() + "/www/d", two = tree.Text() + "/www/swap";

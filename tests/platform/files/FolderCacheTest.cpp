@@ -44,7 +44,7 @@ class FolderCacheTest : public testing::Test {
     world_.LetFilesSettle();
   }
 
-  RootFolder Root() const { return RootFolder(At("site"), world_, RootFolder::Memory::kNamesAndFiles); }
+  RootFolder Root() const { return RootFolder(At("site"), world_); }
   FolderCache Cache(std::size_t maxBytes = FolderCache::kMaxBytes) const {
     return FolderCache(tree_.Text(), world_, maxBytes);
   }
@@ -209,7 +209,7 @@ TEST_F(FolderCacheTest, AFolderInTheFoldersPlaceIsSeenAtOnce) {
 }
 
 TEST_F(FolderCacheTest, NamesAreKnownAtEveryDepth) {
-  const RootFolder root(At("site/deep"), world_, RootFolder::Memory::kNames);
+  const RootFolder root(At("site/deep"), world_);
   for (int i = 0; i < 4; ++i) {
     EXPECT_EQ(NameOf(root, "ONE/TWO/page.htm"), "One/two/Page.htm");
     EXPECT_EQ(NameOf(root, "One/two/page.htm"), "One/two/Page.htm");
