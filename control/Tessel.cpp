@@ -280,6 +280,7 @@ void Tessel::ReadProperties(const PropertyBag& bag) {
   ReadSettings(bag, core->state.settings,
                {[&](std::int32_t value) { LetMaxConnections(core, value); },
                 [&](const std::string& value) { LetIndexPageNames(core, value); }});
+  core->state.settings.RefreshContentTypes();
   ApplySettings(core->state);
 }
 

@@ -82,8 +82,8 @@ class Tessel {
   void ContentTypeSource(e_ContentTypeSource value);
 
   // The file of content types for the source File, one "extension,type" a line. Setting it reads the file, and each
-  // start reads it anew. When it cannot be read the name stays as it was, silently: read the property back to know.
-  // Default: "".
+  // start and ReadProperties read it anew. When it cannot be read the name stays as it was, silently: read the property
+  // back to know. Default: "".
   std::string ContentTypeSourceFile() const;
   void ContentTypeSourceFile(const std::string& value);
 
@@ -259,7 +259,8 @@ class Tessel {
   void InitProperties();
 
   // Reads every property, with its default where the bag has none. A value that cannot be read leaves its property as
-  // it is. Files named are not read in.
+  // it is. The file of content types is read in. It and the file of passwords are named even where they cannot be read,
+  // and a site whose password file is missing is open to every client.
   void ReadProperties(const PropertyBag& bag);
 
   // Writes every property that differs from its default. MaxConnections has the key "ServerMaxConnections".

@@ -78,8 +78,8 @@ struct Settings {
   // Stores the name of a file of content types, and its lines.
   void SetContentTypes(const std::string& file, LineTable lines);
 
-  // Reads the file of content types anew: its name may have come from a bag, which reads nothing, and it may have
-  // changed since. One that cannot be read leaves the lines that were read of it before; those of another file go.
+  // Reads the file of content types anew: its name may have come from a bag, and it may have changed since. One that
+  // cannot be read leaves the lines that were read of it before; those of another file go.
   void RefreshContentTypes();
 };
 

@@ -65,6 +65,23 @@ TEST_F(SettingsInUseTest, ContentTypesFollowTheirSource) {
   EXPECT_TRUE(type());
 }
 
+TEST_F(SettingsInUseTest, ContentTypesFollowTheFileThatABagNames) {
+  const auto hasType = [&](const std::string& type) {
+    return control.Get("/a.zzz").find("Content-Type: " + type + "\r\n") != std::string::npos;
+  };
+  MemoryPropertyBag bag;
+  bag.Put("VirtualPath", control.tree.Text());
+  bag.Put("ContentTypeSource", "1");
+  for (const std::string type : {"text/x-first", "text/x-second"}) {
+    bag.Put("ContentTypeSourceFile", control.tree.Write(type.substr(5) + ".txt", "zzz," + type + "\n"));
+    tessel.ReadProperties(bag);
+    EXPECT_TRUE(hasType(type)) << type;
+  }
+  bag.Put("ContentTypeSourceFile", "/nonexistent");
+  tessel.ReadProperties(bag);
+  EXPECT_TRUE(hasType("application/octet-stream")) << "the types of another file go";
+}
+
 TEST_F(SettingsInUseTest, ErrorPagesFollowTheApplicationFolder) {
   tessel.ErrorFilesEnable(true);
   EXPECT_EQ(Shown("/missing"), "");
