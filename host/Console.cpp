@@ -24,7 +24,8 @@ Console::~Console() {
 }
 
 void Console::Log(std::string_view line) {
-  Put(StandardStream::Output, line.starts_with(kRemark) ? Printable(line) : std::string(line));
+  if (line.starts_with(kRemark)) return Put(StandardStream::Output, Printable(line));
+  Put(StandardStream::Output, line);
 }
 
 void Console::Tell(std::string_view text) { Put(StandardStream::Error, Printable(text)); }
@@ -35,9 +36,9 @@ void Console::Release() {
   for (const auto& [stream, line] : std::exchange(kept_, {})) Put(stream, line);
 }
 
-void Console::Put(StandardStream stream, std::string line) {
+void Console::Put(StandardStream stream, std::string_view line) {
   if (!output_ || !error_) {
-    kept_.emplace_back(stream, std::move(line));
+    kept_.emplace_back(stream, line);
   } else {
     (stream == StandardStream::Output ? *output_ : *error_).Put(line);
   }

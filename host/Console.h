@@ -40,7 +40,7 @@ class Console {
   void Release();
 
  private:
-  void Put(StandardStream stream, std::string line);
+  void Put(StandardStream stream, std::string_view line);
 
   std::vector<std::pair<StandardStream, std::string>> kept_;
   std::optional<LogWriter> output_;  // both from Release on

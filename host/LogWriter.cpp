@@ -17,6 +17,18 @@ using Clock = std::chrono::steady_clock;
 
 std::int64_t CountLines(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
 
+// Adds a line with its end, the whole of it or nothing. False where there is no memory for it.
+bool AppendLine(std::string& lines, std::string_view line) {
+  const auto before = lines.size();
+  try {
+    lines.append(line) += '\n';
+    return true;
+  } catch (const std::bad_alloc&) {
+    lines.resize(before);
+    return false;
+  }
+}
+
 }  // namespace
 
 // What is written in one go.
@@ -125,11 +137,8 @@ void LogWriter::Put(std::string_view line) {
     auto& [lines, lost] = shared_->waiting;
     const bool first = shared_->waiting.Empty();
     const bool whole = lines.size() >= kBlockBytes;
-    if (lost > 0 || lines.size() + line.size() >= kMaxWaitingBytes) {
-      ++lost;
-    } else {
-      lines.append(line) += '\n';
-    }
+    const bool hasRoom = lost == 0 && lines.size() + line.size() < kMaxWaitingBytes;
+    if (!hasRoom || !AppendLine(lines, line)) ++lost;
     due = first || (!whole && lines.size() >= kBlockBytes);
   }
   if (due) shared_->toWrite.notify_one();

@@ -3,7 +3,7 @@
 //
 // Up to kMaxWaitingBytes wait; when a line would exceed that, it and those after it are lost until the waiting ones are
 // being written, and then counted in one line where they would have been. Lines that an output refuses (a full disk)
-// are counted in the same way, in front of the next line that it takes.
+// are counted in the same way, in front of the next line that it takes; so are lines for which there is no memory.
 //
 // Thread:    that of its owner; the writing thread is its own, and no signal is delivered to it.
 // Ownership: the sink is kept until the writing thread has come back from it, be that after this object's end.

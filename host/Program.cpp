@@ -6,13 +6,10 @@
 #include <iostream>
 #include <string>
 
-#include <TesselServer/EventLoop.h>
 #include <TesselServer/HostProcess.h>
 #include <TesselServer/Printable.h>
-#include <TesselServer/Tessel.h>
 #include <TesselServer/Timer.h>
 
-#include "host/Console.h"
 #include "host/FileAnswers.h"
 #include "host/FunctionAnswers.h"
 #include "host/RequestRate.h"
@@ -61,16 +58,6 @@ std::string OpenAddress(const Tessel& tessel) {
   const auto address = tessel.ServerIP();
   const bool everywhere = address.empty() || address == "0.0.0.0";
   return "http://" + (everywhere ? "127.0.0.1" : address) + ":" + std::to_string(tessel.ListeningPort()) + "/";
-}
-
-void Connect(EventLoop& loop, Tessel& tessel, Console& console, std::string& lastReport) {
-  tessel.HTTPLog = [&console](std::string& line) { console.Log(line); };
-  loop.HandlerFailed = [&console](std::string& text) { console.Tell(text); };
-  tessel.StatusLine = [&console](std::string& text) { console.Tell(text); };
-  tessel.LogEvent = [&console, &lastReport](std::string& text) {
-    console.Tell(text);
-    lastReport = text;
-  };
 }
 
 // The program's own answers, and the clock of one of them.
@@ -123,7 +110,7 @@ void Serve(const Options& options) {
   for (const auto& remark : ApplySettings(tessel, options)) console.Tell("tessel: " + remark);
   RaiseDescriptorLimit();
   const StopOnSignals signals(loop);
-  Connect(loop, tessel, console, lastReport);
+  ConnectOutputs(loop, tessel, console, lastReport);
   const LiveAnswers answers(loop, tessel);
   Start(tessel, lastReport);
   console.Tell("Open " + OpenAddress(tessel));
@@ -154,6 +141,16 @@ void ShowAbout() {
 }
 
 }  // namespace
+
+void ConnectOutputs(EventLoop& loop, Tessel& tessel, Console& console, std::string& lastReport) {
+  tessel.HTTPLog = [&console](std::string& line) { console.Log(line); };
+  loop.HandlerFailed = [&console](std::string& text) { console.Tell(text); };
+  tessel.StatusLine = [&console](std::string& text) { console.Tell(text); };
+  tessel.LogEvent = [&console, &lastReport](std::string& text) {
+    console.Tell(text);
+    lastReport = text;
+  };
+}
 
 void RunProgram(const Options& options) {
   switch (options.task) {

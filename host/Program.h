@@ -6,7 +6,12 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
+#include <TesselServer/EventLoop.h>
+#include <TesselServer/Tessel.h>
+
+#include "host/Console.h"
 #include "host/Options.h"
 
 namespace TesselServer {
@@ -19,5 +24,9 @@ class StartError : public std::runtime_error {
 
 // Does what the options ask for; serving lasts until SIGINT or SIGTERM.
 void RunProgram(const Options& options);
+
+// Has the console write what the loop and the control report, and keeps the latest report of an error in `lastReport`.
+// All of them outlive the control.
+void ConnectOutputs(EventLoop& loop, Tessel& tessel, Console& console, std::string& lastReport);
 
 }  // namespace TesselServer

@@ -147,6 +147,8 @@ class Refusals(ProgramTest):
 
     def test_settings_that_cannot_be_used(self):
         file = self.site / "index.html"
+        no_table = self.folder / "users.txt"
+        no_table.write_text("user:password\n" * 32768)
         for arguments, words in [
             ([self.folder / "none"], [self.folder / "none", "no such folder"]),
             ([file], [file, "is not a folder"]),
@@ -158,6 +160,7 @@ class Refusals(ProgramTest):
             (["--config", self.site], [self.site]),
             (["--content-type-source-file", self.folder / "none", self.site], [self.folder / "none", "content types"]),
             (["--authentication-source-file", self.site, self.site], [self.site, "passwords"]),
+            (["--authentication-source-file", no_table, self.site], [no_table, "passwords", "32767 lines"]),
             (["--content-type=.x=a/b", "--content-type-source=internal", self.site], ["--content-type", "registry"]),
             (["--save-config", self.folder / "none" / "x.conf", self.site], [self.folder / "none" / "x.conf"]),
         ]:

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/LogWriter.h"
+#include "tests/kit/FailNthMemory.h"
 
 namespace TesselServer {
 namespace {
@@ -194,7 +195,26 @@ TEST_F(LogWriterTest, ALineThatIsCutIsEndedAndCounted) {
   EXPECT_THAT(output->Text(), EndsWith("\n" + Lost("#", 1) + "four\n"));
 }
 
-TEST_F(LogWriterTest, LinesForWhichThereIsNoMemoryAreCounted) {
+TEST_F(LogWriterTest, ALineForWhichThereIsNoMemoryIsLostAsAWhole) {
+  const std::size_t inPlace = std::string().capacity();  // the line fits without memory of its own, its end does not
+  for (const std::size_t length : {inPlace, std::size_t{1000}}) {
+    const auto own = std::make_shared<Output>();
+    LogWriter log([own](std::string_view bytes) { return own->Write(bytes); }, "#", kVeryLong);
+    log.Put("one");
+    ASSERT_TRUE(own->WaitForWrites(1));
+    const std::string line(length, 'x');
+    {
+      const Kit::FailNthMemory fault(1);
+      EXPECT_NO_THROW(log.Put(line));
+      EXPECT_TRUE(fault.Happened());
+    }
+    log.Put("two");  // lost too, so that the count has one place
+    EXPECT_TRUE(Finish(log));
+    EXPECT_EQ(own->Text(), "one\n" + Lost("#", 2)) << length;
+  }
+}
+
+TEST_F(LogWriterTest, WhatCannotBeWrittenForWantOfMemoryIsCounted) {
   bool failed = false;
   LogWriter log(
       [&failed, kept = output](std::string_view bytes) {
