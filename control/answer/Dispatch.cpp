@@ -64,15 +64,19 @@ bool Dispatch::IsForHost(const Slot& slot) const {
   return state_.reporter.FileRequestIsHeard() && IsTrapped(slot, state_.settings);
 }
 
+// Whether the answer may be a page with function tags for the host.
+bool Dispatch::MayCallFunctions(const FoundEntry& target) const {
+  if (!state_.settings.HTMLFunctionsEnable || !state_.reporter.CallFunctionIsHeard()) return false;
+  // what is no file gets a page of the site only where the site has error pages
+  if (target.kind != EntryKind::kFile || !target.readable) return state_.settings.ErrorFilesEnable;
+  return !IsProgramName(target.name) && !state_.requestTemplate.IsPlain(target.file, target.name);
+}
+
 bool Dispatch::BodyIsRead(Slot& slot) const {
   bool isRead = true;
   try {
     FindTarget(state_, slot);
-    const FoundEntry& target = slot.Target;
-    const bool isFile = target.kind == EntryKind::kFile && target.readable;
-    // what is no file gets a page of the site only where the site has error pages
-    isRead = IsForHost(slot) ||
-             (isFile ? !state_.requestTemplate.IsPlain(target.file, target.name) : state_.settings.ErrorFilesEnable);
+    isRead = IsForHost(slot) || MayCallFunctions(slot.Target);
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }

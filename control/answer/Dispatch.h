@@ -23,8 +23,8 @@ class Dispatch {
   // A request is complete: finds its target and answers it, or offers it to the host through FileRequest.
   void Begin(std::int32_t Index);
 
-  // Whether anything may read the body of the slot's request, by the current settings: the host in FileRequest, or the
-  // page or program that makes the answer. True where that cannot be determined.
+  // Whether the host may read the body of the slot's request, by the current settings: in FileRequest, or in
+  // CallFunction for the page that is the answer. True where that cannot be determined.
   bool BodyIsRead(Slot& slot) const;
 
   // Decides on the answer and hands it over. With ForceStatus it is the error answer for StatusCode. A connection that
@@ -42,6 +42,7 @@ class Dispatch {
   struct Call;
 
   bool IsForHost(const Slot& slot) const;
+  bool MayCallFunctions(const FoundEntry& target) const;
   void OfferToHost(std::int32_t Index, Slot& slot);
 
   void MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus);

@@ -6,6 +6,15 @@
 
 namespace TesselServer {
 
+namespace {
+
+// What a body takes of memory beside its slot.
+std::int64_t BodyBytes(const std::string& body) {
+  return body.capacity() > std::string().capacity() ? static_cast<std::int64_t>(body.capacity()) : 0;
+}
+
+}  // namespace
+
 void Connections::ConnectionRequest(std::int32_t Index, std::int32_t requestID) {
   state_.reporter.Trap(ErrorPrefix::kConnectionRequest, [&] {
     if (state_.holdConnections) return;
@@ -114,12 +123,12 @@ void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outc
   if (outcome == Outcome::kBad) dispatch_.SendWebPage(Index, "400", true);
 }
 
-// Bodies are bounded over all connections, and one that neither the host nor an answer can read is not kept. Finding
+// Bodies are bounded over all connections, and one that the host cannot read is not kept. Finding
 // that out costs a look-up of the target, so it is done only where the body did not arrive together with its header, or
 // would exceed the limit.
 Reception::Outcome Connections::BoundBody(Slot& slot, Reception::Outcome outcome) {
   Reception& request = slot.Request;
-  const auto bytes = [&] { return static_cast<std::int64_t>(slot.Fields().RequestBody.size()); };
+  const auto bytes = [&] { return BodyBytes(slot.Fields().RequestBody); };
   const bool isDue = slot.Fields().BodyPending || !slot.BodyMemory.Fits(state_.bodyMemory, bytes());
   if (request.Body() == Reception::BodyUse::kUndecided && isDue) {
     const bool isRead = dispatch_.BodyIsRead(slot);

@@ -174,8 +174,13 @@ void Reception::Store(std::string_view bytes) {
   const auto length = static_cast<std::size_t>(length_);
   const auto kept = bytes.substr(0, length - body.size());
   const std::size_t needed = body.size() + kept.size();
-  // Grows by what arrives, doubling, but never beyond what was announced.
-  if (needed > body.capacity()) body.reserve(std::min(length, 2 * needed));
+  if (needed > body.capacity()) {
+    // Doubles where that is not beyond what was announced. Growing in place might take more than was asked for.
+    std::string grown;
+    grown.reserve(std::max(needed, std::min(length, 2 * body.capacity())));
+    grown += body;
+    body.swap(grown);
+  }
   body += kept;
   fields_.BodyWritePos = static_cast<std::int64_t>(body.size()) + 1;
 }

@@ -64,7 +64,7 @@ class Reception {
   // The peer sends nothing more. kComplete, kBad, or kIgnored when what has come makes no request.
   Outcome EndOfInput();
 
-  // Whether the host or the answer can read the body. The caller decides once the length is known; until then, and with
+  // Whether the host can read the body. The caller decides once the length is known; until then, and with
   // kKept, what comes of it is kept. With kDropped what has come is let go, and what comes is counted only.
   enum class BodyUse { kUndecided, kKept, kDropped };
   BodyUse Body() const { return bodyUse_; }

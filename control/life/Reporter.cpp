@@ -70,6 +70,8 @@ bool Reporter::RaiseFileRequest(std::int32_t index, std::string fileName, std::s
 
 bool Reporter::HTTPLogIsHeard() const { return owner_ != nullptr && owner_->HTTPLog.IsConnected(); }
 
+bool Reporter::CallFunctionIsHeard() const { return owner_ != nullptr && owner_->CallFunction.IsConnected(); }
+
 bool Reporter::FileRequestIsHeard() const { return owner_ != nullptr && owner_->FileRequest.IsConnected(); }
 
 void Reporter::ReportError(std::string_view prefix, const CaughtError& error) {

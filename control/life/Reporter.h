@@ -56,6 +56,7 @@ class Reporter {
   // These two are False when the handler threw.
   bool RaiseCallFunction(std::int32_t index, std::string name);
   bool RaiseFileRequest(std::int32_t index, std::string fileName, std::string userAuthentication);
+  bool CallFunctionIsHeard() const;
   bool FileRequestIsHeard() const;
   bool HTTPLogIsHeard() const;
 

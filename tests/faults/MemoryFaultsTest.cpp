@@ -80,8 +80,9 @@ TEST(BodyMemoryFaultsTest, ARequestThatIsGivenUpIsClosedAndGivesItsShareBack) {
   constexpr int kMost = 2000;
   const std::string head = "POST / HTTP/1.0\r\nContent-Length: 1000\r\n\r\n";
   TestControl control;
-  control.tree.Write("index.html", "page <!--#echo var=DATE-->");
-  control.tessel.SSIEnable(true);
+  control.tree.Write("index.html", "page <%=FunctionX()%>");
+  control.tessel.HTMLFunctionsEnable(true);
+  control.tessel.CallFunction = [&](std::int32_t& index, std::string&) { control.tessel.ReturnData(index, "date"); };
   control.tessel.MaxConnections(5);
   control.tessel.MaxBodyBytesTotal(1000);
   const std::int32_t port = control.Start();

@@ -90,6 +90,17 @@ TEST_F(PageMemoryTest, AClientThatGoesGivesItsRoomBack) {
   EXPECT_EQ(BodyOf(control.Get("/large.html")).size(), kLargePage + std::string("mm/dd/yyyy").size());
 }
 
+TEST_F(PageMemoryTest, AClientThatReadsNothingKeepsItsRoomForAsLongAsItStays) {
+  tessel.MaxUnsentPageBytes(kLargePage + 1000);
+  const auto slow = AskAndWait("/large.html");
+  for (int i = 0; i < 500; ++i) {
+    control.world.Advance(10'000);
+    control.loop.RunOnce(0);
+  }
+  EXPECT_THAT(BodyOf(control.Get("/large.html")), HasSubstr(kBusyText));
+  EXPECT_GT(slow->ReceiveAll(control.loop).size(), kLargePage);
+}
+
 TEST_F(PageMemoryTest, AListingCountsAndItsRepeatedPathWithIt) {
   const std::size_t usual = BodyOf(control.Get("/folder/")).size();
   tessel.MaxUnsentPageBytes(static_cast<std::int64_t>(usual) + 1000);
@@ -115,6 +126,14 @@ TEST_F(PageMemoryTest, ErrorPagesCount) {
   tessel.ErrorFilesEnable(true);
   EXPECT_EQ(BodyOf(control.Get("/missing")).size(), 20'000u);
   tessel.MaxUnsentPageBytes(19'999);
+  EXPECT_THAT(BodyOf(control.Get("/missing")), HasSubstr(kBusyText));
+}
+
+TEST_F(PageMemoryTest, BuiltInErrorPagesCount) {
+  const std::size_t usual = BodyOf(control.Get("/missing")).size();
+  tessel.MaxUnsentPageBytes(static_cast<std::int64_t>(usual));
+  EXPECT_THAT(BodyOf(control.Get("/missing")), HasSubstr("HTTP 404"));
+  tessel.MaxUnsentPageBytes(static_cast<std::int64_t>(usual) - 1);
   EXPECT_THAT(BodyOf(control.Get("/missing")), HasSubstr(kBusyText));
 }
 

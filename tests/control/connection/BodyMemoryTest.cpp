@@ -121,7 +121,34 @@ TEST_F(BodyMemoryTest, ARefusedBodyIsReadAndDroppedSoThatTheAnswerArrives) {
   EXPECT_FALSE(client.WasReset());
 }
 
-// ---- Bodies that no page, program or host can read.
+TEST_F(BodyMemoryTest, AClientThatSendsNoMoreKeepsItsRoomForAsLongAsItStays) {
+  const auto first = Begin(900, 800);
+  for (int i = 0; i < 500; ++i) {
+    control.world.Advance(10'000);
+    control.loop.RunOnce(0);
+  }
+  const auto second = Begin(300, 0);
+  EXPECT_TRUE(WasRefused(*second));
+  Continue(*first, 100);
+  EXPECT_EQ(BodyOf(first->ReceiveAll(control.loop)), "900");
+}
+
+TEST(BodyShareTest, CountsWhatABodyTakesOfMemoryAndNotWhatIsInIt) {
+  Kit::TestCore kit;
+  kit.core.state.settings.TrapFileEnable = true;
+  kit.owner.FileRequest = [](std::int32_t&, std::string&, std::string&) {};
+  RawClient client(kit.Start());
+  client.Send(kit.loop, PostTo("/form", 2000, std::string(700, 'b')));
+  for (const std::int64_t counted : {700, 1400, 1400, 2000, 2000}) {
+    Settle(kit.loop);
+    const std::string& body = kit.SlotAt(2).Fields().RequestBody;
+    EXPECT_EQ(kit.core.state.bodyMemory.Used(), counted) << body.size();
+    EXPECT_EQ(static_cast<std::int64_t>(body.capacity()), counted) << body.size();
+    client.Send(kit.loop, std::string(300, 'c'));
+  }
+}
+
+// ---- Bodies that no host can read.
 
 class UnreadBodyTest : public testing::Test {
  protected:
@@ -131,6 +158,11 @@ class UnreadBodyTest : public testing::Test {
     core.tree.Write("tool.exe", "no program");
     core.tree.Write("folder/a.txt", "a");
     core.state().settings.DirectoryBrowseEnable = true;
+  }
+
+  void FunctionsAreAnswered() {
+    core.state().settings.HTMLFunctionsEnable = true;
+    core.owner.CallFunction = [](std::int32_t&, std::string&) {};
   }
 
   // How many bytes of a body are kept while half of it has come.
@@ -156,17 +188,29 @@ class UnreadBodyTest : public testing::Test {
 };
 
 TEST_F(UnreadBodyTest, TheBodyForAPlainFileIsDroppedAsItComes) {
+  FunctionsAreAnswered();
   EXPECT_EQ(Kept("/plain.txt"), 0u);
   EXPECT_EQ(BodyOf(answer), "plain");
 }
 
-TEST_F(UnreadBodyTest, TheBodyForAPageOrAProgramIsKept) {
+TEST_F(UnreadBodyTest, TheBodyForAPageIsKeptWhereAFunctionOfThePageMayReadIt) {
+  EXPECT_EQ(Kept("/page.html"), 0u) << "no functions, and no host for them";
+  core.state().settings.HTMLFunctionsEnable = true;
+  EXPECT_EQ(Kept("/page.html"), 0u) << "no host for them";
+  core.owner.CallFunction = [](std::int32_t&, std::string&) {};
   EXPECT_EQ(Kept("/page.html"), 1000u);
   EXPECT_EQ(BodyOf(answer), "<p>page</p>");
-  EXPECT_EQ(Kept("/tool.exe"), 1000u);
+  core.state().settings.HTMLFunctionsEnable = false;
+  EXPECT_EQ(Kept("/page.html"), 0u) << "no functions";
+}
+
+TEST_F(UnreadBodyTest, TheBodyForAProgramIsDropped) {
+  FunctionsAreAnswered();
+  EXPECT_EQ(Kept("/tool.exe"), 0u);
 }
 
 TEST_F(UnreadBodyTest, TheBodyForWhatGetsNoPageOfTheSiteIsDropped) {
+  FunctionsAreAnswered();
   EXPECT_EQ(Kept("/missing"), 0u);
   EXPECT_NE(answer.find("404"), std::string::npos);
   EXPECT_EQ(Kept("/folder/"), 0u);
@@ -174,6 +218,7 @@ TEST_F(UnreadBodyTest, TheBodyForWhatGetsNoPageOfTheSiteIsDropped) {
 }
 
 TEST_F(UnreadBodyTest, AnErrorPageOfTheSiteMayAskForTheBody) {
+  FunctionsAreAnswered();
   core.state().settings.ErrorFilesEnable = true;
   EXPECT_EQ(Kept("/missing"), 1000u);
 }
