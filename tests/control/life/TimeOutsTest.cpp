@@ -73,6 +73,23 @@ TEST(TimeOutsTest, ClientInTheQueueIsServedInsteadOfARenewal) {
   EXPECT_FALSE(client.WasReset());
 }
 
+TEST(TimeOutsTest, ControlDestroyedByTheClientInTheQueueDoesNotListenAgain) {
+  TestCore core;
+  core.tree.Write("index.html", "page");
+  RawClient client(core.Start());
+  bool destroyed = false;
+  core.owner.HTTPLog = [&](std::string&) {
+    core.world.Advance(40'000);
+    core.core.lifecycle.Terminate();
+    destroyed = true;
+  };
+  ASSERT_EQ(send(client.Descriptor(), "GET / HTTP/1.0\r\n\r\n", 18, MSG_NOSIGNAL), 18);
+  core.world.Advance(40'000);
+  core.core.timeOuts.TimerCheckConnections();
+  EXPECT_TRUE(destroyed);
+  EXPECT_NE(core.State(kListener), SocketState::kListening);
+}
+
 TEST(TimeOutsTest, ChosenPortIsKeptByARenewal) {
   TestControl control;
   control.tree.Write("index.html", "page");
