@@ -1,9 +1,11 @@
 // Two ways to run the loop, and a page that the host itself answers.
 //
-//   two_ways run [FOLDER]     the loop is the program: Run, with a timer for the program's own work
-//   two_ways turns [FOLDER]   the program has a loop of its own and gives the server a turn now and then: RunOnce
+//   two_ways run [FOLDER [PASSWORDS]]     the loop is the program: Run, with a timer for the program's own work
+//   two_ways turns [FOLDER [PASSWORDS]]   the program has a loop of its own and gives the server a turn now and then:
+//                                         RunOnce
 //
-// Open http://127.0.0.1:8081/clock.status in a browser. The server ends by itself after one minute.
+// With PASSWORDS, a file of "user:password" lines, clients are asked for one of them. Open
+// http://127.0.0.1:8081/clock.status in a browser. The server ends by itself after one minute.
 
 #include <iostream>
 #include <string>
@@ -43,6 +45,13 @@ void Configure(TesselServer::Tessel& tessel, const Clock& clock, const std::stri
   tessel.LogEvent = [](std::string& text) { std::cerr << text << std::endl; };
 }
 
+// Has clients asked for a password of the file. False when it cannot be read: that is no error to the control, which
+// leaves the property as it was, and a site without a password file is open to every client.
+bool AskForPasswords(TesselServer::Tessel& tessel, const std::string& file) {
+  tessel.AuthenticationSourceFile(file);
+  return tessel.AuthenticationSourceFile() == file;
+}
+
 // The server's loop is the program's loop.
 void Run(TesselServer::EventLoop& loop, Clock& clock) {
   TesselServer::Timer timer(loop);
@@ -68,13 +77,17 @@ void TakeTurns(TesselServer::EventLoop& loop, Clock& clock) {
 int main(int argc, char** argv) {
   const std::string way = argc > 1 ? argv[1] : "run";
   if (way != "run" && way != "turns") {
-    std::cerr << "Usage: two_ways run|turns [FOLDER]\n";
+    std::cerr << "Usage: two_ways run|turns [FOLDER [PASSWORDS]]\n";
     return 2;
   }
   Clock clock;
   TesselServer::EventLoop loop;
   TesselServer::Tessel tessel(loop);
   Configure(tessel, clock, argc > 2 ? argv[2] : ".");
+  if (argc > 3 && !AskForPasswords(tessel, argv[3])) {
+    std::cerr << argv[3] << " cannot be read: the site would be open to every client\n";
+    return 1;
+  }
   try {
     tessel.StartServer();
   } catch (const TesselServer::Error& error) {

@@ -1,5 +1,7 @@
 #!/usr/bin/python3
-"""What README.md says of errors, passwords and programs, with the program `tessel`: readme_test.py PROGRAM"""
+"""What README.md says of errors, passwords and programs, with the program `tessel` and the example that it names:
+readme_test.py PROGRAM EXAMPLE
+"""
 
 import os
 import pathlib
@@ -11,7 +13,7 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
 from program import Program  # noqa: E402
 
-TESSEL = None  # set from the command line
+TESSEL = TWO_WAYS = None  # set from the command line
 
 
 def run(*command):
@@ -60,6 +62,12 @@ class Readme(unittest.TestCase):
             with self.subTest(credentials):
                 self.assertEqual(curl("--fail", "--user", credentials, program.address + "page.txt")[0], status)
 
+    def test_the_example_does_not_start_without_its_password_file(self):
+        done = subprocess.run([TWO_WAYS, "run", self.site, self.folder / "none"], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=60)
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertRegex(done.stderr, r"\A\S+/none cannot be read: .*open to every client\n\Z")
+
     def test_a_program_gets_no_input_and_1024_bytes_of_its_output_count(self):
         (self.site / "many.exe").write_text("#!/bin/sh\nhead -c 2000 /dev/zero | tr '\\0' x\n")
         (self.site / "input.exe").write_text('#!/bin/sh\necho "[$(cat)]"\n')
@@ -77,5 +85,5 @@ class Readme(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    TESSEL = os.path.abspath(sys.argv[1])
-    unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=2)
+    TESSEL, TWO_WAYS = map(os.path.abspath, sys.argv[1:3])
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
