@@ -210,6 +210,9 @@ class Lines(LogTest):
 
         with Program([TESSEL, "--server-port=0", self.site]) as program:
             program.wait_for_output("Server Started")
+            for i in range(4):  # a sanitizer writes to a pipe of its own for each kind of object that it has not seen
+                ask(program.port, b"GET /?seen%d HTTP/1.0\r\n\r\n" % i)
+            program.wait_for_output(r'"GET /\?seen3 ')
             before, begin = writes(), time.monotonic()
             for i in range(300):
                 ask(program.port, b"GET /?%d HTTP/1.0\r\n\r\n" % i)

@@ -91,6 +91,7 @@ TEST_F(FileCacheTest, WhatIsAskedForAllTheTimeStaysRememberedThoughItIsReadAnewE
 // The numbers that the head of FileCache.h gives.
 TEST_F(FileCacheTest, TheFirstRequestCostsWhatReadingAFileCosts) {
   const RootFolder root = Root();
+  BytesOf(Ask(root, "b.txt"));  // what a sanitizer looks at once
   for (const char* name : {"a.txt", "deep/er/still/a.txt"}) {
     const auto calls = Kit::SystemCallsOf([&] { BytesOf(Ask(root, name)); });
     if (!calls) GTEST_SKIP() << "no process may be traced";
