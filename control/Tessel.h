@@ -292,7 +292,8 @@ class Tessel {
   // The port of the listener, 0 when there is none; for ServerPort 0 the port that the system chose.
   std::int32_t ListeningPort() const;
 
-  // Whether the listener is bound. False while running means that binding failed; LogEvent has reported the reason.
+  // Whether the listener listens. False while running means that binding failed, or that something outside this control
+  // ended it; LogEvent has reported the reason, and it is tried again every ten seconds.
   bool IsListening() const;
 
   // The longest body of a POST in bytes; a longer one is answered with status 400. 0 to 2,147,483,647, default 64 MiB.

@@ -54,6 +54,7 @@ class NotifyingSocket::Core final : public TcpConnection::Client, public TcpList
   void OnSent(TcpConnection& connection) override;
   void OnFailed(TcpConnection& connection, int error) override;
   void OnConnectionWaiting(TcpListener& listener) override;
+  void OnListenerFailed(TcpListener&, int error) override { FailLater(error); }
 
   int SendNext(std::string bytes);
   bool Refuse(int error);

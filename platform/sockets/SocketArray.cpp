@@ -209,6 +209,12 @@ void SocketArray::OnConnectionWaiting(TcpListener& listener) {
   if (thrown) std::rethrow_exception(thrown);
 }
 
+void SocketArray::OnListenerFailed(TcpListener& listener, int error) {
+  Element& element = ElementOf(listener.Cookie());
+  Shut(element);
+  Fail(element, error);
+}
+
 void SocketArray::ReadFirst(Element& element) {
   const std::uint64_t generation = element.generation;
   try {
@@ -322,7 +328,10 @@ void SocketArray::OnSent(TcpConnection& connection) {
 }
 
 void SocketArray::OnFailed(TcpConnection& connection, int error) {
-  Element& element = ElementOf(connection.Cookie());
+  Fail(ElementOf(connection.Cookie()), error);
+}
+
+void SocketArray::Fail(Element& element, int error) {
   SetState(element, SocketState::kError);
   const std::int32_t number = SocketErrorOf(error);
   owner_.SocketError(element.index, number, std::string(SocketErrorText(number)));

@@ -181,6 +181,8 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   void OnSent(TcpConnection& connection) override;
   void OnFailed(TcpConnection& connection, int error) override;
   void OnConnectionWaiting(TcpListener& listener) override;
+  void OnListenerFailed(TcpListener& listener, int error) override;
+  void Fail(Element& element, int error);
 
   Element* Find(std::int32_t index);
   const Element* Find(std::int32_t index) const;

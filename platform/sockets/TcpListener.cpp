@@ -71,7 +71,7 @@ bool TcpListener::ListensOn(const Endpoint& own) const {
 
 bool TcpListener::IsConnectionWaiting() const {
   pollfd queue{socket_.Get(), POLLIN, 0};
-  return poll(&queue, 1, 0) == 1;
+  return poll(&queue, 1, 0) == 1 && queue.revents == POLLIN;
 }
 
 UniqueDescriptor TcpListener::Accept(Endpoint& peer, int& error) const {
@@ -97,6 +97,11 @@ void TcpListener::Resume() {
   loop_.Change(watch_, EPOLLIN);
 }
 
-void TcpListener::OnEvents(std::uint64_t, std::uint32_t) { client_.OnConnectionWaiting(*this); }
+void TcpListener::OnEvents(std::uint64_t, std::uint32_t events) {
+  if ((events & (EPOLLERR | EPOLLHUP)) == 0) return client_.OnConnectionWaiting(*this);
+  loop_.Unwatch(std::exchange(watch_, 0));
+  const int error = Option(socket_.Get(), SOL_SOCKET, SO_ERROR);
+  client_.OnListenerFailed(*this, error > 0 ? error : EINVAL);
+}
 
 }  // namespace TesselServer

@@ -39,6 +39,9 @@ class TcpListener final : private LoopClient {
    public:
     // A connection is pending: accept it, or pause the listener. It is reported again until one of these is done.
     virtual void OnConnectionWaiting(TcpListener& listener) = 0;
+    // The socket does not listen any more, by no call of its client: nothing more is reported. `error` is its SO_ERROR,
+    // or EINVAL where it has none, as accept(2) says.
+    virtual void OnListenerFailed(TcpListener& listener, int error) = 0;
 
    protected:
     ~Client() = default;

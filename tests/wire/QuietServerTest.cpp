@@ -1,10 +1,15 @@
 // A server that has no visitors for a long time, on a clock that only the test moves: each client is served all the
 // same.
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "platform/sockets/Endpoint.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/NetworkNamespace.h"
@@ -48,6 +53,38 @@ TEST(QuietServerTest, AClientThatConnectedLongBeforeItSendsIsAnswered) {
     server.Checks(4);
   }
   EXPECT_EQ(server.control.errors, std::vector<std::string>{});
+}
+
+// The descriptor of this process that listens on `port`; -1 for none.
+int ListeningDescriptor(std::int32_t port) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int descriptor = std::stoi(entry.path().filename().string());
+    int listens = 0;
+    socklen_t size = sizeof listens;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) continue;
+    const auto own = Endpoint::OwnOf(descriptor);
+    if (own && own->Port() == port) return descriptor;
+  }
+  return -1;
+}
+
+TEST(QuietServerTest, AListenerThatWasEndedFromOutsideIsRenewedAtTheNextCheck) {
+  QuietServer server;
+  const std::string page = server.control.Write("page.txt", Noise(1000));
+  server.control.Start();
+  const std::int32_t port = server.control.Port();
+  const int descriptor = ListeningDescriptor(port);
+  ASSERT_GE(descriptor, 0);
+  ASSERT_EQ(shutdown(descriptor, SHUT_RDWR), 0);
+  server.loop.RunOnce(0);
+  EXPECT_FALSE(server.control.tessel.IsListening());
+  EXPECT_EQ(server.control.errors, std::vector<std::string>{"Error - TCP::Listen. [10022] Invalid Argument."});
+  EXPECT_FALSE(server.loop.RunOnce(0)) << "nothing is left to deliver until the check";
+  server.Checks(1);
+  EXPECT_TRUE(server.control.tessel.IsListening());
+  EXPECT_EQ(server.control.Port(), port);
+  EXPECT_TRUE(Kit::BodyOf(server.control.Get("/page.txt")) == page);
+  EXPECT_EQ(server.control.errors.size(), 1u);
 }
 
 // Exit codes of the child below; 0 is a server that served.

@@ -91,6 +91,7 @@ TEST_F(TcpConnectionTest, LingersAsAState) {
 
 TEST_F(TcpConnectionTest, ConnectsToBothFamilies) {
   struct Waiting : TcpListener::Client {
+    void OnListenerFailed(TcpListener&, int error) override { ADD_FAILURE() << error; }
     void OnConnectionWaiting(TcpListener& listener) override {
       int error = 0;
       accepted = listener.Accept(peer, error);

@@ -27,8 +27,10 @@ class TcpListenerTest : public testing::Test, protected TcpListener::Client {
   int reports = 0;
   std::vector<UniqueDescriptor> accepted;
   bool pauses = false;
+  std::vector<int> failures;
 
  private:
+  void OnListenerFailed(TcpListener&, int error) override { failures.push_back(error); }
   void OnConnectionWaiting(TcpListener&) override {
     ++reports;
     if (pauses) return listener.Pause();
@@ -105,6 +107,16 @@ TEST_F(TcpListenerTest, KnowsWhetherItListensOnAnAddress) {
   EXPECT_FALSE(listener.ListensOn(own)) << "it listens no more";
   listener.Close();
   EXPECT_FALSE(listener.IsOpen());
+}
+
+TEST_F(TcpListenerTest, OneThatListensNoMoreSaysSoOnceAndReportsNoConnection) {
+  Open(TcpListener::Manner::kServer);
+  shutdown(listener.Descriptor(), SHUT_RDWR);
+  EXPECT_FALSE(listener.IsConnectionWaiting());
+  Kit::Settle(loop);
+  EXPECT_EQ(failures, std::vector<int>{EINVAL});
+  EXPECT_EQ(reports, 0);
+  EXPECT_FALSE(loop.RunOnce(0)) << "nothing is left to deliver";
 }
 
 TEST_F(TcpListenerTest, AnAddressInUseIsRefusedAndLeavesNothingOpen) {
