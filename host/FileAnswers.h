@@ -5,6 +5,7 @@
 // Errors:    as the control's TrapFileDataEX.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -18,9 +19,12 @@ namespace TesselServer {
 //   status.json    the statistics (see StatusJson.h)
 //   requests.svg   the drawing of the last five minutes (see RateDrawing.h)
 //   form.echo      the bytes of the request's body as text/plain, labelled UTF-8 as browsers send forms of pages in
-//                  UTF-8; empty for a GET
+//                  UTF-8; empty for a GET, and the bare header of a 400 above kMaxEchoBytes
 class FileAnswers {
  public:
+  // A longer body is not sent back: clients that do not read their answers would hold that much of memory each.
+  static constexpr std::size_t kMaxEchoBytes = 1024 * 1024;
+
   FileAnswers(Tessel& tessel, const RequestRate& rate) : tessel_(tessel), rate_(rate) {}
 
   // Answers the FileRequest event of connection `index`; none of the three may be kept by caches. Paths are the same in

@@ -1,5 +1,5 @@
-// Makes any text safe for a line of a log or a terminal: it neither ends the line nor controls the terminal, and each
-// line has one meaning.
+// Makes any text safe for a line of a log or a terminal: it neither ends the line nor controls the terminal, and a
+// code that was sent is told from the byte that it means.
 //
 // Thread:    any; pure: values in, text out.
 // Errors:    none.

@@ -8,8 +8,9 @@
 // Thread:    the one that runs the loop, also for everything made for it; debug builds assert it. A loop may be made
 //            on one thread and handed to another before its first turn; once a control on it was started, it belongs to
 //            the first thread that uses it until then. When Run has returned it belongs to the next thread that uses
-//            it. Post and Stop may be called from any thread, Stop also from a signal handler. A process may have
-//            several loops, each on its own thread.
+//            it; a loop driven by RunOnce stays with its thread, which destroys what was made for it. Post and Stop may
+//            be called from any thread, Stop also from a signal handler. A process may have several loops, each on its
+//            own thread.
 // Ownership: the loop outlives every timer and control made for it.
 // Errors:    the constructor and the first Descriptor raise Error when there are no descriptors left. What a timer's
 //            handler or a posted task throws is reported by HandlerFailed.

@@ -70,6 +70,12 @@ TEST_F(FileAnswersTest, ABodyComesBackByteForByte) {
   EXPECT_EQ(BodyOf(control.Get("/form.echo?a=1")), "");
 }
 
+TEST_F(FileAnswersTest, ABodyOfMoreThanAMebibyteIsRefused) {
+  const auto answer = Post("/form.echo", std::string(FileAnswers::kMaxEchoBytes + 1, 'x'));
+  EXPECT_THAT(answer, testing::StartsWith("HTTP/1.0 400 "));
+  EXPECT_EQ(BodyOf(answer), "");
+}
+
 TEST_F(FileAnswersTest, EveryOtherPathIsServedAsAFile) {
   control.Write("index.html", "the start");
   control.Write("sub/status.json", "a file in a folder");

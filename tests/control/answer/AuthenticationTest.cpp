@@ -78,6 +78,8 @@ TEST_F(AuthenticationTest, WithoutAPasswordFileEverybodyIsAdmitted) {
   settings_.AuthenticationSource = e_AuthSource::GolbalFile;
   settings_.AuthenticationSourceFile = tree_.Text() + "/missing.txt";
   EXPECT_TRUE(To("a.html").granted);
+  settings_.AuthenticationSourceFile = tree_.MakeFolder("folder.txt");
+  EXPECT_TRUE(To("a.html").granted) << "a folder is no file";
 }
 
 TEST_F(AuthenticationTest, TheGlobalFileGuardsEverything) {
