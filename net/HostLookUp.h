@@ -49,7 +49,7 @@ class HostLookUp {
   // An address whose first number is in the highest byte, in network byte order.
   static std::uint32_t NetworkOrder(std::uint32_t address);
 
- private:
+ protected:
   const World& world_;
 };
 

@@ -6,9 +6,8 @@
 #include <limits>
 #include <optional>
 
-#include "net/HostLookUp.h"
 #include "platform/network/NetworkNames.h"
-#include "platform/sockets/SocketErrors.h"
+#include "platform/world/SystemErrors.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
@@ -31,32 +30,11 @@ std::int32_t PlainNumber(std::string_view text, std::int32_t most) {
 
 }  // namespace
 
-const std::string_view cls_WinSock::kUnknown = HostLookUp::kUnknown;
-static_assert(cls_WinSock::kNoAddress == HostLookUp::kNoAddress);
-static_assert(cls_WinSock::kMaxHostNameBytes == HostLookUp::kMaxHostNameBytes);
-static_assert(cls_WinSock::kMaxLookupBytes == HostLookUp::kMaxLookupBytes);
-
 bool cls_WinSock::SocketsStartup(std::string& description) {
   if (started_) return true;
   description = kDescription;
   started_ = true;
   return true;
-}
-
-std::string cls_WinSock::HostNameFromAddress(std::string_view text) const {
-  return HostLookUp(world_).HostNameFromAddress(text);
-}
-
-std::int32_t cls_WinSock::AddressFromText(std::string_view text) const {
-  return HostLookUp(world_).AddressFromText(text);
-}
-
-std::string cls_WinSock::HostNameFromLong(std::int32_t address) const {
-  return HostLookUp(world_).HostNameFromLong(address);
-}
-
-std::int32_t cls_WinSock::AddressFromDottedText(std::string_view text) {
-  return HostLookUp::AddressFromDottedText(text);
 }
 
 std::string cls_WinSock::AddressText(std::int32_t address) {
@@ -72,7 +50,7 @@ std::string cls_WinSock::HostOrderAddressText(std::int64_t address) {
   const bool fits =
       address >= std::numeric_limits<std::int32_t>::min() && address <= std::numeric_limits<std::uint32_t>::max();
   if (!fits) return std::string(kNoHostOrderText);
-  return AddressText(static_cast<std::int32_t>(HostLookUp::NetworkOrder(static_cast<std::uint32_t>(address))));
+  return AddressText(static_cast<std::int32_t>(NetworkOrder(static_cast<std::uint32_t>(address))));
 }
 
 std::string cls_WinSock::LocalHostName() const {

@@ -1,7 +1,5 @@
-// Names, addresses and error texts of the network, and plain TCP sockets.
-//
-// An address is an IPv4 address in network byte order, held in 32 bits: its first byte in memory is the first number of
-// its dotted text.
+// Names, addresses and error texts of the network, and plain TCP sockets. Look-ups of hosts, and what an address is,
+// come from HostLookUp.
 //
 // Thread:    the host's thread only. A look-up in the name service may keep it waiting for about a second.
 // Ownership: sockets stay the caller's.
@@ -9,17 +7,16 @@
 //            in its LastError.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include <TesselServer/HostLookUp.h>
 #include <TesselServer/NotifyingSocket.h>
 
 namespace TesselServer {
 
-class World;
 World& SystemWorld();
 
 //   cls_WinSock sockets;
@@ -33,17 +30,13 @@ World& SystemWorld();
 //   NotifyingSocket socket(loop);
 //   socket.Handlers(std::move(handlers));
 //   if (sockets.ConnectSocket(socket, "printer.example.org", 9100)) Show("connecting");  // handlers.Connected follows
-class cls_WinSock {
+class cls_WinSock : public HostLookUp {
  public:
-  static constexpr std::int32_t kNoAddress = -1;                   // also the number of the address 255.255.255.255
-  static const std::string_view kUnknown;                          // "Unknown", the name of a host that has none
   static constexpr std::int32_t kNoNumber = -1;                    // of a name that no protocol and no service has
   static constexpr std::string_view kNoHostOrderText = "0.0.0.0";  // of a number that is no address
-  static constexpr std::size_t kMaxHostNameBytes = 256;            // longer names of the name service are cut here
-  static constexpr std::size_t kMaxLookupBytes = 255;  // no host name is longer, so nothing longer is asked for
 
   // `world` is for tests: names and addresses are looked up in it.
-  explicit cls_WinSock(const World& world = SystemWorld()) : world_(world) {}
+  explicit cls_WinSock(const World& world = SystemWorld()) : HostLookUp(world) {}
 
   // Makes the sockets ready and returns in `description` what they are. Always true. A second start changes nothing,
   // the description neither.
@@ -54,25 +47,6 @@ class cls_WinSock {
 
   // True between SocketsStartup and SocketsCleanup. Default: false.
   bool Started() const { return started_; }
-
-  // The name of the host that `text`, a dotted address or a host name, belongs to. "Unknown" when `text` has no address
-  // or the address no name.
-  std::string HostNameFromAddress(std::string_view text) const;
-
-  // The address that `text` names: one to four numbers with "." between them, each decimal, octal (leading "0") or
-  // hexadecimal (leading "0x"), the last one filling all bytes that are left ("127.1" is 127.0.0.1), as inet_addr(3)
-  // reads them; white space may follow. Anything else is looked up as a host name. kNoAddress when it is not found,
-  // and for "255.255.255.255", whose number says the same.
-  std::int32_t AddressFromText(std::string_view text) const;
-
-  // The name that the name service has for `address`, at most kMaxHostNameBytes and up to its first NUL. "Unknown" when
-  // there is none, or when it has another byte than letters, digits, "." "_" and "-": the owner of an address decides
-  // on its name, and the name goes into pages.
-  std::string HostNameFromLong(std::int32_t address) const;
-
-  // The address of a dotted text, in the forms that AddressFromText reads and without a query. kNoAddress for
-  // any other text.
-  static std::int32_t AddressFromDottedText(std::string_view text);
 
   // The dotted text of an address: "192.0.2.7". kNoAddress has its fallback, "255.255.255.255".
   static std::string AddressText(std::int32_t address);
@@ -124,7 +98,6 @@ class cls_WinSock {
   static bool SetSocketOption(NotifyingSocket& socket, SocketOption option, std::int32_t value);
 
  private:
-  const World& world_;
   bool started_ = false;
 };
 

@@ -1,5 +1,5 @@
 set(SOURCES HostLookUp.cpp)
-set(PUBLIC_HEADERS)
+set(PUBLIC_HEADERS HostLookUp.h)
 set(TOOLBOX_SOURCES
   cls_INet.cpp
   cls_WinSock.cpp)

@@ -28,7 +28,6 @@ set(SOURCES
   sockets/NoPipeSignal.cpp
   sockets/Outgoing.cpp
   sockets/SocketArray.cpp
-  sockets/SocketErrors.cpp
   sockets/TcpConnection.cpp
   sockets/TcpListener.cpp
   world/HostProcess.cpp

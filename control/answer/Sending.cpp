@@ -4,7 +4,7 @@
 
 #include "control/answer/AccessLog.h"
 #include "control/answer/RecordSetup.h"
-#include "platform/sockets/SocketErrors.h"
+#include "platform/world/SystemErrors.h"
 
 namespace TesselServer {
 

@@ -7,8 +7,8 @@
 
 #include "control/answer/RecordSetup.h"
 #include "control/life/ComponentVersion.h"
-#include "platform/sockets/SocketErrors.h"
 #include "platform/world/Error.h"
+#include "platform/world/SystemErrors.h"
 #include "support/Text.h"
 
 namespace TesselServer {

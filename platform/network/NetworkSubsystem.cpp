@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <limits>
 
-#include "platform/sockets/SocketErrors.h"
 #include "platform/world/SystemErrors.h"
 #include "platform/world/UniqueDescriptor.h"
 #include "platform/world/World.h"

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
-#include "platform/sockets/SocketErrors.h"
 #include "platform/sockets/SocketOptions.h"
 #include "platform/sockets/TcpConnection.h"
 #include "platform/sockets/TcpListener.h"

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
-#include "platform/sockets/SocketErrors.h"
 #include "platform/world/Error.h"
 #include "platform/world/SystemErrors.h"
 

@@ -9,7 +9,7 @@
 
 #include "net/cls_WinSock.h"
 #include "platform/loop/EventLoop.h"
-#include "platform/sockets/SocketErrors.h"
+#include "platform/world/SystemErrors.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 
