@@ -35,9 +35,6 @@ inline void Empty(std::string& text, std::size_t mostKept) {
   }
 }
 
-// A byte below 0x20, or 0x7F.
-constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
 // Where the first CR or LF is, the length of `text` when there is none. For one look at a text: it may pass over
 // more than the line.
 std::size_t FindLineEnd(std::string_view text);

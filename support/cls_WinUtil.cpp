@@ -7,6 +7,7 @@
 #include "platform/files/FileSystem.h"
 #include "platform/world/Error.h"
 #include "support/Format.h"
+#include "support/PathText.h"
 #include "support/Text.h"
 
 namespace TesselServer {
@@ -14,8 +15,6 @@ namespace {
 
 constexpr std::string_view kTwoDigits = "0#";
 constexpr std::string_view kPlatformId = "2";
-
-bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // `path` from the file system's root on. "" when the working folder cannot be determined.
 std::string AbsolutePath(std::string_view path) {

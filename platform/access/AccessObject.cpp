@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <utility>
 
@@ -36,18 +35,14 @@ int FindObject(std::string_view path) {
 
 AccessObject::AccessObject(std::string_view path) : descriptor_(FindObject(path)) {}
 
-AccessObject::~AccessObject() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
 std::errc AccessObject::Read(AccessList& list) const {
-  if (descriptor_ < 0) return static_cast<std::errc>(-descriptor_);
+  if (!descriptor_.IsOpen()) return static_cast<std::errc>(-descriptor_.Get());
   std::string value(AccessList::kMaxBytes, '\0');
   const ssize_t length = getxattr(SystemName().c_str(), kAttribute, value.data(), value.size());
   if (length < 0) {
     if (errno != ENODATA) return LastError();
     struct stat status;
-    if (fstat(descriptor_, &status) != 0) return LastError();
+    if (fstat(descriptor_.Get(), &status) != 0) return LastError();
     list = AccessList::FromMode(status.st_mode);
     return {};
   }
@@ -58,13 +53,13 @@ std::errc AccessObject::Read(AccessList& list) const {
 }
 
 std::errc AccessObject::Write(const AccessList& list) const {
-  if (descriptor_ < 0) return static_cast<std::errc>(-descriptor_);
+  if (!descriptor_.IsOpen()) return static_cast<std::errc>(-descriptor_.Get());
   const std::string value = list.Bytes();
   return setxattr(SystemName().c_str(), kAttribute, value.data(), value.size(), 0) == 0 ? std::errc() : LastError();
 }
 
 // The name by which the system lets a descriptor's object be asked for extended attributes, for which a descriptor
 // without rights is not enough.
-std::string AccessObject::SystemName() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+std::string AccessObject::SystemName() const { return "/proc/self/fd/" + std::to_string(descriptor_.Get()); }
 
 }  // namespace TesselServer

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "platform/access/AccessList.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -28,9 +29,6 @@ class AccessObject {
   // reading, so neither a file without permissions nor a FIFO is an obstacle. Where /proc is not mounted, or no
   // descriptor is left, nothing can be found.
   explicit AccessObject(std::string_view path);
-  AccessObject(const AccessObject&) = delete;
-  AccessObject& operator=(const AccessObject&) = delete;
-  ~AccessObject();
 
   // Reads the access list, or makes one of the permission bits where the object has none of its own. Fails with
   // what finding the object failed with (invalid_argument for a path with a NUL), operation_not_supported where the
@@ -47,7 +45,7 @@ class AccessObject {
  private:
   std::string SystemName() const;
 
-  int descriptor_;  // a negative errno(3) value when there is none
+  UniqueDescriptor descriptor_;  // a negative errno(3) value when there is none
 };
 
 }  // namespace TesselServer

@@ -13,14 +13,17 @@ namespace {
 
 constexpr std::size_t kFirstRecordBytes = 1024;  // enough for most; a longer one is asked for again
 
-// Calls one of the system's look-ups, `ask(buffer, size)`, with as much memory as its record needs. Its errno(3) value.
-template <typename Ask>
-int AskWithRoom(std::vector<char>& record, Ask ask) {
+// Calls one of the system's look-ups with as much memory as its record needs. The record it has found, or null; `error`
+// is its errno(3) value.
+template <typename Key, typename Entry>
+const Entry* Ask(int (*lookUp)(Key, Entry*, char*, std::size_t, Entry**), Key key, Entry& entry,
+                 std::vector<char>& record, int& error) {
   if (record.empty()) record.resize(kFirstRecordBytes);
   for (;;) {
-    const int error = ask(record.data(), record.size());
+    Entry* found = nullptr;
+    error = lookUp(key, &entry, record.data(), record.size(), &found);
     if (error == EINTR) continue;
-    if (error != ERANGE || record.size() >= Accounts::kMaxRecordBytes) return error;
+    if (error != ERANGE || record.size() >= Accounts::kMaxRecordBytes) return found;
     record.resize(2 * record.size());
   }
 }
@@ -42,35 +45,24 @@ std::errc Accounts::Find(Trustee::Kind kind, const std::string& name, std::optio
   int error = 0;
   if (kind == Trustee::Kind::kUser) {
     passwd entry;
-    passwd* found = nullptr;
-    error = AskWithRoom(record_, [&](char* buffer, std::size_t size) {
-      return getpwnam_r(name.c_str(), &entry, buffer, size, &found);
-    });
-    if (found != nullptr) id = found->pw_uid;
+    if (const auto* found = Ask(&getpwnam_r, name.c_str(), entry, record_, error)) id = found->pw_uid;
   } else {
     group entry;
-    group* found = nullptr;
-    error = AskWithRoom(record_, [&](char* buffer, std::size_t size) {
-      return getgrnam_r(name.c_str(), &entry, buffer, size, &found);
-    });
-    if (found != nullptr) id = found->gr_gid;
+    if (const auto* found = Ask(&getgrnam_r, name.c_str(), entry, record_, error)) id = found->gr_gid;
   }
   if (IsMissing(error)) error = id ? 0 : WantOfDescriptors();
   return static_cast<std::errc>(error);
 }
 
 const char* Accounts::Name(const Trustee& trustee) {
+  int error = 0;
   if (trustee.kind == Trustee::Kind::kUser) {
     passwd entry;
-    passwd* found = nullptr;
-    AskWithRoom(record_,
-                [&](char* buffer, std::size_t size) { return getpwuid_r(trustee.id, &entry, buffer, size, &found); });
+    const auto* found = Ask(&getpwuid_r, trustee.id, entry, record_, error);
     return found != nullptr ? found->pw_name : nullptr;
   }
   group entry;
-  group* found = nullptr;
-  AskWithRoom(record_,
-              [&](char* buffer, std::size_t size) { return getgrgid_r(trustee.id, &entry, buffer, size, &found); });
+  const auto* found = Ask(&getgrgid_r, trustee.id, entry, record_, error);
   return found != nullptr ? found->gr_name : nullptr;
 }
 

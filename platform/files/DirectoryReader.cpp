@@ -48,7 +48,7 @@ std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsign
   if (fstatat(directory_, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
   const bool isLink = S_ISLNK(status.st_mode);
   if (isLink && fstatat(directory_, name, &status, 0) != 0) return std::nullopt;
-  if (KindOf(status) != wanted_) return std::nullopt;
+  if (KindOf(status.st_mode) != wanted_) return std::nullopt;
   const std::uint32_t kept = wanted_ == EntryKind::kFile ? KeptAttributes(name, status, isLink) : 0;
   return DirectoryEntry{name, FactsOfStatus(status, kept), isLink};
 }

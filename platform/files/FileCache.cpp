@@ -12,6 +12,7 @@
 
 #include "platform/files/FolderStream.h"
 #include "platform/files/OpenPaths.h"
+#include "platform/files/PathWalk.h"
 #include "platform/world/UniqueDescriptor.h"
 #include "platform/world/World.h"
 
@@ -97,10 +98,6 @@ std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int des
   file.contents = std::make_shared<const std::string>(std::move(contents));
   return std::make_shared<const CachedFile>(std::move(file));
 }
-
-const char* LastNameOf(const std::string& path) { return path.c_str() + path.rfind('/') + 1; }
-
-std::string FolderPathOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 bool ReadWhole(int file, std::int64_t expected, std::int64_t limit, std::string& bytes) {
   constexpr std::size_t kLeastRoom = 4096;

@@ -73,10 +73,6 @@ class FileCache {
   std::int64_t untrustedUntil_ = 0;
 };
 
-// The last name of a path with a separator in it, and what comes before that name.
-const char* LastNameOf(const std::string& path);
-std::string FolderPathOf(const std::string& path);
-
 // Reads `file` from its beginning to its end, whatever its length now; `expected` is what it was when it was opened.
 // False when it is longer than `limit` bytes or cannot be read; `bytes` then holds what was read.
 bool ReadWhole(int file, std::int64_t expected, std::int64_t limit, std::string& bytes);

@@ -24,8 +24,6 @@ constexpr std::uint32_t kDosAttributes = FileAttribute::kHidden | FileAttribute:
 constexpr mode_t kAllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr mode_t kPermissions = 07777;
 
-bool IsSeparator(char c) { return c == '/' || c == '\\'; }
-
 // What is at a path, as the system is asked for it.
 struct Located {
   std::string path;  // "" when nothing of interest exists
@@ -35,6 +33,7 @@ struct Located {
 Located Locate(std::string_view path) {
   Located located{WithSlashes(path), {}};
   if (path.empty() || path.find('\0') != std::string_view::npos) return {};
+  const bool asFolder = located.path.back() == '/';
   int failed = stat(located.path.c_str(), &located.status);
   if (failed != 0 && (errno == ENOENT || errno == ENOTDIR)) {
     auto spelling = TrueSpelling(&OpenAnywhere, AT_FDCWD, located.path);
@@ -43,9 +42,8 @@ Located Locate(std::string_view path) {
     failed = stat(located.path.c_str(), &located.status);
   }
   if (failed != 0) return {};
-  const EntryKind kind = KindOf(located.status);
-  const bool isFileAsFolder = kind == EntryKind::kFile && IsSeparator(path.back());
-  return kind == EntryKind::kNone || isFileAsFolder ? Located{} : located;
+  const EntryKind kind = KindOf(located.status.st_mode);
+  return kind == EntryKind::kNone || (kind == EntryKind::kFile && asFolder) ? Located{} : located;
 }
 
 // Writes the extended attribute; a read-only file must be writable for as long as that takes.
@@ -57,14 +55,10 @@ bool WriteKeptAttributes(const Located& entry, std::uint32_t attributes) {
   return (!isReadOnly || chmod(entry.path.c_str(), permissions) == 0) && written;
 }
 
-mode_t WithReadOnly(mode_t permissions, bool readOnly) {
-  if (readOnly) return permissions & ~kAllMayWrite;
-  return permissions | S_IWUSR;
-}
-
 int OpenForTimes(const Located& entry) {
   constexpr int kFlags = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  if (KindOf(entry.status) == EntryKind::kDirectory) return open(entry.path.c_str(), O_RDONLY | O_DIRECTORY | kFlags);
+  if (KindOf(entry.status.st_mode) == EntryKind::kDirectory)
+    return open(entry.path.c_str(), O_RDONLY | O_DIRECTORY | kFlags);
   return open(entry.path.c_str(), O_RDWR | kFlags);
 }
 
@@ -89,7 +83,7 @@ void GoTo(std::string& path, std::string_view component) {
 
 FileFacts FactsOfStatus(const struct stat& status, std::uint32_t dosAttributes) {
   FileFacts facts;
-  facts.kind = KindOf(status);
+  facts.kind = KindOf(status.st_mode);
   facts.attributes = dosAttributes & kDosAttributes;
   if ((status.st_mode & S_IWUSR) == 0) facts.attributes |= FileAttribute::kReadOnly;
   if (facts.kind == EntryKind::kDirectory) facts.attributes |= FileAttribute::kDirectory;
@@ -118,7 +112,7 @@ bool WriteFileAttributes(std::string_view path, std::uint32_t attributes) {
   const bool wasReadOnly = (permissions & S_IWUSR) == 0;
   const bool readOnly = (attributes & FileAttribute::kReadOnly) != 0;
   if (readOnly == wasReadOnly) return true;
-  return chmod(entry.path.c_str(), WithReadOnly(permissions, readOnly)) == 0;
+  return chmod(entry.path.c_str(), readOnly ? permissions & ~kAllMayWrite : permissions | S_IWUSR) == 0;
 }
 
 bool WriteFileTime(std::string_view path, FileTime which, std::int64_t utcSeconds) {

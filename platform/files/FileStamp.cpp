@@ -33,9 +33,9 @@ std::int64_t Nanoseconds(const timespec& moment) {
 
 }  // namespace
 
-EntryKind KindOf(const struct stat& status) {
-  if (S_ISREG(status.st_mode)) return EntryKind::kFile;
-  if (S_ISDIR(status.st_mode)) return EntryKind::kDirectory;
+EntryKind KindOf(std::uint32_t mode) {
+  if (S_ISREG(mode)) return EntryKind::kFile;
+  if (S_ISDIR(mode)) return EntryKind::kDirectory;
   return EntryKind::kNone;
 }
 
@@ -76,12 +76,6 @@ Reading::Reading(const FileStamp& stamp, const World& world)
 
 bool Reading::IsFresh(const World& world) const {
   return isSettled_ && world.MonotonicMilliseconds() - began_ < kMaxAgeMilliseconds;
-}
-
-std::string JoinPath(std::string_view root, std::string_view name) {
-  std::string path(root);
-  if (!name.empty()) path.append(path.ends_with('/') ? "" : "/").append(name);
-  return path;
 }
 
 }  // namespace TesselServer

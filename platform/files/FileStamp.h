@@ -53,7 +53,8 @@ struct FileStamp {
 
 // The rest of this header is for the platform only.
 
-EntryKind KindOf(const struct stat& status);
+// What has this type (st_mode, inode(7)).
+EntryKind KindOf(std::uint32_t mode);
 FileStamp StampOf(const struct stat& status);
 
 // The stamp of what is open as `descriptor`, and of what `path` leads to: links are followed wherever they go, or the
@@ -96,8 +97,5 @@ class Reading {
   std::int64_t began_;  // World::MonotonicMilliseconds
   bool isSettled_;
 };
-
-// `name` below the folder `root`; "" is the folder itself.
-std::string JoinPath(std::string_view root, std::string_view name);
 
 }  // namespace TesselServer

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -14,7 +13,6 @@
 #include "platform/files/PathWalk.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
-#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 namespace {
@@ -43,8 +41,7 @@ OpenFile OpenAnyCase(std::string_view path, int flags) {
   }
   if (opened < 0) return {};
   OpenFile file(opened);
-  if (file.Kind() == EntryKind::kFile && text.back() == '/') file.Close();
-  return file;
+  return file.Kind() == EntryKind::kFile && text.back() == '/' ? OpenFile() : std::move(file);
 }
 
 // Whether no file system takes the name for another one, but for the case of its letters. Some take letters beyond
@@ -61,36 +58,18 @@ bool IsPlain(std::string_view name) {
 }  // namespace
 
 OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
-  struct stat status;
-  if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0) kind_ = KindOf(status);
-  if (kind_ == EntryKind::kNone) {
-    Close();
-  } else {
-    stamp_ = StampOf(status);
-  }
+  if (descriptor < 0) return;
+  stamp_ = StampOfDescriptor(descriptor).value_or(FileStamp());
+  if (KindOf(stamp_.mode) == EntryKind::kNone) *this = {};
 }
 
 OpenFile::OpenFile(std::shared_ptr<const CachedFile> cached)
-    : cached_(std::move(cached)), kind_(EntryKind::kFile), stamp_(cached_->reading.Stamp()) {}
-
-OpenFile::OpenFile(OpenFile&& other) noexcept { *this = std::move(other); }
-
-OpenFile& OpenFile::operator=(OpenFile&& other) noexcept {
-  if (this == &other) return *this;
-  Close();
-  descriptor_ = std::exchange(other.descriptor_, -1);
-  cached_ = std::move(other.cached_);
-  kind_ = std::exchange(other.kind_, EntryKind::kNone);
-  stamp_ = std::exchange(other.stamp_, {});
-  return *this;
-}
-
-OpenFile::~OpenFile() { Close(); }
+    : cached_(std::move(cached)), stamp_(cached_->reading.Stamp()) {}
 
 bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
   bytes.clear();
-  if (kind_ != EntryKind::kFile) return false;
-  if (!cached_) return ReadWhole(descriptor_, stamp_.size, limit, bytes);
+  if (Kind() != EntryKind::kFile) return false;
+  if (!cached_) return ReadWhole(Descriptor(), stamp_.size, limit, bytes);
   const auto most = static_cast<std::size_t>(std::max<std::int64_t>(limit, 0));
   bytes.assign(*cached_->contents, 0, most);
   return cached_->contents->size() <= most;
@@ -98,21 +77,13 @@ bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
 
 std::string OpenFile::CanonicalPath() const {
   if (!IsOpen()) return {};
-  if (!cached_) return PathOfDescriptor(descriptor_);
+  if (!cached_) return PathOfDescriptor(Descriptor());
   const UniqueDescriptor file(OpenAnywhere(AT_FDCWD, cached_->path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   const auto stamp = StampOfDescriptor(file.Get());
   return stamp && stamp->identity == Identity() ? PathOfDescriptor(file.Get()) : std::string();
 }
 
 std::shared_ptr<const std::string> OpenFile::Contents() const { return cached_ ? cached_->contents : nullptr; }
-
-void OpenFile::Close() {
-  if (descriptor_ >= 0) close(descriptor_);
-  descriptor_ = -1;
-  cached_.reset();
-  kind_ = EntryKind::kNone;
-  stamp_ = {};
-}
 
 RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
 

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "platform/files/FileStamp.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -33,18 +34,13 @@ class OpenFile {
   explicit OpenFile(int descriptor);
   // Platform only: an open file whose contents come from the cache.
   explicit OpenFile(std::shared_ptr<const CachedFile> cached);
-  OpenFile(OpenFile&& other) noexcept;
-  OpenFile& operator=(OpenFile&& other) noexcept;
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  ~OpenFile();
 
   // What it was when it was opened. kNone when nothing is open; only regular files and directories ever are.
-  EntryKind Kind() const { return kind_; }
-  bool IsOpen() const { return kind_ != EntryKind::kNone; }
+  EntryKind Kind() const { return IsOpen() ? KindOf(stamp_.mode) : EntryKind::kNone; }
+  bool IsOpen() const { return descriptor_.IsOpen() || cached_ != nullptr; }
 
   // Length in bytes when it was opened; 0 for a directory.
-  std::int64_t Size() const { return kind_ == EntryKind::kFile ? stamp_.size : 0; }
+  std::int64_t Size() const { return Kind() == EntryKind::kFile ? stamp_.size : 0; }
 
   FileIdentity Identity() const { return stamp_.identity; }
 
@@ -61,19 +57,16 @@ class OpenFile {
   // The whole contents where they are remembered, null otherwise.
   std::shared_ptr<const std::string> Contents() const;
 
-  void Close();
-
   // Platform only. -1 for a file whose contents are remembered.
-  int Descriptor() const { return descriptor_; }
+  int Descriptor() const { return descriptor_.Get(); }
   // Platform only. Null for one whose contents are not.
   const CachedFile* Cached() const { return cached_.get(); }
   // Platform only. What the system said of it when it was opened.
   const FileStamp& Stamp() const { return stamp_; }
 
  private:
-  int descriptor_ = -1;
+  UniqueDescriptor descriptor_{-1};
   std::shared_ptr<const CachedFile> cached_;
-  EntryKind kind_ = EntryKind::kNone;
   FileStamp stamp_;
 };
 

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/files/PathWalk.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {

@@ -11,6 +11,7 @@
 #include "platform/files/FileCache.h"
 #include "platform/files/FolderStream.h"
 #include "platform/files/OpenPaths.h"
+#include "platform/files/PathWalk.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -51,7 +52,7 @@ std::optional<std::string> OtherSpelling(int folder, std::string_view name) {
 }
 
 NeighbourFile OpenNamed(int folder, const std::string& name, const struct stat& status) {
-  if (KindOf(status) == EntryKind::kDirectory) return {State::kMissing, {}};
+  if (KindOf(status.st_mode) == EntryKind::kDirectory) return {State::kMissing, {}};
   return {State::kFound, OpenFile(OpenAnywhereOrRaise(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))};
 }
 

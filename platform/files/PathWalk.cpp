@@ -16,11 +16,6 @@
 namespace TesselServer {
 namespace {
 
-bool IsControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
 bool HasLetter(std::string_view name) {
   return std::any_of(name.begin(), name.end(), [](char c) { return UpperAscii(c) >= 'A' && UpperAscii(c) <= 'Z'; });
 }
@@ -132,6 +127,16 @@ std::string WithSlashes(std::string_view path) {
   std::replace(text.begin(), text.end(), '\\', '/');
   return text;
 }
+
+std::string JoinPath(std::string_view root, std::string_view name) {
+  std::string path(root);
+  if (!name.empty()) path.append(path.ends_with('/') ? "" : "/").append(name);
+  return path;
+}
+
+const char* LastNameOf(const std::string& path) { return path.c_str() + path.rfind('/') + 1; }
+
+std::string FolderPathOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, FolderCache* known) {
   const Walk walk{open, folder, known};

@@ -31,6 +31,12 @@ std::optional<CollapsedPath> CollapsePath(std::string_view path);
 // `path` with "/" for every "\".
 std::string WithSlashes(std::string_view path);
 
+// `name` below the folder `root`; "" is the folder itself. The last name of a path ("/" separators), and what comes
+// before that name, its separator included.
+std::string JoinPath(std::string_view root, std::string_view name);
+const char* LastNameOf(const std::string& path);
+std::string FolderPathOf(const std::string& path);
+
 // The path that `path` ("/" separators) has on disk: each component in the spelling given, else as the first name in
 // byte order that is equal without regard to ASCII case. The text keeps the names of links that were followed, except
 // where `open` refuses one with EXDEV and the link ends beneath `folder` all the same: there the walk goes on at the

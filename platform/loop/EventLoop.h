@@ -11,9 +11,10 @@
 //            it; a loop driven by RunOnce stays with its thread, which destroys what was made for it. Post and Stop may
 //            be called from any thread, Stop also from a signal handler. A process may have several loops, each on its
 //            own thread.
-// Ownership: the loop outlives every timer and control made for it.
-// Errors:    the constructor and the first Descriptor raise Error when there are no descriptors left. What a timer's
-//            handler or a posted task throws is reported by HandlerFailed.
+// Ownership: the loop outlives every timer, socket and control made for it; debug builds assert it of running timers
+//            and of open sockets.
+// Errors:    the constructor and the first Descriptor raise Error when there are no descriptors left. What a handler of
+//            a timer or a plain socket, or a posted task, throws is reported by HandlerFailed.
 #pragma once
 
 #include <cstdint>
@@ -50,8 +51,9 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop();
 
-  // Event HandlerFailed(Text): a timer's handler or a posted task has thrown; the text is "Timer: " or "Task: " and
-  // what the exception says. The loop goes on. What a handler of this event throws is dropped.
+  // Event HandlerFailed(Text): a handler of a timer or a plain socket, or a posted task, has thrown; the text is
+  // "Timer: ", "Socket: " or "Task: " and what the exception says. The loop goes on. What a handler of this event
+  // throws is dropped.
   Event<std::string&> HandlerFailed{this};
 
   // Runs turns until Stop is called; returns at once when it was called before. Inside a notification the loop runs

@@ -1,11 +1,9 @@
 #include "platform/loop/LoopCore.h"
 
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cassert>
 #include <cerrno>
 #include <exception>
@@ -51,7 +49,8 @@ LoopCore::LoopCore(World& world, std::function<void(std::string)> report)
     : world_(world),
       report_(std::move(report)),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
-      wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+      wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      fetched_(EventLoop::kEventsPerTurn) {
   if (!epoll_.IsOpen() || !wake_.IsOpen()) throw SystemError(errno);
   epoll_event event{};
   event.events = EPOLLIN;
@@ -59,7 +58,12 @@ LoopCore::LoopCore(World& world, std::function<void(std::string)> report)
   if (epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, wake_.Get(), &event) != 0) throw SystemError(errno);
 }
 
-LoopCore::~LoopCore() = default;
+LoopCore::~LoopCore() {
+  tasks_.splice(tasks_.end(), posted_);
+  std::exchange(tasks_, {}).clear();  // what they hold may be a timer of this loop
+  assert(timers_.empty() && "a timer is destroyed before its loop");
+  assert(freePlaces_.size() == watches_.size() && "what watches a descriptor is destroyed before its loop");
+}
 
 std::int64_t LoopCore::Now() const { return depth_ > 0 ? now_ : world_.MonotonicMilliseconds(); }
 
@@ -122,24 +126,18 @@ std::int32_t LoopCore::WaitLimit(std::int32_t milliseconds) const {
 
 // Fetches what the kernel has, when all that was known is delivered.
 void LoopCore::Ask(std::int32_t milliseconds) {
-  fetched_.clear();
+  const int count = epoll_wait(epoll_.Get(), fetched_.data(), static_cast<int>(fetched_.size()), milliseconds);
   fetchedNext_ = 0;
-  std::array<epoll_event, EventLoop::kEventsPerTurn> events;
-  const int count = epoll_wait(epoll_.Get(), events.data(), static_cast<int>(events.size()), milliseconds);
-  for (int i = 0; i < count; ++i) {
-    const epoll_event& event = events[static_cast<std::size_t>(i)];
-    if (event.data.u64 == kWakeMark) {
-      TakePosted();
-    } else {
-      fetched_.push_back({event.data.u64, event.events});
-    }
+  fetchedEnd_ = static_cast<std::size_t>(std::max(count, 0));
+  for (std::size_t i = 0; i < fetchedEnd_; ++i) {
+    if (fetched_[i].data.u64 == kWakeMark) TakePosted();
   }
 }
 
 // One event, one task, and so on: however long the turn is, one of each is delivered, or nothing would go on at all;
 // the rest as far as its time goes. A task that is posted by a task waits for the next time.
 bool LoopCore::Deliver() {
-  std::size_t events = fetched_.size() - fetchedNext_;
+  std::size_t events = fetchedEnd_ - fetchedNext_;
   std::size_t tasks = tasks_.size();
   bool delivered = false;
   while ((events > 0 || tasks > 0) && !(delivered && TurnIsLong())) {
@@ -158,16 +156,16 @@ bool LoopCore::Deliver() {
 
 bool LoopCore::DeliverEvent() {
   if (!KnowsEvents()) return false;
-  const Fetched next = fetched_[fetchedNext_++];
-  const WatchEntry entry = *Find(next.watch);
+  const epoll_event next = fetched_[fetchedNext_++];
+  const WatchEntry entry = *Find(next.data.u64);
   entry.client->OnEvents(entry.cookie, next.events);
   return true;
 }
 
-// Whether an event is left to deliver; those of watches that were taken back meanwhile are skipped.
+// Whether an event is left to deliver; the loop's own and those of watches that were taken back meanwhile are skipped.
 bool LoopCore::KnowsEvents() {
-  while (fetchedNext_ < fetched_.size() && Find(fetched_[fetchedNext_].watch) == nullptr) ++fetchedNext_;
-  return fetchedNext_ < fetched_.size();
+  while (fetchedNext_ < fetchedEnd_ && Find(fetched_[fetchedNext_].data.u64) == nullptr) ++fetchedNext_;
+  return fetchedNext_ < fetchedEnd_;
 }
 
 // ---- Watches.
@@ -257,7 +255,6 @@ bool LoopCore::DeliverTask() {
   return true;
 }
 
-// Runs what the host gave to the loop; its failure is reported and does not end the host's loop.
 void LoopCore::Guard(std::string_view what, const std::function<void()>& handler) {
   std::string failure(what);
   try {

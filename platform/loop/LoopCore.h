@@ -3,8 +3,11 @@
 //
 // Thread:    the loop's thread; Stop and Post of a task without an owner may be called from any.
 // Ownership: clients and owners of tasks are not owned; they remove their watches and tasks before they are destroyed.
-// Errors:    the constructor raises Error; the rest reports failure by its result.
+// Errors:    the constructor raises Error; the rest reports failure by its result. The destructor asserts that no
+//            running timer and no watch is left.
 #pragma once
+
+#include <sys/epoll.h>
 
 #include <atomic>
 #include <cstdint>
@@ -49,7 +52,7 @@ struct TimerState {
 
 class LoopCore {
  public:
-  // `report` is called with what a timer's handler or a posted task without an owner has thrown.
+  // `report` is called with what a handler or a task of the host has thrown.
   LoopCore(World& world, std::function<void(std::string)> report);
   LoopCore(const LoopCore&) = delete;
   LoopCore& operator=(const LoopCore&) = delete;
@@ -89,6 +92,9 @@ class LoopCore {
   // Keeps `thing` until no handler is on the stack, then drops it; at once when none is.
   void DeleteLater(std::shared_ptr<void> thing);
 
+  // Calls a handler of the host. What it throws is reported, after `what` and ": ", and does not end the host's loop.
+  void Guard(std::string_view what, const std::function<void()>& handler);
+
  private:
   struct WatchEntry {
     LoopClient* client = nullptr;
@@ -99,10 +105,6 @@ class LoopCore {
   struct Task {
     const void* owner;  // nullptr: the host's
     std::function<void()> run;
-  };
-  struct Fetched {
-    WatchId watch;
-    std::uint32_t events;
   };
   class Nesting;
 
@@ -117,7 +119,6 @@ class LoopCore {
   bool DeliverEvent();
   bool DeliverTask();
   bool ServeTimers();
-  void Guard(std::string_view what, const std::function<void()>& handler);
   void Announce();
 
   World& world_;
@@ -135,8 +136,9 @@ class LoopCore {
   std::vector<std::uint32_t> freePlaces_;
   std::uint32_t serial_ = 0;  // the high half
 
-  std::vector<Fetched> fetched_;  // what the kernel reported, delivered up to fetchedNext_
+  std::vector<epoll_event> fetched_;  // what the kernel reported, up to fetchedEnd_, delivered up to fetchedNext_
   std::size_t fetchedNext_ = 0;
+  std::size_t fetchedEnd_ = 0;
   std::list<Task> tasks_;
   std::mutex postedMutex_;
   std::list<Task> posted_;  // by other threads, not seen by the loop yet

@@ -29,18 +29,6 @@ StartedChild StartInto(const ProgramStart& start, UniqueDescriptor writeEnd) {
   return StartChild(start, nothing.Get(), writeEnd.Get());
 }
 
-ProgramResult ResultOf(WaitedChild waited) {
-  using Failure = ProgramResult::Failure;
-  return {.failure = waited.error == 0 ? Failure::kNone : Failure::kRead,
-          .error = waited.error,
-          .ended = waited.ended,
-          .output = std::move(waited.output),
-          .exitCode = waited.exitCode,
-          .signal = waited.signal,
-          .milliseconds = waited.milliseconds,
-          .outputWasCut = waited.outputWasCut};
-}
-
 }  // namespace
 
 ChildPrograms::ChildPrograms(EventLoop& loop) : leftOver_(std::make_unique<LeftOverChildren>(loop)) {}
@@ -60,9 +48,9 @@ ProgramResult ChildPrograms::Run(const ProgramStart& start) {
   leftOver_->Add(child.number);
 
   fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);  // of this end only: the child's own is as programs expect it
-  WaitedChild waited = WaitForChild(child.number, readEnd.Get(), start.waitMilliseconds, start.outputLimit);
+  ProgramResult result = WaitForChild(child.number, readEnd.Get(), start.waitMilliseconds, start.outputLimit);
   leftOver_->Collect();
-  return ResultOf(std::move(waited));
+  return result;
 }
 
 std::size_t ChildPrograms::LeftOver() const { return leftOver_->Count(); }

@@ -39,7 +39,7 @@ class Waiting {
         output_(output),
         outputLimit_(outputLimit) {}
 
-  WaitedChild Until(Clock::time_point deadline) {
+  ProgramResult Until(Clock::time_point deadline) {
     do {
       pollfd watched[] = {{output_, POLLIN, 0}, {handle_.Get(), POLLIN, 0}};
       if (poll(watched, 2, Sleep(deadline)) < 0 && errno != EINTR) {
@@ -51,6 +51,7 @@ class Waiting {
     } while (!result_.ended && result_.error == 0 && Clock::now() < deadline);
     if (result_.ended) ReadTheRest();
     if (result_.ended) LookHowItEnded();
+    if (result_.error != 0) result_.failure = ProgramResult::Failure::kRead;
     result_.milliseconds = std::chrono::duration_cast<milliseconds>(Clock::now() - begin_).count();
     return std::move(result_);
   }
@@ -109,12 +110,12 @@ class Waiting {
   UniqueDescriptor handle_;  // readable when the child has ended; none where the kernel refuses it
   int output_;               // -1 when nothing more will come; poll(2) passes over it
   std::size_t outputLimit_;
-  WaitedChild result_;
+  ProgramResult result_;
 };
 
 }  // namespace
 
-WaitedChild WaitForChild(pid_t child, int output, std::int64_t milliseconds, std::size_t outputLimit) {
+ProgramResult WaitForChild(pid_t child, int output, std::int64_t milliseconds, std::size_t outputLimit) {
   const auto deadline = Clock::now() + std::chrono::milliseconds(std::clamp<std::int64_t>(milliseconds, 0, kMaxWait));
   return Waiting(child, output, outputLimit).Until(deadline);
 }

@@ -170,9 +170,6 @@ std::string FormatLines(const Lines& items, const std::string& path) {
   return bytes;
 }
 
-// The folder part of `path`, with its "/".
-std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
-
 // Where `path` ends after all links of its last component, also when nothing exists there yet.
 std::string EndOfLinks(std::string path) {
   std::array<char, PATH_MAX> target;
@@ -180,7 +177,7 @@ std::string EndOfLinks(std::string path) {
     const ssize_t length = readlink(path.c_str(), target.data(), target.size());
     if (length <= 0) return path;
     const std::string end(target.data(), static_cast<std::size_t>(length));
-    path = end.starts_with('/') ? end : FolderOf(path) + end;
+    path = end.starts_with('/') ? end : FolderPathOf(path) + end;
   }
   RaiseFileAccess(path, ReasonOf(ELOOP));
 }
@@ -199,7 +196,7 @@ int WriteAndClose(UniqueDescriptor file, std::string_view bytes) {
 
 // Puts a new file with `bytes` in place of `target`. 0, or the errno value of what failed; `target` is then as it was.
 int Replace(const std::string& target, std::string_view bytes) {
-  std::string temporary = FolderOf(target) + ".tessel-XXXXXX";
+  std::string temporary = FolderPathOf(target) + ".tessel-XXXXXX";
   UniqueDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
   if (!file.IsOpen()) return errno;
   int error = WriteAndClose(std::move(file), bytes);

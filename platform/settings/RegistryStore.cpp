@@ -132,12 +132,7 @@ std::string IndexText(std::uint32_t root, std::string_view key, std::string_view
   return text;
 }
 
-bool HasControl(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F;
-  });
-}
+bool HasControl(std::string_view text) { return std::any_of(text.begin(), text.end(), IsControl); }
 
 }  // namespace
 

@@ -24,28 +24,14 @@ std::optional<SocketAddress> AddressOf(const std::optional<Endpoint>& endpoint) 
 
 }  // namespace
 
-class NotifyingSocket::Core final : public TcpConnection::Client, public TcpListener::Client {
- public:
-  explicit Core(EventLoop& loop) : loop_(loop), connection_(loop, *this), listener_(loop, *this) {}
+// What the connection and the listener report to: it stays where it is while the socket is moved, and outlives it until
+// no handler is on the stack.
+struct NotifyingSocket::Core final : TcpConnection::Client, TcpListener::Client {
+  explicit Core(EventLoop& socketLoop) : loop(socketLoop), connection(loop, *this), listener(loop, *this) {}
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
-  ~Core() { loop_.Core().Withdraw(this); }
+  ~Core() { loop.Core().Withdraw(this); }
 
-  void Connect(const SocketAddress& peer);
-  bool Listen(const SocketAddress& own);
-  void Adopt(UniqueDescriptor socket, const Endpoint& peer);
-  bool Send(std::string bytes);
-  void Close();
-
-  void Handlers(SocketHandlers handlers) { handlers_ = std::make_shared<const SocketHandlers>(std::move(handlers)); }
-  State Status() const;
-  std::int32_t LastError() const { return lastError_; }
-  std::size_t WaitingBytes() const { return waitingBytes_; }
-  int Descriptor() const { return listener_.IsOpen() ? listener_.Descriptor() : connection_.Descriptor(); }
-  bool Option(SocketOption option, std::int32_t value);
-  EventLoop& Loop() const { return loop_; }
-
- private:
   std::span<char> ReadBuffer() override;
   void OnConnected(TcpConnection&) override { Raise(&SocketHandlers::Connected); }
   void OnData(TcpConnection& connection, std::string_view bytes) override;
@@ -55,123 +41,104 @@ class NotifyingSocket::Core final : public TcpConnection::Client, public TcpList
   void OnConnectionWaiting(TcpListener& listener) override;
   void OnListenerFailed(TcpListener&, int error) override { FailLater(error); }
 
-  int SendNext(std::string bytes);
-  bool Refuse(int error);
-  void FailLater(int error);
   template <typename Handler, typename... Arguments>
   void Raise(Handler SocketHandlers::*which, Arguments&&... arguments);
+  void RaiseFailed() { Raise(&SocketHandlers::Failed, lastError, std::string(SocketErrorText(lastError))); }
 
-  EventLoop& loop_;
-  std::shared_ptr<const SocketHandlers> handlers_ = std::make_shared<const SocketHandlers>();
-  TcpConnection connection_;  // one of these two is open at most
-  TcpListener listener_;
-  std::uint64_t generation_ = 0;     // changes whenever the socket is opened or closed
-  bool hasFailed_ = false;           // closed by a failure
-  std::int32_t lastError_ = 0;       // a socket error number
-  std::deque<std::string> waiting_;  // texts that the connection has not been given yet
-  std::size_t sending_ = 0;          // the size of the one that it has
-  std::size_t waitingBytes_ = 0;     // of all of them
-  std::unique_ptr<std::array<char, kChunkBytes>> chunk_;
+  void Close();
+  void Open();
+  void Adopt(UniqueDescriptor socket, const Endpoint& peer);
+  int SendNext(std::string bytes);
+  bool Refuse(int error);
+  void Fail(int error);
+  void FailLater(int error);
+  int Descriptor() const { return listener.IsOpen() ? listener.Descriptor() : connection.Descriptor(); }
+
+  EventLoop& loop;
+  std::shared_ptr<const SocketHandlers> handlers = std::make_shared<const SocketHandlers>();
+  TcpConnection connection;  // one of these two is open at most
+  TcpListener listener;
+  bool hasFailed = false;           // closed by a failure
+  std::int32_t lastError = 0;       // a socket error number
+  std::deque<std::string> waiting;  // texts that the connection has not been given yet
+  std::size_t sending = 0;          // the size of the one that it has
+  std::size_t waitingBytes = 0;     // of all of them
+  std::unique_ptr<std::array<char, kChunkBytes>> chunk;
 };
 
 // ---- Opening and closing.
 
-NotifyingSocket::State NotifyingSocket::Core::Status() const {
-  if (listener_.IsOpen()) return State::kListening;
-  switch (connection_.Status()) {
-    case TcpConnection::State::kClosed:
-      return hasFailed_ ? State::kFailed : State::kClosed;
-    case TcpConnection::State::kConnecting:
-      return State::kConnecting;
-    default:
-      return connection_.HasPeerEnded() ? State::kEnded : State::kConnected;
-  }
-}
-
 void NotifyingSocket::Core::Close() {
-  connection_.Close();
-  listener_.Close();
-  waiting_.clear();
-  sending_ = waitingBytes_ = 0;
-  hasFailed_ = false;
-  ++generation_;
+  connection.Close();
+  listener.Close();
+  waiting.clear();
+  sending = waitingBytes = 0;
+  hasFailed = false;
 }
 
-void NotifyingSocket::Core::Connect(const SocketAddress& peer) {
+// Makes it ready to be opened.
+void NotifyingSocket::Core::Open() {
   Close();
-  lastError_ = 0;
-  if (const int error = connection_.Connect(Endpoint(peer.address, peer.port))) FailLater(error);
-}
-
-bool NotifyingSocket::Core::Listen(const SocketAddress& own) {
-  Close();
-  lastError_ = 0;
-  const int error = listener_.Open(Endpoint(own.address, own.port), TcpListener::Manner::kPlain);
-  return error == 0 || Refuse(error);
+  lastError = 0;
 }
 
 // Takes over a connection that a listener has accepted.
 void NotifyingSocket::Core::Adopt(UniqueDescriptor socket, const Endpoint& peer) {
-  connection_.Adopt(std::move(socket), peer);
-  if (!connection_.Watch()) FailLater(ENOBUFS);
-}
-
-bool NotifyingSocket::Core::Option(SocketOption option, std::int32_t value) {
-  return SetSocketOption(Descriptor(), option, value) || Refuse(errno);
+  connection.Adopt(std::move(socket), peer);
+  if (!connection.Watch()) FailLater(ENOBUFS);
 }
 
 // ---- Notifications.
 
 template <typename Handler, typename... Arguments>
 void NotifyingSocket::Core::Raise(Handler SocketHandlers::*which, Arguments&&... arguments) {
-  const auto handlers = handlers_;  // outlives its own replacement
-  if (!((*handlers).*which)) return;
-  try {
-    ((*handlers).*which)(std::forward<Arguments>(arguments)...);
-  } catch (...) {  // a handler's own failure must not end the host's loop
-  }
+  const auto kept = handlers;  // outlives its own replacement
+  const Handler& handler = (*kept).*which;
+  const auto call = [&] { handler(std::forward<Arguments>(arguments)...); };
+  if (handler) loop.Core().Guard("Socket", std::cref(call));
 }
 
 bool NotifyingSocket::Core::Refuse(int error) {
-  lastError_ = SocketErrorOf(error);
+  lastError = SocketErrorOf(error);
   return false;
+}
+
+void NotifyingSocket::Core::Fail(int error) {
+  Close();
+  hasFailed = true;
+  Refuse(error);
 }
 
 // Closes now, and reports it from the loop.
 void NotifyingSocket::Core::FailLater(int error) {
-  Close();
-  hasFailed_ = true;
-  Refuse(error);
-  loop_.Core().Post(this, [this, generation = generation_] {
-    if (generation_ != generation) return;
-    Raise(&SocketHandlers::Failed, lastError_, std::string(SocketErrorText(lastError_)));
+  Fail(error);
+  loop.Core().Post(this, [this, life = connection.Life()] {
+    if (connection.Life() == life) RaiseFailed();
   });
 }
 
 void NotifyingSocket::Core::OnFailed(TcpConnection&, int error) {
-  Close();
-  hasFailed_ = true;
-  Refuse(error);
-  Raise(&SocketHandlers::Failed, lastError_, std::string(SocketErrorText(lastError_)));
+  Fail(error);
+  RaiseFailed();
 }
 
 // ---- Listening.
 
 void NotifyingSocket::Core::OnConnectionWaiting(TcpListener&) {
-  const std::uint64_t generation = generation_;
-  for (int left = kAcceptsPerTurn; left > 0 && generation_ == generation; --left) {
+  const std::uint64_t life = connection.Life();
+  for (int left = kAcceptsPerTurn; left > 0 && connection.Life() == life; --left) {
     Endpoint peer;
     int error = 0;
-    UniqueDescriptor accepted = listener_.Accept(peer, error);
-    if (accepted.IsOpen()) {
-      auto connection = std::make_shared<Core>(loop_);
-      connection->Adopt(std::move(accepted), peer);
-      Raise(&SocketHandlers::Accepted, NotifyingSocket(std::move(connection)));
+    UniqueDescriptor socket = listener.Accept(peer, error);
+    if (socket.IsOpen()) {
+      auto accepted = std::make_shared<Core>(loop);
+      accepted->Adopt(std::move(socket), peer);
+      Raise(&SocketHandlers::Accepted, NotifyingSocket(std::move(accepted)));
     } else if (error == EAGAIN) {
       return;
     } else if (error != EINTR && error != ECONNABORTED) {
       Refuse(error);
-      listener_.Pause();
+      listener.Pause();
       return;
     }
   }
@@ -180,8 +147,8 @@ void NotifyingSocket::Core::OnConnectionWaiting(TcpListener&) {
 // ---- Connections.
 
 std::span<char> NotifyingSocket::Core::ReadBuffer() {
-  if (!chunk_) chunk_ = std::make_unique<std::array<char, kChunkBytes>>();
-  return *chunk_;
+  if (!chunk) chunk = std::make_unique<std::array<char, kChunkBytes>>();
+  return *chunk;
 }
 
 void NotifyingSocket::Core::OnData(TcpConnection&, std::string_view bytes) {
@@ -189,44 +156,28 @@ void NotifyingSocket::Core::OnData(TcpConnection&, std::string_view bytes) {
   Raise(&SocketHandlers::Data, std::string_view(own));
 }
 
-bool NotifyingSocket::Core::Send(std::string bytes) {
-  const State state = Status();
-  if (state != State::kConnected && state != State::kEnded) return Refuse(ENOTCONN);
-  const std::size_t waitingTexts = waiting_.size() + (sending_ > 0 ? 1 : 0);
-  if (waitingBytes_ >= kMaxWaitingBytes || waitingTexts >= kMaxWaitingTexts) return Refuse(EAGAIN);
-  if (connection_.Status() == TcpConnection::State::kSending) {
-    waitingBytes_ += bytes.size();
-    waiting_.push_back(std::move(bytes));
-    return true;
-  }
-  const int error = SendNext(std::move(bytes));
-  if (error == 0) return true;
-  FailLater(error);
-  return false;
-}
-
 // Gives the connection a text; what the kernel does not take of it waits.
 int NotifyingSocket::Core::SendNext(std::string bytes) {
   const std::size_t size = bytes.size();
-  const int error = connection_.Send(Answer{std::move(bytes), std::string()}, false);
-  if (connection_.Status() != TcpConnection::State::kSending) return error;
-  sending_ = size;
-  waitingBytes_ += size;
+  const int error = connection.Send(Answer{std::move(bytes), std::string()}, false);
+  if (connection.Status() != TcpConnection::State::kSending) return error;
+  sending = size;
+  waitingBytes += size;
   return error;
 }
 
 void NotifyingSocket::Core::OnSent(TcpConnection&) {
-  waitingBytes_ -= std::exchange(sending_, 0);
-  if (waiting_.empty()) return Raise(&SocketHandlers::Sent);
-  while (!waiting_.empty() && connection_.Status() != TcpConnection::State::kSending) {
-    std::string next = std::move(waiting_.front());
-    waiting_.pop_front();
-    waitingBytes_ -= next.size();
+  waitingBytes -= std::exchange(sending, 0);
+  if (waiting.empty()) return Raise(&SocketHandlers::Sent);
+  while (!waiting.empty() && connection.Status() != TcpConnection::State::kSending) {
+    std::string next = std::move(waiting.front());
+    waiting.pop_front();
+    waitingBytes -= next.size();
     if (const int error = SendNext(std::move(next))) return FailLater(error);
   }
 }
 
-// ---- The handle.
+// ---- The socket.
 
 NotifyingSocket::NotifyingSocket(EventLoop& loop) : core_(std::make_shared<Core>(loop)) {}
 
@@ -245,24 +196,58 @@ NotifyingSocket::~NotifyingSocket() { Drop(); }
 void NotifyingSocket::Drop() {
   if (!core_) return;
   core_->Close();
-  core_->Handlers({});
-  EventLoop& loop = core_->Loop();
+  Handlers({});
+  EventLoop& loop = core_->loop;
   loop.DeleteLater(std::move(core_));
 }
 
-void NotifyingSocket::Handlers(SocketHandlers handlers) { core_->Handlers(std::move(handlers)); }
+void NotifyingSocket::Handlers(SocketHandlers handlers) {
+  core_->handlers = std::make_shared<const SocketHandlers>(std::move(handlers));
+}
 
-NotifyingSocket::State NotifyingSocket::Status() const { return core_->Status(); }
+NotifyingSocket::State NotifyingSocket::Status() const {
+  if (core_->listener.IsOpen()) return State::kListening;
+  switch (core_->connection.Status()) {
+    case TcpConnection::State::kClosed:
+      return core_->hasFailed ? State::kFailed : State::kClosed;
+    case TcpConnection::State::kConnecting:
+      return State::kConnecting;
+    default:
+      return core_->connection.HasPeerEnded() ? State::kEnded : State::kConnected;
+  }
+}
 
-std::int32_t NotifyingSocket::LastError() const { return core_->LastError(); }
+std::int32_t NotifyingSocket::LastError() const { return core_->lastError; }
 
-void NotifyingSocket::Connect(const SocketAddress& peer) { core_->Connect(peer); }
+void NotifyingSocket::Connect(const SocketAddress& peer) {
+  core_->Open();
+  if (const int error = core_->connection.Connect(Endpoint(peer.address, peer.port))) core_->FailLater(error);
+}
 
-bool NotifyingSocket::Listen(const SocketAddress& own) { return core_->Listen(own); }
+bool NotifyingSocket::Listen(const SocketAddress& own) {
+  core_->Open();
+  const int error = core_->listener.Open(Endpoint(own.address, own.port), TcpListener::Manner::kPlain);
+  return error == 0 || core_->Refuse(error);
+}
 
-bool NotifyingSocket::Send(std::string bytes) { return core_->Send(std::move(bytes)); }
+bool NotifyingSocket::Send(std::string bytes) {
+  const State state = Status();
+  if (state != State::kConnected && state != State::kEnded) return core_->Refuse(ENOTCONN);
+  auto& waiting = core_->waiting;
+  const std::size_t waitingTexts = waiting.size() + (core_->sending > 0 ? 1 : 0);
+  if (core_->waitingBytes >= kMaxWaitingBytes || waitingTexts >= kMaxWaitingTexts) return core_->Refuse(EAGAIN);
+  if (core_->connection.Status() == TcpConnection::State::kSending) {
+    core_->waitingBytes += bytes.size();
+    waiting.push_back(std::move(bytes));
+    return true;
+  }
+  const int error = core_->SendNext(std::move(bytes));
+  if (error == 0) return true;
+  core_->FailLater(error);
+  return false;
+}
 
-std::size_t NotifyingSocket::WaitingBytes() const { return core_->WaitingBytes(); }
+std::size_t NotifyingSocket::WaitingBytes() const { return core_->waitingBytes; }
 
 void NotifyingSocket::Close() { core_->Close(); }
 
@@ -278,6 +263,8 @@ std::optional<std::int32_t> NotifyingSocket::Option(SocketOption option) const {
   return GetSocketOption(core_->Descriptor(), option);
 }
 
-bool NotifyingSocket::Option(SocketOption option, std::int32_t value) { return core_->Option(option, value); }
+bool NotifyingSocket::Option(SocketOption option, std::int32_t value) {
+  return SetSocketOption(core_->Descriptor(), option, value) || core_->Refuse(errno);
+}
 
 }  // namespace TesselServer

@@ -3,7 +3,7 @@
 //
 // A notification is never raised inside the call that caused it, but by the event loop. It is for the socket as it is
 // now: after a close or a reuse no earlier notification is raised. A handler may close, reuse, move or destroy the
-// socket, and connect others. An exception that leaves a handler is dropped.
+// socket, and connect others. An exception that leaves a handler is reported by EventLoop::HandlerFailed.
 //
 //   NotifyingSocket socket(loop);
 //   SocketHandlers handlers;
@@ -140,7 +140,7 @@ class NotifyingSocket {
   bool Option(SocketOption option, std::int32_t value);
 
  private:
-  class Core;
+  struct Core;
   explicit NotifyingSocket(std::shared_ptr<Core> core);
   void Drop();
 

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <stdexcept>
+#include <vector>
 
 #include "platform/loop/LoopCore.h"
 
@@ -46,12 +47,18 @@ class LoopEar final : public LoopClient {
   explicit LoopEar(LoopCore& core) : core_(core) {}
   LoopEar(const LoopEar&) = delete;
   LoopEar& operator=(const LoopEar&) = delete;
-  ~LoopEar() { core_.Withdraw(this); }
+  ~LoopEar() {
+    for (const WatchId watch : watches_) core_.Unwatch(watch);
+    core_.Withdraw(this);
+  }
 
   std::function<void(std::uint64_t)> onEvents = [](std::uint64_t) {};
   std::function<void(std::uint64_t)> onTask = [](std::uint64_t) {};
 
-  WatchId Watch(const Pipe& pipe, std::uint64_t cookie) { return core_.Watch(pipe.ReadEnd(), EPOLLIN, *this, cookie); }
+  WatchId Watch(const Pipe& pipe, std::uint64_t cookie) {
+    watches_.push_back(core_.Watch(pipe.ReadEnd(), EPOLLIN, *this, cookie));
+    return watches_.back();
+  }
   void Post(std::uint64_t cookie) {
     core_.Post(this, [this, cookie] { onTask(cookie); });
   }
@@ -60,6 +67,7 @@ class LoopEar final : public LoopClient {
 
  private:
   LoopCore& core_;
+  std::vector<WatchId> watches_;
 };
 
 }  // namespace TesselServer::Kit

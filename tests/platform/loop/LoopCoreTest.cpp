@@ -327,6 +327,16 @@ TEST_F(LoopCoreTest, TasksThatDidNotRunDieWithTheLoop) {
   EXPECT_EQ(kept.use_count(), 1);
 }
 
+TEST_F(LoopCoreTest, ATaskThatDidNotRunMayHoldARunningTimerOfItsLoop) {
+  auto other = std::make_unique<EventLoop>(world);
+  auto timer = std::make_shared<Timer>(*other);
+  timer->Enabled(true);
+  const std::weak_ptr<Timer> gone = timer;
+  other->Post([kept = std::move(timer)] {});
+  other.reset();
+  EXPECT_TRUE(gone.expired());
+}
+
 // ---- Yielding.
 
 TEST_F(LoopCoreTest, YieldingDeliversWhatIsKnownBeforeItAsksTheKernel) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -8,6 +9,7 @@
 #include "platform/loop/LoopCore.h"
 #include "platform/loop/Timer.h"
 #include "tests/kit/LoopTools.h"
+#include "tests/kit/Pipe.h"
 
 namespace TesselServer {
 namespace {
@@ -87,6 +89,27 @@ TEST(EventLoopThreadDeathTest, DebugBuildsAssertIt) {
   EXPECT_DEATH(elsewhere([&] { timer.Interval(5); }), "");
   EXPECT_DEATH(elsewhere([&] { loop.HandlerFailed = nullptr; }), "");
   elsewhere([&] { loop.Post([] {}); });
+}
+
+TEST(EventLoopThreadDeathTest, DebugBuildsAssertThatTheLoopIsDestroyedLast) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_DEATH(
+      {
+        auto loop = std::make_unique<EventLoop>();
+        Timer timer(*loop);
+        timer.Enabled(true);
+        loop.reset();
+      },
+      "timers_");
+  EXPECT_DEATH(
+      {
+        auto loop = std::make_unique<EventLoop>();
+        Kit::LoopEar ear(loop->Core());
+        const Kit::Pipe pipe;
+        ear.Watch(pipe, 0);
+        loop.reset();
+      },
+      "watches_");
 }
 #endif
 

@@ -42,7 +42,7 @@ class ChildWaitTest : public testing::Test {
     child_ = StartChild({.file = Kit::WriteProgram(tree_, "program", script)}, nothing.Get(), writeEnd.Get()).number;
     ASSERT_GT(child_, 0);
   }
-  WaitedChild Wait(std::int64_t milliseconds, std::size_t limit = kPlenty) const {
+  ProgramResult Wait(std::int64_t milliseconds, std::size_t limit = kPlenty) const {
     return WaitForChild(child_, readEnd_.Get(), milliseconds, limit);
   }
   bool Exists(const char* name) const { return std::filesystem::exists(tree_.Path() / name); }
@@ -74,7 +74,7 @@ std::int64_t ProcessorTime() {
 
 TEST_F(ChildWaitTest, TellsTheEndAndTheOutputAndCollectsNobody) {
   Start("printf 'out\\0put'");
-  const WaitedChild waited = Wait(kLongWait);
+  const ProgramResult waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.error, 0);
   EXPECT_EQ(waited.output, std::string("out\0put", 7));
@@ -83,7 +83,7 @@ TEST_F(ChildWaitTest, TellsTheEndAndTheOutputAndCollectsNobody) {
 
 TEST_F(ChildWaitTest, TheExitCodeOfAChildIsReported) {
   Start("exit 3");
-  const WaitedChild waited = Wait(kLongWait);
+  const ProgramResult waited = Wait(kLongWait);
   EXPECT_EQ(waited.exitCode, 3);
   EXPECT_EQ(waited.signal, std::nullopt);
   EXPECT_LT(waited.milliseconds, kLongWait);
@@ -91,14 +91,14 @@ TEST_F(ChildWaitTest, TheExitCodeOfAChildIsReported) {
 
 TEST_F(ChildWaitTest, TheSignalThatEndedAChildIsReported) {
   Start("kill -9 $$");
-  const WaitedChild waited = Wait(kLongWait);
+  const ProgramResult waited = Wait(kLongWait);
   EXPECT_EQ(waited.exitCode, std::nullopt);
   EXPECT_EQ(waited.signal, SIGKILL);
 }
 
 TEST_F(ChildWaitTest, AChildThatIsWaitedForNoLongerHasNoEndYet) {
   Start("read line < $here/gate; exit 3");
-  const WaitedChild waited = Wait(50);
+  const ProgramResult waited = Wait(50);
   EXPECT_FALSE(waited.ended);
   EXPECT_EQ(waited.exitCode, std::nullopt);
   EXPECT_EQ(waited.signal, std::nullopt);
@@ -127,14 +127,14 @@ TEST_F(ChildWaitTest, TheBeginningOfTheOutputIsKept) {
 
 TEST_F(ChildWaitTest, NothingOfItIsKeptWhereNothingCounts) {
   Start("printf 0123456789");
-  const WaitedChild waited = Wait(kLongWait, 0);
+  const ProgramResult waited = Wait(kLongWait, 0);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, "");
 }
 
 TEST_F(ChildWaitTest, MuchOutputIsReadToItsEnd) {
   Start("head -c 5000000 /dev/zero; echo > $here/marker");
-  const WaitedChild waited = Wait(kLongWait, 1024);
+  const ProgramResult waited = Wait(kLongWait, 1024);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, std::string(1024, '\0'));
   EXPECT_TRUE(Exists("marker"));
@@ -146,7 +146,7 @@ TEST_F(ChildWaitTest, WhatLiesInThePipeAtTheEndIsReadWhole) {
     siginfo_t state{};
     return waitid(P_PID, static_cast<id_t>(child_), &state, WEXITED | WNOHANG | WNOWAIT) == 0 && state.si_pid == child_;
   }));
-  const WaitedChild waited = Wait(kLongWait);
+  const ProgramResult waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output.size(), 60'000u);
 }
@@ -154,7 +154,7 @@ TEST_F(ChildWaitTest, WhatLiesInThePipeAtTheEndIsReadWhole) {
 TEST_F(ChildWaitTest, OverTheTimeTellsWhatCameSoFar) {
   Start("printf early; read go < $here/gate; printf late");
   const auto start = Clock::now();
-  const WaitedChild waited = Wait(200);
+  const ProgramResult waited = Wait(200);
   EXPECT_GE(MillisecondsSince(start), 200);
   EXPECT_FALSE(waited.ended);
   EXPECT_EQ(waited.error, 0);
@@ -180,7 +180,7 @@ TEST_F(ChildWaitTest, VeryLongTimesAreTimesLikeOthers) {
   for (const std::int64_t ms : {std::int64_t{23} * 24 * 3600 * 1000, std::int64_t{1} << 31, std::int64_t{1} << 32,
                                 std::numeric_limits<std::int64_t>::max()}) {
     Start("sleep 0.05; printf x");
-    const WaitedChild waited = Wait(ms);
+    const ProgramResult waited = Wait(ms);
     EXPECT_TRUE(waited.ended) << ms;
     EXPECT_EQ(waited.output, "x") << ms;
     waitpid(child_, nullptr, 0);
@@ -190,7 +190,7 @@ TEST_F(ChildWaitTest, VeryLongTimesAreTimesLikeOthers) {
 
 TEST_F(ChildWaitTest, AGrandchildThatHoldsThePipeIsNotWaitedFor) {
   Start("(read go < $here/gate; echo > $here/marker) & printf output");
-  const WaitedChild waited = Wait(kLongWait);
+  const ProgramResult waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, "output");
   EXPECT_FALSE(Exists("marker"));
@@ -202,7 +202,7 @@ TEST_F(ChildWaitTest, AnOutputWithoutEndIsNotFollowedBehindTheEndOfTheChild) {
   Start(":");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
   const UniqueDescriptor endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  const WaitedChild waited = WaitForChild(child_, endless.Get(), kLongWait, 100'000'000);
+  const ProgramResult waited = WaitForChild(child_, endless.Get(), kLongWait, 100'000'000);
   child_ = -1;
   EXPECT_TRUE(waited.ended);
   EXPECT_GE(waited.output.size(), 1'000'000u) << "as much as a pipe may hold";
@@ -212,7 +212,7 @@ TEST_F(ChildWaitTest, AnOutputWithoutEndIsNotFollowedBehindTheEndOfTheChild) {
 TEST_F(ChildWaitTest, SleepsWhileAChildWithoutOutputLives) {
   Start("printf before; exec > /dev/null; read go < $here/gate");
   const std::int64_t before = ProcessorTime();
-  const WaitedChild waited = Wait(300);
+  const ProgramResult waited = Wait(300);
   EXPECT_FALSE(waited.ended);
   EXPECT_EQ(waited.output, "before");
   EXPECT_LT(ProcessorTime() - before, 60) << "milliseconds";
@@ -224,7 +224,7 @@ TEST_F(ChildWaitTest, SignalsOfTheHostDoNotShortenTheWait) {
   const itimerval often{{0, 5000}, {0, 5000}};
   setitimer(ITIMER_REAL, &often, nullptr);
   const auto start = Clock::now();
-  const WaitedChild waited = Wait(200);
+  const ProgramResult waited = Wait(200);
   const itimerval never{};
   setitimer(ITIMER_REAL, &never, nullptr);
   EXPECT_FALSE(waited.ended);
@@ -236,7 +236,7 @@ TEST_F(ChildWaitTest, SignalsOfTheHostDoNotShortenTheWait) {
 TEST_F(ChildWaitTest, AFailedReadIsTold) {
   Start("read go < $here/gate");
   const UniqueDescriptor folder(open(tree_.Text().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const WaitedChild waited = WaitForChild(child_, folder.Get(), kLongWait, kPlenty);
+  const ProgramResult waited = WaitForChild(child_, folder.Get(), kLongWait, kPlenty);
   EXPECT_EQ(waited.error, EISDIR);
   EXPECT_FALSE(waited.ended);
 }
@@ -244,7 +244,7 @@ TEST_F(ChildWaitTest, AFailedReadIsTold) {
 TEST_F(ChildWaitTest, AChildThatSomebodyElseCollectedHasEnded) {
   Start("printf output");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
-  const WaitedChild waited = Wait(kLongWait);
+  const ProgramResult waited = Wait(kLongWait);
   child_ = -1;
   EXPECT_TRUE(waited.ended);
   EXPECT_EQ(waited.output, "output");

@@ -486,7 +486,9 @@ TEST_F(NotifyingSocketTest, AHandlerMayReplaceTheHandlers) {
   EXPECT_TRUE(Kit::RunUntil(loop_, [&] { return second == "two"; }));
 }
 
-TEST_F(NotifyingSocketTest, AnExceptionOfAHandlerIsDropped) {
+TEST_F(NotifyingSocketTest, WhatAHandlerThrowsIsReportedAndTheSocketGoesOn) {
+  std::vector<std::string> failures;
+  loop_.HandlerFailed = [&](std::string& text) { failures.push_back(text); };
   Hearing& other = Connect();
   int thrown = 0;
   other.then = [&](const std::string&) {
@@ -498,6 +500,7 @@ TEST_F(NotifyingSocketTest, AnExceptionOfAHandlerIsDropped) {
   client_.socket.Send("two");
   EXPECT_TRUE(Kit::RunUntil(loop_, [&] { return thrown == 2; }));
   EXPECT_EQ(other.received, "onetwo");
+  EXPECT_EQ(failures, (std::vector<std::string>{"Socket: mine", "Socket: mine"}));
 }
 
 TEST_F(NotifyingSocketTest, ItIsMovedWithItsConnection) {
