@@ -48,41 +48,26 @@ Bytes Decode(std::string_view text) {
   return bytes;
 }
 
-// Puts characters one after the other and begins a new line where one is full.
-class LineWriter {
- public:
-  explicit LineWriter(std::size_t characters) {
-    text_.reserve(characters + characters / cls_Base64::kLineLength * kLineEnd.size());
-  }
-  void Put(char c) {
-    if (column_ == cls_Base64::kLineLength) {
-      text_ += kLineEnd;
-      column_ = 0;
-    }
-    text_ += c;
-    ++column_;
-  }
-  std::string Take() { return std::move(text_); }
-
- private:
-  std::string text_;
-  std::size_t column_ = 0;
-};
+static_assert(cls_Base64::kLineLength % 4 == 0, "lines end between groups");
 
 template <typename Bytes>
 std::string Encode(const Bytes& bytes) {
   if (bytes.empty()) {
     throw Error(cls_Base64::kArrayNotDimensioned, "Input array is not dimensioned.", "Base64.EncodeArr");
   }
-  LineWriter writer((bytes.size() + 2) / 3 * 4);
+  constexpr std::size_t kFullLine = cls_Base64::kLineLength + kLineEnd.size();
+  const std::size_t characters = (bytes.size() + 2) / 3 * 4;
+  std::string text;
+  text.reserve(characters + characters / cls_Base64::kLineLength * kLineEnd.size());
   for (std::size_t at = 0; at < bytes.size(); at += 3) {
     const std::size_t count = std::min<std::size_t>(bytes.size() - at, 3);
     std::uint32_t bits = 0;
     for (std::size_t i = 0; i < 3; ++i)
       bits = (bits << 8) | (i < count ? static_cast<std::uint8_t>(bytes[at + i]) : 0U);
-    for (std::size_t i = 0; i < 4; ++i) writer.Put(i <= count ? kAlphabet[(bits >> (18 - 6 * i)) & 0x3F] : kPad);
+    if (text.size() % kFullLine == cls_Base64::kLineLength) text += kLineEnd;
+    for (std::size_t i = 0; i < 4; ++i) text += i <= count ? kAlphabet[(bits >> (18 - 6 * i)) & 0x3F] : kPad;
   }
-  return writer.Take();
+  return text;
 }
 
 Error FileExistsError() { return Error(cls_Base64::kFileExists, "File already exists.", "Base64.DecodeToFile"); }

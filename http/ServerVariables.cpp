@@ -13,8 +13,10 @@ std::string LocalTime(const Context& from, std::string_view picture) {
   return FormatDate(LocalNow(from.world), picture);
 }
 
+// A name that is not there is not asked for again: each program of a page reads it, and may wait a second for it.
 std::string RemoteHost(const Context& from) {
-  from.request.RemoteHost = HostLookUp(from.world).HostNameFromAddress(from.request.RemoteAddr);
+  if (from.request.RemoteHost != HostLookUp::kUnknown)
+    from.request.RemoteHost = HostLookUp(from.world).HostNameFromAddress(from.request.RemoteAddr);
   return from.request.RemoteHost;
 }
 

@@ -1,11 +1,10 @@
 #include "net/cls_WinSock.h"
 
-#include <array>
-#include <bit>
 #include <charconv>
 #include <limits>
 #include <optional>
 
+#include "platform/network/DottedText.h"
 #include "platform/network/NetworkNames.h"
 #include "platform/world/SystemErrors.h"
 #include "platform/world/World.h"
@@ -14,8 +13,6 @@ namespace TesselServer {
 namespace {
 
 constexpr std::string_view kDescription = "Linux sockets, IPv4";
-
-using AddressBytes = std::array<std::uint8_t, 4>;
 
 constexpr std::int32_t kMaxPort = 65535;
 constexpr std::int32_t kMaxProtocol = 255;
@@ -37,14 +34,7 @@ bool cls_WinSock::SocketsStartup(std::string& description) {
   return true;
 }
 
-std::string cls_WinSock::AddressText(std::int32_t address) {
-  std::string text;
-  for (const std::uint8_t byte : std::bit_cast<AddressBytes>(address)) {
-    if (!text.empty()) text += '.';
-    text += std::to_string(byte);
-  }
-  return text;
-}
+std::string cls_WinSock::AddressText(std::int32_t address) { return DottedText(static_cast<std::uint32_t>(address)); }
 
 std::string cls_WinSock::HostOrderAddressText(std::int64_t address) {
   const bool fits =

@@ -49,6 +49,5 @@ set(TOOLBOX_SOURCES
   network/EchoPacket.cpp
   network/NetworkNames.cpp
   network/NetworkSubsystem.cpp
-  sockets/NotifyingSocket.cpp
-  sockets/SocketOptions.cpp)
+  sockets/NotifyingSocket.cpp)
 set(TOOLBOX_HEADERS sockets/NotifyingSocket.h)

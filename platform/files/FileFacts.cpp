@@ -69,16 +69,6 @@ std::string WorkingFolder() {
   return folder.data();
 }
 
-// `path` is "" for the root, else it begins with "/".
-void GoTo(std::string& path, std::string_view component) {
-  if (component.empty() || component == ".") return;
-  if (component == "..") {
-    path.resize(path.empty() ? 0 : path.rfind('/'));
-  } else {
-    path.append("/").append(component);
-  }
-}
-
 }  // namespace
 
 FileFacts FactsOfStatus(const struct stat& status, std::uint32_t dosAttributes) {
@@ -130,18 +120,16 @@ bool WriteFileTime(std::string_view path, FileTime which, std::int64_t utcSecond
 std::string FullPathOf(std::string_view text) {
   if (text.empty() || text.find('\0') != std::string_view::npos) return {};
   const std::string slashed = WithSlashes(text);
-  std::string path;
-  if (slashed.front() != '/') {
-    path = WorkingFolder();
-    if (path.empty()) return {};
-    if (path == "/") path.clear();
-  }
+  std::string path = slashed.front() == '/' ? "/" : WorkingFolder();
+  if (path.empty()) return {};
+  path.erase(0, 1);
   for (std::size_t start = 0; start <= slashed.size();) {
     const std::size_t end = std::min(slashed.find('/', start), slashed.size());
-    GoTo(path, std::string_view(slashed).substr(start, end - start));
+    ApplyComponent(path, std::string_view(slashed).substr(start, end - start));
     start = end + 1;
   }
-  if (path.empty() || slashed.back() == '/') path += '/';
+  if (!path.empty() && slashed.back() == '/') path += '/';
+  path.insert(0, 1, '/');
   return path.size() < RootFolder::kMaxPathBytes ? path : std::string();
 }
 

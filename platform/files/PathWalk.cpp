@@ -20,20 +20,6 @@ bool HasLetter(std::string_view name) {
   return std::any_of(name.begin(), name.end(), [](char c) { return UpperAscii(c) >= 'A' && UpperAscii(c) <= 'Z'; });
 }
 
-// Adds or, for "..", takes away one component. False when there is nothing to take away.
-bool ApplyComponent(std::string& path, std::string_view component) {
-  if (component.empty() || component == ".") return true;
-  if (component == "..") {
-    if (path.empty()) return false;
-    const std::size_t cut = path.rfind('/');
-    path.resize(cut == std::string::npos ? 0 : cut);
-    return true;
-  }
-  if (!path.empty()) path += '/';
-  path += component;
-  return true;
-}
-
 void AppendName(std::string& path, std::string_view name) {
   if (!path.empty() && path.back() != '/') path += '/';
   path += name;
@@ -120,6 +106,19 @@ std::optional<CollapsedPath> CollapsePath(std::string_view path) {
     start = end + 1;
   }
   return collapsed;
+}
+
+bool ApplyComponent(std::string& path, std::string_view component) {
+  if (component.empty() || component == ".") return true;
+  if (component == "..") {
+    if (path.empty()) return false;
+    const std::size_t cut = path.rfind('/');
+    path.resize(cut == std::string::npos ? 0 : cut);
+    return true;
+  }
+  if (!path.empty()) path += '/';
+  path += component;
+  return true;
 }
 
 std::string WithSlashes(std::string_view path) {

@@ -28,6 +28,10 @@ struct CollapsedPath {
 // for a path that climbs above its start, holds a control character, or is longer than RootFolder's limits.
 std::optional<CollapsedPath> CollapsePath(std::string_view path);
 
+// Goes from `path` ("/" between its components, none at its ends) one component further, or back for "..". False where
+// ".." would climb above its start; the path is then unchanged.
+bool ApplyComponent(std::string& path, std::string_view component);
+
 // `path` with "/" for every "\".
 std::string WithSlashes(std::string_view path);
 

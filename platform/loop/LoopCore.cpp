@@ -157,8 +157,7 @@ bool LoopCore::Deliver() {
 bool LoopCore::DeliverEvent() {
   if (!KnowsEvents()) return false;
   const epoll_event next = fetched_[fetchedNext_++];
-  const WatchEntry entry = *Find(next.data.u64);
-  entry.client->OnEvents(entry.cookie, next.events);
+  Find(next.data.u64)->client->OnEvents(next.events);
   return true;
 }
 
@@ -177,7 +176,7 @@ LoopCore::WatchEntry* LoopCore::Find(WatchId watch) {
   return entry.id == watch ? &entry : nullptr;
 }
 
-WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client, std::uint64_t cookie) {
+WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client) {
   if (freePlaces_.empty()) {
     watches_.emplace_back();
     freePlaces_.reserve(watches_.capacity());  // so that Unwatch needs no memory
@@ -191,7 +190,7 @@ WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client
   event.data.u64 = id;
   if (epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, descriptor, &event) != 0) return 0;
   freePlaces_.pop_back();
-  watches_[place] = {&client, cookie, descriptor, id};
+  watches_[place] = {&client, descriptor, id};
   return id;
 }
 

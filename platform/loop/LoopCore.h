@@ -32,7 +32,7 @@ class World;
 // Gets the events of a descriptor it watches.
 class LoopClient {
  public:
-  virtual void OnEvents(std::uint64_t cookie, std::uint32_t events) = 0;
+  virtual void OnEvents(std::uint32_t events) = 0;
 
  protected:
   ~LoopClient() = default;
@@ -74,7 +74,7 @@ class LoopCore {
 
   // ---- Watches. `events` are those of epoll_ctl(2), level-triggered; 0 still reports errors and hang-ups.
   // Watch returns 0 when the kernel refuses.
-  WatchId Watch(int descriptor, std::uint32_t events, LoopClient& client, std::uint64_t cookie);
+  WatchId Watch(int descriptor, std::uint32_t events, LoopClient& client);
   void Change(WatchId watch, std::uint32_t events);
   void Unwatch(WatchId watch) noexcept;
 
@@ -98,7 +98,6 @@ class LoopCore {
  private:
   struct WatchEntry {
     LoopClient* client = nullptr;
-    std::uint64_t cookie = 0;
     int descriptor = -1;
     WatchId id = 0;
   };

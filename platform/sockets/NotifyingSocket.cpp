@@ -1,12 +1,16 @@
 #include "platform/sockets/NotifyingSocket.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <deque>
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
-#include "platform/sockets/SocketOptions.h"
 #include "platform/sockets/TcpConnection.h"
 #include "platform/sockets/TcpListener.h"
 #include "platform/world/SystemErrors.h"
@@ -20,6 +24,39 @@ static_assert(NotifyingSocket::kRestMilliseconds == TcpListener::kPauseMilliseco
 std::optional<SocketAddress> AddressOf(const std::optional<Endpoint>& endpoint) {
   if (!endpoint || !endpoint->IsIPv4()) return std::nullopt;
   return SocketAddress{endpoint->IPv4(), endpoint->Port()};
+}
+
+struct OptionName {
+  int level;
+  int name;
+};
+
+OptionName NameOf(SocketOption option) {
+  switch (option) {
+    case SocketOption::kReuseAddress:
+      return {SOL_SOCKET, SO_REUSEADDR};
+    case SocketOption::kKeepAlive:
+      return {SOL_SOCKET, SO_KEEPALIVE};
+    case SocketOption::kNoDelay:
+      return {IPPROTO_TCP, TCP_NODELAY};
+    case SocketOption::kSendBufferBytes:
+      return {SOL_SOCKET, SO_SNDBUF};
+    case SocketOption::kReceiveBufferBytes:
+      return {SOL_SOCKET, SO_RCVBUF};
+    case SocketOption::kLingerSeconds:
+      return {SOL_SOCKET, SO_LINGER};
+  }
+  return {-1, -1};  // no option: the kernel refuses it
+}
+
+// False when the kernel refuses; errno(3) says why.
+bool SetOption(int descriptor, SocketOption option, std::int32_t value) {
+  const OptionName which = NameOf(option);
+  if (option == SocketOption::kLingerSeconds) {
+    const linger seconds{value >= 0 ? 1 : 0, std::max(value, 0)};
+    return setsockopt(descriptor, which.level, which.name, &seconds, sizeof seconds) == 0;
+  }
+  return setsockopt(descriptor, which.level, which.name, &value, sizeof value) == 0;
 }
 
 }  // namespace
@@ -260,11 +297,21 @@ std::optional<SocketAddress> NotifyingSocket::OwnAddress() const {
 }
 
 std::optional<std::int32_t> NotifyingSocket::Option(SocketOption option) const {
-  return GetSocketOption(core_->Descriptor(), option);
+  const OptionName which = NameOf(option);
+  if (option == SocketOption::kLingerSeconds) {
+    linger value{};
+    socklen_t size = sizeof value;
+    if (getsockopt(core_->Descriptor(), which.level, which.name, &value, &size) != 0) return std::nullopt;
+    return value.l_onoff != 0 ? value.l_linger : -1;
+  }
+  int value = 0;
+  socklen_t size = sizeof value;
+  if (getsockopt(core_->Descriptor(), which.level, which.name, &value, &size) != 0) return std::nullopt;
+  return value;
 }
 
 bool NotifyingSocket::Option(SocketOption option, std::int32_t value) {
-  return SetSocketOption(core_->Descriptor(), option, value) || core_->Refuse(errno);
+  return SetOption(core_->Descriptor(), option, value) || core_->Refuse(errno);
 }
 
 }  // namespace TesselServer

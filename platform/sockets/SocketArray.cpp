@@ -116,12 +116,7 @@ void SocketArray::Close(std::int32_t index) {
 
 // ---- Listening.
 
-void SocketArray::LocalPort(std::int32_t index, std::int32_t port) {
-  Element* element = Find(index);
-  if (element == nullptr) return;
-  element->local = Endpoint(INADDR_ANY, static_cast<std::uint16_t>(port));
-  element->localPort = port;
-}
+void SocketArray::LocalPort(std::int32_t index, std::int32_t port) { Bind(index, port, "0.0.0.0"); }
 
 void SocketArray::Bind(std::int32_t index, std::int32_t port, const std::string& ip) {
   Element* element = Find(index);

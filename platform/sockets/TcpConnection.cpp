@@ -122,7 +122,7 @@ bool TcpConnection::Watch() {
   if (state_ == State::kClosed) return true;
   const std::uint32_t wanted = WantedEvents();
   if (watch_ == 0) {
-    watch_ = loop_.Watch(socket_.Get(), wanted, *this, 0);
+    watch_ = loop_.Watch(socket_.Get(), wanted, *this);
   } else if (wanted != watched_) {
     loop_.Change(watch_, wanted);
   }
@@ -130,7 +130,7 @@ bool TcpConnection::Watch() {
   return watch_ != 0;
 }
 
-void TcpConnection::OnEvents(std::uint64_t, std::uint32_t events) {
+void TcpConnection::OnEvents(std::uint32_t events) {
   switch (state_) {
     case State::kConnecting:
       FinishConnecting();

@@ -119,7 +119,7 @@ class TcpConnection final : private LoopClient {
   void Close();
 
  private:
-  void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
+  void OnEvents(std::uint32_t events) override;
   std::uint32_t WantedEvents() const;
   void FinishConnecting();
   void Serve(std::uint32_t events);

@@ -52,7 +52,7 @@ int TcpListener::Open(const Endpoint& own, Manner manner) {
   SetOption(listener.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
   if (manner == Manner::kServer) PrepareServer(listener.Get());
   if (bind(listener.Get(), own.Name(), own.NameSize()) != 0 || listen(listener.Get(), SOMAXCONN) != 0) return errno;
-  watch_ = loop_.Watch(listener.Get(), EPOLLIN, *this, 0);
+  watch_ = loop_.Watch(listener.Get(), EPOLLIN, *this);
   if (watch_ == 0) return ENOBUFS;
   socket_ = std::move(listener);
   return 0;
@@ -97,7 +97,7 @@ void TcpListener::Resume() {
   loop_.Change(watch_, EPOLLIN);
 }
 
-void TcpListener::OnEvents(std::uint64_t, std::uint32_t events) {
+void TcpListener::OnEvents(std::uint32_t events) {
   if ((events & (EPOLLERR | EPOLLHUP)) == 0) return client_.OnConnectionWaiting(*this);
   loop_.Unwatch(std::exchange(watch_, 0));
   const int error = Option(socket_.Get(), SOL_SOCKET, SO_ERROR);

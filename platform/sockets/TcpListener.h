@@ -76,7 +76,7 @@ class TcpListener final : private LoopClient {
   bool IsPaused() const { return pause_.Enabled(); }
 
  private:
-  void OnEvents(std::uint64_t cookie, std::uint32_t events) override;
+  void OnEvents(std::uint32_t events) override;
 
   LoopCore& loop_;
   Client& client_;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "http/ServerVariables.h"
 #include "tests/kit/FakeWorld.h"
@@ -126,6 +128,13 @@ TEST_F(ServerVariablesTest, LooksTheRemoteHostUpAnewOnEachRead) {
   EXPECT_EQ(request_.RemoteHost, "Unknown");
   request_.RemoteAddr.clear();
   EXPECT_EQ(Value("REMOTE_HOST"), "Unknown");
+}
+
+TEST_F(ServerVariablesTest, ARemoteHostThatWasNotFoundIsNotLookedUpAgain) {
+  const std::string name = std::exchange(world_.hostNames[Address(192, 0, 2, 7)], "");
+  EXPECT_EQ(Value("REMOTE_HOST"), "Unknown");
+  world_.hostNames[Address(192, 0, 2, 7)] = name;
+  EXPECT_EQ(Value("REMOTE_HOST"), "Unknown") << "each question may take a second";
 }
 
 TEST_F(ServerVariablesTest, ReadingAnyOtherVariableAsksNoNameService) {

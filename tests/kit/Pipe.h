@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <functional>
+#include <list>
 #include <stdexcept>
-#include <vector>
 
 #include "platform/loop/LoopCore.h"
 
@@ -41,33 +41,42 @@ class Pipe {
   int ends_[2] = {-1, -1};
 };
 
-// Does what the test tells it with each event and each task of its own, and takes its tasks back when it dies.
-class LoopEar final : public LoopClient {
+// Does what the test tells it with each event of its watches and each task of its own, and takes both back when it
+// dies.
+class LoopEar final {
  public:
   explicit LoopEar(LoopCore& core) : core_(core) {}
   LoopEar(const LoopEar&) = delete;
   LoopEar& operator=(const LoopEar&) = delete;
   ~LoopEar() {
-    for (const WatchId watch : watches_) core_.Unwatch(watch);
+    for (const Watched& each : watched_) core_.Unwatch(each.watch);
     core_.Withdraw(this);
   }
 
   std::function<void(std::uint64_t)> onEvents = [](std::uint64_t) {};
   std::function<void(std::uint64_t)> onTask = [](std::uint64_t) {};
 
-  WatchId Watch(const Pipe& pipe, std::uint64_t cookie) {
-    watches_.push_back(core_.Watch(pipe.ReadEnd(), EPOLLIN, *this, cookie));
-    return watches_.back();
+  WatchId Watch(const Pipe& pipe, std::uint64_t cookie) { return Watch(pipe.ReadEnd(), cookie); }
+  WatchId Watch(int descriptor, std::uint64_t cookie) {
+    Watched& added = watched_.emplace_back(*this, cookie);
+    return added.watch = core_.Watch(descriptor, EPOLLIN, added);
   }
   void Post(std::uint64_t cookie) {
     core_.Post(this, [this, cookie] { onTask(cookie); });
   }
 
-  void OnEvents(std::uint64_t cookie, std::uint32_t) override { onEvents(cookie); }
-
  private:
+  struct Watched final : LoopClient {
+    Watched(LoopEar& owner, std::uint64_t number) : ear(owner), cookie(number) {}
+    void OnEvents(std::uint32_t) override { ear.onEvents(cookie); }
+
+    LoopEar& ear;
+    const std::uint64_t cookie;
+    WatchId watch = 0;
+  };
+
   LoopCore& core_;
-  std::vector<WatchId> watches_;
+  std::list<Watched> watched_;
 };
 
 }  // namespace TesselServer::Kit

@@ -74,7 +74,7 @@ TEST_F(LoopCoreTest, AChangedWatchHearsOnlyWhatItAsksFor) {
 }
 
 TEST_F(LoopCoreTest, AWatchThatTheKernelRefusesIsZero) {
-  EXPECT_EQ(core.Watch(-1, EPOLLIN, ear, 7), 0u);
+  EXPECT_EQ(ear.Watch(-1, 7), 0u);
   core.Change(0, EPOLLIN);
   core.Unwatch(0);
   ear.Watch(pipes[2], 2);
