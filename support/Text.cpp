@@ -4,8 +4,6 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/world/AsciiCase.h"
-
 namespace TesselServer {
 namespace {
 

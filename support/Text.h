@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/world/AsciiCase.h"  // IsControl
+
 namespace TesselServer {
 
 // What ends a line on the wire, in a header and in encoded text (RFC 1945 section 2.2).
