@@ -116,10 +116,10 @@ std::string Padded(std::int64_t number, std::size_t digits) {
 }
 
 template <std::size_t kCount>
-std::string_view NameOf(const std::array<std::string_view, kCount>& names, std::int32_t number, std::size_t letters) {
+std::string NameOf(const std::array<std::string_view, kCount>& names, std::int32_t number, std::size_t letters) {
   if (number < 1 || number > static_cast<std::int32_t>(kCount)) return {};
   const std::string_view name = names[static_cast<std::size_t>(number) - 1];
-  return letters > 3 ? name : name.substr(0, kShortNameLength);
+  return std::string(letters > 3 ? name : name.substr(0, kShortNameLength));
 }
 
 std::int32_t HourOfHalfDay(std::int32_t hour) { return hour % 12 == 0 ? 12 : hour % 12; }
@@ -165,18 +165,12 @@ class DateWriter {
       case 'm':
         if (afterHour) {
           text_ += Padded(date_.minute, digits);
-        } else if (count > 2) {
-          text_ += NameOf(kMonths, date_.month, count);
         } else {
-          text_ += Padded(date_.month, digits);
+          text_ += count > 2 ? NameOf(kMonths, date_.month, count) : Padded(date_.month, digits);
         }
         return;
       case 'd':
-        if (count > 2) {
-          text_ += NameOf(kWeekdays, date_.weekday, count);
-        } else {
-          text_ += Padded(date_.day, digits);
-        }
+        text_ += count > 2 ? NameOf(kWeekdays, date_.weekday, count) : Padded(date_.day, digits);
         return;
       case 'h':
         text_ += Padded(halfDays_ ? HourOfHalfDay(date_.hour) : date_.hour, digits);

@@ -178,8 +178,9 @@ LoopCore::WatchEntry* LoopCore::Find(WatchId watch) {
 
 WatchId LoopCore::Watch(int descriptor, std::uint32_t events, LoopClient& client) {
   if (freePlaces_.empty()) {
+    // first, and for every place: Unwatch needs no memory then, and none is lost where there is no memory now
+    if (freePlaces_.capacity() == watches_.size()) freePlaces_.reserve(2 * watches_.size() + 1);
     watches_.emplace_back();
-    freePlaces_.reserve(watches_.capacity());  // so that Unwatch needs no memory
     freePlaces_.push_back(static_cast<std::uint32_t>(watches_.size() - 1));
   }
   const std::uint32_t place = freePlaces_.back();

@@ -34,11 +34,11 @@ class IcmpSocket {
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_addr.s_addr = address;
-    isConnected_ =
-        descriptor_.IsOpen() && connect(descriptor_.Get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
+    const bool isConnected = connect(descriptor_.Get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
+    if (!isConnected) descriptor_ = UniqueDescriptor(-1);
   }
 
-  bool IsConnected() const { return isConnected_; }
+  bool IsConnected() const { return descriptor_.IsOpen(); }
 
   // The identifier that a request bears: of a ping socket the kernel's choice, in the field where other sockets have a
   // port.
@@ -79,7 +79,6 @@ class IcmpSocket {
 
   UniqueDescriptor descriptor_;
   bool isRaw_ = false;
-  bool isConnected_ = false;
   std::array<char, kPacketBytes> packet_;
 };
 

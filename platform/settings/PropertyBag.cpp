@@ -263,7 +263,7 @@ void FilePropertyBag::Load() {
   if (file.Kind() != EntryKind::kFile) RaiseFileAccess(path_, "not a regular file");
   std::string bytes;
   if (!file.ReadAll(bytes, kMaxFileBytes)) RaiseFileAccess(path_, "too long or not readable");
-  PutAll(ParseLines(bytes));
+  items_ = ParseLines(bytes);
 }
 
 void FilePropertyBag::Save() const {

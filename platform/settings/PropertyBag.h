@@ -58,10 +58,6 @@ class MemoryPropertyBag : public PropertyBag {
   void Set(std::string_view name, std::string_view text) override;
   void Remove(std::string_view name) override;
 
-  // Puts `items` in place of all that the bag holds.
-  void PutAll(std::map<std::string, std::string, std::less<>> items) { items_ = std::move(items); }
-
- private:
   std::map<std::string, std::string, std::less<>> items_;
 };
 
