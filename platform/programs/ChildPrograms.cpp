@@ -15,12 +15,7 @@
 namespace TesselServer {
 namespace {
 
-ProgramResult Failed(ProgramResult::Failure failure, int error) {
-  ProgramResult result;
-  result.failure = failure;
-  result.error = error;
-  return result;
-}
+using Failure = ProgramResult::Failure;
 
 // Starts the program with the pipe's write end as its output, and closes that end here.
 StartedChild StartInto(const ProgramStart& start, UniqueDescriptor writeEnd) {
@@ -37,14 +32,14 @@ ChildPrograms::~ChildPrograms() = default;
 
 ProgramResult ChildPrograms::Run(const ProgramStart& start) {
   leftOver_->Collect();
-  if (LeftOver() >= kMaxLeftOver) return Failed(ProgramResult::Failure::kStart, EAGAIN);
+  if (LeftOver() >= kMaxLeftOver) return {.failure = Failure::kStart, .error = EAGAIN};
   leftOver_->MakeRoom();
 
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return Failed(ProgramResult::Failure::kPipe, errno);
+  if (pipe2(ends, O_CLOEXEC) != 0) return {.failure = Failure::kPipe, .error = errno};
   const UniqueDescriptor readEnd(ends[0]);
   const StartedChild child = StartInto(start, UniqueDescriptor(ends[1]));
-  if (child.number < 0) return Failed(ProgramResult::Failure::kStart, child.error);
+  if (child.number < 0) return {.failure = Failure::kStart, .error = child.error};
   leftOver_->Add(child.number);
 
   fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);  // of this end only: the child's own is as programs expect it

@@ -32,7 +32,7 @@ struct ProgramResult {
   Failure failure = Failure::kNone;  // what could not be done
   std::int32_t error = 0;            // the system's number for it (errno(3))
   bool ended = false;                // False: it was not started, or still ran when the time was over, and runs on
-  std::string output;                // the beginning of its standard output
+  std::string output = {};           // the beginning of its standard output
 
   // How it ended: what it returned (0 to 255), or the signal that ended it (signal(7)). Neither is known of one that
   // has not ended, or whose end the host has collected before it could be looked at.
