@@ -73,5 +73,21 @@ inline Outcome Answer(const std::vector<Outcome>& outcomes) {
   return answer;
 }
 
+// The same for a text that comes in pieces of `size` bytes, without a record of each.
+inline Outcome AnswerInPieces(Reception& reception, std::string_view text, std::size_t size) {
+  Outcome answer = Outcome::kWaiting;
+  std::size_t afterTheAnswer = 0;
+  for (std::size_t at = 0; at < text.size(); at += size) {
+    const Outcome outcome = reception.Data(text.substr(at, size));
+    if (!IsFinal(answer)) {
+      answer = outcome;
+    } else if (outcome != Outcome::kIgnored) {
+      ++afterTheAnswer;
+    }
+  }
+  EXPECT_EQ(afterTheAnswer, 0U) << "outcomes other than kIgnored";
+  return answer;
+}
+
 }  // namespace Kit
 }  // namespace TesselServer

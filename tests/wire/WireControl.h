@@ -15,6 +15,7 @@
 
 #include "tests/kit/ClientProcess.h"
 #include "tests/kit/RawClient.h"
+#include "tests/kit/SkippingWorld.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer::Kit {
@@ -88,7 +89,8 @@ struct WireControl {
   Tessel tessel;
 };
 
-// One control on a loop of its own. Fails the test when the control reports an error that the test did not take away.
+// One control on a loop of its own, on a clock that may be put forward. Fails the test when the control reports an
+// error that the test did not take away.
 class WireTest : public testing::Test {
  protected:
   void TearDown() override { EXPECT_EQ(control.errors, std::vector<std::string>{}); }
@@ -100,7 +102,8 @@ class WireTest : public testing::Test {
     return result.output;
   }
 
-  EventLoop loop;
+  Kit::SkippingWorld world;
+  EventLoop loop{world};
   WireControl control{loop};
 };
 

@@ -21,6 +21,7 @@
 #include "tests/kit/LoopTools.h"
 #include "tests/kit/Pipe.h"
 #include "tests/kit/RawClient.h"
+#include "tests/kit/Signals.h"
 
 namespace TesselServer {
 namespace {
@@ -100,39 +101,31 @@ TEST(EventLoopRunTest, EndsTheTurnInWhichItIsStopped) {
 
 TEST(EventLoopRunTest, ReturnsAtOnceInsideANotification) {
   EventLoop loop;
+  Guard guard(loop);
   Timer timer(loop);
   int ticks = 0;
-  std::thread other;
   Every(timer, 2, [&] {
     ++ticks;
     timer.Enabled(false);
-    other = std::thread([&] {
-      std::this_thread::sleep_for(Milliseconds(300));
-      loop.Stop();
-    });
-    const auto start = Clock::now();
     loop.Run();
-    EXPECT_LT(Since(start), Milliseconds(250)) << "it does not wait for the stop";
+    EXPECT_FALSE(guard.Fired()) << "it does not wait for a stop";
+    std::thread([&] { loop.Stop(); }).join();
   });
-  Guard guard(loop);
   loop.Run();
-  other.join();
   EXPECT_EQ(ticks, 1);
-  EXPECT_FALSE(guard.Fired()) << "which is for the outer one";
+  EXPECT_FALSE(guard.Fired()) << "the stop is for the outer one";
 }
 
 TEST(EventLoopRunTest, IsStoppedFromAnotherThreadWhileItWaits) {
   EventLoop loop;
   Guard guard(loop);
-  std::thread other([&] {
-    std::this_thread::sleep_for(Milliseconds(30));
+  std::thread other([&, own = gettid()] {
+    Kit::UntilItWaits(own);
     loop.Stop();
   });
-  const auto start = Clock::now();
   loop.Run();
   other.join();
   EXPECT_FALSE(guard.Fired());
-  EXPECT_GE(Since(start), Milliseconds(20));
 }
 
 TEST(EventLoopRunTest, EveryStopOfAnotherThreadIsHeard) {
@@ -169,8 +162,8 @@ TEST(EventLoopRunTest, IsStoppedFromASignalHandler) {
   timer.Enabled(false);
 
   const pthread_t own = pthread_self();  // and while it waits in the kernel
-  std::thread other([&] {
-    std::this_thread::sleep_for(Milliseconds(30));
+  std::thread other([&, thread = gettid()] {
+    Kit::UntilItWaits(thread);
     pthread_kill(own, SIGUSR1);
   });
   loop.Run();
@@ -181,20 +174,18 @@ TEST(EventLoopRunTest, IsStoppedFromASignalHandler) {
 
 TEST(EventLoopRunTest, ASignalThatStopsNothingDoesNotDisturbIt) {
   EventLoop loop;
-  struct sigaction nothing {};
-  nothing.sa_handler = [](int) {};
-  sigaction(SIGUSR1, &nothing, nullptr);
+  const Kit::SignalCounter counter(SIGUSR1);
   const pthread_t own = pthread_self();
-  std::thread other([&] {
+  std::thread other([&, thread = gettid()] {
     for (int i = 0; i < 5; ++i) {
-      std::this_thread::sleep_for(Milliseconds(5));
+      Kit::UntilItWaits(thread);
       pthread_kill(own, SIGUSR1);
+      while (counter.Count() <= i) sched_yield();
     }
     loop.Stop();
   });
   loop.Run();
   other.join();
-  signal(SIGUSR1, SIG_DFL);
   EXPECT_FALSE(loop.RunOnce(0));
 }
 
@@ -220,8 +211,8 @@ TEST(EventLoopRunOnceTest, ReturnsWhenSomethingHappens) {
     ++heard;
     pipe.Drain();
   };
-  std::thread other([&] {
-    std::this_thread::sleep_for(Milliseconds(20));
+  std::thread other([&, own = gettid()] {
+    Kit::UntilItWaits(own);
     pipe.Fill();
   });
   const auto start = Clock::now();
@@ -255,8 +246,8 @@ TEST(EventLoopRunOnceTest, WithoutALimitItWaitsForTheTimer) {
 
 TEST(EventLoopRunOnceTest, IsWokenByAStopOfAnotherThread) {
   EventLoop loop;
-  std::thread other([&] {
-    std::this_thread::sleep_for(Milliseconds(20));
+  std::thread other([&, own = gettid()] {
+    Kit::UntilItWaits(own);
     loop.Stop();
   });
   const auto start = Clock::now();
@@ -271,7 +262,7 @@ TEST(EventLoopRunOnceTest, ALateTimerTicksOnceInRealTimeToo) {
   Timer timer(loop);
   int ticks = 0;
   Every(timer, 5, [&] { ++ticks; });
-  std::this_thread::sleep_for(Milliseconds(40));
+  Kit::PassTime(Milliseconds(12));
   loop.RunOnce(0);
   EXPECT_EQ(ticks, 1);
 }

@@ -127,7 +127,7 @@ TEST_F(EventLoopDescriptorTest, TellsOfTimersLeftOverFromATurn) {
       timer.Enabled(false);
     });
   }
-  std::this_thread::sleep_for(Milliseconds(10));
+  Kit::PassTime(Milliseconds(6));
   ASSERT_TRUE(Readable(4000));
   loop.RunOnce(0);
   EXPECT_EQ(ticks, EventLoop::kTimersPerTurn);

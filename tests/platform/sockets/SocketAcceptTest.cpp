@@ -5,29 +5,17 @@
 #include <string>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
-#include "tests/kit/FakeWorld.h"
 #include "tests/kit/Limits.h"
-#include "tests/kit/RawClient.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 
 namespace TesselServer {
 namespace {
 
 using AcceptResult = SocketArray::AcceptResult;
 
-class SocketAcceptTest : public testing::Test {
+class SocketAcceptTest : public Kit::SocketTest {
  protected:
-  // A client that has sent its request; its connection waits in the listener's queue.
-  std::unique_ptr<Kit::RawClient> Waiting() {
-    auto client = std::make_unique<Kit::RawClient>(port);
-    send(client->Descriptor(), "hello", 5, MSG_NOSIGNAL);
-    return client;
-  }
-  std::size_t Requests() const { return owner.Count("request 1"); }
-  std::size_t Served() const { return owner.Count("data 2") + owner.Count("data 3"); }
-
   // The listener's descriptor: the one socket of this process that takes connections.
   static int Listener() {
     for (int descriptor = 0; descriptor < 256; ++descriptor) {
@@ -37,12 +25,6 @@ class SocketAcceptTest : public testing::Test {
     }
     return -1;
   }
-
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
-  std::int32_t port = owner.Listen(2);
 };
 
 // ---- Taking a connection.
@@ -433,103 +415,6 @@ TEST_F(SocketAcceptTest, ADescriptorThatComesFreeWithAnElementServesTheNextOne) 
     EXPECT_EQ(state(), SocketState::kConnected);
   }
   EXPECT_EQ(owner.received[2], "hellohello");
-}
-
-// ---- What is done inside the notification.
-
-TEST_F(SocketAcceptTest, IsNotRaisedInsideAnother) {
-  int depth = 0;
-  int deepest = 0;
-  owner.onRequest = [&](std::int32_t request) {
-    deepest = std::max(deepest, ++depth);
-    for (int i = 0; i < 5; ++i) loop.DoEvents();
-    sockets.OfferWaiting(1);
-    owner.Take(request);
-    --depth;
-  };
-  const auto first = Waiting();
-  const auto second = Waiting();
-  Kit::Settle(loop);
-  EXPECT_EQ(deepest, 1);
-  EXPECT_EQ(Served(), 2u);
-}
-
-TEST_F(SocketAcceptTest, YieldingInsideLetsOthersFinishAndFreesAnElement) {
-  owner.onData = [&](std::int32_t index) {
-    if (owner.received[index].ends_with("more")) sockets.SendData(index, Kit::TextAnswer("answer"));
-  };
-  owner.onSent = [&](std::int32_t index) { sockets.Reload(index); };
-  const auto first = Waiting();
-  const auto second = Waiting();
-  Kit::Settle(loop);
-  int passes = 0;
-  owner.onRequest = [&](std::int32_t request) {
-    first->Send(loop, "more");
-    while (sockets.LowestClosed(2, 3) < 0 && ++passes < 100) loop.DoEvents();
-    owner.Take(request);
-  };
-  const auto third = Waiting();
-  Kit::Settle(loop);
-  EXPECT_LT(passes, 100);
-  EXPECT_EQ(first->ReceiveAll(loop), "answer");
-  EXPECT_EQ(owner.received[2], "hellomorehello");
-}
-
-TEST_F(SocketAcceptTest, TheListenerMayBeClosedInside) {
-  AcceptResult result = AcceptResult::kAccepted;
-  owner.onRequest = [&](std::int32_t request) {
-    sockets.Close(1);
-    result = owner.Take(request);
-  };
-  const auto client = Waiting();
-  const auto other = Waiting();
-  Kit::Settle(loop);
-  EXPECT_EQ(result, AcceptResult::kGone);
-  EXPECT_EQ(Requests(), 1u);
-  EXPECT_EQ(sockets.State(1), SocketState::kClosed);
-  EXPECT_EQ(sockets.State(2), SocketState::kClosed);
-}
-
-TEST_F(SocketAcceptTest, TheListenerMayBeUnloadedOrOpenedAnewInside) {
-  int requests = 0;
-  owner.onRequest = [&](std::int32_t) {
-    if (++requests > 1) return;
-    sockets.Unload(1);
-    sockets.Load(1);
-    sockets.Bind(1, 0, "127.0.0.1");
-    sockets.Listen(1);
-  };
-  const auto client = Waiting();
-  Kit::Settle(loop);
-  port = sockets.BoundPort(1);
-  owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
-  const auto next = Waiting();
-  Kit::Settle(loop);
-  EXPECT_EQ(owner.received[2], "hello");
-}
-
-TEST_F(SocketAcceptTest, TheConnectionMayBeClosedInsideAsSoonAsItIsTaken) {
-  owner.onRequest = [&](std::int32_t request) {
-    sockets.Reload(owner.Take(request) == AcceptResult::kAccepted ? 2 : 3);
-  };
-  const auto client = Waiting();
-  Kit::Settle(loop);
-  EXPECT_EQ(Served(), 0u);
-  EXPECT_EQ(sockets.State(2), SocketState::kClosed);
-  EXPECT_EQ(client->ReceiveAll(loop), "");
-  EXPECT_TRUE(client->Ended());
-}
-
-TEST_F(SocketAcceptTest, AnAnswerMayBeSentInside) {
-  owner.onRequest = [&](std::int32_t request) {
-    owner.Take(request);
-    sockets.SendData(2, Kit::TextAnswer("busy"));
-  };
-  owner.onSent = [&](std::int32_t index) { sockets.Reload(index); };
-  const auto client = Waiting();
-  EXPECT_EQ(client->ReceiveAll(loop), "busy");
-  EXPECT_FALSE(client->WasReset());
-  EXPECT_EQ(owner.Count("sent 2"), 1u);
 }
 
 }  // namespace

@@ -5,12 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
 #include "platform/world/Error.h"
-#include "tests/kit/FakeWorld.h"
-#include "tests/kit/RawClient.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 
 namespace TesselServer {
 namespace {
@@ -25,20 +22,9 @@ std::int32_t ErrorOf(Action&& action) {
   return 0;
 }
 
-class SocketArrayTest : public testing::Test {
+class SocketArrayTest : public Kit::SocketTest {
  protected:
-  // A client whose connection element 2 carries.
-  std::unique_ptr<Kit::RawClient> Connect(std::int32_t port) {
-    auto client = std::make_unique<Kit::RawClient>(port);
-    client->Send(loop, "hello");
-    Kit::RunUntil(loop, [&] { return sockets.State(2) == SocketState::kConnected; });
-    return client;
-  }
-
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
+  SocketArrayTest() : SocketTest(0) {}
 };
 
 TEST_F(SocketArrayTest, HasNoElementsAtFirst) {
@@ -139,18 +125,18 @@ TEST_F(SocketArrayTest, TheLowestFreeOneIsFoundAmongTenThousand) {
 }
 
 TEST_F(SocketArrayTest, ConnectedAndListeningElementsAreNotFree) {
-  const std::int32_t port = owner.Listen(2);
+  port = owner.Listen(2);
   EXPECT_EQ(sockets.State(1), SocketState::kListening);
   EXPECT_EQ(sockets.LowestFree(0, 1), -1);
-  const auto client = Connect(port);
+  const auto client = Connect();
   EXPECT_EQ(sockets.State(2), SocketState::kConnected);
   EXPECT_EQ(sockets.LowestClosed(2, 3), 3);
   EXPECT_EQ(sockets.LowestFree(2, 3), 3);
 }
 
 TEST_F(SocketArrayTest, ClosingAndFailedElementsAreFreeButNotClosed) {
-  const std::int32_t port = owner.Listen(2);
-  const auto ended = Connect(port);
+  port = owner.Listen(2);
+  const auto ended = Connect();
   Kit::RawClient aborted(port);
   aborted.Send(loop, "hello");
   Kit::Settle(loop);
@@ -169,7 +155,7 @@ TEST_F(SocketArrayTest, ClosingAndFailedElementsAreFreeButNotClosed) {
 }
 
 TEST_F(SocketArrayTest, TheGenerationChangesWithEachLoadAcceptAndClose) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   std::vector<std::uint64_t> seen = {sockets.Generation(2)};
   const auto changed = [&] {
     const std::uint64_t now = sockets.Generation(2);
@@ -180,7 +166,7 @@ TEST_F(SocketArrayTest, TheGenerationChangesWithEachLoadAcceptAndClose) {
     return true;
   };
   EXPECT_FALSE(changed());
-  const auto client = Connect(port);
+  const auto client = Connect();
   EXPECT_TRUE(changed()) << "accepted";
   sockets.SendData(2, Kit::TextAnswer("answer"));
   Kit::Settle(loop);
@@ -196,7 +182,8 @@ TEST_F(SocketArrayTest, TheGenerationChangesWithEachLoadAcceptAndClose) {
 }
 
 TEST_F(SocketArrayTest, TellsWhereThePeerIs) {
-  const auto client = Connect(owner.Listen(1));
+  port = owner.Listen(1);
+  const auto client = Connect();
   EXPECT_EQ(sockets.RemoteHostIP(2), "127.0.0.1");
   EXPECT_EQ(sockets.RemoteHostIP(1), "");
   sockets.Close(2);
@@ -204,7 +191,7 @@ TEST_F(SocketArrayTest, TellsWhereThePeerIs) {
 }
 
 TEST_F(SocketArrayTest, AFreshElementKnowsNothingOfItsPredecessorsAddress) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   struct {
     const char* how;
     std::function<void()> renew;

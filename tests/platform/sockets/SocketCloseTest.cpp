@@ -8,12 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
 #include "tests/kit/Descriptors.h"
-#include "tests/kit/FakeWorld.h"
-#include "tests/kit/RawClient.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 
 namespace TesselServer {
 namespace {
@@ -26,26 +23,13 @@ struct TcpFacts {
   std::uint32_t segmentsOut, segmentsIn;
 };
 
-class SocketCloseTest : public testing::Test {
+class SocketCloseTest : public Kit::SocketTest {
  protected:
-  // A client that the next free element carries.
-  std::unique_ptr<Kit::RawClient> Connect() {
-    auto client = std::make_unique<Kit::RawClient>(port);
-    client->Send(loop, "hello");
-    Kit::Settle(loop);
-    return client;
-  }
   // Whether the client's next bytes are answered with a reset.
   static bool IsCutOff(const Kit::RawClient& client) {
     send(client.Descriptor(), "x", 1, MSG_NOSIGNAL);
     return send(client.Descriptor(), "x", 1, MSG_NOSIGNAL) < 0;
   }
-
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
-  std::int32_t port = owner.Listen(2);
 };
 
 TEST_F(SocketCloseTest, TheElementIsFreeAtOnceAndTheClientSeesTheEnd) {

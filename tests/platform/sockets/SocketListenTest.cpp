@@ -9,14 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
 #include "platform/world/Error.h"
 #include "tests/kit/Descriptors.h"
-#include "tests/kit/FakeWorld.h"
 #include "tests/kit/Limits.h"
-#include "tests/kit/RawClient.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 
 namespace TesselServer {
 namespace {
@@ -54,16 +51,13 @@ int Option(int descriptor, int level, int name) {
   return value;
 }
 
-class SocketListenTest : public testing::Test {
+class SocketListenTest : public Kit::SocketTest {
  protected:
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
+  SocketListenTest() : SocketTest(0) {}
 };
 
 TEST_F(SocketListenTest, ListensOnAnyPortWhenItIsToldZero) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   EXPECT_GT(port, 0);
   EXPECT_EQ(sockets.State(1), SocketState::kListening);
   const Kit::RawClient client(port);
@@ -114,26 +108,26 @@ TEST_F(SocketListenTest, AnAddressOfAnotherMachineIsError10049) {
 TEST_F(SocketListenTest, APortThatIsNoneIsError10049) {
   const std::size_t before = Kit::CountDescriptors();
   sockets.Load(1);
-  for (const std::int32_t port : {-1, 65'536, 70'000, 2'147'483'647, -2'147'483'647 - 1}) {
+  for (const std::int32_t none : {-1, 65'536, 70'000, 2'147'483'647, -2'147'483'647 - 1}) {
     EXPECT_EQ(RaisedBy([&] {
-                sockets.LocalPort(1, port);
+                sockets.LocalPort(1, none);
                 sockets.Listen(1);
               }).number,
               10049)
-        << port;
+        << none;
     EXPECT_EQ(RaisedBy([&] {
-                sockets.Bind(1, port, "127.0.0.1");
+                sockets.Bind(1, none, "127.0.0.1");
                 sockets.Listen(1);
               }).number,
               10049)
-        << port;
-    EXPECT_EQ(sockets.State(1), SocketState::kClosed) << port;
+        << none;
+    EXPECT_EQ(sockets.State(1), SocketState::kClosed) << none;
   }
   EXPECT_EQ(Kit::CountDescriptors(), before);
 }
 
 TEST_F(SocketListenTest, APortInUseIsError10048AndLeavesTheElementClosed) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   Kit::SocketOwner other(loop);
   other.sockets.Load(1);
   other.sockets.Bind(1, port, "127.0.0.1");
@@ -150,13 +144,13 @@ TEST_F(SocketListenTest, APortInUseIsError10048AndLeavesTheElementClosed) {
 }
 
 TEST_F(SocketListenTest, ListeningTwiceIsAnError) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   EXPECT_EQ(RaisedBy([&] { sockets.Listen(1); }).number, 10022);
   EXPECT_EQ(sockets.BoundPort(1), port);
 }
 
 TEST_F(SocketListenTest, ThePortMayBeTakenAgainAtOnceAfterItsConnectionsWereClosed) {
-  const std::int32_t port = owner.Listen(2);
+  port = owner.Listen(2);
   owner.onData = [&](std::int32_t index) {
     sockets.InputMayCome(index, false);
     sockets.SendData(index, Kit::TextAnswer("answer"));
@@ -186,7 +180,7 @@ TEST_F(SocketListenTest, NoDescriptorIsError10024) {
 
 TEST_F(SocketListenTest, EveryDescriptorIsClosedInAChildAndNeverWaits) {
   loop.Descriptor();
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   const Kit::RawClient client(port);
   send(client.Descriptor(), "hello", 5, MSG_NOSIGNAL);
   Kit::Settle(loop);
@@ -208,7 +202,7 @@ TEST_F(SocketListenTest, EveryDescriptorIsClosedInAChildAndNeverWaits) {
 }
 
 TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   const int listener = Sockets().at(0);
   EXPECT_EQ(Option(listener, SOL_SOCKET, SO_REUSEADDR), 1);
   EXPECT_GE(Option(listener, IPPROTO_TCP, TCP_DEFER_ACCEPT), TcpListener::kDeferAcceptSeconds);
@@ -227,7 +221,7 @@ TEST_F(SocketListenTest, ListenerAndConnectionsHaveTheirOptions) {
 }
 
 TEST_F(SocketListenTest, AClosedListenerRefusesConnections) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   sockets.Close(1);
   EXPECT_EQ(sockets.State(1), SocketState::kClosed);
   EXPECT_EQ(sockets.BoundPort(1), 0);
@@ -235,7 +229,7 @@ TEST_F(SocketListenTest, AClosedListenerRefusesConnections) {
 }
 
 TEST_F(SocketListenTest, WaitingConnectionsAreOfferedOnlyWhenThereAreSome) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   sockets.OfferWaiting(1);
   EXPECT_TRUE(owner.heard.empty());
   const Kit::RawClient silent(port);
@@ -251,7 +245,7 @@ TEST_F(SocketListenTest, WaitingConnectionsAreOfferedOnlyWhenThereAreSome) {
 // ---- A listening socket that is kept while its element is renewed.
 
 TEST_F(SocketListenTest, AKeptSocketIsUsedAgainOnTheSameAddress) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   const Kit::RawClient silent(port);
   auto kept = sockets.Keep(1);
   EXPECT_EQ(sockets.State(1), SocketState::kClosed);
@@ -266,7 +260,7 @@ TEST_F(SocketListenTest, AKeptSocketIsUsedAgainOnTheSameAddress) {
 }
 
 TEST_F(SocketListenTest, AKeptSocketOfAnotherAddressIsReplaced) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   const std::size_t before = Kit::CountDescriptors();
   auto kept = sockets.Keep(1);
   sockets.Reload(1);
@@ -278,7 +272,7 @@ TEST_F(SocketListenTest, AKeptSocketOfAnotherAddressIsReplaced) {
 }
 
 TEST_F(SocketListenTest, AKeptSocketThatListensNoMoreIsReplaced) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   shutdown(Sockets().at(0), SHUT_RDWR);
   auto kept = sockets.Keep(1);
   sockets.Reload(1);
@@ -289,7 +283,7 @@ TEST_F(SocketListenTest, AKeptSocketThatListensNoMoreIsReplaced) {
 }
 
 TEST_F(SocketListenTest, AKeptSocketStaysWhereTheNewOneFailsForAnotherReasonThanTheAddress) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   auto kept = sockets.Keep(1);
   sockets.Reload(1);
   sockets.Bind(1, port, "192.0.2.1");  // an address that this machine does not have
@@ -302,7 +296,7 @@ TEST_F(SocketListenTest, AKeptSocketStaysWhereTheNewOneFailsForAnotherReasonThan
 }
 
 TEST_F(SocketListenTest, WhatDoesNotListenHasNothingToKeep) {
-  const std::int32_t port = owner.Listen(1);
+  port = owner.Listen(1);
   for (const std::int32_t index : {-1, 0, 2}) auto kept = sockets.Keep(index);
   EXPECT_EQ(sockets.BoundPort(1), port);
   EXPECT_EQ(sockets.State(2), SocketState::kClosed);
@@ -310,7 +304,7 @@ TEST_F(SocketListenTest, WhatDoesNotListenHasNothingToKeep) {
 
 TEST_F(SocketListenTest, TwoArraysServeOnOneLoop) {
   Kit::SocketOwner other(loop);
-  const std::int32_t port = owner.Listen(2);
+  port = owner.Listen(2);
   const std::int32_t otherPort = other.Listen(2);
   for (Kit::SocketOwner* each : {&owner, &other}) {
     each->onData = [each](std::int32_t index) {
@@ -325,7 +319,7 @@ TEST_F(SocketListenTest, TwoArraysServeOnOneLoop) {
 }
 
 TEST_F(SocketListenTest, TwoListenersOfOneArrayServeBoth) {
-  const std::int32_t port = owner.Listen(4);
+  port = owner.Listen(4);
   sockets.Load(0);
   sockets.Bind(0, 0, "127.0.0.1");
   sockets.Listen(0);
@@ -342,7 +336,7 @@ TEST_F(SocketListenTest, NothingIsLeftOpenWhenTheArrayDies) {
   const std::size_t before = Kit::CountDescriptors();
   {
     Kit::SocketOwner other(loop);
-    const std::int32_t port = other.Listen(3);
+    port = other.Listen(3);
     const Kit::RawClient first(port);
     const Kit::RawClient second(port);
     send(first.Descriptor(), "hello", 5, MSG_NOSIGNAL);

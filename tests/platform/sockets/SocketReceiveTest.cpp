@@ -6,31 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
-#include "tests/kit/FakeWorld.h"
-#include "tests/kit/RawClient.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 
 namespace TesselServer {
 namespace {
 
-class SocketReceiveTest : public testing::Test {
- protected:
-  // A client that element 2, or 3 for the second, carries.
-  std::unique_ptr<Kit::RawClient> Connect(std::string_view first = "hello") {
-    auto client = std::make_unique<Kit::RawClient>(port);
-    client->Send(loop, first);
-    Kit::Settle(loop);
-    return client;
-  }
-
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
-  std::int32_t port = owner.Listen(2);
-};
+class SocketReceiveTest : public Kit::SocketTest {};
 
 // ---- Bytes.
 

@@ -13,14 +13,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
 #include "platform/world/Error.h"
 #include "tests/kit/Descriptors.h"
-#include "tests/kit/FakeWorld.h"
-#include "tests/kit/RawClient.h"
 #include "tests/kit/Signals.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -41,15 +38,9 @@ int AcceptedFrom(const Kit::RawClient& client) {
   return -1;
 }
 
-class SocketSendTest : public testing::Test {
+class SocketSendTest : public Kit::SocketTest {
  protected:
-  // A client that the next free element carries.
-  std::unique_ptr<Kit::RawClient> Connect() {
-    auto client = std::make_unique<Kit::RawClient>(port);
-    client->Send(loop, "hello");
-    Kit::Settle(loop);
-    return client;
-  }
+  SocketSendTest() : SocketTest(3) {}
   // The number of the error that sending raises, 0 for none.
   std::int32_t ErrorOfSending(std::int32_t index, Answer answer) {
     try {
@@ -69,11 +60,6 @@ class SocketSendTest : public testing::Test {
   }
 
   Kit::TemporaryTree tree;
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
-  std::int32_t port = owner.Listen(3);
 };
 
 // ---- Whole answers.

@@ -7,24 +7,15 @@
 #include <utility>
 #include <vector>
 
-#include "platform/loop/EventLoop.h"
 #include "platform/sockets/SocketArray.h"
-#include "tests/kit/FakeWorld.h"
-#include "tests/kit/RawClient.h"
-#include "tests/kit/SocketOwner.h"
+#include "tests/kit/SocketTest.h"
 
 namespace TesselServer {
 namespace {
 
 // Connections that wait together are accepted, read and served one after the other.
-class SocketTurnsTest : public testing::Test {
+class SocketTurnsTest : public Kit::SocketTest {
  protected:
-  // A client that has sent its request; its connection waits in the listener's queue.
-  std::unique_ptr<Kit::RawClient> Waiting() {
-    auto client = std::make_unique<Kit::RawClient>(port);
-    send(client->Descriptor(), "hello", 5, MSG_NOSIGNAL);
-    return client;
-  }
   // Has the owner answer every request and close its connection behind the answer.
   void AnswerEachAndClose() {
     owner.onData = [this](std::int32_t index) {
@@ -33,14 +24,6 @@ class SocketTurnsTest : public testing::Test {
     };
     owner.onSent = [this](std::int32_t index) { sockets.Reload(index); };
   }
-  std::size_t Requests() const { return owner.Count("request 1"); }
-  std::size_t Served() const { return owner.Count("data 2") + owner.Count("data 3"); }
-
-  Kit::FakeWorld world;
-  EventLoop loop{world};
-  Kit::SocketOwner owner{loop};
-  SocketArray& sockets = owner.sockets;
-  std::int32_t port = owner.Listen(2);
 };
 
 TEST_F(SocketTurnsTest, ThoseThatWaitAreServedInTheirOrderWithTheirOwnBytes) {
