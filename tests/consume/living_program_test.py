@@ -6,7 +6,6 @@
 HOST is the folder of the demonstration site and its error pages, CGI that of the site's programs.
 """
 
-import http.client
 import json
 import os
 import pathlib
@@ -15,13 +14,12 @@ import re
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 import xml.etree.ElementTree
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
-from program import Program  # noqa: E402
+from program import SiteTest, ask  # noqa: E402
 
 TESSEL = HOST = CGI = None  # set from the command line
 
@@ -30,30 +28,9 @@ PAGES = ["--ssi-enable", "--html-functions-enable"]
 PROGRAM_BYTES = 1024  # what the server takes of a program's output
 
 
-def ask(port, path, body=None, headers=()):
-    """The answer, with `data` in it: a GET, or a POST when there is a body."""
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
-    try:
-        connection.request("GET" if body is None else "POST", path, body, dict(headers))
-        answer = connection.getresponse()
-        answer.data = answer.read()
-        return answer
-    finally:
-        connection.close()
-
-
-class LivingTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name).resolve()
-        self.site = self.folder / "site"
-        self.site.mkdir()
-
+class LivingTest(SiteTest):
     def serve(self, *arguments, site=None):
-        program = Program([TESSEL, "--server-port", "0", *arguments, site or self.site])
-        self.addCleanup(program.__exit__)
-        return program
+        return self.start([TESSEL, "--server-port", "0", *arguments, site or self.site])
 
 
 class HostAnswers(LivingTest):

@@ -9,12 +9,11 @@ import signal
 import socket
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
-from program import Program  # noqa: E402
+from program import Program, SiteTest  # noqa: E402
 
 TESSEL = None  # set from the command line
 
@@ -66,11 +65,9 @@ def read_until(descriptor, pattern):
     return text
 
 
-class LogTest(unittest.TestCase):
+class LogTest(SiteTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.site = pathlib.Path(folder.name).resolve()
+        super().setUp()
         (self.site / "index.html").write_text("<html><body>start</body></html>\n")
 
     def pipe(self, full=False):

@@ -1,7 +1,6 @@
 #!/usr/bin/python3
 """The program `tessel` as its user has it: program_test.py PROGRAM"""
 
-import http.client
 import os
 import pathlib
 import re
@@ -10,12 +9,11 @@ import socket
 import stat
 import subprocess
 import sys
-import tempfile
 import unittest
 import urllib.request
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
-from program import Program  # noqa: E402
+from program import Program, SiteTest, ask  # noqa: E402
 
 TESSEL = None  # set from the command line
 
@@ -37,22 +35,13 @@ def run(*arguments, cwd=None):
 
 def get(port, path, headers=()):
     """(status, body) as the wire has them."""
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
-    try:
-        connection.request("GET", path, headers=dict(headers))
-        answer = connection.getresponse()
-        return answer.status, answer.read()
-    finally:
-        connection.close()
+    answer = ask(port, path, headers=headers)
+    return answer.status, answer.data
 
 
-class ProgramTest(unittest.TestCase):
+class ProgramTest(SiteTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name).resolve()
-        self.site = self.folder / "site"
-        self.site.mkdir()
+        super().setUp()
         (self.site / "index.html").write_text("<html><body>start</body></html>\n")
 
     def serve(self, *arguments, cwd=None):

@@ -7,11 +7,10 @@ import os
 import pathlib
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "kit"))
-from program import Program  # noqa: E402
+from program import SiteTest  # noqa: E402
 
 TESSEL = TWO_WAYS = None  # set from the command line
 
@@ -26,19 +25,13 @@ def curl(*arguments):
     return run("curl", "--silent", "--noproxy", "*", "--max-time", "20", *arguments)
 
 
-class Readme(unittest.TestCase):
+class Readme(SiteTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name).resolve()
-        self.site = self.folder / "site"
-        self.site.mkdir()
+        super().setUp()
         (self.site / "page.txt").write_text("a page\n")
 
     def serve(self, *options):
-        program = Program([TESSEL, "--server-port", "0", *options, self.site])
-        self.addCleanup(program.__exit__)
-        return program
+        return self.start([TESSEL, "--server-port", "0", *options, self.site])
 
     def test_programs_take_an_error_page_for_a_success_unless_they_are_switched_off(self):
         is_ok = "fetch(process.argv[1]).then(answer => console.log(answer.ok))"

@@ -13,14 +13,13 @@ import signal
 import socket
 import subprocess
 import sys
-import tempfile
 import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parent / "kit")]
 import proxies  # noqa: E402
 import sandbox  # noqa: E402
-from program import Program  # noqa: E402
+from program import Program, SiteTest  # noqa: E402
 
 TESSEL = BEHIND_PROXY = None  # set from the command line
 UNIT = "tessel@.service"
@@ -48,22 +47,13 @@ def curl(*arguments):
     return int(code), body
 
 
-class Site(unittest.TestCase):
+class Site(SiteTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name).resolve()
+        super().setUp()
         self.folder.chmod(0o755)  # a proxy may run as a user of its own
-        self.site = self.folder / "site"
-        self.site.mkdir()
         (self.site / "index.html").write_bytes(b"<html><body>start</body></html>\n")
         (self.site / "a b.txt").write_bytes(b"blank\n")
         (self.site / "big.bin").write_bytes(BIG)
-
-    def start(self, command):
-        program = Program(command)
-        self.addCleanup(program.__exit__)
-        return program
 
 
 class ProxyTests:

@@ -3,11 +3,14 @@
 A program tells on standard error where it serves: "Open http://127.0.0.1:8080/".
 """
 
+import http.client
 import os
+import pathlib
 import re
 import subprocess
 import tempfile
 import time
+import unittest
 import urllib.parse
 
 START_SECONDS = 30  # a start takes milliseconds; a busy machine under sanitizers takes longer
@@ -89,3 +92,32 @@ class Program:
     @staticmethod
     def _text(file):
         return os.pread(file.fileno(), 1 << 24, 0).decode("utf-8", "backslashreplace")
+
+
+class SiteTest(unittest.TestCase):
+    """A test with a folder of its own, `folder`, and in it `site`, which is empty."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name).resolve()
+        self.site = self.folder / "site"
+        self.site.mkdir()
+
+    def start(self, command):
+        """A program that ends with the test."""
+        program = Program(command)
+        self.addCleanup(program.__exit__)
+        return program
+
+
+def ask(port, path, body=None, headers=()):
+    """The answer, with `data` in it: to a GET, or a POST when there is a body."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
+    try:
+        connection.request("GET" if body is None else "POST", path, body, dict(headers))
+        answer = connection.getresponse()
+        answer.data = answer.read()
+        return answer
+    finally:
+        connection.close()
