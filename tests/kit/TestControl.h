@@ -1,7 +1,11 @@
 // A control on a standing world and a temporary root, with everything it says written down.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "control/Tessel.h"
@@ -43,7 +47,29 @@ struct TestControl {
   Tessel tessel;
 };
 
-// The part of an answer behind its header block, and the block itself with its blank line.
+// A test of one control.
+class ControlTest : public testing::Test {
+ protected:
+  std::string Get(const std::string& url) { return control.Get(url); }
+  // A client that has sent so much, with the loop at rest.
+  std::unique_ptr<RawClient> Send(std::string_view bytes) {
+    auto client = std::make_unique<RawClient>(tessel.ListeningPort());
+    client->Send(control.loop, bytes);
+    Settle(control.loop);
+    return client;
+  }
+  // Lets time pass, and the loop take one turn.
+  void Pass(std::int64_t milliseconds) {
+    control.world.Advance(milliseconds);
+    control.loop.RunOnce(0);
+  }
+
+  TestControl control;
+  Tessel& tessel = control.tessel;
+  const TemporaryTree& tree = control.tree;
+};
+
+// The part of an answer after its header block, and the block itself with its blank line.
 inline std::string BodyOf(const std::string& answer) {
   const std::size_t end = answer.find("\r\n\r\n");
   return end == std::string::npos ? std::string() : answer.substr(end + 4);

@@ -21,7 +21,7 @@ using Kit::RawClient;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class CallFunctionTest : public testing::Test {
+class CallFunctionTest : public Kit::ControlTest {
  protected:
   CallFunctionTest() {
     tessel.HTMLFunctionsEnable(true);
@@ -46,8 +46,6 @@ class CallFunctionTest : public testing::Test {
     return BodyOf(control.Get("/page.html" + query));
   }
 
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
   std::map<std::string, std::function<void(std::int32_t)>> functions;
   std::vector<std::string> asked;
 };

@@ -14,7 +14,7 @@ namespace {
 using Kit::BodyOf;
 using testing::HasSubstr;
 
-class DispatchHostileTest : public testing::Test {
+class DispatchHostileTest : public Kit::ControlTest {
  protected:
   DispatchHostileTest() {
     outside.Write("secret.txt", "SECRET");
@@ -31,8 +31,6 @@ class DispatchHostileTest : public testing::Test {
   }
 
   Kit::TemporaryTree outside;
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
 };
 
 TEST_F(DispatchHostileTest, NoSpellingLeavesTheRoot) {

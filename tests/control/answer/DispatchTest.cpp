@@ -55,14 +55,9 @@ const std::string kBadRequest =
               Line("Sorry, your valid request has not been displayed since this server does not support the requested "
                    "feature."));
 
-class DispatchTest : public testing::Test {
+class DispatchTest : public Kit::ControlTest {
  protected:
   void Start() { control.Start(); }
-  std::string Get(const std::string& url) { return control.Get(url); }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
-  const Kit::TemporaryTree& tree = control.tree;
 };
 
 TEST_F(DispatchTest, AFileIsSentWithItsTypeAndLength) {

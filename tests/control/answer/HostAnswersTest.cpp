@@ -94,7 +94,7 @@ TEST(HeaderValueTest, ALineWithoutItsEndIsRaised) {
 
 // ---- Inside a request.
 
-class HostAnswersTest : public testing::Test {
+class HostAnswersTest : public Kit::ControlTest {
  protected:
   // Sends a request and runs `look` inside its FileRequest.
   void Inside(const std::string& request, std::function<void(std::int32_t index)> look) {
@@ -135,9 +135,6 @@ class HostAnswersTest : public testing::Test {
     EXPECT_EQ(tessel.CGIValue(index, "SERVER_PROTOCOL"), "") << index;
     EXPECT_EQ(tessel.RequestBody(index), "") << index;
   }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
 };
 
 TEST_F(HostAnswersTest, BeforeTheFirstStartThereAreNoConnections) {

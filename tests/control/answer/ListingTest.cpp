@@ -14,16 +14,13 @@ using Kit::HeadOf;
 using testing::HasSubstr;
 using testing::Not;
 
-class ListingTest : public testing::Test {
+class ListingTest : public Kit::ControlTest {
  protected:
   ListingTest() {
     control.tessel.DirectoryBrowseEnable(true);
     control.tessel.ServerName("shelf");
     control.Start();
   }
-  std::string Get(const std::string& url) { return control.Get(url); }
-
-  Kit::TestControl control;
 };
 
 TEST_F(ListingTest, AFolderWithoutAnIndexPageIsAPageOfItsEntries) {

@@ -19,7 +19,7 @@ using testing::HasSubstr;
 constexpr std::size_t kLargePage = 16 * 1024 * 1024;  // more than the kernel takes from one connection
 constexpr const char* kBusyText = "Sorry, the server is too busy to handle you request.";
 
-class PageMemoryTest : public testing::Test {
+class PageMemoryTest : public Kit::ControlTest {
  protected:
   PageMemoryTest() {
     tessel.MaxConnections(20);
@@ -32,15 +32,7 @@ class PageMemoryTest : public testing::Test {
     control.Start();
   }
 
-  std::unique_ptr<RawClient> AskAndWait(const std::string& path) {
-    auto client = std::make_unique<RawClient>(tessel.ListeningPort());
-    client->Send(control.loop, "GET " + path + " HTTP/1.0\r\n\r\n");
-    Settle(control.loop);
-    return client;
-  }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
+  std::unique_ptr<RawClient> AskAndWait(const std::string& path) { return Send("GET " + path + " HTTP/1.0\r\n\r\n"); }
 };
 
 TEST_F(PageMemoryTest, APageThatFindsNoRoomIsThePageOfAServerThatIsTooBusy) {

@@ -22,7 +22,7 @@ std::string Challenge(const std::string& field, const std::string& realm) {
          field + ": Basic realm=" + realm + "\r\n\r\n";
 }
 
-class PasswordsTest : public testing::Test {
+class PasswordsTest : public Kit::ControlTest {
  protected:
   PasswordsTest() {
     control.tree.Write("site/members/page.html", "members only");
@@ -46,8 +46,6 @@ class PasswordsTest : public testing::Test {
   std::string Get(const std::string& url, const std::string& headers = "") {
     return control.Ask("GET " + url + " HTTP/1.0\r\n" + headers + "\r\n");
   }
-
-  Kit::TestControl control;
 };
 
 TEST_F(PasswordsTest, AFileAsksInItsOwnSpellingOfTheHeader) {

@@ -20,7 +20,7 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 // A root, a folder of programs beside it, and in both programs that tell their place and name.
-class ProgramRequestTest : public testing::Test {
+class ProgramRequestTest : public Kit::ControlTest {
  protected:
   ProgramRequestTest() {
     for (const char* name : {"root/run.exe", "root/both.exe", "root/sub/deep.exe", "cgi/both.exe", "cgi/tool.exe",
@@ -51,10 +51,6 @@ class ProgramRequestTest : public testing::Test {
     }
     return body;
   }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
-  const Kit::TemporaryTree& tree = control.tree;
 };
 
 constexpr const char* kNoSuchProgram = "HTTP 404: File Not Found";

@@ -13,7 +13,7 @@ using Kit::BodyOf;
 
 constexpr const char* kAnnsPassword = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
 
-class RemoteUserTest : public testing::Test {
+class RemoteUserTest : public Kit::ControlTest {
  protected:
   RemoteUserTest() {
     tessel.SSIEnable(true);
@@ -26,9 +26,6 @@ class RemoteUserTest : public testing::Test {
     if (!tessel.ServerRunning()) control.Start();
     return BodyOf(control.Ask("GET /page.html HTTP/1.0\r\n" + headers + "\r\n"));
   }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
 };
 
 TEST_F(RemoteUserTest, WithoutAPasswordFileWhatTheClientClaimsIsNoName) { EXPECT_EQ(Shown(), ""); }

@@ -28,7 +28,7 @@ std::string Whole(const std::string& status, const std::string& type, const std:
          extra + (body.empty() ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n") + "\r\n" + body;
 }
 
-class TrapTest : public testing::Test {
+class TrapTest : public Kit::ControlTest {
  protected:
   TrapTest() {
     control.tree.Write("page.trp", "the page");
@@ -54,8 +54,6 @@ class TrapTest : public testing::Test {
     return client;
   }
 
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
   std::function<void(std::int32_t)> answer;
   std::vector<std::string> told;
   std::int32_t waiting = 0;

@@ -22,7 +22,7 @@ std::string PostTo(const std::string& path, std::size_t announced, const std::st
 
 // ---- Over all connections.
 
-class BodyMemoryTest : public testing::Test {
+class BodyMemoryTest : public Kit::ControlTest {
  protected:
   BodyMemoryTest() {
     tessel.MaxConnections(20);
@@ -40,10 +40,7 @@ class BodyMemoryTest : public testing::Test {
   }
 
   std::unique_ptr<RawClient> Begin(std::size_t announced, std::size_t sent) {
-    auto client = std::make_unique<RawClient>(tessel.ListeningPort());
-    client->Send(control.loop, PostTo("/form", announced, std::string(sent, 'b')));
-    Settle(control.loop);
-    return client;
+    return Send(PostTo("/form", announced, std::string(sent, 'b')));
   }
   void Continue(RawClient& client, std::size_t bytes) {
     client.Send(control.loop, std::string(bytes, 'c'));
@@ -54,8 +51,6 @@ class BodyMemoryTest : public testing::Test {
     return client.Received().starts_with("HTTP/1.0 400 Bad Request\r\n");
   }
 
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
   bool hold = false;
   std::vector<std::int32_t> held;
 };

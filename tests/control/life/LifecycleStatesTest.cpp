@@ -35,7 +35,7 @@ bool CanConnect(std::int32_t port) {
 }
 
 // A control that writes down all it says in one list.
-class LifecycleStatesTest : public testing::Test {
+class LifecycleStatesTest : public Kit::ControlTest {
  protected:
   LifecycleStatesTest() {
     tessel.CGIDirectory("/cgi");
@@ -50,8 +50,6 @@ class LifecycleStatesTest : public testing::Test {
     control.loop.RunOnce(0);
   }
 
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
   Lines said;
 };
 

@@ -19,7 +19,7 @@ constexpr int kStartEvents = 19;  // two status texts, two announcements, fiftee
 constexpr int kStopEvents = 4;
 
 // A control that does something at its n-th event, and writes down all it says.
-class RestartInsideEventsTest : public testing::Test {
+class RestartInsideEventsTest : public Kit::ControlTest {
  protected:
   RestartInsideEventsTest() {
     control.tree.Write("a.txt", "text");
@@ -48,8 +48,6 @@ class RestartInsideEventsTest : public testing::Test {
     EXPECT_THAT(control.errors, IsEmpty()) << when;
   }
 
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
   Lines said;
   int left = 0;
   std::function<void()> act;

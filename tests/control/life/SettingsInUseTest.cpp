@@ -12,7 +12,7 @@ namespace {
 
 using Kit::BodyOf;
 
-class SettingsInUseTest : public testing::Test {
+class SettingsInUseTest : public Kit::ControlTest {
  protected:
   SettingsInUseTest() {
     tessel.SSIEnable(true);
@@ -28,9 +28,6 @@ class SettingsInUseTest : public testing::Test {
     control.Get("/echo.html");  // every slot has its record
   }
   std::string Shown(const std::string& url) { return BodyOf(control.Get(url)); }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
 };
 
 TEST_F(SettingsInUseTest, WhatServerVariablesShowFollowsItsProperty) {

@@ -9,7 +9,7 @@ namespace {
 
 using Kit::RawClient;
 
-class StatisticsTest : public testing::Test {
+class StatisticsTest : public Kit::ControlTest {
  protected:
   // Asks with so many bytes in all.
   std::string AskWithBytes(std::size_t size) {
@@ -17,9 +17,6 @@ class StatisticsTest : public testing::Test {
     request += std::string(size - request.size() - 4, 'x') + "\r\n\r\n";
     return control.Ask(request);
   }
-
-  Kit::TestControl control;
-  Tessel& tessel = control.tessel;
 };
 
 TEST_F(StatisticsTest, AFreshControlHasCountedNothing) {
