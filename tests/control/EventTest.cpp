@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(EventTest, NobodyConnectedIsNobodyCalled) {
+TEST(EventTest, WithoutAHandlerNothingIsCalled) {
   Event<int&> event;
   EXPECT_FALSE(event.IsConnected());
   int value = 1;
@@ -99,7 +99,7 @@ TEST(EventTest, AnEventAloneRaisesWhatItsHandlerRaises) {
 
 // ---- What handlers of a control throw.
 
-TEST(EventTest, WhatAHandlerThrowsIsToldAndGoesNoFurther) {
+TEST(EventTest, WhatAHandlerThrowsIsReportedAndGoesNoFurther) {
   struct {
     const char* why;
     void (*raise)();
@@ -147,7 +147,7 @@ TEST(EventTest, WhatAHandlerOfLogEventThrowsIsOnlyCounted) {
   EXPECT_EQ(control.tessel.Stats_Errors(), "2") << "the report, and the handler of the report";
 }
 
-TEST(EventTest, ReportsAreCountedWithNobodyListening) {
+TEST(EventTest, ReportsAreCountedWithoutAHandler) {
   Kit::TestControl control;
   control.tessel.LogEvent = nullptr;
   control.tessel.PropertyChanged = [](const std::string&) { throw std::runtime_error("mine"); };

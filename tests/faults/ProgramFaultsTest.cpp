@@ -43,7 +43,7 @@ class ProgramFaultsTest : public testing::TestWithParam<Fault> {
   ChildPrograms programs_{loop_};
 };
 
-TEST_P(ProgramFaultsTest, AreToldOrOvercome) {
+TEST_P(ProgramFaultsTest, AreReportedOrOvercome) {
   const Fault& expected = GetParam();
   int happened = 0;
   const std::size_t descriptors = Kit::CountDescriptors();

@@ -41,7 +41,7 @@ bool FailsOnce(Reception& reception, const std::vector<std::string>& pieces, int
   return fault.Happened();
 }
 
-TEST(ReceptionFaultsTest, ARequestWithoutMemoryIsGivenUpWhereverItStands) {
+TEST(ReceptionFaultsTest, ARequestWithoutMemoryIsGivenUpAtWhateverByte) {
   const std::string body(200, 'b');
   const std::string announced = "Content-Length: 200\r\n\r\n";
   const std::string start = "POST " + kPath + " HTTP/1.0\r\n";

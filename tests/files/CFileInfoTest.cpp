@@ -410,7 +410,7 @@ TEST_F(CFileInfoTest, AnyNumberIsADate) {
   }
 }
 
-TEST_F(CFileInfoTest, PathsOfFoldersAreToldInTheirTrueSpelling) {
+TEST_F(CFileInfoTest, PathsOfFoldersAreReturnedInTheirTrueSpelling) {
   tree_.Write("Docs/Sub Folder/a.txt", "x");
   std::string root = tree_.Text();
   for (char& c : root) {

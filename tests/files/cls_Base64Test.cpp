@@ -209,7 +209,7 @@ TEST(cls_Base64Test, DecodedBytesAreWrittenToANewFile) {
   EXPECT_EQ(Kit::CountDescriptors(), descriptors);
 }
 
-TEST(cls_Base64Test, WhatStandsThereIsNeverOverwritten) {
+TEST(cls_Base64Test, AnExistingFileIsNeverOverwritten) {
   const Kit::TemporaryTree tree;
   tree.Write("taken", "old");
   tree.MakeFolder("folder");

@@ -470,7 +470,7 @@ TEST_F(cls_DirListingTest, APageOfExactlyTheLimitIsWhole) {
   EXPECT_EQ(Page(urlPath, serverName + "s").size(), cls_DirListing::kMaxListingBytes + 2 - row) << "a row less";
 }
 
-TEST_F(cls_DirListingTest, LeavesNoDescriptorBehind) {
+TEST_F(cls_DirListingTest, LeavesNoDescriptorOpen) {
   Write("a");
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 5; ++i) Page("/");

@@ -205,7 +205,7 @@ TEST_F(cls_NTSecurityTest, ATrusteeIsANumberAUserOrAGroup) {
   }
 }
 
-TEST_F(cls_NTSecurityTest, ATrusteeWhomNobodyIsIsRefused) {
+TEST_F(cls_NTSecurityTest, AnUnknownTrusteeIsRefused) {
   const std::string_view cases[] = {"",
                                     "@",
                                     "@@daemon",

@@ -165,7 +165,7 @@ TEST_F(LogWriterTest, ALineThatIsLongerThanTheRoomIsLost) {
   EXPECT_EQ(output->Text(), Lost("#", 1));
 }
 
-TEST_F(LogWriterTest, AnOutputThatRefusesIsToldOfItWhenItTakesLinesAgain) {
+TEST_F(LogWriterTest, LinesLostToAnOutputThatRefusesAreReportedWhenItTakesMore) {
   LogWriter log(Sink(), "tessel: ", kAtOnce);
   output->Room(0);
   log.Put("one");

@@ -27,7 +27,7 @@ TEST(RequestRateTest, KeepsWhatCameInEachSecondOldestFirst) {
   EXPECT_THAT(rate.PerSecond(), ElementsAre(7, 0, 3));
 }
 
-TEST(RequestRateTest, SpreadsWhatCameWhileNobodyLooked) {
+TEST(RequestRateTest, SpreadsWhatCameBetweenTwoCalls) {
   struct {
     std::chrono::milliseconds gap;
     std::int64_t came;

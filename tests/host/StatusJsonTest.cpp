@@ -43,7 +43,7 @@ TEST(StatusJsonTest, ATextOfAnotherFormIsNull) {
   EXPECT_EQ(StatusJson({"", "99999999999999999999", "0x1", "1,2K", "1.5K", "", "/9"}), kNulls);
 }
 
-TEST(StatusJsonTest, AControlThatNeverRanIsTold) {
+TEST(StatusJsonTest, AControlThatNeverRanHasStatisticsToo) {
   EventLoop loop;
   const Tessel tessel(loop);
   const auto status = StatusOf(tessel);

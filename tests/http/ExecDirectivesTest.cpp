@@ -329,7 +329,7 @@ TEST_F(ExecDirectivesTest, WithoutCGIDirectivesStay) {
   EXPECT_EQ(Started(), Lines());
 }
 
-TEST_F(ExecDirectivesTest, AFailureIsToldInThePage) {
+TEST_F(ExecDirectivesTest, AFailureIsShownInThePage) {
   runner_.Fail(ProgramResult::Failure::kStart, 13);
   EXPECT_EQ(Processed("a<!--#execcgi=show.exe-->b"),
             "aCreate::Process Failed.<BR><br>Error Number: 13<BR><br>Error Desc: Permission denied<BR><br>b");

@@ -135,7 +135,7 @@ TEST_F(HTMLFunctionsTest, AValueMayBeAnArgument) {
   EXPECT_EQ(site_.host.calls, (std::vector<Call>{{7, "F", "a) %><%=FunctionG("}}));
 }
 
-TEST_F(HTMLFunctionsTest, PlainTagsBehindAFunctionTagStay) {
+TEST_F(HTMLFunctionsTest, PlainTagsAfterAFunctionTagStay) {
   site_.record.SSIEnable(true);
   site_.record.ServerPort("8080");
   EXPECT_EQ(site_.Page("<%=SERVER_PORT%><%=FunctionF()%><%=SERVER_PORT%>"), "8080{F:}<%=SERVER_PORT%>");

@@ -182,7 +182,7 @@ TEST(PageRewriterTest, ATagForWhichThereIsNoRoomStays) {
   EXPECT_EQ(page.Text().substr(most->size()), "1<b>2z3<d>");
 }
 
-TEST(PageRewriterTest, WhatStandsFurtherOnCountsForTheRoomToo) {
+TEST(PageRewriterTest, LaterTextCountsForTheRoomToo) {
   Page page("<a>x");
   page.AppendInserted(Shared(std::string(Page::kMaxInsertedBytes, 'x')));
   {

@@ -67,7 +67,7 @@ TEST(PageTest, TellsWhatKindsOfTagTheAuthorWrote) {
   EXPECT_FALSE(Page().HoldsScripts());
 }
 
-TEST(PageTest, ItsResultIsTheAuthorsTextItselfWhileNothingElseStandsInIt) {
+TEST(PageTest, ItsResultIsTheAuthorsTextItselfWhileNothingIsInserted) {
   const Page::SharedText text = SharedCopy("the author's");
   Page page(text);
   EXPECT_EQ(page.Result(), text);

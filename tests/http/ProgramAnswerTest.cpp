@@ -177,7 +177,7 @@ TEST_F(ProgramAnswerTest, WhatIsNoFileIsNotRun) {
   EXPECT_TRUE(runner_.started.empty());
 }
 
-TEST_F(ProgramAnswerTest, AFailureIsToldToTheClient) {
+TEST_F(ProgramAnswerTest, AFailureIsShownToTheClient) {
   runner_.Fail(ProgramResult::Failure::kStart, 13);
   EXPECT_EQ(
       Kit::WholeText(Process("test.exe")),

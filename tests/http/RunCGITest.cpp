@@ -146,7 +146,7 @@ TEST_F(RunCGITest, WaitsForTheTimeOutAndTakes1024Bytes) {
   EXPECT_EQ(runner_.started.back().outputLimit, 1024u);
 }
 
-TEST_F(RunCGITest, AFailureIsToldInPlaceOfTheOutput) {
+TEST_F(RunCGITest, AFailureIsShownInPlaceOfTheOutput) {
   using Failure = ProgramResult::Failure;
   const struct {
     Failure failure;
@@ -177,7 +177,7 @@ TEST_F(RunCGITest, WithoutAPathOrARunnerNothingIsRun) {
             "Create::Process Failed.<BR>\r\nError Number: 38<BR>\r\nError Desc: Function not implemented<BR>\r\n");
 }
 
-TEST_F(RunCGITest, TheControlHearsOfAProgramThatDoesNotDoWell) {
+TEST_F(RunCGITest, AProgramThatFailsIsReportedToTheControl) {
   Kit::FunctionHost host;
   record_.ParentControl(&host);
   runner_.Print("fine");

@@ -113,7 +113,7 @@ TEST_F(VariableEchoTest, AQueryTagInAnotherCaseIsAPlainTag) {
       << "a plain tag behind a function tag stays";
 }
 
-TEST_F(VariableEchoTest, PlainTagsBehindTheFirstFunctionTagStay) {
+TEST_F(VariableEchoTest, PlainTagsAfterTheFirstFunctionTagStay) {
   EXPECT_EQ(site_.Page("<%=SERVER_PORT%><%=FunctionF()%><%=SERVER_PORT%>"), "8080<%=FunctionF()%><%=SERVER_PORT%>");
   EXPECT_EQ(site_.Page("<%=fUNCTION f%><%=SERVER_PORT%>"), "<%=fUNCTIONf%><%=SERVER_PORT%>") << "in any case";
   EXPECT_EQ(site_.Page("<%=Functio%><%=SERVER_PORT%>"), "8080") << "no function";

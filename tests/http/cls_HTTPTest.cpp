@@ -285,7 +285,7 @@ TEST_F(ErrorFileTest, TheFileOfTheCodeIsSentWithItsTrueLength) {
             Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 12\r\n") + "the 500 file");
 }
 
-TEST_F(ErrorFileTest, TheFileOf404StandsInForAMissingOne) {
+TEST_F(ErrorFileTest, TheFileOf404IsUsedForAMissingOne) {
   tree_.Write("html/errors/http404.html", "404 file");
   EXPECT_EQ(Kit::WholeText(record_.ErrorPage("500", true)),
             Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 8\r\n") + "404 file");

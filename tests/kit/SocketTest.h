@@ -20,7 +20,7 @@ class SocketTest : public testing::Test {
     if (connections > 0) port = owner.Listen(connections);
   }
 
-  // A client that the next free element carries; the first is element 2.
+  // A client that has sent, with the loop at rest: the next free element carries it, the first time element 2.
   std::unique_ptr<RawClient> Connect(std::string_view first = "hello") {
     auto client = std::make_unique<RawClient>(port);
     client->Send(loop, first);
@@ -32,6 +32,11 @@ class SocketTest : public testing::Test {
     auto client = std::make_unique<RawClient>(port);
     send(client->Descriptor(), "hello", 5, MSG_NOSIGNAL);
     return client;
+  }
+  // Lets time pass, until the loop is at rest again.
+  void Pass(std::int64_t milliseconds) {
+    world.Advance(milliseconds);
+    Settle(loop);
   }
   std::size_t Requests() const { return owner.Count("request 1"); }
   std::size_t Served() const { return owner.Count("data 2") + owner.Count("data 3"); }

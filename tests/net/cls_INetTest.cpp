@@ -162,7 +162,7 @@ TEST_F(cls_INetTest, WithoutANetworkNothingIsLookedUp) {
   EXPECT_TRUE(network_.echoes.empty());
 }
 
-TEST_F(cls_INetTest, AFailingEndIsShownAndTheAnswerStands) {
+TEST_F(cls_INetTest, AFailingEndIsShownAndTheAnswerIsKept) {
   network_.endError = 10093;
   EXPECT_EQ(net_.AddressOfHostName("printer.example"), "192.0.2.7");
   EXPECT_EQ(net_.EchoHost("printer.example").Status, 0);
@@ -253,7 +253,7 @@ TEST_F(cls_INetTest, HereItEchoesOrSaysThatItMayNot) {
   EXPECT_EQ(result.Address, "127.0.0.1");
 }
 
-TEST_F(cls_INetTest, AProcessThatMayHaveNoSocketsIsTold) {
+TEST_F(cls_INetTest, AProcessThatMayHaveNoSocketsGetsTheError) {
   const int status = Kit::InChild([] {
     if (!Kit::RefuseSystemCall(SYS_socket, EACCES)) return 200;
     Kit::FakeWorld world;
@@ -280,7 +280,7 @@ TEST_F(cls_INetTest, AProcessWithoutDescriptorsHasNoSockets) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(cls_INetTest, ANameServerThatKeepsSilentHoldsNobodyForLong) {
+TEST_F(cls_INetTest, ASilentNameServerBlocksForOneSecondAtMost) {
   const auto start = std::chrono::steady_clock::now();
   const int status = Kit::InChild([] {
     const Kit::NameServer server;

@@ -187,7 +187,7 @@ TEST_F(cls_WinSockTest, AnAddressIsWrittenDotted) {
   EXPECT_EQ(cls_WinSock::AddressText(sockets_.AddressFromText("10.66051")), "10.1.2.3");
 }
 
-TEST_F(cls_WinSockTest, DottedTextsAloneAskNobody) {
+TEST_F(cls_WinSockTest, DottedTextsNeedNoNameServer) {
   const AskedWorld world;
   const cls_WinSock sockets(world);
   EXPECT_EQ(cls_WinSock::AddressFromDottedText("127.1"), Address(127, 0, 0, 1));
@@ -325,7 +325,7 @@ TEST_F(cls_WinSockSocketTest, AConnectionIsMadeByNameAndTalks) {
   EXPECT_TRUE(Kit::RunUntil(loop_, [this] { return heard_ == "connected hello closed"; }));
 }
 
-TEST_F(cls_WinSockSocketTest, AConnectionThatIsRefusedIsTold) {
+TEST_F(cls_WinSockSocketTest, ARefusedConnectionIsAnEvent) {
   const std::uint16_t port = Listen();
   listener_.Close();
   EXPECT_TRUE(sockets_.ConnectSocket(client_, "127.0.0.1", port));
@@ -352,7 +352,7 @@ TEST_F(cls_WinSockSocketTest, WithoutAnAddressOrAPortNothingIsOpened) {
   EXPECT_EQ(client_.LastError(), 10048);
 }
 
-TEST_F(cls_WinSockSocketTest, AListenerHearsOnAllAddressesOrOnOne) {
+TEST_F(cls_WinSockSocketTest, AListenerAcceptsOnAllAddressesOrOnOne) {
   EXPECT_TRUE(sockets_.ListenOnSocket(listener_, 0));
   EXPECT_EQ(cls_WinSock::OwnAddress(listener_).address, 0u);
   EXPECT_TRUE(sockets_.ConnectSocket(client_, "127.9.9.9", cls_WinSock::OwnAddress(listener_).port));

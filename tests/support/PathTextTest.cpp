@@ -26,7 +26,7 @@ TEST(PathTextTest, TakesTheExtensionFromTheLastComponent) {
   for (const auto& c : cases) EXPECT_EQ(ExtensionOf(c.file), c.extension) << c.why;
 }
 
-TEST(PathTextTest, LastComponentStandsBehindTheLastSeparatorOfEitherKind) {
+TEST(PathTextTest, LastComponentIsAfterTheLastSeparatorOfEitherKind) {
   struct {
     std::string_view path, last;
   } const cases[] = {{"a/b", "b"}, {"a\\b", "b"}, {"a/b\\c", "c"}, {"name", "name"}, {"folder/", ""}, {"", ""}};

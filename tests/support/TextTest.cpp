@@ -132,7 +132,7 @@ TEST(TextTest, ReplaceAllReplacesWithoutLookingAtWhatItPutIn) {
   for (const auto& c : cases) EXPECT_EQ(ReplaceAll(c.text, c.from, c.to), c.result) << c.text;
 }
 
-TEST(TextTest, LeadingNumberReadsDigitsBehindBlanks) {
+TEST(TextTest, LeadingNumberReadsDigitsAfterBlanks) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
   struct {
     std::string_view text;

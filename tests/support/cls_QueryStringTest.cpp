@@ -107,7 +107,7 @@ TEST(cls_QueryStringTest, TheCountStopsAtTheLargestNumberItHolds) {
   EXPECT_EQ(Query(text + text + text).Count("a"), 32767);
 }
 
-TEST(cls_QueryStringTest, ItemsBehindTheLargestCountAreFound) {
+TEST(cls_QueryStringTest, ItemsAfterTheLargestCountAreFound) {
   std::string text;
   for (int i = 0; i < 40000; ++i) text += "a=&";
   EXPECT_EQ(Query(text + "a=last").Item("a", 40001, "&"), "last");

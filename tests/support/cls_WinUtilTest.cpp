@@ -25,7 +25,7 @@ class cls_WinUtilTest : public testing::Test {
   cls_WinUtil utilities_;
 };
 
-TEST_F(cls_WinUtilTest, FilesAndFoldersAreTold) {
+TEST_F(cls_WinUtilTest, FilesAndFoldersAreDistinguished) {
   struct {
     std::string_view below;
     bool file, directory;

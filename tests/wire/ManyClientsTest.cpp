@@ -131,7 +131,7 @@ void AskOfEveryKind(const WireControl& control, const std::string& page) {
   EXPECT_EQ(Kit::BodyOf(control.Ask("GET / HTTP/1.0\r\n\r\nGET /again HTTP/1.0\r\n\r\n")), page);
 }
 
-TEST_F(ManyClientsTest, AThousandRequestsLeaveNoDescriptorAndNoMemoryBehind) {
+TEST_F(ManyClientsTest, AThousandRequestsLeakNoDescriptorAndNoMemory) {
   constexpr int kRounds = 1000 / kKindsOfRequest;
   // the sanitizer keeps up to 256 MiB of what was freed, and looks for leaks itself
   constexpr std::int64_t kGrowth = (Kit::kSanitized ? 300 : 2) * 1024 * 1024;
@@ -172,7 +172,7 @@ TEST_F(ManyClientsTest, AClientThatHasSentHalfARequestCostsFourKilobytes) {
   EXPECT_LT((Kit::ResidentBytes() - before) / kWaiting, kMost);
 }
 
-TEST_F(ManyClientsTest, ClientsThatGoAwayLeaveNothingBehind) {
+TEST_F(ManyClientsTest, ClientsThatGoAwayLeakNoDescriptor) {
   control.Write("big.bin", Noise(4'000'000));
   control.Start();
   control.Get("/");  // opens the root

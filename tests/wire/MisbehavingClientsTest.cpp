@@ -42,7 +42,7 @@ class MisbehavingClientsTest : public Kit::WireTest {
 };
 
 // Every way of going away in the middle: with an ordinary close, or with a reset.
-TEST_F(MisbehavingClientsTest, GoingAwayHalfwayHarmsNobody) {
+TEST_F(MisbehavingClientsTest, GoingAwayHalfwayHarmsNoOtherClient) {
   struct {
     const char* why;
     std::string_view sent;
@@ -149,7 +149,7 @@ TEST_F(MisbehavingClientsTest, ASecondRequestThatComesJustBeforeTheCloseDoesNotE
   }
 }
 
-TEST_F(MisbehavingClientsTest, ALineEndBehindABodyDoesNotEatTheAnswer) {
+TEST_F(MisbehavingClientsTest, ALineEndAfterABodyDoesNotEatTheAnswer) {
   control.Start();
   for (const std::size_t size : {100u, 100'000u, 400'000u, 1'000'000u, 2'000'000u}) {
     const std::string bytes = control.Write("file.bin", Noise(size));
@@ -224,7 +224,7 @@ TEST_F(MisbehavingClientsTest, AShortGreetingOfAnotherProtocolEndsInABadRequest)
   EXPECT_EQ(StatusLineOf(client.ReceiveAll(loop)), "HTTP/1.0 400 Bad Request");
 }
 
-TEST_F(MisbehavingClientsTest, AClientThatNeverReadsItsBigAnswerHoldsNobodyUp) {
+TEST_F(MisbehavingClientsTest, AClientThatNeverReadsItsBigAnswerDelaysNoOther) {
   control.Start(4);
   std::vector<std::unique_ptr<RawClient>> idle;
   for (int i = 0; i < 3; ++i) {

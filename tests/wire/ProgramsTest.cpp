@@ -187,7 +187,7 @@ TEST_F(ProgramsTest, TheHostKeepsItsHandlerOfSigchldAndItsChildren) {
   EXPECT_TRUE(Kit::HasNoChild());
 }
 
-TEST_F(ProgramsTest, OtherClientsAreServedBehindIt) {
+TEST_F(ProgramsTest, OtherClientsAreServedAfterIt) {
   Program("slow.exe", "sleep 0.3\nprintf done");
   const Kit::ClientResult all = Kit::RunClient(
       loop, {"curl", "-sS", "-Z", control.Url("/slow.exe"), control.Url("/slow.exe"), control.Url("/index.html")});

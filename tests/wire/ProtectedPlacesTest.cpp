@@ -201,7 +201,7 @@ TEST_F(ProtectedPlacesTest, APasswordFileWithoutALineEndIsRead) {
   EXPECT_EQ(StatusLineOf(AskAs("ann:secret")), kRefused);
 }
 
-TEST_F(ProtectedPlacesTest, APasswordFileOfAHundredMegabytesLetsNobodyInAndCostsNothing) {
+TEST_F(ProtectedPlacesTest, APasswordFileOfAHundredMegabytesRefusesEveryClientAtNoCost) {
   const std::string users = control.root + "/members/htaccess.txt";
   std::filesystem::resize_file(users, 100 << 20);
   AskAs("ann:secret");

@@ -192,7 +192,7 @@ TEST_F(RealClientsTest, PythonsHttpClientFetchesFilesByteForByte) {
   EXPECT_EQ(ReadFile(target), index);
 }
 
-TEST_F(RealClientsTest, PythonsUrllibFetchesPostsAndIsTold) {
+TEST_F(RealClientsTest, PythonsUrllibFetchesPostsAndGetsStatusCodes) {
   control.tessel.VerboseErrorsEnable(false);
   const std::string target = control.tree.Text() + "/fetched";
   EXPECT_EQ(RunWell({"/usr/bin/python3", "-c", kUrllib, control.Url(""), target}), "404\n");

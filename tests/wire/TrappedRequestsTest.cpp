@@ -70,7 +70,7 @@ TEST_F(TrappedRequestsTest, ATimerOfTheHostMayAnswerAndTwiceIsOnce) {
   }
 }
 
-TEST_F(TrappedRequestsTest, AClientThatDoesNotWaitCostsNobodyAnything) {
+TEST_F(TrappedRequestsTest, AClientThatDoesNotWaitHarmsNoOther) {
   control.Write("plain.txt", "plain");
   const Kit::ClientResult gone = Kit::RunClient(loop, {"curl", "-sS", "--max-time", "0.3", control.Url("/a.trp")});
   EXPECT_EQ(gone.status, 28) << "it gave up";
@@ -100,7 +100,7 @@ TEST_F(TrappedRequestsTest, TheRequestNumberTellsTwoClientsOfOneSlotApart) {
   EXPECT_EQ(control.tessel.RequestNumber(-1), 0u);
 }
 
-TEST_F(TrappedRequestsTest, AnAnswerAfterAStopReachesNobody) {
+TEST_F(TrappedRequestsTest, AnAnswerAfterAStopReachesNoClient) {
   const auto first = Wait();
   first->Abort();
   Kit::Settle(loop);

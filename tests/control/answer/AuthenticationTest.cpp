@@ -120,7 +120,7 @@ TEST_F(AuthenticationTest, NoSpellingAndNoLinkGetsAroundAFoldersFile) {
   }
 }
 
-TEST_F(AuthenticationTest, AFileThatIsThereButCannotBeReadLetsNobodyIn) {
+TEST_F(AuthenticationTest, AFileThatExistsButCannotBeReadRefusesEveryClient) {
   tree_.Write("a.html", "a");
   const std::string large = tree_.Write("large.txt", "ann:secret\n");
   std::filesystem::resize_file(large, static_cast<std::uintmax_t>(kMaxPasswordFileBytes) + 1);
@@ -131,7 +131,7 @@ TEST_F(AuthenticationTest, AFileThatIsThereButCannotBeReadLetsNobodyIn) {
   EXPECT_TRUE(To("a.html", "ann", "secret").granted);
 }
 
-TEST_F(AuthenticationTest, WhatCannotBeToldLetsNobodyIn) {
+TEST_F(AuthenticationTest, APasswordFileThatIsNoReadableFileRefusesEveryClient) {
   settings_.AuthenticationSource = e_AuthSource::DirectoryFile;
   for (const char* folder : {"dangling", "loop", "fifo", "empty"}) tree_.Write(std::string(folder) + "/a.html", "a");
   std::filesystem::create_symlink("/nonexistent/passwords", tree_.Path() / "dangling/htaccess.txt");
@@ -146,7 +146,7 @@ TEST_F(AuthenticationTest, WhatCannotBeToldLetsNobodyIn) {
   EXPECT_FALSE(To("empty/a.html").granted) << "a link that leads nowhere just now";
 }
 
-TEST_F(AuthenticationTest, PermissionsThatHideThePasswordFileLetNobodyIn) {
+TEST_F(AuthenticationTest, PermissionsThatHideThePasswordFileRefuseEveryClient) {
   settings_.AuthenticationSource = e_AuthSource::DirectoryFile;
   tree_.Write("closed/htaccess.txt", "ann:secret");
   tree_.Write("closed/a.html", "a");
@@ -200,7 +200,7 @@ TEST_F(AuthenticationTest, AChangeHoldsForTheVeryNextRequest) {
   EXPECT_TRUE(To("a.html").granted);
 }
 
-TEST_F(AuthenticationTest, AnEntryWhoseFolderCannotBeToldIsClosed) {
+TEST_F(AuthenticationTest, AnEntryWhoseFolderIsUnknownIsRefused) {
   settings_.AuthenticationSource = e_AuthSource::DirectoryFile;
   FoundEntry unreadable;
   unreadable.kind = EntryKind::kFile;

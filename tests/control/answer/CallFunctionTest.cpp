@@ -105,7 +105,7 @@ TEST_F(CallFunctionTest, ArgumentsAreReadLikeTheQueryThatTheyFollow) {
   }
 }
 
-TEST_F(CallFunctionTest, ArgumentsStayForTheTagsBehind) {
+TEST_F(CallFunctionTest, ArgumentsStayForTheTagsThatFollow) {
   Answer("Show", [&](std::int32_t index) { return "[" + tessel.QueryString(index, "") + "]"; });
   EXPECT_EQ(Served("<%=FunctionShow(a=1)%><%=FunctionShow(&b=2)%>"), "[a=1][a=1&b=2]");
   EXPECT_EQ(Served("<%=FunctionShow(c=3)%>"), "[c=3]") << "but not for the next request";
@@ -132,14 +132,14 @@ TEST_F(CallFunctionTest, EqualTagsAreAskedForOnce) {
   EXPECT_EQ(Served("<%=FunctionCount()%>"), "4") << "in each request anew";
 }
 
-TEST_F(CallFunctionTest, SwitchedOffNobodyIsAsked) {
+TEST_F(CallFunctionTest, SwitchedOffTheHostIsNotAsked) {
   tessel.HTMLFunctionsEnable(false);
   tessel.SSIEnable(false);
   EXPECT_EQ(Served("a <%= Function Name( x = 1 ) %> z"), "a <%=FunctionName(x=1)%> z");
   EXPECT_THAT(asked, IsEmpty());
 }
 
-TEST_F(CallFunctionTest, OtherFilesThanPagesAskNobody) {
+TEST_F(CallFunctionTest, OtherFilesThanPagesDoNotAskTheHost) {
   control.tree.Write("a.txt", "<%=FunctionName()%>");
   control.Start();
   EXPECT_EQ(BodyOf(control.Get("/a.txt")), "<%=FunctionName()%>");
@@ -375,7 +375,7 @@ TEST_F(LeavingClientTest, ItsSlotMayServeTheNextClientMeanwhile) {
   EXPECT_THAT(control.errors, IsEmpty());
 }
 
-TEST_F(CallFunctionTest, AClientMayLeaveWithoutItsEndBeingHeard) {
+TEST_F(CallFunctionTest, AClientMayResetDuringACall) {
   control.tree.Write("leave.html", "<%=FunctionLeave()%><%=FunctionName()%>");
   control.Start();
   RawClient client(tessel.ListeningPort());

@@ -22,7 +22,7 @@ using testing::IsEmpty;
 
 // ---- The texts alone.
 
-TEST(NormaliseHeaderFieldTest, HasOneLineEndBehindTheLastLine) {
+TEST(NormaliseHeaderFieldTest, HasOneLineEndAfterTheLastLine) {
   struct {
     const char *given, *stored;
   } const cases[] = {
@@ -47,7 +47,7 @@ TEST(NormaliseStatusCodeTest, IsAnyThreeCharactersOr200) {
   for (const auto& c : cases) EXPECT_EQ(NormaliseStatusCode(c.given), c.stored) << c.given;
 }
 
-TEST(HeaderValueTest, IsTheRestOfTheLineTwoCharactersBehindTheName) {
+TEST(HeaderValueTest, IsTheRestOfTheLineFromTwoCharactersAfterTheName) {
   const std::string block = "GET /?referer=1 HTTP/1.0\r\nUser-Agent: x\r\nX-Host: spoofed\r\nHost:h\r\nEmpty: \r\n";
   struct {
     const char *field, *value, *why;

@@ -78,7 +78,7 @@ TEST_F(PasswordsTest, TheGlobalFileGuardsTheWholeSite) {
   EXPECT_EQ(BodyOf(Get("/open.txt", kAnn)), "open");
 }
 
-TEST_F(PasswordsTest, AMissingFileIsToldBeforeThePasswordIsAskedFor) {
+TEST_F(PasswordsTest, AMissingFileIs404BeforeThePasswordIsAskedFor) {
   GuardEverything("ann:secret\n");
   EXPECT_THAT(Get("/missing.txt"), HasSubstr("HTTP 404: File Not Found"));
 }

@@ -173,7 +173,7 @@ TEST_F(ProgramRequestTest, AProgramThatMayNotBeExecutedTellsWhy) {
   EXPECT_THAT(control.errors, IsEmpty());
 }
 
-TEST_F(ProgramRequestTest, TheHostHearsOfAProgramThatDoesNotDoWell) {
+TEST_F(ProgramRequestTest, AProgramThatFailsIsReportedToTheHost) {
   tree.Write("root/plain.exe", "#!/bin/sh\n");
   tree.Write("root/page.html", "<!--#execcgi=none.exe-->");
   tree.Write("cgi/lost.exe", "#!/no/such/interpreter\n");
@@ -205,7 +205,7 @@ TEST_F(ProgramRequestTest, TheHostHearsOfAProgramThatDoesNotDoWell) {
   EXPECT_THAT(control.errors, IsEmpty()) << "no error of the server's";
 }
 
-TEST_F(ProgramRequestTest, AHostMayStopTheServerWhenItHearsOfAProgram) {
+TEST_F(ProgramRequestTest, AHostMayStopTheServerInsideTheReportOfAProgram) {
   Kit::WriteProgram(tree, "cgi/failing.exe", "exit 3");
   tree.Write("root/page.html", "<!--#execcgi=failing.exe--><!--#execcgi=failing.exe?again-->");
   control.Start();
@@ -273,7 +273,7 @@ TEST_F(ProgramRequestTest, ProgramsAreTrappedLikeOtherFiles) {
   EXPECT_THAT(told, ElementsAre("sub/deep.exe", "cgi/tool.exe", "none.exe", "", "run.exe"));
 }
 
-TEST_F(ProgramRequestTest, TheProgramIsToldOfItsRequest) {
+TEST_F(ProgramRequestTest, TheProgramGetsItsRequestInTheEnvironment) {
   Kit::WriteProgram(tree, "cgi/tell.exe",
                     "printf '%s|' \"$#\" \"$REQUEST_METHOD\" \"$QUERY_STRING\" \"$SCRIPT_NAME\" \"$DOCUMENT_URI\" "
                     "\"$CONTENT_LENGTH\" \"$REMOTE_USER\" \"$(cat)\"");

@@ -49,7 +49,7 @@ TEST_F(RemoteUserTest, APasswordFileOfTheFolderGivesTheNameToo) {
   EXPECT_EQ(Shown(), "ann");
 }
 
-TEST_F(RemoteUserTest, InsideFileRequestNobodyHasBeenLetInYet) {
+TEST_F(RemoteUserTest, InsideFileRequestNoUserIsAuthenticatedYet) {
   std::string told = "?";
   tessel.TrapFileEnable(true);
   tessel.FileRequest = [&](std::int32_t& index, std::string&, std::string&) {
@@ -79,7 +79,7 @@ TEST_F(RemoteUserTest, TheNameEndsWithItsRequest) {
   EXPECT_EQ(Shown(), "") << "the same slot";
 }
 
-TEST_F(RemoteUserTest, TheKindOfAuthenticationIsAlwaysTold) {
+TEST_F(RemoteUserTest, TheKindOfAuthenticationIsAlwaysSet) {
   control.tree.Write("site/page.html", "<!--#echo var=AUTH_TYPE-->");
   EXPECT_EQ(Shown(""), "Basic");
 }

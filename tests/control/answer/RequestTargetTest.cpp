@@ -59,7 +59,7 @@ TEST(DecodePathTest, DecodesOnceAndRefusesWhatNoNameMayHold) {
   for (const auto& c : cases) EXPECT_EQ(DecodePath(c.path), c.decoded) << c.path << ": " << c.why;
 }
 
-TEST(TrapExtensionTest, IsTheTextBehindTheLastDotOfTheName) {
+TEST(TrapExtensionTest, IsTheTextAfterTheLastDotOfTheName) {
   FoundEntry file;
   file.kind = EntryKind::kFile;
   FoundEntry folder;

@@ -61,13 +61,13 @@ TEST_F(SendingTest, WithoutARequestPathTheConnectionStaysOpen) {
   EXPECT_EQ(client->ReceiveAll(control.loop), "answer and more");
 }
 
-TEST_F(SendingTest, SendCompleteForNobodyDoesNothing) {
+TEST_F(SendingTest, SendCompleteWithoutAClientDoesNothing) {
   for (const std::int32_t index : {-1, 0, 1, 2, 3}) sending.SendComplete(index);
   EXPECT_EQ(control.State(1), SocketState::kListening);
   EXPECT_THAT(control.errors, IsEmpty());
 }
 
-TEST_F(SendingTest, AnAnswerForNobodyIsReported) {
+TEST_F(SendingTest, AnAnswerWithoutAClientIsReported) {
   EXPECT_FALSE(sending.SendData(2, {"answer", ""}));
   EXPECT_FALSE(sending.SendData(99, {"answer", ""}));
   EXPECT_THAT(control.errors, ElementsAre("Error -  SendData. [10057] Socket is not connected.",
@@ -134,7 +134,7 @@ TEST_F(SendingTest, ServerTooBusySaysSoAndLogs503) {
   EXPECT_EQ(control.core.state.statistics.BytesSent, 0);
 }
 
-TEST_F(SendingTest, ServerTooBusyForNobodyIsReported) {
+TEST_F(SendingTest, ServerTooBusyWithoutAClientIsReported) {
   EXPECT_EQ(sending.ServerTooBusy(2), 0);
   EXPECT_THAT(control.errors, ElementsAre("Error -  ServerTooBusy. [10057] Socket is not connected."));
   EXPECT_THAT(control.log, IsEmpty());
@@ -175,7 +175,7 @@ TEST_F(SendingTest, WithoutALogTheBytesOfAnAnswerStillCount) {
       << "connected again";
 }
 
-TEST_F(SendingTest, ARequestThatNobodyMadeIsNotLogged) {
+TEST_F(SendingTest, AnAnswerWithoutARequestIsNotLogged) {
   sending.LogRequest(2, "127.0.0.1", "200", 1);
   sending.LogRequest(99, "127.0.0.1", "200", 1);
   EXPECT_THAT(control.log, IsEmpty());

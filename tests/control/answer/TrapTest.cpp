@@ -100,7 +100,7 @@ TEST_F(TrapTest, TheExtensionDecidesWhatIsOffered) {
   EXPECT_EQ(BodyOf(control.Get("/page.trp")), "the page");
 }
 
-TEST_F(TrapTest, TheHostIsToldThePathBelowTheRootAndTheCredentials) {
+TEST_F(TrapTest, TheHostGetsThePathBelowTheRootAndTheCredentials) {
   control.Start();
   tessel.TrapFileTypes("");
   answer = [&](std::int32_t index) { tessel.TrapFileData(index, "host", false); };
@@ -304,7 +304,7 @@ TEST_F(TrapTest, SeveralRequestsWaitAndAreAnsweredInAnyOrder) {
   EXPECT_EQ(BodyOf(first->ReceiveAll(control.loop)), "first");
 }
 
-TEST_F(TrapTest, WithNobodyListeningRequestsAreServed) {
+TEST_F(TrapTest, WithoutAHandlerRequestsAreServed) {
   control.Start();
   tessel.FileRequest = nullptr;
   EXPECT_EQ(BodyOf(control.Get("/page.trp")), "the page");

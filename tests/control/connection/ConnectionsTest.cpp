@@ -83,7 +83,7 @@ TEST_F(ConnectionsTest, ManyClientsPassThroughOneSlot) {
   for (const auto& client : clients) EXPECT_EQ(BodyOf(client->ReceiveAll(control.loop)), "text");
 }
 
-TEST_F(ConnectionsTest, AMaximumOfOneTakesNobody) {
+TEST_F(ConnectionsTest, AMaximumOfOneAcceptsNoClient) {
   Start(2);
   state.settings.MaxConnections = 1;
   const auto client = Connect();

@@ -109,7 +109,7 @@ TEST_F(GraceTest, ABodyThatHasBegunHasAQuarterOfASecondFromItsFirstByteOn) {
   EXPECT_EQ(bodies, std::vector<std::string>{"12"});
 }
 
-TEST_F(GraceTest, AClientThatExpectsToBeToldToGoOnHasTwoSeconds) {
+TEST_F(GraceTest, AClientThatExpectsContinueHasTwoSeconds) {
   for (const char* line : {"Expect: 100-continue", "expect:100-Continue", "EXPECT:   100-CONTINUE  "}) {
     bodies.clear();
     const auto client =

@@ -155,7 +155,7 @@ TEST(ReceptionBodyTest, TheBlankLineMayLieAcrossTheMomentOfGivingUp) {
   }
 }
 
-TEST(ReceptionBodyTest, AShortBodyBehindAGivenUpHeaderHasItsGrace) {
+TEST(ReceptionBodyTest, AShortBodyAfterAGivenUpHeaderHasItsGrace) {
   Reception reception;
   ASSERT_EQ(reception.Data("POST /a HTTP/1.0\r\nContent-Length: 5\r\n"), Outcome::kHolding);
   EXPECT_EQ(reception.TimeUp(), Outcome::kLateBody);
@@ -195,7 +195,7 @@ TEST(ReceptionBodyTest, ABodyThatMayComeLateIsAwaitedForLonger) {
 
 // ---- What the caller decides.
 
-TEST(ReceptionBodyTest, ABodyThatNobodyReadsIsCountedOnly) {
+TEST(ReceptionBodyTest, AnUnreadBodyIsCountedAndDropped) {
   Reception reception;
   ASSERT_EQ(reception.Data(Header(300) + Body(100)), Outcome::kWaiting);
   EXPECT_EQ(reception.Body(), Reception::BodyUse::kUndecided);

@@ -189,7 +189,7 @@ TEST(ReceptionHostileTest, EndlessHeaderBlocksAreTakenAsTheyStand) {
   }
 }
 
-TEST(ReceptionHostileTest, BytesBehindTheSearchedOnesAreNotForgotten) {
+TEST(ReceptionHostileTest, BytesAfterTheSearchedOnesAreInputToCome) {
   // The blank line ends the last byte that is searched; one byte more is input that was never announced.
   std::string fits = "GET / HTTP/1.0\r\nX: ";
   fits += std::string(Reception::kMaxHeldBytes - 4 - fits.size(), 'x') + "\r\n\r\n";

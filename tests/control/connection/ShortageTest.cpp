@@ -45,7 +45,7 @@ TEST(ShortageTest, FileThatCannotBeOpenedForWantOfDescriptorsIsNoMissingFile) {
   EXPECT_EQ(BodyOf(control.Get("/page.html")), "page") << "afterwards";
 }
 
-TEST(ShortageTest, WithoutVerboseErrorsTheHeaderTellsOfIt) {
+TEST(ShortageTest, WithoutVerboseErrorsTheHeaderHasStatus500) {
   TestControl control;
   control.tree.Write("page.html", "page");
   control.tessel.VerboseErrorsEnable(false);

@@ -205,7 +205,7 @@ TEST_F(LifecycleStatesTest, DestroyingARunningControlClosesEverythingInSilence) 
 
 // ---- What only the inside can bring about.
 
-TEST(LifecycleCoreTest, AnElementLoadedTwiceIsToldOfAndTheServerServes) {
+TEST(LifecycleCoreTest, AnElementLoadedTwiceIsReportedAndTheServerServes) {
   struct {
     const char* ip;
     const char* told;

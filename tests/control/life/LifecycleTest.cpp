@@ -128,7 +128,7 @@ TEST(LifecycleTest, ServerNameAlternatesByTheNameShownBefore) {
   }
 }
 
-TEST(LifecycleTest, EmptyFoldersAreFilledAndTold) {
+TEST(LifecycleTest, EmptyFoldersAreFilledAndReported) {
   TestControl control;
   control.tessel.ApplicationFolder("/opt/tool");
   control.tessel.VirtualPath("");
@@ -152,7 +152,7 @@ TEST(LifecycleTest, WithoutAnApplicationFolderTheRootIsHtml) {
   EXPECT_EQ(changed, (Texts{"VirtualPath", "CGIDirectory", "VirtualPath"}));
 }
 
-TEST(LifecycleTest, AddressInUseIsToldAndRaised) {
+TEST(LifecycleTest, AddressInUseIsReportedAndRaised) {
   TestControl first;
   const std::int32_t port = first.Start();
   TestControl second;
@@ -176,7 +176,7 @@ TEST(LifecycleTest, AddressInUseIsToldAndRaised) {
   EXPECT_TRUE(second.tessel.StartServer());
 }
 
-TEST(LifecycleTest, AddressThatIsNotOursIsOnlyToldAndTriedAgain) {
+TEST(LifecycleTest, AddressThatIsNotOursIsOnlyReportedAndTriedAgain) {
   TestCore core;
   core.tree.Write("index.html", "page");
   core.core.state.settings.ServerIP = "192.0.2.1";
@@ -225,7 +225,7 @@ TEST(LifecycleTest, StatusLineTellsThePort) {
             "Server Started. All Available IP Addresses:" + std::to_string(port) + " - testhost");
 }
 
-TEST(LifecycleTest, PortsThatDoNotExistAreOnlyTold) {
+TEST(LifecycleTest, PortsThatDoNotExistAreOnlyReported) {
   for (const char* port : {"-1", "65536", "2147483647"}) {
     TestControl control;
     control.tessel.ServerPort(port);
@@ -234,7 +234,7 @@ TEST(LifecycleTest, PortsThatDoNotExistAreOnlyTold) {
   }
 }
 
-TEST(LifecycleTest, ElementThatIsLoadedAlreadyIsTold) {
+TEST(LifecycleTest, ElementThatIsLoadedAlreadyIsReported) {
   TestCore core;
   core.core.state.settings.ServerPort = 0;
   core.core.state.sckWS.Load(2);
@@ -243,7 +243,7 @@ TEST(LifecycleTest, ElementThatIsLoadedAlreadyIsTold) {
   EXPECT_TRUE(core.core.state.running);
 }
 
-TEST(LifecycleTest, TooFewDescriptorsAreToldOnce) {
+TEST(LifecycleTest, TooFewDescriptorsAreReportedOnce) {
   TestControl control;
   control.world.descriptorLimit = 1024;
   control.tessel.MaxConnections(1000);

@@ -104,7 +104,7 @@ TEST_F(PropertiesTest, EachPropertyStoresItsValueAndNoOther) {
   }
 }
 
-TEST_F(PropertiesTest, EachPropertyIsToldOfUnderItsOwnNameBeforeItIsStored) {
+TEST_F(PropertiesTest, EachPropertyIsReportedUnderItsOwnNameBeforeItIsStored) {
   for (const Property& property : kProperties) {
     std::vector<std::string> told;
     tessel.PropertyChanged = [&](const std::string& name) { told.push_back(name + " is " + property.get(tessel)); };
@@ -117,7 +117,7 @@ TEST_F(PropertiesTest, EachPropertyIsToldOfUnderItsOwnNameBeforeItIsStored) {
   EXPECT_THAT(errors, IsEmpty());
 }
 
-TEST_F(PropertiesTest, SettingAnUnchangedValueIsToldOfToo) {
+TEST_F(PropertiesTest, SettingAnUnchangedValueIsReportedToo) {
   tessel.ServerPort("80");
   tessel.TrapFileEnable(false);
   EXPECT_THAT(changed, ElementsAre("ServerPort", "TrapFileEnable"));
@@ -235,7 +235,7 @@ TEST_F(PropertiesTest, SourcesTakeAnyNumber) {
   EXPECT_EQ(Text(tessel.AuthenticationSource()), "-1");
 }
 
-TEST_F(PropertiesTest, AFileThatCannotBeReadChangesNothingAndIsNotToldOf) {
+TEST_F(PropertiesTest, AFileThatCannotBeReadChangesNothingAndIsNotReported) {
   const std::string tooLong = tree.Write("long.txt", std::string(32768, '\n'));
   const std::string bad[] = {"", tree.Text() + "/missing.txt", tree.Text(), tooLong};
   tessel.ContentTypeSourceFile(file);
@@ -323,7 +323,7 @@ TEST_F(PropertiesTest, OneContentTypeIsPutIntoTheRegistry) {
   EXPECT_EQ(RegistryContentType(world.registry, "html"), "text/x-own");
 }
 
-TEST_F(PropertiesTest, TheAboutBoxIsToldTheNameAndTheVersion) {
+TEST_F(PropertiesTest, TheAboutBoxShowsTheNameAndTheVersion) {
   tessel.ShowAboutBox();  // nobody listens: nothing happens
   std::vector<std::string> told;
   tessel.AboutBox = [&](const std::string& product, const std::string& version) { told = {product, version}; };

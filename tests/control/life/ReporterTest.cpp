@@ -40,7 +40,7 @@ TEST(ReporterTest, EveryProcedureHasItsPrefix) {
   }
 }
 
-TEST(ReporterTest, WhatIsThrownIsToldByNumberAndText) {
+TEST(ReporterTest, WhatIsThrownIsReportedByNumberAndText) {
   const std::vector<std::pair<std::exception_ptr, std::string>> cases = {
       {std::make_exception_ptr(Error(10054, "Connection reset by peer.")), "10054 Connection reset by peer."},
       {std::make_exception_ptr(std::bad_alloc()), "7 Out of memory"},
@@ -59,7 +59,7 @@ TEST(ReporterTest, WhatSucceedsIsNotReported) {
   EXPECT_TRUE(core.errors.empty());
 }
 
-TEST(ReporterTest, ForgottenOwnerHearsNothing) {
+TEST(ReporterTest, AForgottenOwnerGetsNoReport) {
   TestCore core;
   core.core.state.reporter.Forget();
   core.core.state.reporter.RaiseHTTPLog("line");

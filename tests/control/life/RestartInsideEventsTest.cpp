@@ -83,7 +83,7 @@ TEST_F(RestartInsideEventsTest, AStartThatFailsInsideAnEventEndsTheOuterOneToo) 
   EXPECT_EQ(control.errors, Lines{"Error - StartServer. [10048] Address in use"});
 }
 
-TEST_F(RestartInsideEventsTest, AStartInsideTheEndOfAStopStands) {
+TEST_F(RestartInsideEventsTest, AStartInsideTheEndOfAStopIsKept) {
   for (int event = 3; event <= kStopEvents; ++event) {
     tessel.StartServer();
     bool started = false;

@@ -128,7 +128,7 @@ TEST(StopInsideFunctionsTest, StopServer) {
                     });
 }
 
-TEST(StopInsideFunctionsTest, AnAnswerBehindTheStopReachesNobody) {
+TEST(StopInsideFunctionsTest, AnAnswerAfterTheStopReachesNoClient) {
   ActAtEachFunction(
       [](FunctionScene& scene, std::int32_t index) {
         scene.tessel->ReturnData(index, "before");
@@ -144,7 +144,7 @@ TEST(StopInsideFunctionsTest, AnAnswerBehindTheStopReachesNobody) {
       });
 }
 
-TEST(StopInsideFunctionsTest, AHandlerThatThrowsBehindTheStopIsReported) {
+TEST(StopInsideFunctionsTest, AHandlerThatThrowsAfterTheStopIsReported) {
   ActAtEachFunction(
       [](FunctionScene& scene, std::int32_t) {
         scene.tessel->StopServer();

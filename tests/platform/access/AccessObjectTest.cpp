@@ -206,7 +206,7 @@ TEST_F(AccessObjectTest, WithoutDescriptorsNothingIsFound) {
   EXPECT_EQ(AccessObject(file_).Read(list_), std::errc::too_many_files_open);
 }
 
-TEST(AccessObjectWithoutListsTest, IsToldWhereTheFileSystemKeepsNone) {
+TEST(AccessObjectWithoutListsTest, IsAnErrorWhereTheFileSystemKeepsNone) {
   AccessList list = AccessList::FromMode(0123);
   EXPECT_EQ(AccessObject("/proc/self/status").Read(list), std::errc::operation_not_supported);
   EXPECT_EQ(list.Mode(), 0123U) << "unchanged";

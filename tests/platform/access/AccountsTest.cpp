@@ -47,7 +47,7 @@ TEST(AccountsTest, NamesUsersAndGroups) {
   EXPECT_EQ(accounts.Name({kUser, Trustee::kNobodyAtAll}), nullptr);
 }
 
-TEST(AccountsTest, ALongNameIsNobody) {
+TEST(AccountsTest, ALongNameIsNoAccount) {
   Accounts accounts;
   std::optional<std::uint32_t> id = 1;
   (void)accounts.Find(kUser, std::string(100'000, 'x'), id);

@@ -237,7 +237,7 @@ TEST_F(DirectoryReaderTest, AFolderThatMayNotBeSearchedHasNoEntries) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(DirectoryReaderTest, LeavesNoDescriptorBehind) {
+TEST_F(DirectoryReaderTest, LeavesNoDescriptorOpen) {
   tree_.Write("a", "x");
   const OpenFile folder = OpenPath(tree_.Text());
   const std::size_t before = Kit::CountDescriptors();

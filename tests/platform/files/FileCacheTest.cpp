@@ -253,7 +253,7 @@ TEST_F(FileCacheTest, AnotherFolderOnTheWayToTheSameFileIsSeenAtOnce) {
   EXPECT_EQ(twin.file.CanonicalPath(), fs::canonical(PathOf("way/site/twin/a.txt")).string());
 }
 
-TEST_F(FileCacheTest, AFileBehindALinkIsNotRemembered) {
+TEST_F(FileCacheTest, AFileThatALinkLeadsToIsNotCached) {
   fs::create_symlink("a.txt", PathOf("site/link.txt"));
   fs::create_directory_symlink("../site", PathOf("next/linked"));
   const RootFolder root = Root();
@@ -288,7 +288,7 @@ TEST_F(FileCacheTest, WhereItLiesIsAskedAnewThoughItsRootHasMoved) {
   EXPECT_EQ(BytesOf({EntryKind::kFile, "", true, FindBeside(found.file, "b.txt").file}), "other");
 }
 
-TEST_F(FileCacheTest, WhereItLiesCannotBeToldOnceItHasGone) {
+TEST_F(FileCacheTest, AReplacedOrMovedFileHasNoPath) {
   const RootFolder root = Root("");
   ASSERT_TRUE(Remembers(root, "site/a.txt"));
   const FoundEntry found = Ask(root, "site/a.txt");

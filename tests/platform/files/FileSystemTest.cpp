@@ -309,7 +309,7 @@ TEST_F(OpenPathTest, KindKnowsATrailingSeparator) {
   EXPECT_EQ(KindOfPath(tree_.Text() + "/docs\\"), EntryKind::kDirectory);
 }
 
-TEST_F(OpenPathTest, IdentifiesWhatStandsAtAPath) {
+TEST_F(OpenPathTest, IdentifiesWhatIsAtAPath) {
   using State = PathIdentity::State;
   const std::string root = tree_.Text();
   fs::create_symlink("Docs/Page.htm", tree_.Path() / "link");
@@ -327,7 +327,7 @@ TEST_F(OpenPathTest, IdentifiesWhatStandsAtAPath) {
   EXPECT_EQ(IdentifyPath(root + "/loop").state, State::kUnknown);
 }
 
-TEST_F(OpenPathTest, WhatPermissionsHideCannotBeTold) {
+TEST_F(OpenPathTest, WhatPermissionsHideIsUnknown) {
   tree_.Write("closed/file", "f");
   fs::permissions(tree_.Path(), fs::perms(0755));
   for (const int mode : {0000, 0311}) {
@@ -340,7 +340,7 @@ TEST_F(OpenPathTest, WhatPermissionsHideCannotBeTold) {
   }
 }
 
-TEST_F(OpenPathTest, LeavesNoDescriptorBehind) {
+TEST_F(OpenPathTest, LeavesNoDescriptorOpen) {
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 250; ++i) {
     OpenPath(tree_.Text() + "/docs/page.htm");

@@ -267,7 +267,7 @@ TEST_P(FindBeneathTest, WhatMayNotBeOpenedIsThereButNotReadable) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_P(FindBeneathTest, LeavesNoDescriptorBehind) {
+TEST_P(FindBeneathTest, LeavesNoDescriptorOpen) {
   tree_.Write("Docs/page.htm", "x");
   fs::create_symlink("/etc", tree_.Path() / "far");
   fs::create_symlink(tree_.Path() / "Docs", tree_.Path() / "abs");

@@ -28,7 +28,7 @@ class NeighbourFileTest : public testing::Test {
   Kit::TemporaryTree tree_;
 };
 
-TEST_F(NeighbourFileTest, StandsInTheFolderOfAFileOrInAFolderItself) {
+TEST_F(NeighbourFileTest, IsInTheFolderOfAFileOrInAFolderItself) {
   tree_.Write("a/page.html", "p");
   tree_.Write("a/notes.txt", "of a");
   tree_.Write("a/deeper/page.html", "p");
@@ -88,7 +88,7 @@ TEST_F(NeighbourFileTest, AFolderOfThatNameIsNoFile) {
   EXPECT_EQ(Beside("b").state, Neighbour::kMissing);
 }
 
-TEST_F(NeighbourFileTest, BesideNothingItCannotBeTold) {
+TEST_F(NeighbourFileTest, BesideNothingItIsUnknown) {
   EXPECT_EQ(FindBeside(OpenFile(), "notes.txt").state, Neighbour::kUnknown);
 }
 

@@ -92,7 +92,7 @@ TEST_F(OpenPathsTest, AnAbsolutePathStaysBeneathTheFolderOrIsRefused) {
   EXPECT_EQ(Try(&OpenWithoutLinks, "/etc/passwd"), -ENOENT);
 }
 
-TEST_F(OpenPathsTest, LeavesNoDescriptorBehind) {
+TEST_F(OpenPathsTest, LeavesNoDescriptorOpen) {
   const std::size_t before = Kit::CountDescriptors();
   for (const char* path : {"a/b/file", "a/b/none", "a/b/file/x", "near/file", "far"}) {
     for (const OpenFunction function : {&OpenAnywhere, &OpenBeneath, &OpenDirectly, &OpenWithoutLinks})

@@ -128,7 +128,7 @@ TEST(EventLoopRunTest, IsStoppedFromAnotherThreadWhileItWaits) {
   EXPECT_FALSE(guard.Fired());
 }
 
-TEST(EventLoopRunTest, EveryStopOfAnotherThreadIsHeard) {
+TEST(EventLoopRunTest, EveryStopOfAnotherThreadEndsARun) {
   EventLoop loop;
   Guard guard(loop);
   for (int i = 0; i < 200; ++i) {
@@ -191,7 +191,7 @@ TEST(EventLoopRunTest, ASignalThatStopsNothingDoesNotDisturbIt) {
 
 // ---- A program with a loop of another kind: RunOnce.
 
-TEST(EventLoopRunOnceTest, WaitsAsLongAsToldWhenNothingHappens) {
+TEST(EventLoopRunOnceTest, WaitsForItsWholeLimitWhenNothingHappens) {
   EventLoop loop;
   for (const std::int32_t wait : {0, 1, 30}) {
     const auto start = Clock::now();

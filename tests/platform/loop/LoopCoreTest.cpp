@@ -44,7 +44,7 @@ class LoopCoreTest : public testing::Test {
 
 // ---- Watches.
 
-TEST_F(LoopCoreTest, AWatchHearsItsDescriptorUntilItIsTakenBack) {
+TEST_F(LoopCoreTest, AWatchGetsEventsUntilItIsRemoved) {
   const WatchId watch = ear.Watch(pipes[1], 1);
   ASSERT_NE(watch, 0u);
   EXPECT_EQ(Turn(), "");
@@ -56,7 +56,7 @@ TEST_F(LoopCoreTest, AWatchHearsItsDescriptorUntilItIsTakenBack) {
   EXPECT_EQ(Turn(), "");
 }
 
-TEST_F(LoopCoreTest, WhatIsNotReadIsHeardAgain) {
+TEST_F(LoopCoreTest, UnreadInputIsAnEventAgain) {
   ear.onEvents = [this](std::uint64_t) { heard += "x"; };
   ear.Watch(pipes[0], 0);
   pipes[0].Fill();
@@ -64,7 +64,7 @@ TEST_F(LoopCoreTest, WhatIsNotReadIsHeardAgain) {
   EXPECT_EQ(Turn(), "x");
 }
 
-TEST_F(LoopCoreTest, AChangedWatchHearsOnlyWhatItAsksFor) {
+TEST_F(LoopCoreTest, AChangedWatchGetsOnlyTheEventsItAsksFor) {
   const WatchId watch = ear.Watch(pipes[0], 0);
   pipes[0].Fill();
   core.Change(watch, 0);
@@ -93,7 +93,7 @@ TEST_F(LoopCoreTest, TakingAWatchBackTwiceDoesNotTakeItsSuccessor) {
   EXPECT_EQ(Turn(), "1");
 }
 
-TEST_F(LoopCoreTest, OneThatIsTakenBackInTheSameBatchHearsNothing) {
+TEST_F(LoopCoreTest, AWatchRemovedInTheSameBatchGetsNoEvent) {
   WatchId watches[2] = {ear.Watch(pipes[0], 0), ear.Watch(pipes[1], 1)};
   ear.onEvents = [&](std::uint64_t cookie) {
     heard += std::to_string(cookie);
@@ -104,7 +104,7 @@ TEST_F(LoopCoreTest, OneThatIsTakenBackInTheSameBatchHearsNothing) {
   EXPECT_EQ(Turn().size(), 1u) << "whichever was first";
 }
 
-TEST_F(LoopCoreTest, ItsSuccessorDoesNotHearTheOldEvent) {
+TEST_F(LoopCoreTest, ItsSuccessorDoesNotGetTheOldEvent) {
   WatchId watches[2] = {ear.Watch(pipes[0], 0), ear.Watch(pipes[1], 1)};
   ear.onEvents = [&](std::uint64_t cookie) {
     heard += std::to_string(cookie);
@@ -193,7 +193,7 @@ TEST_F(LoopCoreTest, TasksAreLeftToTheNextTurnAsWellAndEventsDoNotStarveThem) {
   for (const char* expected : {"0n7", "0n8", "0"}) EXPECT_EQ(Turn(), expected);
 }
 
-TEST_F(LoopCoreTest, WhoeverYieldsInALongTurnGetsTheNextAllTheSame) {
+TEST_F(LoopCoreTest, YieldingInALongTurnStillDeliversTheNextEvent) {
   ear.onEvents = [this](std::uint64_t cookie) {
     heard += std::to_string(cookie);
     pipes[cookie].Drain();
@@ -377,7 +377,7 @@ TEST_F(LoopCoreTest, YieldingRunsTasks) {
   EXPECT_EQ(Turn(), "n4back");
 }
 
-TEST_F(LoopCoreTest, ATaskThatPostsItselfAgainStarvesNobodyWhileAHandlerYields) {
+TEST_F(LoopCoreTest, ATaskThatPostsItselfAgainStarvesNoEventWhileAHandlerYields) {
   ear.Watch(pipes[0], 0);
   ear.onTask = [&](std::uint64_t cookie) {
     ear.Post(2);

@@ -266,7 +266,7 @@ TEST_F(TimerTest, TheShortestTimerDoesNotKeepATurnFromEnding) {
   EXPECT_EQ(After(1), 1);
 }
 
-TEST_F(TimerTest, AHandlerThatYieldsHearsNoTickInside) {
+TEST_F(TimerTest, ATimerDoesNotTickInsideItsOwnHandler) {
   Timer timer(loop);
   Timer other(loop);
   int depth = 0;

@@ -18,7 +18,7 @@ TEST(EchoPacketTest, ARequestHasItsHeaderItsChecksumAndItsPayload) {
   EXPECT_EQ(EchoRequest(kMessage), "\x08\x00\x3C\x06\x12\x34\x00\x07"s + "Echo This.");
 }
 
-TEST(EchoPacketTest, AnOddPayloadIsSummedWithAZeroBehindIt) {
+TEST(EchoPacketTest, AnOddPayloadIsSummedWithAZeroAfterIt) {
   EXPECT_EQ(EchoRequest({0, 0, "a"}), "\x08\x00\x96\xFF\x00\x00\x00\x00"s + "a");
   EXPECT_EQ(EchoRequest({0, 0, ""}), "\x08\x00\xF7\xFF\x00\x00\x00\x00"s);
 }

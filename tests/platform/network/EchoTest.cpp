@@ -208,7 +208,7 @@ TEST(EchoTest, TwoEchoesAtOnceKeepTheirAnswers) {
   });
 }
 
-TEST(EchoTest, AKernelThatRefusesToSendIsTold) {
+TEST(EchoTest, AKernelThatRefusesToSendIsAnError) {
   IN_OWN_NETWORK(true, [] {
     if (!Kit::RefuseSystemCall(SYS_sendto, ENOBUFS)) return Kit::kNoNamespace;
     return Ask("127.0.0.1").outcome == EchoOutcome::kNotSent ? 0 : 1;

@@ -135,7 +135,7 @@ TEST_F(ChildProgramsHostTest, OtherChildrenStayTheHostsOwn) {
 
 // ---- Descriptors.
 
-TEST_F(ChildProgramsHostTest, AFamineOfDescriptorsIsToldAndPasses) {
+TEST_F(ChildProgramsHostTest, ALackOfDescriptorsIsReportedAndPasses) {
   EXPECT_TRUE(Works());
   EXPECT_EQ(Run("/nonexistent").failure, Failure::kStart);
   const std::size_t descriptors = Kit::CountDescriptors();
@@ -188,7 +188,7 @@ TEST_F(ChildProgramsHostTest, AHostMayHaveClosedItsStandardDescriptors) {
 
 // ---- Limits.
 
-TEST_F(ChildProgramsHostTest, ALackOfProcessesIsTold) {
+TEST_F(ChildProgramsHostTest, ALackOfProcessesIsReported) {
   const int status = Kit::InUnprivilegedChild([this] {
     const rlimit none{0, 0};
     if (setrlimit(RLIMIT_NPROC, &none) != 0) return 1;

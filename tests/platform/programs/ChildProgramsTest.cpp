@@ -204,7 +204,7 @@ TEST_F(ChildProgramsTest, SoManyMayBeLeftOver) {
   EXPECT_EQ(programs_->LeftOver(), ChildPrograms::kMaxLeftOver - 1);
 }
 
-TEST_F(ChildProgramsTest, WhatADestroyedObjectLeftCountsForNobodyAndIsCollected) {
+TEST_F(ChildProgramsTest, ChildrenOfADestroyedObjectAreNotCountedAndAreCollected) {
   EXPECT_FALSE(Run(Write("program", "read go < $here/gate; echo > $here/marker"), 50).ended);
   const std::size_t descriptors = Kit::CountDescriptors();
   programs_ = nullptr;

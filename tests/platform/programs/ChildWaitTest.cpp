@@ -72,7 +72,7 @@ std::int64_t ProcessorTime() {
          (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
 }
 
-TEST_F(ChildWaitTest, TellsTheEndAndTheOutputAndCollectsNobody) {
+TEST_F(ChildWaitTest, ReturnsTheEndAndTheOutputAndLeavesTheChildToItsOwner) {
   Start("printf 'out\\0put'");
   const ProgramResult waited = Wait(kLongWait);
   EXPECT_TRUE(waited.ended);
@@ -198,7 +198,7 @@ TEST_F(ChildWaitTest, AGrandchildThatHoldsThePipeIsNotWaitedFor) {
   EXPECT_TRUE(Kit::Eventually([this] { return Exists("marker"); }));
 }
 
-TEST_F(ChildWaitTest, AnOutputWithoutEndIsNotFollowedBehindTheEndOfTheChild) {
+TEST_F(ChildWaitTest, AnEndlessOutputIsNotReadAfterTheEndOfTheChild) {
   Start(":");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
   const UniqueDescriptor endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
@@ -233,7 +233,7 @@ TEST_F(ChildWaitTest, SignalsOfTheHostDoNotShortenTheWait) {
   EXPECT_GT(alarms.Count(), 2);
 }
 
-TEST_F(ChildWaitTest, AFailedReadIsTold) {
+TEST_F(ChildWaitTest, AFailedReadIsReported) {
   Start("read go < $here/gate");
   const UniqueDescriptor folder(open(tree_.Text().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const ProgramResult waited = WaitForChild(child_, folder.Get(), kLongWait, kPlenty);
@@ -241,7 +241,7 @@ TEST_F(ChildWaitTest, AFailedReadIsTold) {
   EXPECT_FALSE(waited.ended);
 }
 
-TEST_F(ChildWaitTest, AChildThatSomebodyElseCollectedHasEnded) {
+TEST_F(ChildWaitTest, AChildThatWasCollectedElsewhereHasEnded) {
   Start("printf output");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
   const ProgramResult waited = Wait(kLongWait);

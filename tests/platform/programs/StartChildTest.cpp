@@ -88,7 +88,7 @@ TEST_F(StartChildTest, TheWorkingFolderIsThisProcessesOwn) {
 
 // ---- Failed starts.
 
-TEST_F(StartChildTest, WhatTheKernelCannotExecuteIsAnErrorAndLeavesNobody) {
+TEST_F(StartChildTest, WhatTheKernelCannotExecuteIsAnErrorAndLeavesNoChild) {
   tree_.Write("plain", "#!/bin/sh\necho run\n");
   tree_.MakeFolder("folder");
   const auto executable = [this](const char* name, const char* bytes) {

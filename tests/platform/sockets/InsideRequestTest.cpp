@@ -42,8 +42,7 @@ TEST_F(InsideRequestTest, YieldingInsideLetsOthersFinishAndFreesAnElement) {
     while (sockets.LowestClosed(2, 3) < 0 && ++passes < 100) loop.DoEvents();
     owner.Take(request);
   };
-  const auto third = Waiting();
-  Kit::Settle(loop);
+  const auto third = Connect();
   EXPECT_LT(passes, 100);
   EXPECT_EQ(first->ReceiveAll(loop), "answer");
   EXPECT_EQ(owner.received[2], "hellomorehello");
@@ -73,12 +72,10 @@ TEST_F(InsideRequestTest, TheListenerMayBeUnloadedOrOpenedAnewInside) {
     sockets.Bind(1, 0, "127.0.0.1");
     sockets.Listen(1);
   };
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   port = sockets.BoundPort(1);
   owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
-  const auto next = Waiting();
-  Kit::Settle(loop);
+  const auto next = Connect();
   EXPECT_EQ(owner.received[2], "hello");
 }
 
@@ -86,8 +83,7 @@ TEST_F(InsideRequestTest, TheConnectionMayBeClosedInsideAsSoonAsItIsTaken) {
   owner.onRequest = [&](std::int32_t request) {
     sockets.Reload(owner.Take(request) == SocketArray::AcceptResult::kAccepted ? 2 : 3);
   };
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   EXPECT_EQ(Served(), 0u);
   EXPECT_EQ(sockets.State(2), SocketState::kClosed);
   EXPECT_EQ(client->ReceiveAll(loop), "");

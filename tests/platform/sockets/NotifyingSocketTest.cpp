@@ -85,7 +85,7 @@ TEST_F(NotifyingSocketTest, AConnectionThatIsRefusedFailsOutOfTheLoop) {
   EXPECT_FALSE(client_.socket.Send("x"));
 }
 
-TEST_F(NotifyingSocketTest, WhatFailsAtOnceIsToldOutOfTheLoopToo) {
+TEST_F(NotifyingSocketTest, WhatFailsAtOnceIsReportedOutOfTheLoopToo) {
   client_.socket.Connect({});  // the broadcast address: no connection leads there
   EXPECT_TRUE(client_.events.empty());
   EXPECT_EQ(client_.socket.Status(), State::kFailed);
@@ -131,7 +131,7 @@ TEST_F(NotifyingSocketTest, APortThatWasUsedIsFreeAtOnce) {
   EXPECT_TRUE(listener_.socket.Listen(own));
 }
 
-TEST_F(NotifyingSocketTest, AConnectionThatNobodyKeepsIsClosed) {
+TEST_F(NotifyingSocketTest, AnAcceptedConnectionThatIsNotKeptIsClosed) {
   SocketHandlers none;
   listener_.socket.Handlers(std::move(none));
   client_.socket.Connect(Local(Listen()));
@@ -209,7 +209,7 @@ TEST_F(NotifyingSocketTest, TextsStayInOrder) {
   EXPECT_TRUE(other.received == all);
 }
 
-TEST_F(NotifyingSocketTest, SentIsToldOnlyWhenNothingWaits) {
+TEST_F(NotifyingSocketTest, SentIsRaisedOnlyWhenNothingWaits) {
   RecordingSocket& other = Connect();
   std::vector<std::size_t> waiting;
   client_.then = [&](const std::string& what) {
@@ -327,7 +327,7 @@ TEST_F(NotifyingSocketTest, OptionsAreSetAndRead) {
   EXPECT_EQ(listener_.socket.Option(SocketOption::kReuseAddress), 1);
 }
 
-TEST_F(NotifyingSocketTest, NoDescriptorIsLeftBehindAndNoneIsInherited) {
+TEST_F(NotifyingSocketTest, NoDescriptorIsLeftOpenAndNoneIsInherited) {
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 20; ++i) {
     RecordingSocket listener(loop_);

@@ -218,7 +218,7 @@ TEST(OutgoingTest, ItsFileIsClosedWithIt) {
 
 // ---- Peers that go away.
 
-class OutgoingToNobodyTest : public testing::Test {
+class OutgoingToAClosedPeerTest : public testing::Test {
  protected:
   Answer Text() { return {"head", "body"}; }
   Answer File() { return FileAnswer("", tree.Write("file", Kit::Pattern(200'000)), 200'000); }
@@ -235,7 +235,7 @@ class OutgoingToNobodyTest : public testing::Test {
   Kit::SignalCounter pipeSignals{SIGPIPE};
 };
 
-TEST_F(OutgoingToNobodyTest, FailsAndRaisesNoSignal) {
+TEST_F(OutgoingToAClosedPeerTest, FailsAndRaisesNoSignal) {
   for (const bool file : {false, true}) {
     Kit::TcpPair pair;
     Break(pair);
@@ -249,7 +249,7 @@ TEST_F(OutgoingToNobodyTest, FailsAndRaisesNoSignal) {
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 0) << "nor leaves one waiting";
 }
 
-TEST_F(OutgoingToNobodyTest, AFileFailsWithTheResetWhenThatIsNotToldYet) {
+TEST_F(OutgoingToAClosedPeerTest, AFileFailsWithTheResetWhenThatIsNotReportedYet) {
   Kit::TcpPair pair;
   pair.AbortPeer();
   Outgoing outgoing(File());
@@ -258,7 +258,7 @@ TEST_F(OutgoingToNobodyTest, AFileFailsWithTheResetWhenThatIsNotToldYet) {
   EXPECT_EQ(pipeSignals.Count(), 0);
 }
 
-TEST_F(OutgoingToNobodyTest, LeavesTheHostsOwnSignalsAsTheyWere) {
+TEST_F(OutgoingToAClosedPeerTest, LeavesTheHostsOwnSignalsAsTheyWere) {
   Kit::TcpPair pair;
   Break(pair);
   sigset_t before, after;

@@ -44,14 +44,14 @@ TEST_F(SocketAcceptTest, AConnectionIsTakenWithItsFirstBytes) {
   EXPECT_EQ(owner.received[2], "hello");
 }
 
-TEST_F(SocketAcceptTest, EachConnectionIsToldOfOnce) {
+TEST_F(SocketAcceptTest, EachConnectionIsOneNotification) {
   const auto first = Waiting();
   const auto second = Waiting();
   Kit::Settle(loop);
   EXPECT_EQ(owner.heard, (std::vector<std::string>{"request 1", "data 2 5", "request 1", "data 3 5"}));
 }
 
-TEST_F(SocketAcceptTest, AClientThatCloseItsSideWithoutAWordIsHeardToClose) {
+TEST_F(SocketAcceptTest, AClientThatClosesItsSideWithoutSendingIsAClose) {
   Kit::RawClient client(port);
   client.EndSending();
   Kit::Settle(loop);
@@ -111,15 +111,13 @@ TEST_F(SocketAcceptTest, NumbersAreNotUsedAgain) {
 }
 
 TEST_F(SocketAcceptTest, OnlyAClosedElementTakesAConnection) {
-  const auto first = Waiting();
-  Kit::Settle(loop);
+  const auto first = Connect();
   std::vector<AcceptResult> results;
   owner.onRequest = [&](std::int32_t request) {
     for (const std::int32_t index : {2, 1, 7, -1, 10'001}) results.push_back(sockets.Accept(index, request));
     results.push_back(sockets.Accept(3, request));
   };
-  const auto second = Waiting();
-  Kit::Settle(loop);
+  const auto second = Connect();
   EXPECT_EQ(results,
             (std::vector<AcceptResult>{AcceptResult::kFailed, AcceptResult::kFailed, AcceptResult::kFailed,
                                        AcceptResult::kFailed, AcceptResult::kFailed, AcceptResult::kAccepted}));
@@ -135,27 +133,24 @@ TEST_F(SocketAcceptTest, ARequestOfOneArrayIsNothingToAnother) {
     result = other.sockets.Accept(2, request);
     owner.Take(request);
   };
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   EXPECT_EQ(result, AcceptResult::kGone);
   EXPECT_EQ(owner.received[2], "hello");
 }
 
 // ---- Clients that go away.
 
-TEST_F(SocketAcceptTest, AConnectionTakenBySomebodyElseIsGone) {
+TEST_F(SocketAcceptTest, AConnectionAcceptedElsewhereIsGone) {
   std::vector<AcceptResult> results;
   owner.onRequest = [&](std::int32_t request) {
     close(accept(Listener(), nullptr, nullptr));
     results.push_back(owner.Take(request));
   };
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   EXPECT_EQ(results, std::vector<AcceptResult>{AcceptResult::kGone});
   EXPECT_EQ(sockets.State(2), SocketState::kClosed);
   owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
-  const auto next = Waiting();
-  Kit::Settle(loop);
+  const auto next = Connect();
   EXPECT_EQ(owner.received[2], "hello") << "the next one is served at once";
 }
 
@@ -168,8 +163,7 @@ TEST_F(SocketAcceptTest, AClientThatWentAwayWhileItWaitedIsAnErrorOfItsElement) 
   }
   Kit::Settle(loop);
   EXPECT_EQ(sockets.State(2), SocketState::kClosed);
-  const auto next = Waiting();
-  Kit::Settle(loop);
+  const auto next = Connect();
   EXPECT_TRUE(owner.received[2].ends_with("hello"));
   EXPECT_EQ(sockets.State(2), SocketState::kConnected);
 }
@@ -178,8 +172,7 @@ TEST_F(SocketAcceptTest, AClientThatWentAwayWhileItWaitedIsAnErrorOfItsElement) 
 
 TEST_F(SocketAcceptTest, AConnectionThatIsNotTakenStaysAndTheLoopRests) {
   owner.onRequest = [](std::int32_t) {};
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   EXPECT_EQ(Requests(), 1u) << "it is offered once, not in every turn";
   EXPECT_FALSE(loop.RunOnce(20));
   EXPECT_FALSE(client->Poll()) << "and the client is left waiting";
@@ -187,19 +180,15 @@ TEST_F(SocketAcceptTest, AConnectionThatIsNotTakenStaysAndTheLoopRests) {
 
 TEST_F(SocketAcceptTest, ItIsOfferedAgainAfterAQuarterOfASecond) {
   owner.onRequest = [](std::int32_t) {};
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   for (std::size_t expected = 1; expected <= 5; ++expected) {
     EXPECT_EQ(Requests(), expected);
-    world.Advance(SocketArray::kOfferAgainMilliseconds - 1);
-    Kit::Settle(loop);
+    Pass(SocketArray::kOfferAgainMilliseconds - 1);
     EXPECT_EQ(Requests(), expected);
-    world.Advance(1);
-    Kit::Settle(loop);
+    Pass(1);
   }
   owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
-  world.Advance(SocketArray::kOfferAgainMilliseconds);
-  Kit::Settle(loop);
+  Pass(SocketArray::kOfferAgainMilliseconds);
   EXPECT_EQ(owner.received[2], "hello");
   world.Advance(10'000);
   EXPECT_FALSE(loop.RunOnce(0)) << "then nothing more ticks";
@@ -228,8 +217,7 @@ TEST_F(SocketAcceptTest, ItIsServedAsSoonAsAnElementIsFree) {
     const auto first = Waiting();
     const auto second = Waiting();
     Kit::Settle(loop);
-    const auto third = Waiting();
-    Kit::Settle(loop);
+    const auto third = Connect();
     ASSERT_EQ(sockets.LowestFree(2, 10'000), -1) << c.how;
     const std::size_t before = owner.Count("data 2") + owner.Count("data 4");
     c.free(*first);
@@ -254,61 +242,49 @@ TEST_F(SocketAcceptTest, AllThatWaitAreServedOneAfterTheOther) {
 
 TEST_F(SocketAcceptTest, AClientThatGaveUpWaitingLeavesTheListenerListening) {
   owner.onRequest = [](std::int32_t) {};
-  auto client = Waiting();
-  Kit::Settle(loop);
+  auto client = Connect();
   client.reset();
   owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
   owner.onClose = [&](std::int32_t index) { sockets.Reload(index); };
-  world.Advance(250);
-  Kit::Settle(loop);
-  const auto next = Waiting();
-  Kit::Settle(loop);
+  Pass(250);
+  const auto next = Connect();
   EXPECT_EQ(owner.received[2], "hellohello");
 }
 
-TEST_F(SocketAcceptTest, ABusyServerIsNotToldOfConnectionsThatAreNotThere) {
+TEST_F(SocketAcceptTest, ABusyServerGetsNoRequestWithoutAConnection) {
   sockets.Unload(3);
   owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   ASSERT_EQ(sockets.LowestFree(2, 3), -1);
-  for (int i = 0; i < 10; ++i) {
-    world.Advance(250);
-    Kit::Settle(loop);
-  }
+  for (int i = 0; i < 10; ++i) Pass(250);
   EXPECT_EQ(Requests(), 1u);
 }
 
 TEST_F(SocketAcceptTest, OfferingByHandDoesNotMultiplyTheOffers) {
   owner.onRequest = [](std::int32_t) {};
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   for (int i = 0; i < 20; ++i) sockets.OfferWaiting(1);
   const std::size_t before = Requests();
   EXPECT_EQ(before, 21u);
   for (std::size_t tick = 1; tick <= 3; ++tick) {
-    world.Advance(250);
-    Kit::Settle(loop);
+    Pass(250);
     EXPECT_EQ(Requests(), before + tick);
   }
 }
 
 TEST_F(SocketAcceptTest, ThePausedListenerMayBeClosedAndOpenedAgain) {
   owner.onRequest = [](std::int32_t) {};
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   for (int i = 0; i < 5; ++i) {
     sockets.Close(1);
     sockets.Listen(1);
     port = sockets.BoundPort(1);
-    const auto other = Waiting();
-    Kit::Settle(loop);
+    const auto other = Connect();
   }
   owner.onRequest = [&](std::int32_t request) { owner.Take(request); };
   const auto last = Waiting();
   const std::size_t before = Requests();
-  world.Advance(250);
-  Kit::Settle(loop);
+  Pass(250);
   EXPECT_LE(Requests(), before + 2) << "the last two that waited, once each";
   EXPECT_EQ(owner.received[3], "hello");
 }
@@ -326,8 +302,7 @@ TEST_F(SocketAcceptTest, AnElementFreedWhileTheConnectionWasRefusedIsOfferedAtOn
     refused = true;
     sockets.Close(2);  // too late for the owner to notice
   };
-  const auto third = Waiting();
-  Kit::Settle(loop);
+  const auto third = Connect();
   EXPECT_EQ(owner.received[2], "hellohello") << "without waiting for the clock";
 }
 
@@ -336,8 +311,7 @@ TEST_F(SocketAcceptTest, APausedListenerIsNotForgottenWhileAnotherIsServed) {
   sockets.Bind(0, 0, "127.0.0.1");
   sockets.Listen(0);
   owner.onRequest = [](std::int32_t) {};
-  const auto paused = Waiting();
-  Kit::Settle(loop);
+  const auto paused = Connect();
   const Kit::RawClient other(sockets.BoundPort(0));
   send(other.Descriptor(), "other", 5, MSG_NOSIGNAL);
   owner.onRequest = [&](std::int32_t request) {
@@ -347,18 +321,15 @@ TEST_F(SocketAcceptTest, APausedListenerIsNotForgottenWhileAnotherIsServed) {
   };
   Kit::Settle(loop);
   EXPECT_EQ(owner.received[2], "other");
-  world.Advance(250);
-  Kit::Settle(loop);
+  Pass(250);
   EXPECT_EQ(owner.received[3], "hello");
 }
 
 TEST_F(SocketAcceptTest, AListenerThatIsClosedWhilePausedIsNotOfferedAgain) {
   owner.onRequest = [](std::int32_t) {};
-  const auto client = Waiting();
-  Kit::Settle(loop);
+  const auto client = Connect();
   sockets.Unload(1);
-  world.Advance(250);
-  Kit::Settle(loop);
+  Pass(250);
   EXPECT_EQ(Requests(), 1u);
   EXPECT_TRUE(client->Poll()) << "its queue is closed with it";
 }
@@ -368,13 +339,9 @@ TEST_F(SocketAcceptTest, AListenerThatIsClosedWhilePausedIsNotOfferedAgain) {
 TEST_F(SocketAcceptTest, ALackOfDescriptorsIsWaitedOut) {
   std::vector<AcceptResult> results;
   owner.onRequest = [&](std::int32_t request) { results.push_back(owner.Take(request)); };
-  const auto quarter = [&] {
-    world.Advance(250);
-    Kit::Settle(loop);
-  };
+  const auto quarter = [&] { Pass(250); };
   const auto state = [&] { return sockets.State(3); };
-  const auto first = Waiting();
-  Kit::Settle(loop);
+  const auto first = Connect();
   quarter();
   ASSERT_EQ(results, std::vector<AcceptResult>{AcceptResult::kAccepted});
   ASSERT_EQ(state(), SocketState::kClosed);

@@ -35,7 +35,7 @@ void TalkUntilSent(EventLoop& loop, Kit::RawClient& client, RecordingSocket& oth
   EXPECT_TRUE(sent);
 }
 
-TEST_F(SocketHandlersTest, OnceClosedInAHandlerItHearsNothingMoreInThatTurn) {
+TEST_F(SocketHandlersTest, OnceClosedInAHandlerItGetsNoEventInThatTurn) {
   const std::uint16_t port = Listen();
   for (const bool destroyed : {false, true}) {
     listener_.accepted.clear();

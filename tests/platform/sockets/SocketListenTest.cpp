@@ -56,7 +56,7 @@ class SocketListenTest : public Kit::SocketTest {
   SocketListenTest() : SocketTest(0) {}
 };
 
-TEST_F(SocketListenTest, ListensOnAnyPortWhenItIsToldZero) {
+TEST_F(SocketListenTest, ListensOnAnyPortWhenItIsZero) {
   port = owner.Listen(1);
   EXPECT_GT(port, 0);
   EXPECT_EQ(sockets.State(1), SocketState::kListening);

@@ -16,7 +16,7 @@ class SocketReceiveTest : public Kit::SocketTest {};
 
 // ---- Bytes.
 
-TEST_F(SocketReceiveTest, EachPieceIsToldOfAsItComes) {
+TEST_F(SocketReceiveTest, EachPieceIsANotificationAsItComes) {
   const auto client = Connect("one");
   client->Send(loop, "three");
   Kit::Settle(loop);
@@ -58,7 +58,7 @@ TEST_F(SocketReceiveTest, EveryByteValueArrives) {
   EXPECT_EQ(owner.received[2], bytes);
 }
 
-TEST_F(SocketReceiveTest, DataAreThoseOfTheElementThatIsToldOf) {
+TEST_F(SocketReceiveTest, DataAreThoseOfTheElementOfTheNotification) {
   owner.onData = [&](std::int32_t index) {
     EXPECT_EQ(sockets.GetData(index == 2 ? 3 : 2), "");
     EXPECT_EQ(sockets.GetData(1), "");
@@ -72,7 +72,7 @@ TEST_F(SocketReceiveTest, DataAreThoseOfTheElementThatIsToldOf) {
 
 // ---- The peer closes its side.
 
-TEST_F(SocketReceiveTest, AClosedSideIsToldOfOnceAndTheElementIsClosing) {
+TEST_F(SocketReceiveTest, AClosedSideIsOneNotificationAndTheElementIsClosing) {
   const auto client = Connect();
   client->EndSending();
   Kit::Settle(loop);
@@ -91,7 +91,7 @@ TEST_F(SocketReceiveTest, WhatCameBeforeTheEndIsReadFirst) {
   EXPECT_EQ(owner.heard.back(), "close 2");
 }
 
-TEST_F(SocketReceiveTest, RequestAndEndAtOnceAreHeardInTheirOrder) {
+TEST_F(SocketReceiveTest, RequestAndEndTogetherAreRaisedInTheirOrder) {
   Kit::RawClient client(port);
   send(client.Descriptor(), "hello", 5, MSG_NOSIGNAL);
   client.EndSending();
@@ -228,7 +228,7 @@ TEST_F(SocketReceiveTest, AResetIsAnErrorOfTheElementWhateverItIsDoing) {
   }
 }
 
-TEST_F(SocketReceiveTest, AResetOfAClosingElementIsNotHeard) {
+TEST_F(SocketReceiveTest, AResetOfAClosingElementIsNotRaised) {
   const auto client = Connect();
   client->EndSending();
   Kit::Settle(loop);
@@ -239,7 +239,7 @@ TEST_F(SocketReceiveTest, AResetOfAClosingElementIsNotHeard) {
   EXPECT_EQ(sockets.State(2), SocketState::kClosing);
 }
 
-TEST_F(SocketReceiveTest, AResetBehindUnreadBytesIsHeardInTheEnd) {
+TEST_F(SocketReceiveTest, AResetAfterUnreadBytesIsRaisedInTheEnd) {
   const auto client = Connect();
   owner.heard.clear();
   send(client->Descriptor(), "more", 4, MSG_NOSIGNAL);
@@ -264,7 +264,7 @@ TEST_F(SocketReceiveTest, AFailedElementTakesNothingUntilItIsRenewed) {
 
 // ---- Notifications of the past.
 
-TEST_F(SocketReceiveTest, AnElementClosedInsideAnothersNotificationHearsNothingMore) {
+TEST_F(SocketReceiveTest, AnElementClosedInsideAnothersNotificationGetsNone) {
   struct {
     const char* how;
     std::function<void(std::int32_t)> close;

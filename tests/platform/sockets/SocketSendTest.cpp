@@ -64,7 +64,7 @@ class SocketSendTest : public Kit::SocketTest {
 
 // ---- Whole answers.
 
-TEST_F(SocketSendTest, EveryKindOfAnswerArrivesWholeAndIsToldOfOnce) {
+TEST_F(SocketSendTest, EveryKindOfAnswerArrivesWholeAndCompletesOnce) {
   const std::string small = Kit::Pattern(5000);
   const std::string large = Kit::Pattern(kMoreThanTheKernelTakes);
   const auto shared = [](const std::string& bytes) { return std::make_shared<const std::string>(bytes); };
@@ -118,7 +118,7 @@ TEST_F(SocketSendTest, CompletionIsNeverRaisedInsideTheCall) {
   EXPECT_EQ(owner.Count("sent 2"), 1u);
 }
 
-TEST_F(SocketSendTest, CompletionComesOnlyBehindTheLastByte) {
+TEST_F(SocketSendTest, CompletionComesOnlyAfterTheLastByte) {
   const auto client = Connect();
   sockets.SendData(2, Kit::TextAnswer(std::string(kMoreThanTheKernelTakes, 'a')));
   Kit::Settle(loop);
@@ -135,7 +135,7 @@ TEST_F(SocketSendTest, CompletionComesOnlyBehindTheLastByte) {
   EXPECT_EQ(owner.Count("sent 2"), 1u);
 }
 
-TEST_F(SocketSendTest, TheKernelKeepsLittleOfAnAnswerThatNobodyReads) {
+TEST_F(SocketSendTest, TheKernelKeepsLittleOfAnUnreadAnswer) {
   for (const bool file : {false, true}) {
     const auto client = Connect();
     const std::string bytes = Kit::Pattern(kMoreThanTheKernelTakes);
@@ -195,7 +195,7 @@ TEST_F(SocketSendTest, ASecondAnswerIsRefusedWhileTheFirstIsUnderWay) {
   EXPECT_EQ(ErrorOfSending(2, Kit::TextAnswer("second")), 0) << "when it has gone, it is not";
 }
 
-TEST_F(SocketSendTest, ASecondAnswerIsRefusedUntilTheFirstIsToldToHaveGone) {
+TEST_F(SocketSendTest, ASecondAnswerIsRefusedUntilTheFirstHasCompleted) {
   const auto client = Connect();
   sockets.SendData(2, Kit::TextAnswer("first"));
   EXPECT_EQ(ErrorOfSending(2, Kit::TextAnswer("second")), 10057);
@@ -206,7 +206,7 @@ TEST_F(SocketSendTest, ASecondAnswerIsRefusedUntilTheFirstIsToldToHaveGone) {
 
 // ---- Peers that do not read, or go.
 
-TEST_F(SocketSendTest, AClientThatNeverReadsHoldsUpNobodyElse) {
+TEST_F(SocketSendTest, AClientThatNeverReadsDelaysNoOther) {
   owner.onData = [&](std::int32_t index) {
     if (index != 2) sockets.SendData(index, Kit::TextAnswer("answer"));
   };
@@ -365,7 +365,7 @@ TEST_F(SocketSendTest, TheFileIsClosedAsSoonAsItHasGoneOrFailed) {
 
 // ---- Completions of the past.
 
-TEST_F(SocketSendTest, ACompletionThatWasNotToldYetDiesWithItsConnection) {
+TEST_F(SocketSendTest, APendingCompletionEndsWithItsConnection) {
   struct {
     const char* how;
     std::function<void()> renew;

@@ -201,7 +201,7 @@ TEST_F(TcpConnectionTest, WhereNothingMayComeItIsClosedWithTheLastBytes) {
   EXPECT_EQ(lingering.Count(), 0u);
 }
 
-TEST_F(TcpConnectionTest, WhatNobodyHasReadMakesItLinger) {
+TEST_F(TcpConnectionTest, UnreadInputMakesItLinger) {
   connection->InputMayCome(false);
   connection->Send(AnswerOf("answer"), true);
   PeerSends("one more");
@@ -252,7 +252,7 @@ TEST_F(TcpConnectionTest, MayBeClosedAndUsedAnewInsideEachReport) {
   }
 }
 
-TEST_F(TcpConnectionTest, LeavesNoDescriptorBehind) {
+TEST_F(TcpConnectionTest, LeavesNoDescriptorOpen) {
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 10; ++i) {
     Kit::TcpPair other;

@@ -221,7 +221,7 @@ TEST(SystemWorldTest, ANewConfigurationOfTheResolverDoesNotMakeItMorePatient) {
   EXPECT_EQ(status, 0) << "1014 is the end by the alarm";
 }
 
-TEST(SystemWorldTest, ANameThatNobodyAnswersForIsAskedForOnce) {
+TEST(SystemWorldTest, AnUnansweredNameIsAskedForOnce) {
   for (const char* name : {"silent", "silent.example"}) {
     const auto start = std::chrono::steady_clock::now();
     const int status = Kit::InChild([name] {
@@ -283,7 +283,7 @@ TEST(SystemWorldTest, DigitsAndDotsAreNeverAskedAbout) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(SystemWorldTest, LookUpsLeaveNoDescriptorBehind) {
+TEST(SystemWorldTest, LookUpsLeaveNoDescriptorOpen) {
   const std::size_t before = Kit::CountDescriptors();
   for (int i = 0; i < 100; ++i) {
     SystemWorld().LocalAddress();
@@ -298,7 +298,7 @@ TEST(SystemWorldTest, AMessageIsOneLineOnStandardError) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "first  second [31m \xC3\xA9\n");
 }
 
-TEST(SystemWorldTest, AMessageThatNobodyReadsHarmsNobody) {
+TEST(SystemWorldTest, AMessageWithoutAReaderDoesNoHarm) {
   const int status = Kit::InChild([] {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0 || dup2(ends[1], STDERR_FILENO) < 0) return 1;
