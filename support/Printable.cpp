@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "support/Text.h"
+
 namespace TesselServer {
 namespace {
 
-constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
 constexpr unsigned char kDelete = 0x7F;
 
 unsigned char ByteAt(std::string_view text, std::size_t i) { return static_cast<unsigned char>(text[i]); }

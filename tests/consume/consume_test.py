@@ -78,8 +78,9 @@ class Consume(unittest.TestCase):
         self.use_the_toolbox(built / "consume_toolbox")
 
     def test_the_sources_are_added_as_a_folder(self):
-        # several sources compiled together, as some projects do for all that they hold
-        built = build_host("add_subdirectory", self.scratch / "add_subdirectory", "-DCMAKE_UNITY_BUILD=ON")
+        # all sources of a target compiled together, as some projects do for all that they hold
+        built = build_host("add_subdirectory", self.scratch / "add_subdirectory", "-DCMAKE_UNITY_BUILD=ON",
+                           "-DCMAKE_UNITY_BUILD_BATCH_SIZE=0")
         self.serve_a_page(built / "consume_host")
         self.use_the_toolbox(built / "consume_toolbox")
 
