@@ -24,22 +24,23 @@ std::vector<std::int64_t> Numbers(std::string_view text, char separator) {
   }
 }
 
-std::string Number(std::optional<std::int64_t> value) { return value ? std::to_string(*value) : "null"; }
+std::string NumberOrNull(std::optional<std::int64_t> value) { return value ? std::to_string(*value) : "null"; }
 
 std::string NumberAt(const std::vector<std::int64_t>& numbers, std::size_t count, std::size_t index) {
-  return Number(numbers.size() == count ? std::optional(numbers[index]) : std::nullopt);
+  return NumberOrNull(numbers.size() == count ? std::optional(numbers[index]) : std::nullopt);
 }
 
 // "12K" as 12.
 std::string Kilobytes(std::string_view text) {
-  return text.ends_with('K') ? NumberAt(Numbers(text.substr(0, text.size() - 1), ','), 1, 0) : Number({});
+  return text.ends_with('K') ? NumberAt(Numbers(text.substr(0, text.size() - 1), ','), 1, 0)
+                             : NumberOrNull(std::nullopt);
 }
 
 // "dd:hh:mm:ss" in seconds.
 std::string Seconds(std::string_view upTime) {
   const auto parts = Numbers(upTime, ':');
-  if (parts.size() != 4) return Number({});
-  return Number(((parts[0] * 24 + parts[1]) * 60 + parts[2]) * 60 + parts[3]);
+  if (parts.size() != 4) return NumberOrNull(std::nullopt);
+  return NumberOrNull(((parts[0] * 24 + parts[1]) * 60 + parts[2]) * 60 + parts[3]);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A world that stands still until a test moves it.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <string>
@@ -39,11 +40,11 @@ class FakeWorld : public World {
   }
 
   // Sets the clock of files to the moment at which everything written so far has just settled (kSettledNanoseconds),
-  // and what is written from now on has not. Files get the real time as theirs, so the next tick of that is waited for,
-  // some milliseconds.
+  // and what is written from now on has not. A file's time is that of a tick or finer, so the first tick after this
+  // moment is waited for, some milliseconds.
   void LetFilesSettle() {
-    const std::int64_t latest = SystemWorld().FileClockNanoseconds();
-    std::int64_t next = latest;
+    const auto latest = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+    std::int64_t next = SystemWorld().FileClockNanoseconds();
     while (next <= latest) next = SystemWorld().FileClockNanoseconds();
     fileNanoseconds = next - 1 + kSettledNanoseconds;
   }

@@ -70,7 +70,7 @@ class Program:
 
     def _wait_for_address(self):
         def find():
-            match = re.search(r"^Open (http://\S+)$", self._text(self._err), re.MULTILINE)
+            match = re.search(r"^Open (http://\S+)\n", self._text(self._err), re.MULTILINE)
             if match:
                 return match.group(1)
             if self.process.poll() is not None:
