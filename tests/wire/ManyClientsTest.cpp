@@ -188,7 +188,7 @@ TEST_F(ManyClientsTest, ClientsThatGoAwayLeakNoDescriptor) {
       "POST / HTTP/1.0\r\nContent-Le",
       "POST / HTTP/1.0\r\nContent-Length: 100\r\n\r\nabc",
   };
-  for (int i = 0; i < 12; ++i) {
+  for (int i = 0; i < 50; ++i) {
     for (const std::string_view beginning : kBeginnings) {
       Kit::RawClient client(control.Port());
       client.Send(loop, beginning);
