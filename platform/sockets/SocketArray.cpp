@@ -321,9 +321,7 @@ void SocketArray::OnSent(TcpConnection& connection) {
   if (element.generation == generation) FollowPeer(element);
 }
 
-void SocketArray::OnFailed(TcpConnection& connection, int error) {
-  Fail(ElementOf(connection.Cookie()), error);
-}
+void SocketArray::OnFailed(TcpConnection& connection, int error) { Fail(ElementOf(connection.Cookie()), error); }
 
 void SocketArray::Fail(Element& element, int error) {
   SetState(element, SocketState::kError);
