@@ -25,8 +25,9 @@ void TesselCore::SendComplete(std::int32_t Index) { sending.SendComplete(Index);
 void TesselCore::Close(std::int32_t Index) { connections.Close(Index); }
 
 void TesselCore::SocketError(std::int32_t Index, std::int32_t Number, const std::string& Description) {
-  if (Index == kListener) state.reporter.ReportError(ErrorPrefix::kListen, {Number, Description});
   sending.SocketError(Index, Number);
+  // last, for its event may start the server anew
+  if (Index == kListener) state.reporter.ReportError(ErrorPrefix::kListen, {Number, Description});
 }
 
 std::string TesselCore::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string&,

@@ -143,8 +143,10 @@ bool LoopCore::Deliver() {
   while ((events > 0 || tasks > 0) && !(delivered && TurnIsLong())) {
     if (events > 0) {
       --events;
-      delivered = DeliverEvent() || delivered;
-      tasks = tasks_.size();
+      if (DeliverEvent()) {
+        delivered = true;
+        tasks = tasks_.size();
+      }
     }
     if (tasks > 0) {
       --tasks;
@@ -256,16 +258,20 @@ bool LoopCore::DeliverTask() {
 }
 
 void LoopCore::Guard(std::string_view what, const std::function<void()>& handler) {
-  std::string failure(what);
   try {
     handler();
-    return;
   } catch (const std::exception& error) {
-    failure.append(": ").append(error.what());
+    Report(what, error.what());
   } catch (...) {
-    failure.append(": an exception of unknown type");
+    Report(what, "an exception of unknown type");
   }
-  report_(std::move(failure));
+}
+
+void LoopCore::Report(std::string_view what, std::string_view failure) noexcept {
+  try {
+    report_(std::string(what).append(": ").append(failure));
+  } catch (...) {  // no memory for it, or the report's own failure: the loop goes on
+  }
 }
 
 // ---- Timers.

@@ -118,6 +118,7 @@ class LoopCore {
   bool DeliverEvent();
   bool DeliverTask();
   bool ServeTimers();
+  void Report(std::string_view what, std::string_view failure) noexcept;
   void Announce();
 
   World& world_;

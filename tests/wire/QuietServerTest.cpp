@@ -87,6 +87,19 @@ TEST(QuietServerTest, AListenerThatWasEndedFromOutsideIsRenewedAtTheNextCheck) {
   EXPECT_EQ(server.control.errors.size(), 1u);
 }
 
+TEST(QuietServerTest, AServerThatIsStartedAnewByTheReportOfItsListenersEndListens) {
+  QuietServer server;
+  server.control.Start();
+  server.control.tessel.LogEvent = [&](std::string&) {
+    server.control.tessel.StopServer();
+    server.control.tessel.StartServer();
+  };
+  ASSERT_EQ(shutdown(ListeningDescriptor(server.control.Port()), SHUT_RDWR), 0);
+  server.loop.RunOnce(0);
+  EXPECT_TRUE(server.control.tessel.ServerRunning());
+  EXPECT_TRUE(server.control.tessel.IsListening());
+}
+
 // Exit codes of the child below; 0 is a server that served.
 enum : int { kNotStarted = 1, kRightsKept, kErrorsReported, kNotServed };
 
