@@ -15,7 +15,7 @@ using Kit::Local;
 using Kit::RecordingSocket;
 using SocketHandlersTest = Kit::NotifyingSocketsTest;
 
-// Gives the client's other end bytes to read in every turn, and takes what it sends, until it has heard of the last
+// Gives the client's other end bytes to read in every turn, and takes what it sends, until the report of the last
 // byte sent, where `atSent` is done.
 void TalkUntilSent(EventLoop& loop, Kit::RawClient& client, RecordingSocket& other,
                    const std::function<void()>& atSent) {
