@@ -102,6 +102,7 @@ class LogTest(SiteTest):
         select.select([exited], [], [], END_SECONDS)  # wakes at the exit; a wait with a limit looks from time to time
         took = time.monotonic() - begin
         os.close(exited)
+        self.assertLess(took, END_SECONDS)
         self.assertEqual(process.wait(END_SECONDS), 0)
         return took
 
