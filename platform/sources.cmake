@@ -30,6 +30,9 @@ set(SOURCES
   sockets/SocketArray.cpp
   sockets/TcpConnection.cpp
   sockets/TcpListener.cpp
+  tasks/Turns.cpp
+  tasks/WorkerThreads.cpp
+  tasks/Workers.cpp
   world/HostProcess.cpp
   world/SystemErrorText.cpp
   world/SystemErrors.cpp

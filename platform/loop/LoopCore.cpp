@@ -69,7 +69,15 @@ std::int64_t LoopCore::Now() const { return depth_ > 0 ? now_ : world_.Monotonic
 
 // ---- Turns.
 
-bool LoopCore::TurnIsLong() const { return depth_ > 0 && world_.MonotonicMicroseconds() >= turnEnds_; }
+bool LoopCore::TurnIsLong() const { return depth_ > 0 && WorkIsLong(); }
+
+void LoopCore::BeginWork() {
+  if (depth_ == 0) BeginTime();
+}
+
+bool LoopCore::WorkIsLong() const { return world_.MonotonicMicroseconds() >= turnEnds_; }
+
+void LoopCore::BeginTime() { turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn; }
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) return Pass();
@@ -80,7 +88,7 @@ bool LoopCore::Turn(std::int32_t milliseconds) {
   // what the last turn had no time for comes first; the kernel would report it again
   if (!KnowsEvents()) Ask(tasks_.empty() ? WaitLimit(milliseconds) : 0);
   now_ = world_.MonotonicMilliseconds();
-  turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn;
+  BeginTime();
   const bool delivered = Deliver();
   return ServeTimers() || delivered;
 }
@@ -218,13 +226,9 @@ void LoopCore::Unwatch(WatchId watch) noexcept {
 
 void LoopCore::Post(std::function<void()> task) {
   if (thread_.RunsTurn()) return Post(nullptr, std::move(task));
-  std::list<Task> posted;
+  PreparedTask posted;
   posted.push_back({nullptr, std::move(task)});
-  {
-    const std::scoped_lock lock(postedMutex_);
-    posted_.splice(posted_.end(), posted);
-  }
-  Wake();
+  Post(posted);
 }
 
 void LoopCore::Post(const void* owner, std::function<void()> task) {
@@ -232,8 +236,23 @@ void LoopCore::Post(const void* owner, std::function<void()> task) {
   if (hosted_ && depth_ <= EventLoop::kMaxNesting) hosted_->AnnounceTasks(true);
 }
 
+LoopCore::PreparedTask LoopCore::Prepare(std::function<void()> task) {
+  static constexpr char kLibrary = 0;  // the owner of those that nothing takes back
+  PreparedTask prepared;
+  prepared.push_back({&kLibrary, std::move(task)});
+  return prepared;
+}
+
+void LoopCore::Post(PreparedTask& task) noexcept {
+  {
+    const std::scoped_lock lock(postedMutex_);
+    posted_.splice(posted_.end(), task);
+  }
+  Wake();
+}
+
 void LoopCore::Withdraw(const void* owner) noexcept {
-  std::erase_if(tasks_, [&](const Task& task) { return task.owner == owner; });
+  std::erase_if(tasks_, [&](const PostedTask& task) { return task.owner == owner; });
 }
 
 // Takes over what other threads have posted.
@@ -247,7 +266,7 @@ void LoopCore::TakePosted() {
 
 bool LoopCore::DeliverTask() {
   if (tasks_.empty()) return false;
-  const Task next = std::move(tasks_.front());
+  const PostedTask next = std::move(tasks_.front());
   tasks_.pop_front();
   if (next.owner != nullptr) {
     next.run();
@@ -309,6 +328,10 @@ bool LoopCore::ServeTimers() {
 
 void LoopCore::DeleteLater(std::shared_ptr<void> thing) {
   if (depth_ > 0) deletions_.push_back(std::move(thing));
+}
+
+void LoopCore::KeepToTheEnd(std::shared_ptr<void> thing) {
+  if (std::find(kept_.begin(), kept_.end(), thing) == kept_.end()) kept_.push_back(std::move(thing));
 }
 
 // ---- The host's descriptor.

@@ -66,6 +66,9 @@ class LoopCore {
 
   // ---- Turns: see EventLoop.
   bool TurnIsLong() const;
+  // For work that a method of the library begins where no turn runs: it takes the time of a turn from here on.
+  void BeginWork();
+  bool WorkIsLong() const;
   bool Turn(std::int32_t milliseconds);
   void DoEvents();
   void Run();
@@ -79,11 +82,19 @@ class LoopCore {
   void Unwatch(WatchId watch) noexcept;
 
   // ---- Tasks: each is run once, in this turn or a later one, in the order of posting.
+  struct PostedTask {
+    const void* owner;  // nullptr: the host's
+    std::function<void()> run;
+  };
   void Post(std::function<void()> task);
   // A task of the library's own, on the loop's thread: `owner` can take all of its tasks back. What it throws goes out
   // of the turn.
   void Post(const void* owner, std::function<void()> task);
   void Withdraw(const void* owner) noexcept;
+  // One of the library's own that is made now and posted later, from any thread and without taking memory.
+  using PreparedTask = std::list<PostedTask>;
+  static PreparedTask Prepare(std::function<void()> task);
+  void Post(PreparedTask& task) noexcept;
 
   // ---- Timers.
   void Arm(const std::shared_ptr<TimerState>& timer);
@@ -91,6 +102,8 @@ class LoopCore {
 
   // Keeps `thing` until no handler is on the stack, then drops it; at once when none is.
   void DeleteLater(std::shared_ptr<void> thing);
+  // Keeps `thing` until the loop is destroyed; once, however often it is given.
+  void KeepToTheEnd(std::shared_ptr<void> thing);
 
   // Calls a handler of the host. What it throws is reported, after `what` and ": ", and does not end the host's loop.
   void Guard(std::string_view what, const std::function<void()>& handler);
@@ -101,13 +114,10 @@ class LoopCore {
     int descriptor = -1;
     WatchId id = 0;
   };
-  struct Task {
-    const void* owner;  // nullptr: the host's
-    std::function<void()> run;
-  };
   class Nesting;
 
   WatchEntry* Find(WatchId watch);
+  void BeginTime();
   bool KnowsEvents();
   std::int32_t WaitLimit(std::int32_t milliseconds) const;
   void Wake() noexcept;
@@ -139,11 +149,12 @@ class LoopCore {
   std::vector<epoll_event> fetched_;  // what the kernel reported, up to fetchedEnd_, delivered up to fetchedNext_
   std::size_t fetchedNext_ = 0;
   std::size_t fetchedEnd_ = 0;
-  std::list<Task> tasks_;
+  std::list<PostedTask> tasks_;
   std::mutex postedMutex_;
-  std::list<Task> posted_;  // by other threads, not seen by the loop yet
+  std::list<PostedTask> posted_;  // by other threads, not seen by the loop yet
   std::multimap<std::int64_t, std::shared_ptr<TimerState>> timers_;
   std::vector<std::shared_ptr<void>> deletions_;
+  std::vector<std::shared_ptr<void>> kept_;
 };
 
 }  // namespace TesselServer
