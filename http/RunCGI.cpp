@@ -71,7 +71,7 @@ ProgramResult Run(cls_HTTP& record, const ProgramFile& program, std::string_view
   start.environment = Environment(record);
   start.waitMilliseconds = record.CGITimeoutMilliseconds();
   start.outputLimit = kMaxCGIOutputBytes;
-  return record.Runner()->Run(start);
+  return RunNow(record.Runner()->Run(std::move(start)));
 }
 
 void Report(const cls_HTTP& record, const ProgramFile& program, const ProgramResult& result) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <system_error>
+#include <utility>
 
 #include "control/connection/Slot.h"
 #include "platform/programs/ProgramRunner.h"
@@ -19,15 +20,19 @@ class AnswerPrograms : public ProgramRunner {
   // Whether `slot` is still being answered is looked at before each program.
   AnswerPrograms(ProgramRunner& programs, const Slot& slot) : programs_(programs), slot_(slot) {}
 
-  ProgramResult Run(const ProgramStart& start) override {
-    if (slot_.Phase() == RequestPhase::kAnswering) return programs_.Run(start);
-    ProgramResult result;
-    result.failure = ProgramResult::Failure::kStart;
-    result.error = static_cast<std::int32_t>(std::errc::operation_canceled);
-    return result;
+  Task<ProgramResult> Run(ProgramStart start) override {
+    if (slot_.Phase() == RequestPhase::kAnswering) return programs_.Run(std::move(start));
+    return Refused();
   }
 
  private:
+  static Task<ProgramResult> Refused() {
+    ProgramResult result;
+    result.failure = ProgramResult::Failure::kStart;
+    result.error = static_cast<std::int32_t>(std::errc::operation_canceled);
+    co_return result;
+  }
+
   ProgramRunner& programs_;
   const Slot& slot_;
 };

@@ -30,22 +30,22 @@ ChildPrograms::ChildPrograms(EventLoop& loop) : leftOver_(std::make_unique<LeftO
 
 ChildPrograms::~ChildPrograms() = default;
 
-ProgramResult ChildPrograms::Run(const ProgramStart& start) {
+Task<ProgramResult> ChildPrograms::Run(ProgramStart start) {
   leftOver_->Collect();
-  if (LeftOver() >= kMaxLeftOver) return {.failure = Failure::kStart, .error = EAGAIN};
+  if (LeftOver() >= kMaxLeftOver) co_return ProgramResult{.failure = Failure::kStart, .error = EAGAIN};
   leftOver_->MakeRoom();
 
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return {.failure = Failure::kPipe, .error = errno};
+  if (pipe2(ends, O_CLOEXEC) != 0) co_return ProgramResult{.failure = Failure::kPipe, .error = errno};
   const UniqueDescriptor readEnd(ends[0]);
   const StartedChild child = StartInto(start, UniqueDescriptor(ends[1]));
-  if (child.number < 0) return {.failure = Failure::kStart, .error = child.error};
+  if (child.number < 0) co_return ProgramResult{.failure = Failure::kStart, .error = child.error};
   leftOver_->Add(child.number);
 
   fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);  // of this end only: the child's own is as programs expect it
   ProgramResult result = WaitForChild(child.number, readEnd.Get(), start.waitMilliseconds, start.outputLimit);
   leftOver_->Collect();
-  return result;
+  co_return result;
 }
 
 std::size_t ChildPrograms::LeftOver() const { return leftOver_->Count(); }

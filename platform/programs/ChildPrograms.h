@@ -41,7 +41,7 @@ class ChildPrograms : public ProgramRunner {
   // Waits inside the call, by the real clock, for the child's end and its output; nothing else of the loop runs
   // meanwhile, and no processor time is used. Output is read as it comes, so a child with much output ends too. A
   // grandchild that keeps the pipe open is not waited for.
-  ProgramResult Run(const ProgramStart& start) override;
+  Task<ProgramResult> Run(ProgramStart start) override;
 
   // How many children have outlived their time and not been collected yet.
   std::size_t LeftOver() const;

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/tasks/Task.h"
+
 namespace TesselServer {
 
 struct ProgramStart {
@@ -46,8 +48,8 @@ class ProgramRunner {
  public:
   virtual ~ProgramRunner() = default;
 
-  // Starts the program and returns when it has ended or the time is over.
-  virtual ProgramResult Run(const ProgramStart& start) = 0;
+  // Starts the program; done when it has ended or the time is over.
+  virtual Task<ProgramResult> Run(ProgramStart start) = 0;
 };
 
 }  // namespace TesselServer

@@ -30,7 +30,9 @@ std::string NameOfFault(const testing::TestParamInfo<Fault>& each) {
 
 class ProgramFaultsTest : public testing::TestWithParam<Fault> {
  protected:
-  ProgramResult Run() { return programs_.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}); }
+  ProgramResult Run() {
+    return RunNow(programs_.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
+  }
   void ExpectWhole(const ProgramResult& result) {
     EXPECT_EQ(result.failure, Failure::kNone);
     EXPECT_TRUE(result.ended);

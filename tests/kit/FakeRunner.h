@@ -27,9 +27,9 @@ class FakeRunner : public ProgramRunner {
     answer.error = error;
   }
 
-  ProgramResult Run(const ProgramStart& start) override {
-    started.push_back(start);
-    return answer;
+  Task<ProgramResult> Run(ProgramStart start) override {
+    started.push_back(std::move(start));
+    co_return answer;
   }
 
   // The files that were started, each with its words: "/srv/a.exe|one|two".

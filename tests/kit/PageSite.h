@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "http/cls_HTTP.h"
@@ -52,12 +53,12 @@ class NotedPrograms : public ProgramRunner {
   std::string output = "output";
   std::vector<ProgramStart> starts;
 
-  ProgramResult Run(const ProgramStart& start) override {
-    starts.push_back(start);
+  Task<ProgramResult> Run(ProgramStart start) override {
+    starts.push_back(std::move(start));
     ProgramResult result;
     result.ended = true;
     result.output = output;
-    return result;
+    co_return result;
   }
 };
 

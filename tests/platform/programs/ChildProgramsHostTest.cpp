@@ -29,7 +29,7 @@ using Failure = ProgramResult::Failure;
 class ChildProgramsHostTest : public testing::Test {
  protected:
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = 20'000) {
-    return programs_.Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024});
+    return RunNow(programs_.Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
   }
   bool Works() {
     const ProgramResult result = Run(hello_);
@@ -155,8 +155,8 @@ TEST_F(ChildProgramsHostTest, ALackOfDescriptorsIsReportedAndPasses) {
     ProgramResult result;
     {
       const Kit::DescriptorFamine famine(c.left);
-      result =
-          programs_.Run({.file = "/bin/echo", .arguments = {"fed"}, .waitMilliseconds = 20'000, .outputLimit = 1024});
+      result = RunNow(
+          programs_.Run({.file = "/bin/echo", .arguments = {"fed"}, .waitMilliseconds = 20'000, .outputLimit = 1024}));
     }
     EXPECT_EQ(result.failure, c.failure) << c.why;
     EXPECT_EQ(result.error, c.error) << c.why;
@@ -175,10 +175,10 @@ TEST_F(ChildProgramsHostTest, AHostMayHaveClosedItsStandardDescriptors) {
         if ((closed >> each & 1U) != 0) close(each);
       }
       const std::size_t before = Kit::CountDescriptors();
-      const ProgramResult result = programs_.Run({.file = "/usr/bin/readlink",
-                                                  .arguments = {"/proc/self/fd/0", "/proc/self/fd/2"},
-                                                  .waitMilliseconds = 20'000,
-                                                  .outputLimit = 1024});
+      const ProgramResult result = RunNow(programs_.Run({.file = "/usr/bin/readlink",
+                                                         .arguments = {"/proc/self/fd/0", "/proc/self/fd/2"},
+                                                         .waitMilliseconds = 20'000,
+                                                         .outputLimit = 1024}));
       if (result.output != "/dev/null\n/dev/null\n") return 1;
       return Kit::CountDescriptors() == before && Works() ? 0 : 2;
     });

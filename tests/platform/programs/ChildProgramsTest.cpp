@@ -23,7 +23,7 @@ constexpr std::int64_t kLong = 20'000;  // milliseconds; nothing here takes that
 class ChildProgramsTest : public testing::Test {
  protected:
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = kLong, std::size_t outputLimit = 1024) {
-    return programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = outputLimit});
+    return RunNow(programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = outputLimit}));
   }
   std::string Write(const char* name, const std::string& script) { return Kit::WriteProgram(tree_, name, script); }
   bool Exists(const char* name) const { return std::filesystem::exists(tree_.Path() / name); }
@@ -83,11 +83,11 @@ TEST_F(ChildProgramsTest, ReportsHowAProgramEnded) {
 }
 
 TEST_F(ChildProgramsTest, HandsOnArgumentsAndEnvironment) {
-  const ProgramResult result = programs_->Run({.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
-                                               .arguments = {"a=1", "; echo x", "", "$(id)"},
-                                               .environment = {{"QUERY_STRING", "a=1&b=`id`"}},
-                                               .waitMilliseconds = kLong,
-                                               .outputLimit = 1024});
+  const ProgramResult result = RunNow(programs_->Run({.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
+                                                      .arguments = {"a=1", "; echo x", "", "$(id)"},
+                                                      .environment = {{"QUERY_STRING", "a=1&b=`id`"}},
+                                                      .waitMilliseconds = kLong,
+                                                      .outputLimit = 1024}));
   ExpectEnded(result, "<a=1><; echo x><><$(id)><a=1&b=`id`>");
 }
 
@@ -110,8 +110,8 @@ TEST_F(ChildProgramsTest, AHundredLeaveNoChildAndNoDescriptor) {
   const std::size_t descriptors = Kit::CountDescriptors();
   for (int i = 0; i < 100; ++i) {
     const std::string number = std::to_string(i);
-    const ProgramResult result = programs_->Run(
-        {.file = program, .environment = {{"NUMBER", number}}, .waitMilliseconds = kLong, .outputLimit = 100});
+    const ProgramResult result = RunNow(programs_->Run(
+        {.file = program, .environment = {{"NUMBER", number}}, .waitMilliseconds = kLong, .outputLimit = 100}));
     ExpectEnded(result, number + "\n");
     ASSERT_TRUE(Kit::HasNoChild()) << i;
   }
@@ -220,7 +220,7 @@ TEST_F(ChildProgramsTest, ChildrenOfADestroyedObjectAreNotCountedAndAreCollected
 TEST_F(ChildProgramsTest, TheRealClockCollectsThemToo) {
   EventLoop loop;
   ChildPrograms programs(loop);
-  EXPECT_FALSE(programs.Run({.file = Write("program", "read go < $here/gate"), .waitMilliseconds = 0}).ended);
+  EXPECT_FALSE(RunNow(programs.Run({.file = Write("program", "read go < $here/gate"), .waitMilliseconds = 0})).ended);
   gate_.Open();
   for (int turn = 0; turn < 100 && programs.LeftOver() > 0; ++turn) loop.RunOnce(100);
   EXPECT_EQ(programs.LeftOver(), 0u);
