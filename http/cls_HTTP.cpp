@@ -206,6 +206,11 @@ std::optional<std::string> cls_HTTP::PlainType(const OpenFile& file, std::string
   return type;
 }
 
+std::int64_t cls_HTTP::PageBytes(const OpenFile& file, std::string_view name) const {
+  const bool isPage = !file.Contents() && file.Size() <= kMaxPageBytes && !IsProgramName(name);
+  return isPage && ContentTypeOf(LocalName(name)) == kHtmlType ? file.Size() : 0;
+}
+
 std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const {
   const auto type = PlainType(file, name);
   if (!type) return std::nullopt;

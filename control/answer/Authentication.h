@@ -1,16 +1,18 @@
 // Whether the client of a request may see what was found for it.
 //
 // Thread:    the host's thread.
-// Ownership: values only.
+// Ownership: values only. The target that a task is about outlives it.
 // Errors:    the socket errors 10024 and 10055 when the process has run out of descriptors or memory. A password file
 //            that cannot be read, or whose existence cannot be determined, admits no client.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "control/life/Settings.h"
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Turns.h"
 
 namespace TesselServer {
 
@@ -27,18 +29,30 @@ inline constexpr std::int64_t kMaxPasswordFileBytes = 16 * 1024 * 1024;
 // The realm of a password file that names none.
 inline constexpr std::string_view kDefaultRealm = "Tessel";
 
-// Decides on `target` by the password file of the settings: AuthenticationSourceFile, or the one named `folderFile` in
-// the folder in which the target really lies, whatever name led to it. The file is read anew each time. Where there is
-// no such file every client is admitted, and with the sources LocalACL and DomainACL too.
-Admission AdmissionTo(const FoundEntry& target, const Settings& settings, const std::string& folderFile,
-                      const std::string& user, const std::string& password);
+// Which password file guards a target.
+struct PasswordSource {
+  e_AuthSource source = e_AuthSource::GolbalFile;
+  std::string siteFile;    // for GolbalFile: its path, "" for none
+  std::string folderFile;  // for DirectoryFile: its name in the folder in which the target really lies
+};
 
-// Whether `user` and `password` open a file with that text.
+// Whether there is a password file to look for. Where there is none every client is admitted, and with the sources
+// LocalACL and DomainACL too.
+inline bool MayGuard(e_AuthSource source, const std::string& siteFile) {
+  return source == e_AuthSource::DirectoryFile || (source == e_AuthSource::GolbalFile && !siteFile.empty());
+}
+
+// Decides on `target` by the password file of the source. The file is read anew each time. Where there is no such file
+// every client is admitted.
+Task<Admission> AdmissionTo(const FoundEntry& target, PasswordSource source, std::string user, std::string password,
+                            Turns* turns);
+
+// Whether `user` and `password` open a file with that text, which outlives the task.
 // kept: "user:password" may be anywhere in it, also as a part of a longer entry, in any case.
-bool HoldsPassword(std::string_view text, const std::string& user, const std::string& password);
+Task<bool> HoldsPassword(std::string_view text, std::string user, std::string password, Turns* turns);
 
-// What follows "realm:" (any case) on the first line that begins with it, trimmed and without control characters;
-// kDefaultRealm when that is nothing.
-std::string RealmOf(std::string_view text);
+// What follows "realm:" (any case) on the first line of the text that begins with it, trimmed and without control
+// characters; kDefaultRealm when that is nothing. The text outlives the task.
+Task<std::string> RealmOf(std::string_view text, Turns* turns);
 
 }  // namespace TesselServer

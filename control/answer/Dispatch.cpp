@@ -2,8 +2,8 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <utility>
-#include <variant>
 
 #include "control/answer/AnswerPrograms.h"
 #include "control/answer/Listing.h"
@@ -31,6 +31,23 @@ void DropLeadingSeparator(std::string& path) {
   if (path.size() > 1 && IsSeparator(path.front())) path.erase(0, 1);
 }
 
+// The record runs programs with `programs` as long as this lives.
+class RunnerOfRecord {
+ public:
+  RunnerOfRecord(cls_HTTP& record, ProgramRunner& programs) : record_(record) { record_.Runner(&programs); }
+  RunnerOfRecord(const RunnerOfRecord&) = delete;
+  RunnerOfRecord& operator=(const RunnerOfRecord&) = delete;
+  ~RunnerOfRecord() { record_.Runner(nullptr); }
+
+ private:
+  cls_HTTP& record_;
+};
+
+// Which password file the settings name.
+PasswordSource SourceOf(const ControlState& state) {
+  return {state.settings.AuthenticationSource, state.settings.AuthenticationSourceFile, state.authFileName};
+}
+
 }  // namespace
 
 // One call of SendWebPage. Holds on to what an event inside it could take away.
@@ -39,24 +56,51 @@ struct Dispatch::Call {
   std::shared_ptr<SlotTable> slots;
   Slot& slot;
   std::uint64_t generation;
-  std::shared_ptr<cls_HTTP> record;
-  bool handedOver;  // the socket has taken an answer: there is never a second one
+  std::string statusCode;  // of a forced answer
+  bool isForced;
+  std::shared_ptr<cls_HTTP> record = nullptr;
+  bool isTargetTaken = false;               // the path has lost its leading separator
+  std::optional<Admission> admission = {};  // once it is known
+  bool handedOver = false;                  // the socket has taken an answer: there is never a second one
 };
+
+// ---- The target.
 
 void Dispatch::Begin(std::int32_t Index) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->IfUsed(Index) : nullptr;
   if (slot == nullptr) return;
+  bool isFound = true;
   try {
-    FindTarget(state_, *slot);
+    isFound = FindTargetAtOnce(state_, *slot);
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
-  if (IsForHost(*slot)) {
-    OfferToHost(Index, *slot);
+  if (isFound) {
+    Proceed(Index, *slot);
+  } else {
+    Start(Index, *slot, FindAndProceed(Index, *slot));
+  }
+}
+
+Task<void> Dispatch::FindAndProceed(std::int32_t Index, Slot& slot) {
+  const auto slots = state_.slots;
+  slot.Enter(RequestPhase::kAnswering);
+  try {
+    auto search = FindTarget(state_, slot);
+    co_await search;
+  } catch (const std::exception&) {
+    // SendWebPage looks again, and answers for what it meets
+  }
+  Proceed(Index, slot);
+}
+
+void Dispatch::Proceed(std::int32_t Index, Slot& slot) {
+  if (IsForHost(slot)) {
+    OfferToHost(Index, slot);
     return;
   }
-  slot->NotTrapped = true;
+  slot.NotTrapped = true;
   SendWebPage(Index, "", false);
 }
 
@@ -75,8 +119,12 @@ bool Dispatch::MayCallFunctions(const FoundEntry& target) const {
 bool Dispatch::BodyIsRead(Slot& slot) const {
   bool isRead = true;
   try {
-    FindTarget(state_, slot);
-    isRead = IsForHost(slot) || MayCallFunctions(slot.Target);
+    bool isKnown = FindTargetAtOnce(state_, slot);
+    if (!isKnown) {
+      RunningTask::Start(FindTarget(state_, slot));  // what it does not find now is looked for when the body is there
+      isKnown = slot.TargetIsKnown;
+    }
+    if (isKnown) isRead = IsForHost(slot) || MayCallFunctions(slot.Target);
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
@@ -99,64 +147,143 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   SendWebPage(Index, "500", true);
 }
 
+// ---- The making of an answer.
+
 void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->At(Index) : nullptr;
   if (slot == nullptr) return;
   state_.statistics.RequestCount += 1;
-  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), nullptr, false};
+  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), std::string(StatusCode), ForceStatus};
   slot->Enter(RequestPhase::kAnswering);
-  MakeAnswer(call, StatusCode, ForceStatus);
-  if (slot->Phase() == RequestPhase::kAnswering) slot->Enter(RequestPhase::kSending);
-  if (state_.sckWS.Generation(Index) != call.generation) return;  // closed meanwhile, by an event or a failure
-  slot->Target = {};
-  slot->LetGoOfBody();  // not kept for as long as the answer takes to go out
-  if (call.record) call.record->EndRequest();
-  if (!call.handedOver) sending_.CloseConnection(Index);
+  const bool isOnItsWay = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
+    call.record = RecordOf(state_, *slot, Index);
+    Take(call, NextStep(call));
+  });
+  if (isOnItsWay) return;
+  if (CanStillAnswer(call)) {
+    if (state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] { Take(call, StepAfterFailure(call)); })) return;
+  }
+  Finish(call);
 }
 
-// Makes the answer and hands it over; where that fails, the error answer for 500.
-void Dispatch::MakeAnswer(Call& call, std::string_view statusCode, bool forceStatus) {
+// Delivers what is decided, or starts what has to come before.
+void Dispatch::Take(Call& call, Step step) {
+  if (auto* decision = std::get_if<Decision>(&step)) {
+    Deliver(call, std::move(*decision));
+    Finish(call);
+  } else {
+    Start(call.index, call.slot, AnswerInTurns(call, std::move(step)));
+  }
+}
+
+// Runs a task of the slot until it waits for the first time; from then on the slot owns it.
+void Dispatch::Start(std::int32_t Index, Slot& slot, Task<void> task) {
+  const auto slots = state_.slots;  // the slot may be given up inside an event
+  const std::uint64_t generation = state_.sckWS.Generation(Index);
+  state_.turns.Begin();
+  RunningTask running = RunningTask::Start(std::move(task));
+  if (!running.IsDone() && state_.sckWS.Generation(Index) == generation) slot.Making = std::move(running);
+}
+
+bool Dispatch::IsOver(const Call& call) const { return state_.sckWS.Generation(call.index) != call.generation; }
+
+bool Dispatch::CanStillAnswer(const Call& call) const { return !call.handedOver && call.record && !IsOver(call); }
+
+Task<void> Dispatch::AnswerInTurns(Call call, Step step) {
   AnswerPrograms programs(state_.programs, call.slot);
-  const bool answered = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
-    call.record = RecordOf(state_, call.slot, call.index);
-    call.record->Runner(&programs);
-    Deliver(call, Decide(call, statusCode, forceStatus));
-  });
-  if (call.record) call.record->Runner(nullptr);
-  if (answered || call.handedOver || !call.record) return;
-  state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
-    Deliver(call, {ErrorAnswer(*call.record, "500"), "500", !forceStatus && call.slot.NotTrapped});
-  });
+  const RunnerOfRecord runner(*call.record, programs);
+  bool hasFailed = false;
+  try {
+    auto making = Made(call, std::move(step));
+    Decision decision = co_await making;
+    Deliver(call, std::move(decision));
+  } catch (...) {
+    state_.reporter.ReportCurrent(ErrorPrefix::kSendWebPage);
+    hasFailed = true;
+  }
+  if (hasFailed && CanStillAnswer(call)) {
+    try {
+      auto making = Made(call, StepAfterFailure(call));
+      Decision decision = co_await making;
+      Deliver(call, std::move(decision));
+    } catch (...) {
+      state_.reporter.ReportCurrent(ErrorPrefix::kSendWebPage);
+    }
+  }
+  Finish(call);
 }
 
-Dispatch::Decision Dispatch::Decide(Call& call, std::string_view statusCode, bool forceStatus) {
+// Goes from one step to the next until the answer is there.
+Task<Dispatch::Decision> Dispatch::Made(Call& call, Step step) {
+  for (;;) {
+    if (auto* decision = std::get_if<Decision>(&step)) co_return std::move(*decision);
+    if (auto* page = std::get_if<ErrorPageFor>(&step)) {
+      auto making = ErrorPage(call, std::move(*page));
+      co_return co_await making;
+    }
+    switch (std::get<Need>(step)) {
+      case Need::kTarget: {
+        auto search = FindTarget(state_, call.slot);
+        co_await search;
+        break;
+      }
+      case Need::kAdmission: {
+        auto asking = AskAdmission(call);
+        Admission admission = co_await asking;
+        call.admission = std::move(admission);
+        break;
+      }
+      case Need::kListing: {
+        auto making = DirectoryAnswer(call);
+        co_return co_await making;
+      }
+      case Need::kPage: {
+        auto making = PageAnswer(call);
+        co_return co_await making;
+      }
+    }
+    step = NextStep(call);
+  }
+}
+
+// ---- What the answer is.
+
+Dispatch::Step Dispatch::NextStep(Call& call) {
   RequestFields& request = call.slot.Fields();
-  if (forceStatus) {
+  if (call.isForced) {
     if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed after the answer
-    return {ErrorAnswer(*call.record, statusCode), std::string(statusCode), false};
+    return ErrorStep(call, call.statusCode, false);
   }
   if (!call.slot.NotTrapped) return HostAnswer(call);
-  if (request.RequestPath.empty()) return {};
-  if (!call.slot.TargetIsKnown) FindTarget(state_, call.slot);  // the host handed the request back
-  DropLeadingSeparator(request.RequestPath);
+  if (request.RequestPath.empty()) return Decision();
+  // a request that the host handed back has no target any more
+  if (!call.slot.TargetIsKnown && !FindTargetAtOnce(state_, call.slot)) return Need::kTarget;
+  if (!std::exchange(call.isTargetTaken, true)) DropLeadingSeparator(request.RequestPath);
   const FoundEntry& target = call.slot.Target;
-  if (target.kind == EntryKind::kNone) return Refusal(*call.record, "404");
-  const Admission admission =
-      AdmissionTo(target, state_.settings, state_.authFileName, request.AuthUser, request.AuthPassword);
-  if (admission.byPassword) call.slot.AuthenticatedUser = request.AuthUser;
-  return target.kind == EntryKind::kDirectory ? DirectoryAnswer(call, admission) : FileAnswer(call, admission);
+  if (target.kind == EntryKind::kNone) return ErrorStep(call, "404", true);
+  if (!call.admission && MayGuard(state_.settings.AuthenticationSource, state_.settings.AuthenticationSourceFile)) {
+    return Need::kAdmission;
+  }
+  if (!call.admission) call.admission = Admission();
+  if (call.admission->byPassword) call.slot.AuthenticatedUser = request.AuthUser;
+  return target.kind == EntryKind::kDirectory ? DirectoryStep(call) : FileStep(call);
 }
 
 // The error page, or with VerboseErrorsEnable off the bare header. The page's own status line says 200, the header's
 // the code.
-Answer Dispatch::ErrorAnswer(cls_HTTP& record, std::string_view statusCode) const {
-  if (state_.settings.VerboseErrorsEnable) return record.ErrorPage(statusCode, state_.settings.ErrorFilesEnable);
-  return {record.BuildHeader(statusCode, 0, "text/html", true, ""), std::string()};
+Dispatch::Step Dispatch::ErrorStep(Call& call, std::string_view statusCode, bool logged) const {
+  const cls_HTTP& record = *call.record;
+  if (!state_.settings.VerboseErrorsEnable) {
+    Answer answer{record.BuildHeader(statusCode, 0, "text/html", true, ""), std::string()};
+    return Decision{std::move(answer), std::string(statusCode), logged};
+  }
+  if (state_.settings.ErrorFilesEnable) return ErrorPageFor{std::string(statusCode), logged};
+  return Decision{record.BuiltInErrorPage(statusCode), std::string(statusCode), logged};
 }
 
-Dispatch::Decision Dispatch::Refusal(cls_HTTP& record, std::string_view statusCode) const {
-  return {ErrorAnswer(record, statusCode), std::string(statusCode), true};
+Dispatch::Step Dispatch::StepAfterFailure(Call& call) const {
+  return ErrorStep(call, "500", !call.isForced && call.slot.NotTrapped);
 }
 
 Dispatch::Decision Dispatch::HostAnswer(Call& call) const {
@@ -167,43 +294,75 @@ Dispatch::Decision Dispatch::HostAnswer(Call& call) const {
 }
 
 // The header that asks for a name and a password. `field` is the name of its line, which ends the header.
-Dispatch::Decision Dispatch::Challenge(const cls_HTTP& record, std::string_view field, const std::string& realm) const {
-  std::string head = record.BuildHeader("401", 0, "text/html", false, "");
-  head.append(field).append(": Basic realm=").append(realm).append("\r\n\r\n");
+Dispatch::Decision Dispatch::Challenge(const Call& call, std::string_view field) const {
+  std::string head = call.record->BuildHeader("401", 0, "text/html", false, "");
+  head.append(field).append(": Basic realm=").append(call.admission->realm).append("\r\n\r\n");
   return {{std::move(head), std::string()}, "401", true};
 }
 
 // A folder without an index page is listed, or forbidden.
-Dispatch::Decision Dispatch::DirectoryAnswer(Call& call, const Admission& admission) {
-  if (!state_.settings.DirectoryBrowseEnable) return Refusal(*call.record, "403");
+Dispatch::Step Dispatch::DirectoryStep(Call& call) const {
+  if (!state_.settings.DirectoryBrowseEnable) return ErrorStep(call, "403", true);
   // kept: written otherwise than for a file
-  if (!admission.granted) return Challenge(*call.record, "WWW-authenticate", admission.realm);
+  if (!call.admission->granted) return Challenge(call, "WWW-authenticate");
+  return Need::kListing;
+}
+
+Dispatch::Step Dispatch::FileStep(Call& call) const {
+  if (!call.admission->granted) return Challenge(call, "WWW-Authenticate");
+  FoundEntry& target = call.slot.Target;
+  if (!target.readable) return ErrorStep(call, "403", true);
+  if (!IsProgramName(target.name)) state_.Root()->Remember(target);
+  if (auto plain = call.record->PlainFile(target.file, target.name, "200")) {
+    return Decision{std::move(*plain), "200", true};
+  }
+  return Need::kPage;
+}
+
+// ---- What takes longer.
+
+Task<Admission> Dispatch::AskAdmission(Call& call) {
+  const RequestFields& request = call.slot.Fields();
+  return AdmissionTo(call.slot.Target, SourceOf(state_), request.AuthUser, request.AuthPassword, &state_.turns);
+}
+
+Task<Dispatch::Decision> Dispatch::ErrorPage(Call& call, ErrorPageFor page) {
+  auto making = call.record->ErrorPage(page.status, true);
+  Answer answer = co_await making;
+  co_return Decision{std::move(answer), std::move(page.status), page.logged};
+}
+
+Task<Dispatch::Decision> Dispatch::DirectoryAnswer(Call& call) {
   std::string page = ListingOf(state_, call.slot);
   const auto size = static_cast<std::int64_t>(page.size());
   std::string head = call.record->BuildHeader("200", size, "text/html", true, "");
-  return {{std::move(head), std::move(page)}, "200", true};
+  co_return Decision{{std::move(head), std::move(page)}, "200", true};
 }
 
-Dispatch::Decision Dispatch::FileAnswer(Call& call, const Admission& admission) const {
-  if (!admission.granted) return Challenge(*call.record, "WWW-Authenticate", admission.realm);
+// Its text counts as memory for pages from here on: many may be in the making at once.
+Task<Dispatch::Decision> Dispatch::PageAnswer(Call& call) {
   FoundEntry& target = call.slot.Target;
-  if (!target.readable) return Refusal(*call.record, "403");
-  if (!IsProgramName(target.name)) state_.Root()->Remember(target);
-  if (auto plain = call.record->PlainFile(target.file, target.name, "200")) return {std::move(*plain), "200", true};
+  if (!call.slot.PageMemory.Resize(state_.pageMemory, call.record->PageBytes(target.file, target.name))) {
+    co_return Decision{{}, "", true, false, true};
+  }
   const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
-  Answer answer = call.record->ProcessFile(std::move(found), file, "200", true, "", std::move(info),
-                                           call.slot.Fields().RequestBody);
-  return {std::move(answer), "200", true};
+  auto making = call.record->ProcessFile(std::move(found), file, "200", true, "", std::move(info),
+                                         call.slot.Fields().RequestBody);
+  Answer answer = co_await making;
+  co_return Decision{std::move(answer), "200", true};
 }
+
+// ---- The end.
 
 // Sends and logs.
 void Dispatch::Deliver(Call& call, Decision decision) {
+  if (IsOver(call)) return;
   const std::int64_t size = decision.answer.Size();
-  if (size == 0 || state_.sckWS.Generation(call.index) != call.generation) return;
+  if (size == 0 && !decision.isTooLarge) return;
   const std::int64_t pageBytes = decision.isHostsData ? 0 : OwnTextBytes(decision.answer);
-  if (!call.slot.PageMemory.Resize(state_.pageMemory, pageBytes)) {
+  if (decision.isTooLarge || !call.slot.PageMemory.Resize(state_.pageMemory, pageBytes)) {
     const std::int64_t sent = sending_.ServerTooBusy(call.index);
     call.handedOver = sent > 0;
     state_.statistics.BytesSent += static_cast<double>(sent);
@@ -213,9 +372,16 @@ void Dispatch::Deliver(Call& call, Decision decision) {
   call.handedOver = sending_.SendData(call.index, std::move(decision.answer));
   if (!decision.logged) return;
   state_.statistics.BytesSent += static_cast<double>(size);
-  if (state_.sckWS.Generation(call.index) == call.generation) {
-    sending_.LogRequest(call.index, address, decision.status, size);
-  }
+  if (!IsOver(call)) sending_.LogRequest(call.index, address, decision.status, size);
+}
+
+void Dispatch::Finish(Call& call) {
+  if (IsOver(call)) return;  // closed meanwhile, by an event or a failure
+  call.slot.Enter(RequestPhase::kSending);
+  call.slot.Target = {};
+  call.slot.LetGoOfBody();  // not kept for as long as the answer takes to go out
+  if (call.record) call.record->EndRequest();
+  if (!call.handedOver) sending_.CloseConnection(call.index);
 }
 
 }  // namespace TesselServer

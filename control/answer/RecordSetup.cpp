@@ -36,6 +36,7 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   if (!slot.Record) slot.Record = std::make_shared<cls_HTTP>(state.world);
   slot.Record->ConnectionIndex(static_cast<std::int16_t>(Index));
   slot.Record->ShareSettings(state.requestTemplate);
+  slot.Record->Turns(&state.turns);
   return slot.Record;
 }
 

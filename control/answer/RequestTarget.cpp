@@ -29,22 +29,47 @@ int DecodeAt(std::string_view path, std::size_t position) {
   return allowed ? byte : -1;
 }
 
-FoundEntry FindOnce(const RootFolder& root, std::string_view requestPath) {
-  FoundEntry entry = root.Find(ReplaceAll(requestPath, "%20", " "));
-  if (entry.kind != EntryKind::kNone) return entry;
-  const std::string decoded = DecodePath(requestPath);
-  if (decoded.empty() || decoded == requestPath) return entry;
-  return root.Find(decoded);
+std::string WithBlanks(std::string_view requestPath) { return ReplaceAll(requestPath, "%20", " "); }
+
+Task<FoundEntry> FindOnce(const RootFolder& root, std::string requestPath, Turns* turns) {
+  auto asItIs = root.FindInTurns(WithBlanks(requestPath), turns);
+  FoundEntry entry = co_await asItIs;
+  if (entry.kind != EntryKind::kNone) co_return entry;
+  std::string decoded = DecodePath(requestPath);
+  if (decoded.empty() || decoded == requestPath) co_return entry;
+  auto asDecoded = root.FindInTurns(std::move(decoded), turns);
+  co_return co_await asDecoded;
 }
 
-FoundEntry FindIndexPage(const RootFolder& root, const FoundEntry& folder, std::span<const std::string> indexPages,
-                         const std::function<bool(const FoundEntry&)>& isSecret) {
+std::string PageIn(const FoundEntry& folder, const std::string& name) { return folder.name + "/" + name; }
+
+Task<FoundEntry> FindIndexPage(const RootFolder& root, const FoundEntry& folder,
+                               const std::vector<std::string>& indexPages, const SecretFiles& secrets, Turns* turns) {
   for (const std::string& name : indexPages) {
     if (name.empty()) continue;
-    FoundEntry page = root.Find(folder.name + "/" + name);
-    if (page.kind == EntryKind::kFile && !isSecret(page)) return page;
+    auto search = root.FindInTurns(PageIn(folder, name), turns);
+    FoundEntry page = co_await search;
+    if (page.kind != EntryKind::kFile) continue;
+    auto check = secrets.ContainsInTurns(page, turns);
+    const bool isSecret = co_await check;
+    if (!isSecret) co_return page;
   }
-  return {};
+  co_return FoundEntry();
+}
+
+// The first index page of a folder; kNone where it has none, nothing where that is not known at once.
+std::optional<FoundEntry> IndexPageAtOnce(const RootFolder& root, const FoundEntry& folder,
+                                          std::span<const std::string> indexPages, const SecretFiles& secrets) {
+  for (const std::string& name : indexPages) {
+    if (name.empty()) continue;
+    auto page = root.FindAtOnce(PageIn(folder, name));
+    if (!page) return std::nullopt;
+    if (page->kind != EntryKind::kFile) continue;
+    const auto isSecret = secrets.ContainsAtOnce(*page);
+    if (!isSecret) return std::nullopt;
+    if (!*isSecret) return page;
+  }
+  return FoundEntry();
 }
 
 }  // namespace
@@ -88,22 +113,53 @@ bool IsProgramRequest(std::string_view requestPath, std::string_view query) {
   return IsProgramName(requestPath) || FindNoCase(asked, ".exe?") != std::string::npos;
 }
 
-FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
-                       const std::function<bool(const FoundEntry&)>& isSecret) {
-  FoundEntry program = FindOnce(folder, LastComponent(requestPath));
-  const bool isProgram = program.kind == EntryKind::kFile && IsProgramName(program.name) && !isSecret(program);
-  return isProgram ? std::move(program) : FoundEntry();
+Task<FoundEntry> FindProgram(const RootFolder& folder, std::string requestPath, const SecretFiles& secrets,
+                             Turns* turns) {
+  auto search = FindOnce(folder, std::string(LastComponent(requestPath)), turns);
+  FoundEntry program = co_await search;
+  if (program.kind != EntryKind::kFile || !IsProgramName(program.name)) co_return FoundEntry();
+  auto check = secrets.ContainsInTurns(program, turns);
+  const bool isSecret = co_await check;
+  if (isSecret) co_return FoundEntry();
+  co_return program;
 }
 
-FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::span<const std::string> indexPages,
-                         const std::function<bool(const FoundEntry&)>& isSecret) {
-  FoundEntry entry = FindOnce(root, requestPath);
+Task<FoundEntry> ResolveTarget(const RootFolder& root, std::string requestPath, std::vector<std::string> indexPages,
+                               const SecretFiles& secrets, Turns* turns) {
+  auto search = FindOnce(root, std::move(requestPath), turns);
+  FoundEntry entry = co_await search;
   if (entry.kind == EntryKind::kDirectory) {
-    FoundEntry page = FindIndexPage(root, entry, indexPages, isSecret);
-    return page.kind == EntryKind::kFile ? std::move(page) : std::move(entry);
+    auto pageSearch = FindIndexPage(root, entry, indexPages, secrets, turns);
+    FoundEntry page = co_await pageSearch;
+    if (page.kind == EntryKind::kFile) co_return page;
+    co_return entry;
   }
-  if (entry.kind == EntryKind::kFile && isSecret(entry)) return {};
-  return entry;
+  if (entry.kind != EntryKind::kFile) co_return entry;
+  auto check = secrets.ContainsInTurns(entry, turns);
+  const bool isSecret = co_await check;
+  if (isSecret) co_return FoundEntry();
+  co_return entry;
+}
+
+std::optional<FoundEntry> ResolveAtOnce(const RootFolder& root, std::string_view requestPath,
+                                        std::span<const std::string> indexPages, const SecretFiles& secrets) {
+  auto entry = root.FindAtOnce(WithBlanks(requestPath));
+  if (!entry) return entry;
+  switch (entry->kind) {
+    case EntryKind::kNone:
+      if (requestPath.find('%') != std::string_view::npos) return std::nullopt;
+      return entry;
+    case EntryKind::kDirectory: {
+      auto page = IndexPageAtOnce(root, *entry, indexPages, secrets);
+      return page && page->kind == EntryKind::kNone ? std::move(entry) : std::move(page);
+    }
+    case EntryKind::kFile: {
+      const auto isSecret = secrets.ContainsAtOnce(*entry);
+      if (!isSecret) return std::nullopt;
+      return *isSecret ? FoundEntry() : std::move(entry);
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace TesselServer

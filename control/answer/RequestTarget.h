@@ -1,16 +1,19 @@
 // From the path of a request to the file or folder that answers it.
 //
 // Thread:    the host's thread.
-// Ownership: a target owns its open file.
+// Ownership: a target owns its open file. The folder that a task looks in, and the secret files, outlive the task.
 // Errors:    none; what is not there is EntryKind::kNone.
 #pragma once
 
-#include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "http/SecretFiles.h"
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Turns.h"
 
 namespace TesselServer {
 
@@ -39,15 +42,19 @@ std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath)
 bool IsProgramRequest(std::string_view requestPath, std::string_view query);
 
 // The program in `folder` whose name is the last component of `requestPath`, read as by ResolveTarget. Nothing when it
-// is no file there, is no name of a program, or `isSecret` is true for it.
-FoundEntry FindProgram(const RootFolder& folder, std::string_view requestPath,
-                       const std::function<bool(const FoundEntry&)>& isSecret);
+// is no file there, is no name of a program, or is one of the `secrets`.
+Task<FoundEntry> FindProgram(const RootFolder& folder, std::string requestPath, const SecretFiles& secrets,
+                             Turns* turns);
 
 // Finds what `requestPath` names beneath `root`: as it is spelled, "%20" being a blank; where nothing exists there,
 // with every "%XX" decoded, for the links of listings are encoded further than requests are decoded. In a folder the
-// first of the `indexPages` that is a file wins over the folder. An entry for which `isSecret` is true counts as not
-// existing.
-FoundEntry ResolveTarget(const RootFolder& root, std::string_view requestPath, std::span<const std::string> indexPages,
-                         const std::function<bool(const FoundEntry&)>& isSecret);
+// first of the `indexPages` that is a file wins over the folder. One of the `secrets` counts as not existing.
+Task<FoundEntry> ResolveTarget(const RootFolder& root, std::string requestPath, std::vector<std::string> indexPages,
+                               const SecretFiles& secrets, Turns* turns);
+
+// The same for what is found at once: a path that is spelled as it is on disk, without "%" where nothing exists at it.
+// Nothing where the names of a folder have to be read, or a path has to be decoded.
+std::optional<FoundEntry> ResolveAtOnce(const RootFolder& root, std::string_view requestPath,
+                                        std::span<const std::string> indexPages, const SecretFiles& secrets);
 
 }  // namespace TesselServer

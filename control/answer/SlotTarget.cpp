@@ -1,23 +1,52 @@
 #include "control/answer/SlotTarget.h"
 
+#include <utility>
+
 #include "control/answer/RequestTarget.h"
 
 namespace TesselServer {
 
-void FindTarget(ControlState& state, Slot& slot) {
-  const RequestFields& request = slot.Fields();
-  if (request.RequestPath.empty()) return;
-  const auto secrets = state.Secrets();
-  const auto isSecret = [&secrets](const FoundEntry& entry) { return secrets->Contains(entry); };
-  slot.Target = ResolveTarget(*state.Root(), request.RequestPath, state.settings.IndexPageList, isSecret);
-  slot.TargetIsInCGIDirectory = false;
-  if (slot.Target.kind == EntryKind::kNone && state.settings.CGIEnable &&
-      IsProgramRequest(request.RequestPath, request.RequestQuery)) {
-    slot.Target = FindProgram(state.Programs(), request.RequestPath, isSecret);
-    slot.TargetIsInCGIDirectory = slot.Target.kind != EntryKind::kNone;
-  }
-  slot.ScriptName = ScriptNameOf(slot.Target, request.RequestPath);
+namespace {
+
+bool MayBeProgram(const ControlState& state, const RequestFields& request) {
+  return state.settings.CGIEnable && IsProgramRequest(request.RequestPath, request.RequestQuery);
+}
+
+void KeepTarget(Slot& slot, FoundEntry target, bool isInCGIDirectory) {
+  slot.Target = std::move(target);
+  slot.TargetIsInCGIDirectory = isInCGIDirectory;
+  slot.ScriptName = ScriptNameOf(slot.Target, slot.Fields().RequestPath);
   slot.TargetIsKnown = true;
+}
+
+}  // namespace
+
+// Copies of what an event may renew while the task waits.
+Task<void> FindTarget(ControlState& state, Slot& slot) {
+  const RequestFields& request = slot.Fields();
+  if (request.RequestPath.empty()) co_return;
+  const auto secrets = state.Secrets();
+  const auto root = state.Root();
+  auto search = ResolveTarget(*root, request.RequestPath, state.settings.IndexPageList, *secrets, &state.turns);
+  FoundEntry target = co_await search;
+  if (target.kind != EntryKind::kNone || !MayBeProgram(state, request)) {
+    KeepTarget(slot, std::move(target), false);
+    co_return;
+  }
+  const auto programs = state.Programs();
+  auto programSearch = FindProgram(*programs, request.RequestPath, *secrets, &state.turns);
+  target = co_await programSearch;
+  const bool isFound = target.kind != EntryKind::kNone;
+  KeepTarget(slot, std::move(target), isFound);
+}
+
+bool FindTargetAtOnce(ControlState& state, Slot& slot) {
+  const RequestFields& request = slot.Fields();
+  if (request.RequestPath.empty()) return true;
+  auto target = ResolveAtOnce(*state.Root(), request.RequestPath, state.settings.IndexPageList, *state.Secrets());
+  if (!target || (target->kind == EntryKind::kNone && MayBeProgram(state, request))) return false;
+  KeepTarget(slot, std::move(*target), false);
+  return true;
 }
 
 std::string MappedFileOf(const ControlState& state, const Slot& slot) {

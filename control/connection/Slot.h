@@ -12,6 +12,7 @@
 #include "http/cls_HTTP.h"
 #include "platform/files/FileSystem.h"
 #include "platform/loop/Timer.h"
+#include "platform/tasks/Task.h"
 #include "support/Text.h"
 #include "support/cls_QueryString.h"
 
@@ -21,8 +22,8 @@ namespace TesselServer {
 enum class RequestPhase {
   kReceiving,      // it has not arrived whole, or there is none
   kOfferedToHost,  // FileRequest was raised and not answered yet
-  kAnswering,      // inside SendWebPage: its page may raise function tags and run programs
-  kSending,        // its answer was handed over and has not gone yet
+  kAnswering,  // its answer is being made, in one go or over several turns: it may raise function tags and run programs
+  kSending,    // its answer was handed over and has not gone yet
 };
 
 struct Slot {
@@ -47,6 +48,7 @@ struct Slot {
   std::shared_ptr<cls_HTTP> Record;                            // made on first use, kept for the next request
   Reception::Outcome WaitsFor = Reception::Outcome::kWaiting;  // what WaitTimer runs for; kWaiting: it does not run
   std::unique_ptr<Timer> WaitTimer;                            // for the rest of a header block or body
+  RunningTask Making;                                          // of an answer that is not made in one go
 
   RequestFields& Fields() { return Request.Fields(); }
 
@@ -65,10 +67,11 @@ struct Slot {
     BodyMemory.Release();
   }
 
-  // For the next client: all memory of the last one goes, but for what RequestFields::kKeptBytes lets each text keep.
-  // Kept as they are: NotTrapped, SecondaryAccepted, LastActivity and the record; a record that is at work on an answer
-  // stays with that work.
+  // For the next client: an answer that is still being made is given up, and all memory of the last one goes, but for
+  // what RequestFields::kKeptBytes lets each text keep. Kept as they are: NotTrapped, SecondaryAccepted, LastActivity
+  // and the record; a record that is at work on an answer stays with that work.
   void Reset(std::int64_t maxBodyBytes) {
+    Making = {};  // first, for it works with the rest
     if (phase_ == RequestPhase::kAnswering) Record.reset();
     Enter(RequestPhase::kReceiving);
     Request.Reset();

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "control/connection/MemoryBudget.h"
@@ -20,6 +19,7 @@
 #include "platform/loop/Timer.h"
 #include "platform/programs/ChildPrograms.h"
 #include "platform/sockets/SocketArray.h"
+#include "platform/tasks/Turns.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
@@ -38,6 +38,8 @@ struct ControlState {
       : loop(eventLoop),
         world(eventLoop.TheWorld()),
         reporter(owner, statistics),
+        workers(eventLoop),
+        turns(eventLoop, workers),
         sckWS(eventLoop, notifications),
         programs(eventLoop),
         tmrCheckConn(eventLoop),
@@ -50,6 +52,8 @@ struct ControlState {
   Settings settings;
   Statistics statistics;
   Reporter reporter;
+  Workers workers;
+  Turns turns;
   SocketArray sckWS;
   ChildPrograms programs;
   Timer tmrCheckConn;
@@ -71,7 +75,8 @@ struct ControlState {
   std::string applicationFolder;  // served where VirtualPath is "", and holds the error pages
   std::int64_t maxBodyBytes = Reception::kDefaultMaxBodyBytes;
 
-  // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them.
+  // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them,
+  // and tasks that wait keep what they began with.
   const std::shared_ptr<const RootFolder>& Root() {
     if (!root_ || root_->Path() != settings.VirtualPath) {
       root_ = std::make_shared<RootFolder>(settings.VirtualPath, world);
@@ -79,11 +84,11 @@ struct ControlState {
     return root_;
   }
   // CGIDirectory, likewise.
-  const RootFolder& Programs() {
+  const std::shared_ptr<const RootFolder>& Programs() {
     if (!programsRoot_ || programsRoot_->Path() != settings.CGIDirectory) {
-      programsRoot_.emplace(settings.CGIDirectory, world);
+      programsRoot_ = std::make_shared<RootFolder>(settings.CGIDirectory, world);
     }
-    return *programsRoot_;
+    return programsRoot_;
   }
   const std::shared_ptr<const SecretFiles>& Secrets() {
     const e_AuthSource source = settings.AuthenticationSource;
@@ -102,7 +107,7 @@ struct ControlState {
 
  private:
   std::shared_ptr<const RootFolder> root_;
-  std::optional<RootFolder> programsRoot_;
+  std::shared_ptr<const RootFolder> programsRoot_;
   std::shared_ptr<const SecretFiles> secrets_;
 };
 

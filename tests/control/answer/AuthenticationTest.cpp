@@ -15,7 +15,11 @@ constexpr const char* kFolderFile = "htaccess.txt";
 class AuthenticationTest : public testing::Test {
  protected:
   Admission To(const std::string& name, const std::string& user = "", const std::string& password = "") {
-    return AdmissionTo(RootFolder(tree_.Text()).Find(name), settings_, kFolderFile, user, password);
+    return To(RootFolder(tree_.Text()).Find(name), user, password);
+  }
+  Admission To(const FoundEntry& target, const std::string& user, const std::string& password) {
+    return RunNow(AdmissionTo(target, {settings_.AuthenticationSource, settings_.AuthenticationSourceFile, kFolderFile},
+                              user, password, nullptr));
   }
 
   Kit::TemporaryTree tree_;
@@ -42,7 +46,7 @@ TEST(HoldsPasswordTest, LooksForThePairAnywhereInAnyCase) {
       {":x", "", "x", false, "no name"},
       {"", "ann", "secret", false, "an empty file"},
   };
-  for (const auto& c : cases) EXPECT_EQ(HoldsPassword(c.text, c.user, c.password), c.holds) << c.why;
+  for (const auto& c : cases) EXPECT_EQ(RunNow(HoldsPassword(c.text, c.user, c.password, nullptr)), c.holds) << c.why;
 }
 
 TEST(RealmOfTest, IsTheRestOfItsLine) {
@@ -64,7 +68,7 @@ TEST(RealmOfTest, IsTheRestOfItsLine) {
       {"ann:x", "Tessel", "no such line"},
       {"", "Tessel", "an empty file"},
   };
-  for (const auto& c : cases) EXPECT_EQ(RealmOf(c.text), c.realm) << c.why;
+  for (const auto& c : cases) EXPECT_EQ(RunNow(RealmOf(c.text, nullptr)), c.realm) << c.why;
 }
 
 TEST_F(AuthenticationTest, WithoutAPasswordFileEverybodyIsAdmitted) {
@@ -205,7 +209,7 @@ TEST_F(AuthenticationTest, AnEntryWhoseFolderIsUnknownIsRefused) {
   FoundEntry unreadable;
   unreadable.kind = EntryKind::kFile;
   unreadable.name = "a.html";
-  EXPECT_FALSE(AdmissionTo(unreadable, settings_, kFolderFile, "ann", "secret").granted);
+  EXPECT_FALSE(To(unreadable, "ann", "secret").granted);
 }
 
 }  // namespace

@@ -126,15 +126,34 @@ class ResolveTargetTest : public testing::Test {
 
   // "F name", "D name" or "-".
   std::string Resolve(std::string_view path, std::string_view pages = "index.html,default.htm") const {
-    const auto isSecret = [](const FoundEntry& entry) { return entry.name.ends_with("secret.txt"); };
-    const FoundEntry entry = ResolveTarget(root, path, cls_Strings::ListStrToArray(pages, ","), isSecret);
+    const auto list = cls_Strings::ListStrToArray(pages, ",");
+    const std::string found = Named(RunNow(ResolveTarget(root, std::string(path), list, secrets, nullptr)));
+    const auto atOnce = ResolveAtOnce(root, path, list, secrets);
+    if (atOnce) EXPECT_EQ(Named(*atOnce), found) << path;
+    return found;
+  }
+  static std::string Named(const FoundEntry& entry) {
     if (entry.kind == EntryKind::kNone) return "-";
     return (entry.kind == EntryKind::kFile ? "F " : "D ") + entry.name;
   }
 
   Kit::TemporaryTree tree;
   RootFolder root{tree.Text()};
+  SecretFiles secrets{"secret.txt", e_AuthSource::DirectoryFile, ""};
 };
+
+TEST_F(ResolveTargetTest, TheUsualTargetIsFoundAtOnce) {
+  const std::vector<std::string> pages = {"none.htm", "default.htm", "index.html"};
+  for (const char* path : {"index.html", "a%20b.htm", "/", "docs", "docs/", "empty", "odd", "docs/secret.txt"}) {
+    EXPECT_TRUE(ResolveAtOnce(root, path, pages, secrets)) << path;
+  }
+}
+
+TEST_F(ResolveTargetTest, WhatNeedsTheNamesOfAFolderIsNotFoundAtOnce) {
+  for (const char* path : {"INDEX.html", "docs/MY-file.txt", "docs/my%2Dfile.txt", "none%20at.all"}) {
+    EXPECT_FALSE(ResolveAtOnce(root, path, {}, secrets)) << path;
+  }
+}
 
 TEST_F(ResolveTargetTest, FindsFilesFoldersAndIndexPages) {
   struct {
@@ -236,8 +255,9 @@ class FindProgramTest : public testing::Test {
   }
 
   std::string Found(const std::string& path) const {
-    const FoundEntry entry =
-        FindProgram(RootFolder(tree.Text()), path, [](const FoundEntry& found) { return found.name == "hidden.exe"; });
+    const RootFolder folder(tree.Text());
+    const SecretFiles secrets("hidden.exe", e_AuthSource::DirectoryFile, "");
+    const FoundEntry entry = RunNow(FindProgram(folder, path, secrets, nullptr));
     return entry.kind == EntryKind::kFile ? entry.name : "none";
   }
 

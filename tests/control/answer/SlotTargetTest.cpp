@@ -27,7 +27,8 @@ class SlotTargetTest : public testing::Test {
   std::string Found(const std::string& path, const std::string& query = "") {
     slot.Fields().RequestPath = path;
     slot.Fields().RequestQuery = query;
-    FindTarget(state, slot);
+    state.turns.Begin();
+    RunNow(FindTarget(state, slot));
     const bool found = slot.Target.kind != EntryKind::kNone;
     return (found ? slot.Target.name : "none") + " " + slot.ScriptName + (slot.TargetIsInCGIDirectory ? " CGI" : "");
   }
@@ -41,7 +42,7 @@ class SlotTargetTest : public testing::Test {
 };
 
 TEST_F(SlotTargetTest, ARequestForNothingIsNotLookedFor) {
-  FindTarget(state, slot);
+  RunNow(FindTarget(state, slot));
   EXPECT_FALSE(slot.TargetIsKnown);
   EXPECT_EQ(slot.Target.kind, EntryKind::kNone);
 }
@@ -65,9 +66,10 @@ TEST_F(SlotTargetTest, ATargetThatWasLetGoIsWrittenByItsRequest) {
 
 TEST_F(SlotTargetTest, AProgramOutsideIsOpenedAndNotRead) {
   core.world.LetFilesSettle();
+  state.turns.Begin();
   slot.Fields().RequestPath = "cgi/tool.exe";
   const auto calls = Kit::SystemCallsOf([&] {
-    for (int i = 0; i < 4; ++i) FindTarget(state, slot);
+    for (int i = 0; i < 4; ++i) RunNow(FindTarget(state, slot));
   });
   EXPECT_EQ(Found("cgi/tool.exe"), "tool.exe tool.exe CGI");
   if (!calls) GTEST_SKIP() << "no process may be traced";
@@ -76,9 +78,9 @@ TEST_F(SlotTargetTest, AProgramOutsideIsOpenedAndNotRead) {
 }
 
 TEST_F(SlotTargetTest, ProgramsAreThoseOfTheFolderThatTheSettingNamesNow) {
-  const RootFolder* const folder = &state.Programs();
+  const auto folder = state.Programs();
   EXPECT_EQ(Found("tool.exe"), "tool.exe tool.exe CGI");
-  EXPECT_EQ(&state.Programs(), folder);
+  EXPECT_EQ(state.Programs(), folder);
   core.tree.Write("other/new.exe", "program");
   state.settings.CGIDirectory = core.tree.Text() + "/other";
   EXPECT_EQ(Found("tool.exe"), "none tool.exe");
