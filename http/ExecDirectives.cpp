@@ -19,7 +19,7 @@ std::string DocumentFolder(const cls_HTTP& record) {
   return record.VirtualPath() + "/" + std::string(FolderOf(record.DocumentName()));
 }
 
-std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_view target) {
+Task<std::string> RunTarget(cls_HTTP& record, const std::string& folder, std::string_view target) {
   const std::size_t mark = target.find('?');
   const std::string_view program = Trim(target.substr(0, mark));
   std::string arguments(mark == std::string_view::npos ? std::string_view() : Trim(target.substr(mark + 1)));
@@ -27,25 +27,27 @@ std::string OutputOf(cls_HTTP& record, const std::string& folder, std::string_vi
     std::replace_if(
         arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
   }
-  const ProgramFile found = FoundProgram(record, record.FindFile(folder, program), program);
-  return ReplaceAll(RunProgram(record, found, arguments), kLineEnd, "<br>");
-}
-
-// `folder` is asked for each tag: the settings of a record may change while a program runs.
-template <typename Folder>
-void Execute(cls_HTTP& record, Page& page, std::string_view opener, Folder&& folder) {
-  ReplaceTags(page, {opener, "", "--"}, [&](std::string_view target) {
-    return std::make_shared<const std::string>(OutputOf(record, folder(), target));
-  });
+  return RunProgram(record, FoundProgram(record, record.FindFile(folder, program), program), std::move(arguments));
 }
 
 }  // namespace
 
-void RunExecDirectives(cls_HTTP& record, Page& page) {
-  if (!page.HoldsDirectives()) return;
+Task<void> RunExecDirectives(cls_HTTP& record, Page& page) {
+  if (!page.HoldsDirectives()) co_return;
   const std::string documentFolder = DocumentFolder(record);
-  Execute(record, page, "<!--#execcmd=", [&] { return std::string(documentFolder); });
-  Execute(record, page, "<!--#execcgi=", [&] { return record.CGIDirectory(); });
+  for (const bool isOfDocument : {true, false}) {
+    TagReplacement tags(page, {isOfDocument ? "<!--#execcmd=" : "<!--#execcgi=", "", "--"});
+    while (tags.Find()) {
+      if (!tags.IsKnown()) {
+        // asked for each tag: the settings of a record may change while a program runs
+        const std::string folder = isOfDocument ? documentFolder : record.CGIDirectory();
+        auto running = RunTarget(record, folder, tags.Content());
+        const std::string output = co_await running;
+        tags.Value(std::make_shared<const std::string>(ReplaceAll(output, kLineEnd, "<br>")));
+      }
+      tags.Replace();
+    }
+  }
 }
 
 }  // namespace TesselServer

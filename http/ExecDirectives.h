@@ -5,6 +5,7 @@
 #pragma once
 
 #include "http/Page.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
@@ -17,6 +18,6 @@ class cls_HTTP;
 // separate words. A path that leads out of its folder is not run; a link is run as the file it leads to. In the output
 // each CR LF becomes "<br>". A program is run once for all directives of a page that are equal without regard to case.
 // A directive ends at the next ">", which "--" must precede.
-void RunExecDirectives(cls_HTTP& record, Page& page);
+Task<void> RunExecDirectives(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

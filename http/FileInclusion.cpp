@@ -23,22 +23,33 @@ std::string NameBelowRoot(const cls_HTTP& record, bool fromRoot, std::string_vie
   return std::string(FolderOf(record.DocumentName())) + name;
 }
 
-void Include(cls_HTTP& record, Page& page, std::string_view opener, bool fromRoot) {
-  const auto textOf = [&](std::string_view written) -> Page::SharedText {
-    const std::string name = NameBelowRoot(record, fromRoot, written);
-    return name.empty() ? nullptr : record.IncludedText(name);
-  };
-  ReplaceTags(page, {opener, "", "--"}, textOf,
-              [&record](const std::string& text) { return record.TakeIncludeRoom(text.size()); });
-}
+struct Directive {
+  std::string_view opener;
+  bool fromRoot;
+};
+constexpr Directive kDirectives[] = {
+    {"<!--#includefile=", false}, {"<!--#includevirtual=", true}, {"<!--#include=", true}};
 
 }  // namespace
 
-void IncludeFiles(cls_HTTP& record, Page& page) {
-  if (!page.HoldsDirectives() || record.VirtualPath().empty() || record.DocumentName().empty()) return;
-  Include(record, page, "<!--#includefile=", false);
-  Include(record, page, "<!--#includevirtual=", true);
-  Include(record, page, "<!--#include=", true);
+Task<void> IncludeFiles(cls_HTTP& record, Page& page) {
+  if (!page.HoldsDirectives() || record.VirtualPath().empty() || record.DocumentName().empty()) co_return;
+  for (const Directive& directive : kDirectives) {
+    TagReplacement tags(page, {directive.opener, "", "--"});
+    while (tags.Find()) {
+      std::string name;
+      if (!tags.IsKnown()) name = NameBelowRoot(record, directive.fromRoot, tags.Content());
+      if (!name.empty()) {
+        auto text = record.IncludedText(std::move(name));
+        tags.Value(co_await text);
+      }
+      if (tags.Value() && record.TakeIncludeRoom(tags.Value()->size())) {
+        tags.Replace();
+      } else {
+        tags.Keep();
+      }
+    }
+  }
 }
 
 }  // namespace TesselServer

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "http/Page.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
@@ -16,6 +17,6 @@ class cls_HTTP;
 //   <!--#include=NAME-->          one leading "/"
 // No name leads out of the root. What a file becomes in the page is cls_HTTP::IncludedText's matter; a file is read
 // once for all directives of one kind that name it. A directive ends at the next ">", which "--" must precede.
-void IncludeFiles(cls_HTTP& record, Page& page);
+Task<void> IncludeFiles(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

@@ -31,10 +31,13 @@ std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
 
 }  // namespace
 
-void ReplaceFunctionTags(cls_HTTP& record, Page& page) {
-  if (!page.HoldsScripts()) return;
-  ReplaceTags(page, {"<%=", "Function", "%"},
-              [&record](std::string_view call) { return std::make_shared<const std::string>(AnswerOf(record, call)); });
+Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page) {
+  if (!page.HoldsScripts()) co_return;
+  TagReplacement tags(page, {"<%=", "Function", "%"});
+  while (tags.Find()) {
+    if (!tags.IsKnown()) tags.Value(std::make_shared<const std::string>(AnswerOf(record, tags.Content())));
+    tags.Replace();
+  }
 }
 
 }  // namespace TesselServer

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "http/Page.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
@@ -13,6 +14,6 @@ class cls_HTTP;
 // <%=FunctionNAME(ARGUMENTS)%>: asks the record's ParentControl for NAME with the text inside the parentheses, once for
 // all tags of the page that are equal without regard to case. Without a ParentControl the answer is "". A tag ends at
 // the next ">", which "%" must precede; other "<%" tags stay.
-void ReplaceFunctionTags(cls_HTTP& record, Page& page);
+Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

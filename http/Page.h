@@ -52,6 +52,7 @@ class Page {
   // has been replaced still does: a processor need not look at a page without its kind of tag.
   bool HoldsDirectives() const { return holdsDirectives_; }
   bool HoldsScripts() const { return holdsScripts_; }
+  bool HoldsTags() const { return holdsDirectives_ || holdsScripts_; }
 
   // Whether `size` more bytes may be put in.
   bool HasRoomFor(std::size_t size) const { return size <= kMaxInsertedBytes - insertedBytes_; }

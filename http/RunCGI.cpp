@@ -58,9 +58,7 @@ ProgramResult NotStarted(std::errc reason) {
   return result;
 }
 
-ProgramResult Run(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
-  if (program.path.empty()) return NotStarted(program.reason);
-  if (record.Runner() == nullptr) return NotStarted(std::errc::function_not_supported);
+ProgramStart StartOf(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
   ProgramStart start;
   start.file = program.path;
   if (IsBatchFile(program.path)) {
@@ -71,7 +69,14 @@ ProgramResult Run(cls_HTTP& record, const ProgramFile& program, std::string_view
   start.environment = Environment(record);
   start.waitMilliseconds = record.CGITimeoutMilliseconds();
   start.outputLimit = kMaxCGIOutputBytes;
-  return RunNow(record.Runner()->Run(std::move(start)));
+  return start;
+}
+
+Task<ProgramResult> Run(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
+  if (program.path.empty()) co_return NotStarted(program.reason);
+  if (record.Runner() == nullptr) co_return NotStarted(std::errc::function_not_supported);
+  auto running = record.Runner()->Run(StartOf(record, program, arguments));
+  co_return co_await running;
 }
 
 void Report(const cls_HTTP& record, const ProgramFile& program, const ProgramResult& result) {
@@ -94,11 +99,12 @@ ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::s
   return program;
 }
 
-std::string RunProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
-  ProgramResult result = Run(record, program, arguments);
+Task<std::string> RunProgram(cls_HTTP& record, ProgramFile program, std::string arguments) {
+  auto running = Run(record, program, arguments);
+  ProgramResult result = co_await running;
   Report(record, program, result);
-  if (result.failure != ProgramResult::Failure::kNone) return ErrorText(record, result.failure, result.error);
-  return std::move(result.output);
+  if (result.failure != ProgramResult::Failure::kNone) co_return ErrorText(record, result.failure, result.error);
+  co_return std::move(result.output);
 }
 
 }  // namespace TesselServer

@@ -2,7 +2,7 @@
 // a script's interpreter needs a name to open, and the script wants to know its own. A user who can change files in a
 // program folder can run any program anyway.
 //
-// Thread:    the host's thread only; it waits inside the call for as long as the record's CGITimeout.
+// Thread:    the host's thread only; the loop goes on while a program runs.
 // Errors:    none; a program that cannot be run gives a text that says so. Every program that fails or is cut short
 //            is reported to the host, which may stop or destroy the control then.
 #pragma once
@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
@@ -38,6 +39,6 @@ struct ProgramFile {
 ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name);
 
 // See cls_HTTP::RunCGI. What does not go well is reported to the record's ParentControl as well.
-std::string RunProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments);
+Task<std::string> RunProgram(cls_HTTP& record, ProgramFile program, std::string arguments);
 
 }  // namespace TesselServer

@@ -65,11 +65,11 @@ void EchoPlainTags(Page& page, Values& values) {
 
 }  // namespace
 
-void EchoVariables(cls_HTTP& record, Page& page) {
+Task<void> EchoVariables(cls_HTTP& record, Page& page) {
   Values variables([&record](std::string_view name) { return record.ServerVariable(name); });
   Values items([&record](std::string_view name) { return QueryItem(record.Request().QueryString, name); });
   if (page.HoldsDirectives()) EchoAll(page, "<!--#echovar=", "-->", variables);
-  if (!page.HoldsScripts()) return;
+  if (!page.HoldsScripts()) co_return;
   EchoAll(page, "<%=Request.ServerVariables(", ")%>", variables);
   EchoQueryItems(page, items);
   EchoPlainTags(page, variables);

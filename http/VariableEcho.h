@@ -5,6 +5,7 @@
 #pragma once
 
 #include "http/Page.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
@@ -19,6 +20,6 @@ class cls_HTTP;
 // kept: a QueryString tag is replaced only where its opener is written exactly so; otherwise the fourth kind takes it.
 // kept: the fourth kind ends for good at the first function tag.
 // Each value is asked for once in a page.
-void EchoVariables(cls_HTTP& record, Page& page);
+Task<void> EchoVariables(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

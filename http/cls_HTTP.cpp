@@ -59,6 +59,8 @@ void cls_HTTP::TakeAfter(const cls_HTTP& outer) {
   ShareSettings(outer);
   connectionIndex_ = outer.connectionIndex_;
   runner_ = outer.runner_;
+  turns_ = outer.turns_;
+  names_ = outer.names_;
 }
 
 RequestInfo& cls_HTTP::Info() {
@@ -113,19 +115,21 @@ std::string_view cls_HTTP::StatusText(std::string_view StatusCode) { return Reas
 
 std::string cls_HTTP::StatusCode(std::string_view ReasonText) { return std::string(ReasonText); }
 
-Answer cls_HTTP::ErrorPage(std::string_view StatusCode, bool UseErrorFiles) {
-  return UseErrorFiles ? ErrorFilePage(StatusCode) : BuiltInErrorPage(StatusCode);
+Task<Answer> cls_HTTP::ErrorPage(std::string StatusCode, bool UseErrorFiles) {
+  if (!UseErrorFiles) co_return BuiltInErrorPage(StatusCode);
+  auto page = ErrorFilePage(std::move(StatusCode));
+  co_return co_await page;
 }
 
-Answer cls_HTTP::BuiltInErrorPage(std::string_view code) const {
-  std::string page = cls_ErrorFiles().ErrorPageHtml(code);
+Answer cls_HTTP::BuiltInErrorPage(std::string_view StatusCode) const {
+  std::string page = cls_ErrorFiles().ErrorPageHtml(StatusCode);
   Answer answer;
   answer.head = BuildHeader("200", static_cast<std::int64_t>(page.size()) - 1, kHtmlType, true, "");
   answer.body = std::move(page);
   return answer;
 }
 
-Answer cls_HTTP::ErrorFilePage(std::string_view code) const {
+Task<Answer> cls_HTTP::ErrorFilePage(std::string code) const {
   ErrorFile error = OpenErrorFile(settings_->applicationFolder, code);
   FoundEntry found;
   found.kind = error.file.Kind();
@@ -137,7 +141,8 @@ Answer cls_HTTP::ErrorFilePage(std::string_view code) const {
   record.VirtualPath(settings_->applicationFolder + "\\html");
   record.CGIEnable(false);
   record.CGIWarningEnable(false);
-  return record.ProcessFile(std::move(found), error.path, "200", true, "", {}, "");
+  auto answer = record.ProcessFile(std::move(found), std::move(error.path), "200", true, "", {}, "");
+  co_return co_await answer;
 }
 
 std::string cls_HTTP::ServerTooBusyPage() const { return cls_ErrorFiles().ServerTooBusyHtml(); }
@@ -166,30 +171,36 @@ std::string cls_HTTP::FoundContentType(std::string_view extension) const {
   return {};
 }
 
-Answer cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
-                             std::string_view ExtraHeaders, RequestInfo info, const std::string&) {
+Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, std::string File, std::string StatusCode, bool WantHeader,
+                                   std::string ExtraHeaders, RequestInfo info, std::string) {
   SetRequestInfo(std::move(info));
   const std::string path = LocalName(File);
   if (!found.file.IsOpen()) found.file = OpenPath(path);
   documentName_ = found.name;
-  if (IsProgramName(path)) return ProgramAnswer(found, StatusCode, WantHeader, ExtraHeaders);
+  if (IsProgramName(path)) {
+    auto output = ProgramAnswer(found, std::move(StatusCode), WantHeader, std::move(ExtraHeaders));
+    co_return co_await output;
+  }
 
   Answer answer;
   if (found.file.Kind() != EntryKind::kFile) {
     if (WantHeader) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
-    return answer;
+    co_return answer;
   }
   const std::string type = ContentTypeOf(path);
   Page::SharedText page;
   if (type == kHtmlType && found.file.Size() <= kMaxPageBytes) page = ContentsOf(found.file, kMaxPageBytes);
-  if (page) {
-    answer.body = ProcessPage(std::move(page), found.file.Identity());
+  if (page && HoldsTags(*page)) {
+    auto result = ProcessPage(std::move(page), found.file.Identity());
+    answer.body = co_await result;
+  } else if (page) {
+    answer.body = std::move(page);
   } else {
     const std::int64_t size = found.file.Size();
     answer.body = FileBody{std::move(found.file), size};
   }
   if (WantHeader) answer.head = HeadOf(answer, type, StatusCode, ExtraHeaders);
-  return answer;
+  co_return answer;
 }
 
 std::string cls_HTTP::HeadOf(const Answer& answer, std::string_view type, std::string_view code,
@@ -223,9 +234,8 @@ std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name,
 
 // ---- Pages.
 
-// Runs the processors on the text of a page.
-Page::SharedText cls_HTTP::ProcessPage(Page::SharedText text, const FileIdentity& file) {
-  if (!HoldsTags(*text)) return text;
+// Runs the processors on the text of a page with tags.
+Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity file) {
   Page page(NormaliseTags(*text));
   text.reset();  // so that no large page is in memory twice
   IncludeRoom room;
@@ -234,30 +244,42 @@ Page::SharedText cls_HTTP::ProcessPage(Page::SharedText text, const FileIdentity
     trail.depth = outerTrail_->depth + 1;
     trail.room = outerTrail_->room;
   }
-  trail_ = &trail;
-  RunProcessors(page);
-  trail_ = nullptr;
-  return page.Result();
+  const struct Laid {
+    explicit Laid(const IncludeTrail*& given, const IncludeTrail* value) : place(given) { place = value; }
+    ~Laid() { place = nullptr; }
+    const IncludeTrail*& place;
+  } laid(trail_, &trail);
+  auto processors = RunProcessors(page);
+  co_await processors;
+  co_return page.Result();
 }
 
 // Each switch as it is when its turn comes: the host may change them inside an event.
-void cls_HTTP::RunProcessors(Page& page) {
-  const auto run = [](auto&& processor) {
+Task<void> cls_HTTP::RunProcessors(Page& page) {
+  const struct {
+    bool (cls_HTTP::*isOn)() const;
+    Task<void> (*run)(cls_HTTP& record, Page& page);
+    bool (Page::*holdsTags)() const;
+  } processors[] = {
+      {&cls_HTTP::SSIEnable, EchoVariables, &Page::HoldsTags},
+      {&cls_HTTP::SSIEnable, IncludeFiles, &Page::HoldsDirectives},
+      {&cls_HTTP::CGIEnable, RunExecDirectives, &Page::HoldsDirectives},
+      {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, &Page::HoldsScripts},
+  };
+  for (const auto& processor : processors) {
+    if (!(this->*processor.isOn)() || !(page.*processor.holdsTags)()) continue;
     try {
-      processor();
+      auto run = processor.run(*this, page);
+      co_await run;
     } catch (const std::exception&) {
       // kept: a failing processor costs its own replacements, never the page or the processors after it
     }
-  };
-  if (SSIEnable()) run([&] { EchoVariables(*this, page); });
-  if (SSIEnable()) run([&] { IncludeFiles(*this, page); });
-  if (CGIEnable()) run([&] { ExecDirectives(page); });
-  if (HTMLFunctionsEnable()) run([&] { HTMLFunctions(page); });
+  }
 }
 
-void cls_HTTP::ExecDirectives(Page& page) { RunExecDirectives(*this, page); }
+Task<void> cls_HTTP::ExecDirectives(Page& page) { return RunExecDirectives(*this, page); }
 
-void cls_HTTP::HTMLFunctions(Page& page) { ReplaceFunctionTags(*this, page); }
+Task<void> cls_HTTP::HTMLFunctions(Page& page) { return ReplaceFunctionTags(*this, page); }
 
 FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) const {
   const bool isRoot = settings_->root && settings_->root->Path() == folder;
@@ -266,33 +288,38 @@ FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) 
   return found;
 }
 
-Page::SharedText cls_HTTP::IncludedText(std::string_view name) {
-  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) return nullptr;
+Task<Page::SharedText> cls_HTTP::IncludedText(std::string name) {
+  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) co_return nullptr;
   IncludeRoom& room = *trail_->room;
-  if (room.names == 0 || room.missing == 0) return nullptr;
+  if (room.names == 0 || room.missing == 0) co_return nullptr;
   room.names -= 1;
   FoundEntry found = FindFile(settings_->virtualPath, name);
   if (found.kind == EntryKind::kNone) room.missing -= 1;
-  if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) return nullptr;
-  if (found.file.Size() > room.bytes) return nullptr;
-  Page::SharedText text = TextForPage(std::move(found));
-  return text && static_cast<std::int64_t>(text->size()) <= room.bytes ? text : nullptr;
+  if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) co_return nullptr;
+  if (found.file.Size() > room.bytes) co_return nullptr;
+  auto reading = TextForPage(std::move(found));
+  Page::SharedText text = co_await reading;
+  if (text && static_cast<std::int64_t>(text->size()) > room.bytes) text = nullptr;
+  co_return text;
 }
 
 // What the file becomes as a document of its own; null when it cannot be read or is longer than the room.
-Page::SharedText cls_HTTP::TextForPage(FoundEntry found) {
+Task<Page::SharedText> cls_HTTP::TextForPage(FoundEntry found) {
   if (IsProgramName(found.name)) {
-    return std::make_shared<const std::string>(std::get<std::string>(ProgramAnswer(found, "200", false, "").body));
+    auto running = ProgramAnswer(found, "200", false, "");
+    Answer output = co_await running;
+    co_return std::make_shared<const std::string>(std::get<std::string>(std::move(output.body)));
   }
   if (settings_->root) settings_->root->Remember(found);
   Page::SharedText text = ContentsOf(found.file, trail_->room->bytes);
-  if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || !HoldsTags(*text)) return text;
-  return ProcessedInside(found, std::move(text));
+  if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || !HoldsTags(*text)) co_return text;
+  auto page = ProcessedInside(found, std::move(text));
+  co_return co_await page;
 }
 
 // A page that takes in its own includes. What they take does not count further: what the page has become counts where
 // it is put in.
-Page::SharedText cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) const {
+Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) const {
   struct Restored {
     std::int64_t& bytes;
     const std::int64_t before;
@@ -305,7 +332,8 @@ Page::SharedText cls_HTTP::ProcessedInside(const FoundEntry& found, Page::Shared
   record.documentName_ = found.name;
   record.outerTrail_ = trail_;
   record.IncludeChild(true);
-  return record.ProcessPage(std::move(text), found.file.Identity());
+  auto page = record.ProcessPage(std::move(text), found.file.Identity());
+  co_return co_await page;
 }
 
 bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
@@ -317,22 +345,24 @@ bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
 
 // ---- Programs.
 
-std::string cls_HTTP::RunCGI(const std::string& CommandFile, const std::string& Arguments) {
-  return RunProgram(*this, {CommandFile, CommandFile}, Arguments);
+Task<std::string> cls_HTTP::RunCGI(std::string CommandFile, std::string Arguments) {
+  return RunProgram(*this, {CommandFile, CommandFile}, std::move(Arguments));
 }
 
 std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {
   return found.file.Kind() == EntryKind::kFile ? found.file.CanonicalPath() : std::string();
 }
 
-Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
-                               std::string_view extraHeaders) {
+Task<Answer> cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string statusCode, bool wantHeader,
+                                     std::string extraHeaders) {
   Answer answer;
   if (!settings_->cgiEnable) {
     if (wantHeader) answer.head = cls_CGI().CGIWarningPage();
-    return answer;
+    co_return answer;
   }
-  CGIOutput output = ParseCGIOutput(RunProgram(*this, FoundProgram(*this, found, found.name), ""));
+  auto running = RunProgram(*this, FoundProgram(*this, found, found.name), "");
+  const std::string printed = co_await running;
+  CGIOutput output = ParseCGIOutput(printed);
   if (output.statusCode == "204" || output.statusCode == "304") output.body.clear();  // RFC 9110: these have none
   if (wantHeader && output.isWholeResponse) {
     answer.head = std::move(output.wholeHead);
@@ -342,7 +372,7 @@ Answer cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string_view statusC
                               output.extraHeaders.append(extraHeaders));
   }
   answer.body = std::move(output.body);
-  return answer;
+  co_return answer;
 }
 
 }  // namespace TesselServer

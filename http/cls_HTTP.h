@@ -3,7 +3,7 @@
 //
 // Thread:    the host's thread only.
 // Ownership: keeps copies of all texts. The world, the parent control and the program runner belong to others and
-//            outlive the record.
+//            outlive the record, and so do the turns and the source of names. The record outlives its tasks.
 // Errors:    none raised to the caller but those of memory running out; each member says what it returns instead.
 #pragma once
 
@@ -17,6 +17,7 @@
 
 #include "http/Enumerations.h"
 #include "http/IncludeTrail.h"
+#include "http/NameSource.h"
 #include "http/Page.h"
 #include "http/ParentControl.h"
 #include "http/RecordSettings.h"
@@ -25,6 +26,8 @@
 #include "platform/files/FileSystem.h"
 #include "platform/programs/ProgramRunner.h"
 #include "platform/sockets/Answer.h"
+#include "platform/tasks/Task.h"
+#include "platform/tasks/Turns.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
@@ -33,8 +36,11 @@ namespace TesselServer {
 //   record.ServerSoftware("Orvane Tessel/1.1");
 //   record.ContentTypeSource(e_ContentTypeSource::Internal);
 //   record.VirtualPath("/srv/www");
-//   Answer answer =
-//       record.ProcessFile(RootFolder("/srv/www").Find("a.htm"), "/srv/www/a.htm", "200", true, "", request, "");
+//   auto making = record.ProcessFile(RootFolder("/srv/www").Find("a.htm"), "/srv/www/a.htm", "200", true, "", request,
+//   ""); Answer answer = co_await making;
+//
+// What may take long is a task: it waits for programs and names, and where there are Turns it is cut into turns.
+// Between two of them the host may change every setting; a task goes on with what they are then.
 class cls_HTTP {
  public:
   // A "text/html" page longer than this goes out as it is on disk: processing needs it in memory, and more than once.
@@ -148,8 +154,19 @@ class cls_HTTP {
   ProgramRunner* Runner() const { return runner_; }
   void Runner(ProgramRunner* value) { runner_ = value; }
 
-  // Takes over all settings of `other` but ConnectionIndex and Runner. They are shared, not copied, until one of the
-  // two records is given another value.
+  // Property Turns (read/write): what long work is cut with; null: all is done in one go. Default: null.
+  class Turns* Turns() const {
+    return turns_;
+  }
+  void Turns(class Turns* value) { turns_ = value; }
+
+  // Property Names (read/write): whom the name of a client is asked from; null: the name service, in the call.
+  // Default: null.
+  NameSource* Names() const { return names_; }
+  void Names(NameSource* value) { names_ = value; }
+
+  // Takes over all settings of `other` but ConnectionIndex, Runner, Turns and Names. They are shared, not copied, until
+  // one of the two records is given another value.
   void ShareSettings(const cls_HTTP& other) { settings_ = other.settings_; }
 
   // ---- The request ----
@@ -192,7 +209,10 @@ class cls_HTTP {
   // ApplicationFolder, or the one for 404 when there is none. The page of a file is processed by this record's switches
   // for directives and function tags, without CGI. When neither file is there: a 404 header alone.
   // kept: the status line says 200 in either case, and the Content-Length of a built-in page is one too small.
-  Answer ErrorPage(std::string_view StatusCode, bool UseErrorFiles);
+  Task<Answer> ErrorPage(std::string StatusCode, bool UseErrorFiles);
+
+  // The answer of ErrorPage without `UseErrorFiles`: nothing has to be waited for.
+  Answer BuiltInErrorPage(std::string_view StatusCode) const;
 
   // The page for clients that find every connection taken; no header.
   std::string ServerTooBusyPage() const;
@@ -212,8 +232,8 @@ class cls_HTTP {
   //  - Every other file is handed on open and unread; its length is the Content-Length.
   // A file without a type is sent as "application/octet-stream". `Body` is what the client sent after its headers;
   // pages and programs never see it.
-  Answer ProcessFile(FoundEntry found, const std::string& File, std::string_view StatusCode, bool WantHeader,
-                     std::string_view ExtraHeaders, RequestInfo info, const std::string& Body);
+  Task<Answer> ProcessFile(FoundEntry found, std::string File, std::string StatusCode, bool WantHeader,
+                           std::string ExtraHeaders, RequestInfo info, std::string Body);
 
   // Whether the open `file`, whose name is `name`, goes out as it is on disk, for every client: it is a file, no
   // program, not of type "text/html", and its name is without "%20".
@@ -236,15 +256,15 @@ class cls_HTTP {
   // them. The 29 server variables are in its environment. Waits at most CGITimeout; a program that runs longer runs on.
   // For a `CommandFile` of "" nothing is run, and the text says so. A program that was not run, failed or was cut short
   // is reported to ParentControl.
-  std::string RunCGI(const std::string& CommandFile, const std::string& Arguments);
+  Task<std::string> RunCGI(std::string CommandFile, std::string Arguments);
 
   // Runs the exec directives of a page and puts the output in their places; see ExecDirectives.h.
-  void ExecDirectives(Page& page);
+  Task<void> ExecDirectives(Page& page);
 
   // ---- Functions ----
 
   // Asks the host for the function tags of a page and puts the answers in their places; see HTMLFunctions.h.
-  void HTMLFunctions(Page& page);
+  Task<void> HTMLFunctions(Page& page);
 
   // ---- For the processors of a page ----
 
@@ -261,7 +281,7 @@ class cls_HTTP {
   // a record with these settings and request values. Null when there is no such file, when the document or a page that
   // includes it is that file already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the room
   // for includes is taken.
-  Page::SharedText IncludedText(std::string_view name);
+  Task<Page::SharedText> IncludedText(std::string name);
 
   // Takes room for `size` bytes of an included file. False, and nothing is taken, when there is less.
   bool TakeIncludeRoom(std::size_t size);
@@ -283,19 +303,20 @@ class cls_HTTP {
   std::optional<std::string> PlainType(const OpenFile& file, std::string_view name) const;
   std::string HeadOf(const Answer& answer, std::string_view type, std::string_view code,
                      std::string_view extraHeaders) const;
-  Answer BuiltInErrorPage(std::string_view code) const;
-  Answer ErrorFilePage(std::string_view code) const;
-  Answer ProgramAnswer(const FoundEntry& found, std::string_view statusCode, bool wantHeader,
-                       std::string_view extraHeaders);
-  Page::SharedText ProcessPage(Page::SharedText text, const FileIdentity& file);
-  Page::SharedText TextForPage(FoundEntry found);
-  Page::SharedText ProcessedInside(const FoundEntry& found, Page::SharedText text) const;
-  void RunProcessors(Page& page);
+  Task<Answer> ErrorFilePage(std::string code) const;
+  Task<Answer> ProgramAnswer(const FoundEntry& found, std::string statusCode, bool wantHeader,
+                             std::string extraHeaders);
+  Task<Page::SharedText> ProcessPage(Page::SharedText text, FileIdentity file);
+  Task<Page::SharedText> TextForPage(FoundEntry found);
+  Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text) const;
+  Task<void> RunProcessors(Page& page);
 
   World& world_;
   std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only
   std::int16_t connectionIndex_ = 0;
   ProgramRunner* runner_ = nullptr;
+  class Turns* turns_ = nullptr;
+  NameSource* names_ = nullptr;
   std::unique_ptr<RequestInfo> request_;  // null while there are none: most answers need none
   std::string documentName_;
   const IncludeTrail* outerTrail_ = nullptr;  // of the page that includes this record's document

@@ -44,8 +44,8 @@ class ExecDirectivesTest : public testing::Test {
   // What a client gets of the page with that text.
   std::string Processed(std::string_view page, const std::string& name = "page.htm") {
     tree_.Write("www/" + name, page);
-    return Kit::BodyText(record_.ProcessFile(RootFolder(Path("www")).Find(name), Path("www/" + name), "200", true, "",
-                                             info_, "request body"));
+    return Kit::BodyText(RunNow(record_.ProcessFile(RootFolder(Path("www")).Find(name), Path("www/" + name), "200",
+                                                    true, "", info_, "request body")));
   }
 
   // Started since the last call.
@@ -233,7 +233,7 @@ TEST_F(ExecDirectivesTest, WithoutAFolderNothingIsRun) {
   record_.VirtualPath(Path("www"));
   Page page("<!--#execcmd=beside.exe-->");
   record_.EndRequest();
-  record_.ExecDirectives(page);
+  RunNow(record_.ExecDirectives(page));
   EXPECT_EQ(page.Text(), kNotFound) << "a page of no document";
   EXPECT_EQ(Started(), Lines());
 }

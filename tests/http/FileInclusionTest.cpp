@@ -143,13 +143,13 @@ TEST_F(FileInclusionTest, LinksInsideTheRootAreFollowed) {
 TEST_F(FileInclusionTest, NothingIsFoundWithoutARootOrADocument) {
   const std::string tag = "<!--#includevirtual=part.htm-->";
   const std::string path = site_.tree.Write("page.htm", tag);
-  EXPECT_EQ(Kit::BodyText(site_.record.ProcessFile(FoundEntry(), path, "200", false, "", {}, "")), tag)
+  EXPECT_EQ(Kit::BodyText(RunNow(site_.record.ProcessFile(FoundEntry(), path, "200", false, "", {}, ""))), tag)
       << "a file that was not found below the root has no folder there";
   site_.record.Root(nullptr);
   EXPECT_EQ(site_.Page(tag), "part") << "the root is opened when it is needed";
   FoundEntry found = RootFolder(site_.tree.Text()).Find("page.htm");
   site_.record.VirtualPath("");
-  EXPECT_EQ(Kit::BodyText(site_.record.ProcessFile(std::move(found), path, "200", false, "", {}, "")), tag);
+  EXPECT_EQ(Kit::BodyText(RunNow(site_.record.ProcessFile(std::move(found), path, "200", false, "", {}, ""))), tag);
 }
 
 TEST_F(FileInclusionTest, EqualDirectivesReadTheirFileOnce) {

@@ -42,7 +42,8 @@ TEST_F(KnownPagesTest, APageWithoutTagsIsSentFromWhereItIsRemembered) {
   FoundEntry found = Ask("plain.htm");
   const auto contents = found.file.Contents();
   if (!contents) GTEST_SKIP() << "a temporary folder of which nothing is remembered";
-  const Answer answer = site_->record.ProcessFile(std::move(found), "/plain.htm", "200", false, "", site_->request, "");
+  const Answer answer =
+      RunNow(site_->record.ProcessFile(std::move(found), "/plain.htm", "200", false, "", site_->request, ""));
   ASSERT_TRUE(std::holds_alternative<Answer::SharedBytes>(answer.body));
   EXPECT_EQ(std::get<Answer::SharedBytes>(answer.body), contents);
 }

@@ -20,7 +20,8 @@ class ProcessFileTest : public testing::Test {
 
   Answer Process(const std::string& file, std::string_view code = "200", bool wantHeader = true,
                  std::string_view extraHeaders = "") {
-    return record_.ProcessFile(FoundEntry(), file, code, wantHeader, extraHeaders, info_, "request body");
+    return RunNow(record_.ProcessFile(FoundEntry(), file, std::string(code), wantHeader, std::string(extraHeaders),
+                                      info_, "request body"));
   }
   std::string Path(std::string_view relative) const { return tree_.Text() + "/" + std::string(relative); }
   static std::string Header(std::string_view statusLine, std::string_view rest) {
@@ -46,7 +47,7 @@ TEST_F(ProcessFileTest, TakesTheFileThatIsOpenAlready) {
   tree_.Write("a.txt", "the opened one");
   tree_.Write("b.txt", "the named one");
   FoundEntry found = RootFolder(tree_.Text()).Find("a.txt");
-  const Answer answer = record_.ProcessFile(std::move(found), Path("b.txt"), "200", true, "", info_, "");
+  const Answer answer = RunNow(record_.ProcessFile(std::move(found), Path("b.txt"), "200", true, "", info_, ""));
   EXPECT_EQ(Kit::WholeText(answer),
             Header("HTTP/1.0 200 OK", "Content-Type: text/plain\r\nContent-Length: 14\r\n") + "the opened one");
 }
@@ -136,7 +137,7 @@ TEST_F(ProcessFileTest, ReplacesTheRequestValues) {
   info_.DocumentURI = "/a.txt";
   Process(tree_.Write("a.txt", "x"));
   EXPECT_EQ(record_.ServerVariable("DOCUMENT_URI"), "/a.txt");
-  record_.ProcessFile(FoundEntry(), Path("a.txt"), "200", true, "", record_.Request(), "");
+  RunNow(record_.ProcessFile(FoundEntry(), Path("a.txt"), "200", true, "", record_.Request(), ""));
   EXPECT_EQ(record_.ServerVariable("DOCUMENT_URI"), "/a.txt") << "its own values may be given back to it";
 }
 

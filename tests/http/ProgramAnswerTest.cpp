@@ -34,8 +34,8 @@ class ProgramAnswerTest : public testing::Test {
 
   Answer Process(const std::string& name, std::string_view code = "200", bool wantHeader = true,
                  std::string_view extraHeaders = "") {
-    return record_.ProcessFile(RootFolder(root_).Find(name), root_ + "\\" + name, code, wantHeader, extraHeaders, info_,
-                               "request body");
+    return RunNow(record_.ProcessFile(RootFolder(root_).Find(name), root_ + "\\" + name, std::string(code), wantHeader,
+                                      std::string(extraHeaders), info_, "request body"));
   }
   std::string Answered(std::string_view output) {
     runner_.Print(output);
@@ -172,7 +172,7 @@ TEST_F(ProgramAnswerTest, WhatIsNoFileIsNotRun) {
   runner_.Print("never");
   EXPECT_EQ(Kit::WholeText(Process("missing.exe")), PlainAnswer(kNoSuchPage));
   EXPECT_EQ(Kit::WholeText(Process("folder.exe")), PlainAnswer(kNoSuchPage));
-  EXPECT_EQ(Kit::WholeText(record_.ProcessFile(FoundEntry(), ".exe", "200", true, "", info_, "")),
+  EXPECT_EQ(Kit::WholeText(RunNow(record_.ProcessFile(FoundEntry(), ".exe", "200", true, "", info_, ""))),
             PlainAnswer(kNoSuchPage));
   EXPECT_TRUE(runner_.started.empty());
 }

@@ -34,7 +34,8 @@ class RealProgramsTest : public testing::Test {
   std::string Path(std::string_view name) const { return root_ + "/" + std::string(name); }
 
   Answer Process(const std::string& name) {
-    return record_.ProcessFile(RootFolder(root_).Find(name), Path(name), "200", true, "", info_, "request body");
+    return RunNow(
+        record_.ProcessFile(RootFolder(root_).Find(name), Path(name), "200", true, "", info_, "request body"));
   }
   std::string Processed(std::string_view page) {
     tree_.Write("page.htm", page);
@@ -85,9 +86,9 @@ TEST_F(RealProgramsTest, ItsEnvironmentHasTheServerVariables) {
   record_.ServerPort("8080");
   Program("value.bat", "eval \"printf '%s' \\\"\\${$1-unset}\\\"\"");
   for (const std::string_view name : ServerVariableNames()) {
-    EXPECT_EQ(record_.RunCGI(Path("value.bat"), std::string(name)), record_.ServerVariable(name)) << name;
+    EXPECT_EQ(RunNow(record_.RunCGI(Path("value.bat"), std::string(name))), record_.ServerVariable(name)) << name;
   }
-  EXPECT_EQ(record_.RunCGI(Path("value.bat"), "HTTP_PROXY_NOT_SET"), "unset");
+  EXPECT_EQ(RunNow(record_.RunCGI(Path("value.bat"), "HTTP_PROXY_NOT_SET")), "unset");
   EXPECT_EQ(std::getenv("GATEWAY_INTERFACE"), nullptr) << "the host's own environment is left alone";
 }
 
@@ -95,7 +96,7 @@ TEST_F(RealProgramsTest, AValueEndsAtItsFirstNul) {
   info_.QueryString = std::string("before\0after", 12);
   record_.SetRequestInfo(info_);
   Program("value.exe", "printf '%s' \"$QUERY_STRING\"");
-  EXPECT_EQ(record_.RunCGI(Path("value.exe"), ""), "before");
+  EXPECT_EQ(RunNow(record_.RunCGI(Path("value.exe"), "")), "before");
 }
 
 TEST_F(RealProgramsTest, The1024FirstBytesCount) {

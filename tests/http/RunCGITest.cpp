@@ -22,7 +22,7 @@ class RunCGITest : public testing::Test {
   RunCGITest() { record_.Runner(&runner_); }
 
   const ProgramStart& Start(const std::string& file, const std::string& arguments) {
-    record_.RunCGI(file, arguments);
+    RunNow(record_.RunCGI(file, arguments));
     return runner_.started.back();
   }
 
@@ -33,17 +33,17 @@ class RunCGITest : public testing::Test {
 
 TEST_F(RunCGITest, GivesWhatTheProgramPrints) {
   runner_.Print("Content-Type: text/plain\r\n\r\nas it is");
-  EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""), "Content-Type: text/plain\r\n\r\nas it is");
+  EXPECT_EQ(RunNow(record_.RunCGI("/srv/a.exe", "")), "Content-Type: text/plain\r\n\r\nas it is");
   runner_.Print("");
-  EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""), "");
+  EXPECT_EQ(RunNow(record_.RunCGI("/srv/a.exe", "")), "");
   runner_.Print(std::string("a\0b", 3));
-  EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""), std::string("a\0b", 3));
+  EXPECT_EQ(RunNow(record_.RunCGI("/srv/a.exe", "")), std::string("a\0b", 3));
 }
 
 TEST_F(RunCGITest, OutputOfAProgramWhoseTimeIsOverCounts) {
   runner_.Print("so far");
   runner_.answer.ended = false;
-  EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""), "so far");
+  EXPECT_EQ(RunNow(record_.RunCGI("/srv/a.exe", "")), "so far");
 }
 
 TEST_F(RunCGITest, ArgumentsAreWordsThatNoShellSees) {
@@ -164,16 +164,16 @@ TEST_F(RunCGITest, AFailureIsShownInPlaceOfTheOutput) {
   for (const auto& c : cases) {
     runner_.Fail(c.failure, c.error);
     runner_.answer.output = "never shown";
-    EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""), c.text);
+    EXPECT_EQ(RunNow(record_.RunCGI("/srv/a.exe", "")), c.text);
   }
 }
 
 TEST_F(RunCGITest, WithoutAPathOrARunnerNothingIsRun) {
-  EXPECT_EQ(record_.RunCGI("", "word"),
+  EXPECT_EQ(RunNow(record_.RunCGI("", "word")),
             "Create::Process Failed.<BR>\r\nError Number: 2<BR>\r\nError Desc: No such file or directory<BR>\r\n");
   EXPECT_TRUE(runner_.started.empty());
   record_.Runner(nullptr);
-  EXPECT_EQ(record_.RunCGI("/srv/a.exe", ""),
+  EXPECT_EQ(RunNow(record_.RunCGI("/srv/a.exe", "")),
             "Create::Process Failed.<BR>\r\nError Number: 38<BR>\r\nError Desc: Function not implemented<BR>\r\n");
 }
 
@@ -181,14 +181,14 @@ TEST_F(RunCGITest, AProgramThatFailsIsReportedToTheControl) {
   Kit::FunctionHost host;
   record_.ParentControl(&host);
   runner_.Print("fine");
-  record_.RunCGI("/srv/a.exe", "");
+  RunNow(record_.RunCGI("/srv/a.exe", ""));
   EXPECT_TRUE(host.reports.empty());
   runner_.answer.exitCode = 3;
   runner_.answer.milliseconds = 12;
-  EXPECT_EQ(record_.RunCGI("/srv/b.bat", "word"), "fine") << "what the client gets stays";
+  EXPECT_EQ(RunNow(record_.RunCGI("/srv/b.bat", "word")), "fine") << "what the client gets stays";
   runner_.Fail(ProgramResult::Failure::kStart, 8);
-  record_.RunCGI("/srv/c.exe", "");
-  record_.RunCGI("", "");
+  RunNow(record_.RunCGI("/srv/c.exe", ""));
+  RunNow(record_.RunCGI("", ""));
   EXPECT_EQ(host.reports, Words({"Program /srv/b.bat: exit code 3, after 0.012 s",
                                  "Program /srv/c.exe: not started, [8] Exec format error",
                                  "Program : not started, [2] No such file or directory"}));
@@ -198,11 +198,11 @@ TEST_F(RunCGITest, AProgramThatMayNotBeReadHasThatAsItsReason) {
   FoundEntry found;
   found.kind = EntryKind::kFile;
   found.name = "sub/a.exe";
-  EXPECT_EQ(RunProgram(record_, FoundProgram(record_, found, "a.exe"), ""),
+  EXPECT_EQ(RunNow(RunProgram(record_, FoundProgram(record_, found, "a.exe"), "")),
             "Create::Process Failed.<BR>\r\nError Number: 13<BR>\r\nError Desc: Permission denied<BR>\r\n");
   for (const EntryKind kind : {EntryKind::kNone, EntryKind::kDirectory}) {
     found.kind = kind;
-    EXPECT_EQ(RunProgram(record_, FoundProgram(record_, found, "a.exe"), ""),
+    EXPECT_EQ(RunNow(RunProgram(record_, FoundProgram(record_, found, "a.exe"), "")),
               "Create::Process Failed.<BR>\r\nError Number: 2<BR>\r\nError Desc: No such file or directory<BR>\r\n");
   }
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -10,6 +11,19 @@ namespace TesselServer {
 namespace {
 
 Page::SharedText SharedBytes(std::string_view text) { return std::make_shared<const std::string>(text); }
+
+void ReplaceTags(Page& page, const TagForm& form, const std::function<Page::SharedText(std::string_view)>& valueOf,
+                 const std::function<bool(const std::string&)>& admit = nullptr) {
+  TagReplacement tags(page, form);
+  while (tags.Find()) {
+    if (!tags.IsKnown()) tags.Value(valueOf(tags.Content()));
+    if (tags.Value() && (!admit || admit(*tags.Value()))) {
+      tags.Replace();
+    } else {
+      tags.Keep();
+    }
+  }
+}
 
 TEST(TagReplacementTest, ATagHasItsOpenerItsBeginAndItsEnd) {
   const struct {

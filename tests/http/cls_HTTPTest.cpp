@@ -252,12 +252,12 @@ TEST_F(cls_HTTPTest, StatusTextsGoOneWayOnly) {
 }
 
 TEST_F(cls_HTTPTest, ABuiltInErrorPageSaysOKAndIsOneByteLongerThanAnnounced) {
-  const Answer answer = record_.ErrorPage("404", false);
+  const Answer answer = RunNow(record_.ErrorPage("404", false));
   const std::string page = Kit::BodyText(answer);
   EXPECT_EQ(page.size(), 467u);
   EXPECT_NE(page.find("HTTP 404: File Not Found"), std::string::npos);
   EXPECT_EQ(answer.head, Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 466\r\n"));
-  EXPECT_NE(Kit::BodyText(record_.ErrorPage("403", false)).find("HTPP 403: Forbidden"), std::string::npos);
+  EXPECT_NE(Kit::BodyText(RunNow(record_.ErrorPage("403", false))).find("HTPP 403: Forbidden"), std::string::npos);
 }
 
 TEST_F(cls_HTTPTest, TheTooBusyPageIsABodyAlone) {
@@ -272,7 +272,9 @@ class ErrorFileTest : public cls_HTTPTest {
     record_.ApplicationFolder(tree_.Text());
   }
 
-  std::string PageOf(std::string_view code) { return Kit::BodyText(record_.ErrorPage(code, true)); }
+  std::string PageOf(std::string_view code) {
+    return Kit::BodyText(RunNow(record_.ErrorPage(std::string(code), true)));
+  }
 
   Kit::TemporaryTree tree_;
 };
@@ -280,20 +282,20 @@ class ErrorFileTest : public cls_HTTPTest {
 TEST_F(ErrorFileTest, TheFileOfTheCodeIsSentWithItsTrueLength) {
   tree_.Write("html/errors/http404.html", "404 file");
   tree_.Write("html/errors/http500.html", "the 500 file");
-  const Answer answer = record_.ErrorPage("500", true);
+  const Answer answer = RunNow(record_.ErrorPage("500", true));
   EXPECT_EQ(Kit::WholeText(answer),
             Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 12\r\n") + "the 500 file");
 }
 
 TEST_F(ErrorFileTest, TheFileOf404IsUsedForAMissingOne) {
   tree_.Write("html/errors/http404.html", "404 file");
-  EXPECT_EQ(Kit::WholeText(record_.ErrorPage("500", true)),
+  EXPECT_EQ(Kit::WholeText(RunNow(record_.ErrorPage("500", true))),
             Header("HTTP/1.0 200 OK", "Content-Type: text/html\r\nContent-Length: 8\r\n") + "404 file");
 }
 
 TEST_F(ErrorFileTest, WithoutAnyFileAHeaderAloneIsTheAnswer) {
   record_.SSIEnable(true);
-  EXPECT_EQ(Kit::WholeText(record_.ErrorPage("500", true)),
+  EXPECT_EQ(Kit::WholeText(RunNow(record_.ErrorPage("500", true))),
             Header("HTTP/1.0 404 Not Found", "Content-Type: text/html\r\n"));
 }
 

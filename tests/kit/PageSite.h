@@ -87,8 +87,8 @@ class PageSite {
   std::string Get(std::string_view name) {
     FoundEntry found = record.FindFile(record.VirtualPath(), name);
     if (record.Root()) record.Root()->Remember(found);
-    return BodyText(record.ProcessFile(std::move(found), record.VirtualPath() + "/" + std::string(name), "200", false,
-                                       "", request, ""));
+    return BodyText(RunNow(record.ProcessFile(std::move(found), record.VirtualPath() + "/" + std::string(name), "200",
+                                              false, "", request, "")));
   }
 
   // What becomes of a page of that text, in the file page.htm.
