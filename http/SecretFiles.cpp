@@ -4,8 +4,17 @@
 #include "support/PathText.h"
 
 namespace TesselServer {
+namespace {
 
-bool SecretFiles::Contains(const FoundEntry& entry) const {
+bool IsOrMayBe(const PathIdentity& passwords, const FileIdentity& entry) {
+  if (passwords.state == PathIdentity::State::kUnknown) return true;
+  return passwords.state == PathIdentity::State::kFound && passwords.identity == entry;
+}
+
+}  // namespace
+
+// Nothing where it depends on which file the control's own is.
+std::optional<bool> SecretFiles::ContainsByName(const FoundEntry& entry) const {
   if (EqualNoCase(LastComponent(entry.name), folderFile_)) return true;
   if (!entry.readable) return false;
   if (!entry.isOwnName) {  // a link may have led to it
@@ -13,10 +22,25 @@ bool SecretFiles::Contains(const FoundEntry& entry) const {
     if (canonical.empty() && source_ == e_AuthSource::DirectoryFile) return true;
     if (EqualNoCase(LastComponent(canonical), folderFile_)) return true;
   }
-  if (sourceFile_.empty()) return false;
-  const PathIdentity passwords = IdentifyPath(sourceFile_);
-  if (passwords.state == PathIdentity::State::kUnknown) return true;
-  return passwords.state == PathIdentity::State::kFound && passwords.identity == entry.file.Identity();
+  return sourceFile_.empty() ? std::optional(false) : std::nullopt;
+}
+
+bool SecretFiles::Contains(const FoundEntry& entry) const {
+  if (const auto contains = ContainsByName(entry)) return *contains;
+  return IsOrMayBe(IdentifyPath(sourceFile_), entry.file.Identity());
+}
+
+std::optional<bool> SecretFiles::ContainsAtOnce(const FoundEntry& entry) const {
+  if (const auto contains = ContainsByName(entry)) return contains;
+  const auto passwords = IdentifyAtOnce(sourceFile_);
+  return passwords ? std::optional(IsOrMayBe(*passwords, entry.file.Identity())) : std::nullopt;
+}
+
+Task<bool> SecretFiles::ContainsInTurns(const FoundEntry& entry, Turns* turns) const {
+  if (const auto contains = ContainsByName(entry)) co_return *contains;
+  auto identified = IdentifyInTurns(sourceFile_, turns);
+  const PathIdentity passwords = co_await identified;
+  co_return IsOrMayBe(passwords, entry.file.Identity());
 }
 
 }  // namespace TesselServer

@@ -4,14 +4,18 @@
 // Errors:    none. A file for which this cannot be determined counts as one of them.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "http/Enumerations.h"
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
+
+class Turns;
 
 class SecretFiles {
  public:
@@ -28,7 +32,14 @@ class SecretFiles {
   // by any name.
   bool Contains(const FoundEntry& entry) const;
 
+  // The same, at once: nothing where the names in a folder would have to be read for it. And in turns; the object and
+  // `entry` stay good until the task is done.
+  std::optional<bool> ContainsAtOnce(const FoundEntry& entry) const;
+  Task<bool> ContainsInTurns(const FoundEntry& entry, Turns* turns) const;
+
  private:
+  std::optional<bool> ContainsByName(const FoundEntry& entry) const;
+
   std::string folderFile_;
   e_AuthSource source_;
   std::string sourceFile_;

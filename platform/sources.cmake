@@ -11,6 +11,7 @@ set(SOURCES
   files/NeighbourFile.cpp
   files/OpenPaths.cpp
   files/PathWalk.cpp
+  files/SpellingWalk.cpp
   loop/EventLoop.cpp
   loop/HostedDescriptor.cpp
   loop/LoopCore.cpp

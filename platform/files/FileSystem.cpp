@@ -11,6 +11,7 @@
 #include "platform/files/FolderCache.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
+#include "platform/files/SpellingWalk.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
 
@@ -29,19 +30,69 @@ int OpenPermittedOrRaise(int folder, const std::string& path, int flags) {
   return opened;
 }
 
-// Opens a path that no root holds. Closed when there is nothing, or a file where only a folder can be meant.
-OpenFile OpenAnyCase(std::string_view path, int flags) {
-  const std::string text = SystemPath(path);
-  if (text.empty()) return {};
-  int opened = OpenAnywhere(AT_FDCWD, text, flags);
-  if (opened == -ENOENT || opened == -ENOTDIR) {
-    const auto spelling = TrueSpelling(&OpenAnywhere, AT_FDCWD, text);
-    if (!spelling) return {};
-    opened = OpenAnywhere(AT_FDCWD, *spelling, flags);
-  }
+// What is open as `opened` by the path `text`. Closed where only a folder can be meant and it is a file.
+OpenFile OpenedByText(const std::string& text, int opened) {
   if (opened < 0) return {};
   OpenFile file(opened);
   return file.Kind() == EntryKind::kFile && text.back() == '/' ? OpenFile() : std::move(file);
+}
+
+// What is at a path that no root holds, by its own spelling; nothing where another one may be there.
+std::optional<OpenFile> OpenAsSpelled(const std::string& text, int flags) {
+  if (text.empty()) return OpenFile();
+  const int opened = OpenAnywhere(AT_FDCWD, text, flags);
+  if (opened == -ENOENT || opened == -ENOTDIR) return std::nullopt;
+  return OpenedByText(text, opened);
+}
+
+Task<OpenFile> OpenOtherwise(std::string text, int flags, Turns* turns) {
+  auto walk = TrueSpellingInTurns(&OpenAnywhere, AT_FDCWD, text, nullptr, turns);
+  const auto spelling = co_await walk;
+  if (!spelling) co_return OpenFile();
+  co_return OpenedByText(text, OpenAnywhere(AT_FDCWD, *spelling, flags));
+}
+
+Task<OpenFile> OpenAnyCase(std::string path, int flags, Turns* turns) {
+  const std::string text = SystemPath(path);
+  if (auto file = OpenAsSpelled(text, flags)) co_return std::move(*file);
+  auto otherwise = OpenOtherwise(text, flags, turns);
+  co_return co_await otherwise;
+}
+
+OpenFile OpenAnyCaseNow(std::string_view path, int flags) {
+  const std::string text = SystemPath(path);
+  if (auto file = OpenAsSpelled(text, flags)) return std::move(*file);
+  return RunNow(OpenOtherwise(text, flags, nullptr));
+}
+
+constexpr int kFlagsForContents = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr int kFlagsForKind = O_PATH | O_CLOEXEC;
+
+// What is at the path by its own spelling; nothing where another one may be there.
+std::optional<PathIdentity> IdentifyAsSpelled(const std::string& text) {
+  using State = PathIdentity::State;
+  if (text.empty()) return PathIdentity();
+  struct stat status;
+  if (stat(text.c_str(), &status) == 0) return PathIdentity{State::kFound, StampOf(status).identity};
+  if (errno != ENOENT && errno != ENOTDIR) return PathIdentity{State::kUnknown, {}};
+  if (lstat(text.c_str(), &status) == 0) return PathIdentity{State::kDangling, {}};
+  return std::nullopt;
+}
+
+PathIdentity IdentifySpelling(const std::optional<std::string>& spelling) {
+  struct stat status;
+  if (!spelling || stat(spelling->c_str(), &status) != 0) return {};
+  return {PathIdentity::State::kFound, StampOf(status).identity};
+}
+
+Task<PathIdentity> IdentifyOtherwise(std::string text, Turns* turns) {
+  try {
+    auto walk = TrueSpellingInTurns(&OpenPermittedOrRaise, AT_FDCWD, text, nullptr, turns);
+    const auto spelling = co_await walk;
+    co_return IdentifySpelling(spelling);
+  } catch (const Error&) {
+    co_return PathIdentity{PathIdentity::State::kUnknown, {}};
+  }
 }
 
 // Whether no file system takes the name for another one, but for the case of its letters. Some take letters beyond
@@ -96,29 +147,55 @@ RootFolder::RootFolder(RootFolder&&) noexcept = default;
 RootFolder& RootFolder::operator=(RootFolder&&) noexcept = default;
 RootFolder::~RootFolder() = default;
 
-FoundEntry RootFolder::Find(std::string_view relative) const {
-  const auto path = CollapsePath(relative);
-  if (!path || systemPath_.empty()) return {};
+// How far a look-up comes before other spellings are tried.
+struct RootFolder::Attempt {
+  std::optional<FoundEntry> found;  // what it comes to; nothing where other spellings are to be tried
+  CollapsedPath path;
+  UniqueDescriptor root{-1};
+};
+
+RootFolder::Attempt RootFolder::Try(std::string_view relative) const {
+  auto path = CollapsePath(relative);
+  if (!path || systemPath_.empty()) return {FoundEntry(), {}};
   if (files_ && !path->asFolder) {
     if (auto file = files_->Find(path->text)) {
-      return {EntryKind::kFile, path->text, true, OpenFile(std::move(file)), true};
+      return {FoundEntry{EntryKind::kFile, path->text, true, OpenFile(std::move(file)), true}, {}};
     }
   }
-  if (folders_ && folders_->Lacks(path->text)) return {};
+  if (folders_ && folders_->Lacks(path->text)) return {FoundEntry(), {}};
   // The usual way asks the system for nothing but the file: the whole path at once, where no link is on it.
   const int flags = FlagsForReading() | (path->text.empty() ? O_DIRECTORY : 0);
   int opened = -ELOOP;
   if (!isBehindLink_) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(systemPath_, path->text), flags);
-  if (opened < 0) {
-    const UniqueDescriptor root(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!root.IsOpen()) return {};
-    if (opened == -ELOOP) {
-      opened = OpenDirectlyOrRaise(root.Get(), path->text, flags);
-      isBehindLink_ = isBehindLink_ || opened >= 0;
-    }
-    if (opened < 0) return FindBeneath(&OpenBeneathOrRaise, root.Get(), *path, folders_.get(), opened);
+  if (opened >= 0) return {Direct(EntryOpened(*path, OpenFile(opened))), {}};
+  UniqueDescriptor root(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!root.IsOpen()) return {FoundEntry(), {}};
+  if (opened == -ELOOP) {
+    opened = OpenDirectlyOrRaise(root.Get(), path->text, flags);
+    isBehindLink_ = isBehindLink_ || opened >= 0;
+    if (opened >= 0) return {Direct(EntryOpened(*path, OpenFile(opened))), {}};
   }
-  return Direct(EntryOpened(*path, OpenFile(opened)));
+  auto found = FindAsSpelled(&OpenBeneathOrRaise, root.Get(), *path, opened);
+  return {std::move(found), std::move(*path), std::move(root)};
+}
+
+FoundEntry RootFolder::Find(std::string_view relative) const {
+  Attempt attempt = Try(relative);
+  if (attempt.found) return std::move(*attempt.found);
+  return RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), attempt.path, folders_.get(), nullptr));
+}
+
+std::optional<FoundEntry> RootFolder::FindAtOnce(std::string_view relative) const {
+  Attempt attempt = Try(relative);
+  if (attempt.found) return std::move(attempt.found);
+  return FindOtherwiseAtOnce(&OpenBeneathOrRaise, attempt.root.Get(), attempt.path, folders_.get());
+}
+
+Task<FoundEntry> RootFolder::FindInTurns(std::string relative, Turns* turns) const {
+  Attempt attempt = Try(relative);
+  if (attempt.found) co_return std::move(*attempt.found);
+  auto found = FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), attempt.path, folders_.get(), turns);
+  co_return co_await found;
 }
 
 // What was opened without a link.
@@ -140,25 +217,54 @@ std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) cons
   return folders_->NamesOf(folder.name, folder.file.Descriptor());
 }
 
-OpenFile OpenPath(std::string_view path) { return OpenAnyCase(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }
+Task<std::shared_ptr<FolderRecord>> RootFolder::NamesInTurns(const FoundEntry& folder, Turns* turns) const {
+  if (!folders_ || folder.file.Kind() != EntryKind::kDirectory) co_return nullptr;
+  auto names = folders_->NamesOfInTurns(folder.name, folder.file.Descriptor(), FolderCache::Use::kListing, turns);
+  co_return co_await names;
+}
+
+OpenFile OpenPath(std::string_view path) { return OpenAnyCaseNow(path, kFlagsForContents); }
+
+Task<OpenFile> OpenPathInTurns(std::string path, Turns* turns) {
+  return OpenAnyCase(std::move(path), kFlagsForContents, turns);
+}
+
+EntryKind KindOfPath(std::string_view path) { return OpenAnyCaseNow(path, kFlagsForKind).Kind(); }
+
+Task<EntryKind> KindInTurns(std::string path, Turns* turns) {
+  auto opened = OpenAnyCase(std::move(path), kFlagsForKind, turns);
+  const OpenFile file = co_await opened;
+  co_return file.Kind();
+}
 
 PathIdentity IdentifyPath(std::string_view path) {
-  using State = PathIdentity::State;
   const std::string text = SystemPath(path);
-  if (text.empty()) return {};
-  struct stat status;
-  if (stat(text.c_str(), &status) == 0) return {State::kFound, StampOf(status).identity};
-  if (errno != ENOENT && errno != ENOTDIR) return {State::kUnknown, {}};
-  if (lstat(text.c_str(), &status) == 0) return {State::kDangling, {}};
+  if (const auto found = IdentifyAsSpelled(text)) return *found;
+  return RunNow(IdentifyOtherwise(text, nullptr));
+}
+
+std::optional<PathIdentity> IdentifyAtOnce(std::string_view path) {
+  const std::string text = SystemPath(path);
+  if (const auto found = IdentifyAsSpelled(text)) return found;
   try {
-    const auto spelling = TrueSpelling(&OpenPermittedOrRaise, AT_FDCWD, text);
-    if (!spelling || stat(spelling->c_str(), &status) != 0) return {};
-    return {State::kFound, StampOf(status).identity};
+    SpellingWalk walk(&OpenPermittedOrRaise, AT_FDCWD, text);
+    const auto state = walk.Go();
+    if (state == SpellingWalk::State::kNeedsNames) return std::nullopt;
+    return IdentifySpelling(state == SpellingWalk::State::kFound ? std::optional(walk.TakePath()) : std::nullopt);
   } catch (const Error&) {
-    return {State::kUnknown, {}};
+    return PathIdentity{PathIdentity::State::kUnknown, {}};
   }
 }
 
-EntryKind KindOfPath(std::string_view path) { return OpenAnyCase(path, O_PATH | O_CLOEXEC).Kind(); }
+Task<PathIdentity> IdentifyInTurns(std::string path, Turns* turns) {
+  const std::string text = SystemPath(path);
+  if (const auto found = IdentifyAsSpelled(text)) co_return *found;
+  auto otherwise = IdentifyOtherwise(text, turns);
+  co_return co_await otherwise;
+}
+
+Task<bool> ReadInTurns(const OpenFile& file, std::string& bytes, std::int64_t limit, Turns*) {
+  co_return file.ReadAll(bytes, limit);
+}
 
 }  // namespace TesselServer

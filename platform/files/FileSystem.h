@@ -1,6 +1,10 @@
 // Files as the server sees them: opened once, queried through their descriptor, never tested by name and opened again.
 // In every path given to this layer "\" and "/" both separate.
 //
+// What takes long has a second form, a task that does it in turns: it goes on in the loop's next turn when the time of
+// this one is over, and reads beside the loop where a disk may keep it waiting. What changes on disk meanwhile is seen
+// or not. References that such a task is given stay good until it is done.
+//
 // Thread:    the host's thread only.
 // Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
 // Errors:    a file that cannot be opened is a closed OpenFile or EntryKind::kNone. RootFolder::Find raises the socket
@@ -10,10 +14,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/files/FileStamp.h"
+#include "platform/tasks/Task.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -22,6 +28,7 @@ class FileCache;
 class FolderCache;
 class FolderRecord;
 struct CachedFile;
+class Turns;
 class World;
 
 // A file or directory that is open for reading, or nothing. A file whose contents are remembered counts as open and has
@@ -122,6 +129,12 @@ class RootFolder {
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
   FoundEntry Find(std::string_view relative) const;
 
+  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted.
+  std::optional<FoundEntry> FindAtOnce(std::string_view relative) const;
+
+  // The same in turns. The object stays alive, where it is, until the task is done.
+  Task<FoundEntry> FindInTurns(std::string relative, Turns* turns) const;
+
   // To be called once for each request that is answered with the bytes of `found`, and for nothing that must not stay
   // in memory. At the second call within a minute a small file is kept with its contents, which then take the place of
   // its descriptor. Nothing happens to an entry that another folder has found.
@@ -129,8 +142,12 @@ class RootFolder {
 
   // The names in `folder`, which was found by this object, where they are remembered; else nullptr.
   std::shared_ptr<FolderRecord> NamesIn(const FoundEntry& folder) const;
+  Task<std::shared_ptr<FolderRecord>> NamesInTurns(const FoundEntry& folder, Turns* turns) const;
 
  private:
+  struct Attempt;
+
+  Attempt Try(std::string_view relative) const;
   FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;
@@ -145,10 +162,12 @@ class RootFolder {
 // no root holds it, links are followed anywhere, and hidden files are found. A file's name with a separator after it is
 // not found.
 OpenFile OpenPath(std::string_view path);
+Task<OpenFile> OpenPathInTurns(std::string path, Turns* turns);
 
 // What is at `path`, by the same rules; nothing is opened for reading, so a file that this process may not read
 // counts as well.
 EntryKind KindOfPath(std::string_view path);
+Task<EntryKind> KindInTurns(std::string path, Turns* turns);
 
 // Which file or folder is at `path`, with the case rule of OpenPath, asked without opening it.
 struct PathIdentity {
@@ -162,5 +181,12 @@ struct PathIdentity {
   FileIdentity identity;
 };
 PathIdentity IdentifyPath(std::string_view path);
+Task<PathIdentity> IdentifyInTurns(std::string path, Turns* turns);
+
+// The same, at once: nothing where the names in a folder would have to be read for it.
+std::optional<PathIdentity> IdentifyAtOnce(std::string_view path);
+
+// OpenFile::ReadAll in turns.
+Task<bool> ReadInTurns(const OpenFile& file, std::string& bytes, std::int64_t limit, Turns* turns);
 
 }  // namespace TesselServer

@@ -39,6 +39,10 @@ std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int 
   }
 }
 
+Task<std::shared_ptr<FolderRecord>> FolderCache::NamesOfInTurns(std::string folder, int descriptor, Use use, Turns*) {
+  co_return NamesOf(folder, descriptor, use);
+}
+
 std::shared_ptr<FolderRecord> FolderCache::ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
                                                     const FolderRecord* before) {
   if (before != nullptr && before->ReadAs().Stamp().identity != stamp.identity) before = nullptr;

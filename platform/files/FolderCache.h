@@ -21,8 +21,11 @@
 
 #include "platform/files/FolderRecord.h"
 #include "platform/files/LruCache.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
+
+class Turns;
 
 class FolderCache {
  public:
@@ -44,6 +47,10 @@ class FolderCache {
   // The record of the folder, which is open as `descriptor`: the remembered one where it is still valid, else, at the
   // second request, a new one. nullptr where the folder must be read as if there were no cache.
   std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor, Use use = Use::kListing);
+
+  // The same, reading the folder in turns. The cache stays alive meanwhile; the descriptor is the caller's again as
+  // soon as the task is suspended.
+  Task<std::shared_ptr<FolderRecord>> NamesOfInTurns(std::string folder, int descriptor, Use use, Turns* turns);
 
   // How many folders Lacks looks for, the deepest ones on the path. Few sites are deeper, and a client that asks for a
   // path of thousands of components must not make each of them cost a search.

@@ -59,18 +59,24 @@ NeighbourFile OpenNamed(int folder, const std::string& name, const struct stat& 
 }  // namespace
 
 NeighbourFile FindBeside(const OpenFile& entry, const std::string& name) {
+  return RunNow(FindBesideInTurns(entry, name, nullptr));
+}
+
+Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns*) {
   const UniqueDescriptor folder = FolderOfEntry(entry);
-  if (!folder.IsOpen()) return {State::kUnknown, {}};
+  if (!folder.IsOpen()) co_return NeighbourFile{State::kUnknown, {}};
   struct stat status;
   if (fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
-    return OpenNamed(folder.Get(), name, status);
+    co_return OpenNamed(folder.Get(), name, status);
   }
-  if (errno != ENOENT) return {State::kUnknown, {}};
+  if (errno != ENOENT) co_return NeighbourFile{State::kUnknown, {}};
   const auto other = OtherSpelling(folder.Get(), name);
-  if (!other) return {State::kUnknown, {}};
-  if (other->empty()) return {State::kMissing, {}};
-  if (fstatat(folder.Get(), other->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {State::kUnknown, {}};
-  return OpenNamed(folder.Get(), *other, status);
+  if (!other) co_return NeighbourFile{State::kUnknown, {}};
+  if (other->empty()) co_return NeighbourFile{State::kMissing, {}};
+  if (fstatat(folder.Get(), other->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    co_return NeighbourFile{State::kUnknown, {}};
+  }
+  co_return OpenNamed(folder.Get(), *other, status);
 }
 
 }  // namespace TesselServer

@@ -9,8 +9,11 @@
 #include <string>
 
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
+
+class Turns;
 
 struct NeighbourFile {
   enum class State {
@@ -26,5 +29,8 @@ struct NeighbourFile {
 // spelling given, then as the first name in byte order that is equal without regard to ASCII case. A link whose target
 // does not exist is found. Of an entry that is not open the folder cannot be determined: kUnknown.
 NeighbourFile FindBeside(const OpenFile& entry, const std::string& name);
+
+// The same, reading the folder's names in turns.
+Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns* turns);
 
 }  // namespace TesselServer

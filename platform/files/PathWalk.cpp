@@ -10,77 +10,39 @@
 #include "platform/files/FileFacts.h"
 #include "platform/files/FolderCache.h"
 #include "platform/files/FolderStream.h"
+#include "platform/files/SpellingWalk.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 namespace {
 
-bool HasLetter(std::string_view name) {
-  return std::any_of(name.begin(), name.end(), [](char c) { return UpperAscii(c) >= 'A' && UpperAscii(c) <= 'Z'; });
-}
-
-void AppendName(std::string& path, std::string_view name) {
-  if (!path.empty() && path.back() != '/') path += '/';
-  path += name;
-}
-
-struct Walk {
-  OpenFunction open;
-  int folder;
-  FolderCache* known;
-};
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 
 // The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
-std::string FirstSpelling(const Walk& walk, const std::string& path, std::string_view name) {
-  if (!HasLetter(name)) return {};
-  auto names = walk.known != nullptr ? walk.known->Find(path) : nullptr;
-  if (names) return std::string(names->FirstEqual(name));
-  UniqueDescriptor folder(walk.open(walk.folder, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
-  if (walk.known != nullptr && folder.IsOpen()) {
-    names = walk.known->NamesOf(path, folder.Get(), FolderCache::Use::kLookUp);
+Task<std::string> FirstSpelling(OpenFunction open, int root, std::string path, std::string name, FolderCache* known,
+                                Turns* turns) {
+  auto names = known != nullptr ? known->Find(path) : nullptr;
+  if (!names) {
+    UniqueDescriptor folder(open(root, path, kFolderFlags));
+    if (known != nullptr && folder.IsOpen()) {
+      auto read = known->NamesOfInTurns(path, folder.Get(), FolderCache::Use::kLookUp, turns);
+      names = co_await read;
+    }
+    if (!names) co_return FolderStream(std::move(folder)).FirstEqual(name);
   }
-  return names ? std::string(names->FirstEqual(name)) : FolderStream(std::move(folder)).FirstEqual(name);
+  co_return std::string(names->FirstEqual(name));
 }
 
-// 0 when something exists at `path`, else the negative errno value.
-int Probe(OpenFunction open, int folder, const std::string& path) {
-  const UniqueDescriptor found(open(folder, path, O_PATH | O_CLOEXEC));
-  return found.IsOpen() ? 0 : found.Get();
-}
-
-// Puts the link-free path of what `path` leads to in its place, when that lies beneath `folder`. Nothing is read
-// through the descriptor that the path is determined with; the caller opens the new path under the rule of its own.
-bool ReplaceByTarget(int folder, std::string& path) {
-  const UniqueDescriptor target(OpenAnywhere(folder, path, O_PATH | O_CLOEXEC));
-  if (!target.IsOpen()) return false;
-  std::string base = PathOfDescriptor(folder);
-  std::string end = PathOfDescriptor(target.Get());
-  if (base.empty() || end.empty()) return false;
-  if (base == end) {
-    path.clear();
-    return true;
+// Goes on as long as the names that it needs are remembered.
+SpellingWalk::State GoByMemory(SpellingWalk& walk, FolderCache* known) {
+  auto state = walk.Go();
+  while (state == SpellingWalk::State::kNeedsNames && known != nullptr) {
+    const auto names = known->Find(walk.Folder());
+    if (!names || !names->IsSorted()) break;
+    state = walk.GoOn(names->FirstEqual(walk.Wanted()));
   }
-  if (base.back() != '/') base += '/';
-  if (!end.starts_with(base)) return false;
-  path = end.substr(base.size());
-  return true;
-}
-
-// Goes from `walked` one component further, by its true name.
-bool WalkStep(const Walk& walk, std::string& walked, std::string_view component) {
-  const std::size_t length = walked.size();
-  AppendName(walked, component);
-  int found = Probe(walk.open, walk.folder, walked);
-  if (found == -ENOENT) {
-    walked.resize(length);
-    const std::string name = FirstSpelling(walk, walked, component);
-    if (name.empty()) return false;
-    AppendName(walked, name);
-    found = Probe(walk.open, walk.folder, walked);
-  }
-  if (found == -EXDEV) return ReplaceByTarget(walk.folder, walked);
-  return found == 0;
+  return state;
 }
 
 bool IsHidden(int descriptor) {
@@ -90,6 +52,19 @@ bool IsHidden(int descriptor) {
 bool MayBeSpelledOtherwise(int opened) { return opened == -ENOENT || opened == -ENOTDIR || opened == -EXDEV; }
 
 bool IsForbidden(int opened) { return opened == -EACCES || opened == -EPERM; }
+
+// What is at `path`, where opening it for reading had the result `opened`.
+FoundEntry EntryAfter(OpenFunction open, int root, const CollapsedPath& path, int opened) {
+  if (opened >= 0) return EntryOpened(path, OpenFile(opened));
+  if (!IsForbidden(opened)) return {};
+  const EntryKind kind = OpenFile(open(root, path.text, O_PATH | O_CLOEXEC)).Kind();
+  if (kind == EntryKind::kNone || (kind == EntryKind::kFile && path.asFolder)) return {};
+  return {kind, path.text, false, {}};
+}
+
+FoundEntry OpenSpelling(OpenFunction open, int root, const CollapsedPath& path) {
+  return EntryAfter(open, root, path, open(root, path.text, FlagsForReading()));
+}
 
 }  // namespace
 
@@ -137,15 +112,21 @@ const char* LastNameOf(const std::string& path) { return path.c_str() + path.rfi
 
 std::string FolderPathOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
-std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, FolderCache* known) {
-  const Walk walk{open, folder, known};
-  std::string walked = path.starts_with('/') ? "/" : "";
-  while (!path.empty()) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    if (end > 0 && !WalkStep(walk, walked, path.substr(0, end))) return std::nullopt;
-    path.remove_prefix(std::min(end + 1, path.size()));
+Task<std::optional<std::string>> TrueSpellingInTurns(OpenFunction open, int folder, std::string path,
+                                                     FolderCache* known, Turns* turns) {
+  SpellingWalk walk(open, folder, std::move(path));
+  auto state = walk.Go();
+  while (state == SpellingWalk::State::kNeedsNames) {
+    auto spelling = FirstSpelling(open, folder, walk.Folder(), walk.Wanted(), known, turns);
+    const std::string name = co_await spelling;
+    state = walk.GoOn(name);
   }
-  return walked;
+  if (state == SpellingWalk::State::kMissing) co_return std::nullopt;
+  co_return walk.TakePath();
+}
+
+std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, FolderCache* known) {
+  return RunNow(TrueSpellingInTurns(open, folder, std::string(path), known, nullptr));
 }
 
 int FlagsForReading() { return O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC; }
@@ -156,21 +137,33 @@ FoundEntry EntryOpened(const CollapsedPath& path, OpenFile file) {
   return {file.Kind(), path.text, true, std::move(file)};
 }
 
-FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, FolderCache* known, int tried) {
-  CollapsedPath found = path;
+std::optional<FoundEntry> FindAsSpelled(OpenFunction open, int root, const CollapsedPath& path, int tried) {
   const bool isMissing = tried == -ENOENT || tried == -ENOTDIR;
-  int opened = isMissing ? tried : open(root, found.text, FlagsForReading());
-  if (MayBeSpelledOtherwise(opened)) {
-    auto spelling = TrueSpelling(open, root, found.text, known);
-    if (!spelling) return {};
-    found.text = std::move(*spelling);
-    opened = open(root, found.text, FlagsForReading());
-  }
-  if (opened >= 0) return EntryOpened(found, OpenFile(opened));
-  if (!IsForbidden(opened)) return {};
-  const EntryKind kind = OpenFile(open(root, found.text, O_PATH | O_CLOEXEC)).Kind();
-  if (kind == EntryKind::kNone || (kind == EntryKind::kFile && found.asFolder)) return {};
-  return {kind, std::move(found.text), false, {}};
+  const int opened = isMissing ? tried : open(root, path.text, FlagsForReading());
+  if (MayBeSpelledOtherwise(opened)) return std::nullopt;
+  return EntryAfter(open, root, path, opened);
+}
+
+std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const CollapsedPath& path,
+                                              FolderCache* known) {
+  SpellingWalk walk(open, root, path.text);
+  const auto state = GoByMemory(walk, known);
+  if (state == SpellingWalk::State::kNeedsNames) return std::nullopt;
+  if (state == SpellingWalk::State::kMissing) return FoundEntry();
+  return OpenSpelling(open, root, {walk.TakePath(), path.asFolder});
+}
+
+Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns) {
+  auto walk = TrueSpellingInTurns(open, root, path.text, known, turns);
+  auto spelling = co_await walk;
+  if (!spelling) co_return FoundEntry();
+  path.text = std::move(*spelling);
+  co_return OpenSpelling(open, root, path);
+}
+
+FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, FolderCache* known, int tried) {
+  if (auto found = FindAsSpelled(open, root, path, tried)) return std::move(*found);
+  return RunNow(FindOtherwise(open, root, path, known, nullptr));
 }
 
 }  // namespace TesselServer

@@ -13,10 +13,12 @@
 
 #include "platform/files/FileSystem.h"
 #include "platform/files/OpenPaths.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
 class FolderCache;
+class Turns;
 
 // A path below a folder as it is looked up.
 struct CollapsedPath {
@@ -48,6 +50,10 @@ std::string FolderPathOf(const std::string& path);
 std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path,
                                         FolderCache* known = nullptr);
 
+// The same, reading folders in turns. `folder` stays open and `known` alive meanwhile.
+Task<std::optional<std::string>> TrueSpellingInTurns(OpenFunction open, int folder, std::string path,
+                                                     FolderCache* known, Turns* turns);
+
 // The flags with which an entry is opened: non-blocking, so that a FIFO without a writer cannot hold the thread until
 // it is seen to be one.
 int FlagsForReading();
@@ -59,5 +65,12 @@ FoundEntry EntryOpened(const CollapsedPath& path, OpenFile file);
 // attempt to open the path without following a link, or 0.
 FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, FolderCache* known = nullptr,
                        int tried = 0);
+
+// Its parts: what is there in the spelling given, or nothing where other spellings are to be tried; then those, at once
+// where all names that it takes are remembered, else nothing; or in turns, while `root` stays open and `known` alive.
+std::optional<FoundEntry> FindAsSpelled(OpenFunction open, int root, const CollapsedPath& path, int tried);
+std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const CollapsedPath& path,
+                                              FolderCache* known);
+Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns);
 
 }  // namespace TesselServer
