@@ -20,7 +20,11 @@ set(SOURCES
   programs/ChildPrograms.cpp
   programs/ChildWait.cpp
   programs/LeftOverChildren.cpp
+  programs/OwnedChild.cpp
+  programs/ProgramPlaces.cpp
+  programs/ProgramStarts.cpp
   programs/StartChild.cpp
+  programs/TimeLimit.cpp
   settings/CRegSettings.cpp
   settings/PropertyBag.cpp
   settings/RegistryStore.cpp

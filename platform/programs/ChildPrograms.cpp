@@ -1,53 +1,81 @@
 #include "platform/programs/ChildPrograms.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildWait.h"
 #include "platform/programs/LeftOverChildren.h"
-#include "platform/programs/StartChild.h"
-#include "platform/world/UniqueDescriptor.h"
+#include "platform/programs/ProgramPlaces.h"
+#include "platform/programs/ProgramStarts.h"
+#include "platform/programs/TimeLimit.h"
 
 namespace TesselServer {
+
+struct ChildPrograms::Inside {
+  Inside(EventLoop& eventLoop, Workers& workers)
+      : loop(eventLoop), leftOver(eventLoop), places(eventLoop, kDefaultMaxPrograms), starts(workers, leftOver) {}
+
+  EventLoop& loop;
+  LeftOverChildren leftOver;
+  ProgramPlaces places;
+  ProgramStarts starts;
+};
+
 namespace {
 
-using Failure = ProgramResult::Failure;
+// A child that is waited for; afterwards, and where the waiting is given up, it is collected or left over.
+class WaitedFor {
+ public:
+  WaitedFor(OwnedChild child, LeftOverChildren& afterwards) : child_(std::move(child)), afterwards_(afterwards) {}
+  WaitedFor(const WaitedFor&) = delete;
+  WaitedFor& operator=(const WaitedFor&) = delete;
+  ~WaitedFor() { afterwards_.Add(std::move(child_)); }
 
-// Starts the program with the pipe's write end as its output, and closes that end here.
-StartedChild StartInto(const ProgramStart& start, UniqueDescriptor writeEnd) {
-  const UniqueDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-  if (!nothing.IsOpen()) return {-1, errno};
-  return StartChild(start, nothing.Get(), writeEnd.Get());
-}
+  pid_t Number() const { return child_.Number(); }
+
+ private:
+  OwnedChild child_;
+  LeftOverChildren& afterwards_;
+};
 
 }  // namespace
 
-ChildPrograms::ChildPrograms(EventLoop& loop) : leftOver_(std::make_unique<LeftOverChildren>(loop)) {}
+ChildPrograms::ChildPrograms(EventLoop& loop, Workers& workers) : inside_(std::make_shared<Inside>(loop, workers)) {}
 
-ChildPrograms::~ChildPrograms() = default;
+ChildPrograms::~ChildPrograms() { inside_->places.Most(0); }
 
-Task<ProgramResult> ChildPrograms::Run(ProgramStart start) {
-  leftOver_->Collect();
-  if (LeftOver() >= kMaxLeftOver) co_return ProgramResult{.failure = Failure::kStart, .error = EAGAIN};
-  leftOver_->MakeRoom();
+std::int32_t ChildPrograms::MaxPrograms() const { return inside_->places.Most(); }
 
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) co_return ProgramResult{.failure = Failure::kPipe, .error = errno};
-  const UniqueDescriptor readEnd(ends[0]);
-  const StartedChild child = StartInto(start, UniqueDescriptor(ends[1]));
-  if (child.number < 0) co_return ProgramResult{.failure = Failure::kStart, .error = child.error};
-  leftOver_->Add(child.number);
-
-  fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);  // of this end only: the child's own is as programs expect it
-  ProgramResult result = WaitForChild(child.number, readEnd.Get(), start.waitMilliseconds, start.outputLimit);
-  leftOver_->Collect();
-  co_return result;
+void ChildPrograms::MaxPrograms(std::int32_t most) {
+  inside_->places.Most(std::clamp<std::int32_t>(most, 1, kHighestMaxPrograms));
 }
 
-std::size_t ChildPrograms::LeftOver() const { return leftOver_->Count(); }
+Task<ProgramResult> ChildPrograms::Run(ProgramStart start) { return RunIn(inside_, std::move(start)); }
+
+Task<ProgramResult> ChildPrograms::RunIn(std::shared_ptr<Inside> inside, ProgramStart start) {
+  constexpr auto kStart = ProgramResult::Failure::kStart;
+  TimeLimit limit(inside->loop, start.waitMilliseconds);
+  const std::size_t outputLimit = start.outputLimit;
+
+  ProgramPlaces::Arrival arrival(inside->places, limit);
+  const ProgramPlaces::Place place = co_await arrival;
+  inside->leftOver.Collect();
+  if (!place || inside->leftOver.Count() >= kMaxLeftOver) co_return ProgramResult{.failure = kStart, .error = EAGAIN};
+
+  ProgramStarts::Start starting(inside->starts, std::move(start), place, limit);
+  StartedProgram program = co_await starting;
+  if (program.failure != ProgramResult::Failure::kNone) {
+    co_return ProgramResult{.failure = program.failure, .error = program.error};
+  }
+  if (program.child.Number() < 0) co_return ProgramResult{.milliseconds = limit.Passed()};
+
+  const WaitedFor child(std::move(program.child), inside->leftOver);
+  ChildWait wait(inside->loop, child.Number(), program.output.Get(), outputLimit, limit);
+  co_return co_await wait;
+}
+
+std::size_t ChildPrograms::LeftOver() const { return inside_->leftOver.Count(); }
 
 }  // namespace TesselServer

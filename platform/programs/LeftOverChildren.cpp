@@ -1,28 +1,8 @@
 #include "platform/programs/LeftOverChildren.h"
 
-#include <sys/wait.h>
-
-#include <mutex>
+#include <new>
 
 namespace TesselServer {
-namespace {
-
-// Those whose object has died.
-struct Orphans {
-  std::mutex mutex;
-  std::list<pid_t> children;
-};
-
-// Never destroyed: objects of a host may live longer than any static one here.
-Orphans& OrphansOfTheProcess() {
-  static auto* const orphans = new Orphans;
-  return *orphans;
-}
-
-// ECHILD: there is none of that number any more.
-bool IsCollected(pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; }
-
-}  // namespace
 
 LeftOverChildren::LeftOverChildren(EventLoop& loop) : timer_(loop) {
   timer_.Interval(kTickMilliseconds);
@@ -31,26 +11,23 @@ LeftOverChildren::LeftOverChildren(EventLoop& loop) : timer_(loop) {
 }
 
 LeftOverChildren::~LeftOverChildren() {
-  Orphans& orphans = OrphansOfTheProcess();
-  const std::lock_guard lock(orphans.mutex);
-  orphans.children.splice(orphans.children.end(), children_);
+  OwnedChild::Abandon(children_);
+  OwnedChild::CollectAbandoned();
 }
 
-void LeftOverChildren::MakeRoom() {
-  if (room_.empty()) room_.push_back(-1);
-}
-
-void LeftOverChildren::Add(pid_t child) noexcept {
-  room_.front() = child;
-  children_.splice(children_.end(), room_);
+void LeftOverChildren::Add(OwnedChild child) noexcept {
+  child.MoveTo(children_);
+  try {
+    Collect();
+  } catch (const std::bad_alloc&) {
+    // it is in the list, and the next look at it comes with the next program
+  }
 }
 
 void LeftOverChildren::Collect() {
-  children_.remove_if(IsCollected);
-  Orphans& orphans = OrphansOfTheProcess();
-  const std::lock_guard lock(orphans.mutex);
-  orphans.children.remove_if(IsCollected);
-  timer_.Enabled(!children_.empty() || !orphans.children.empty());
+  children_.remove_if(CollectChild);
+  const bool othersAreLeft = OwnedChild::CollectAbandoned();
+  timer_.Enabled(othersAreLeft || !children_.empty());
 }
 
 }  // namespace TesselServer

@@ -4,8 +4,8 @@
 // the host has collected is dropped. A timer on the loop checks every second while there is any.
 //
 // Thread:    the loop's thread; objects on several threads share the children of destroyed ones.
-// Ownership: the loop outlives it. Children that still run when it is destroyed go to a list of the process, which
-//            every other object, present or future, collects from.
+// Ownership: the loop outlives it. Children that still run when it is destroyed go to a list of the process (class
+//            OwnedChild), which every other object, present or future, collects from whenever it looks for its own.
 // Errors:    none but those of memory running out.
 #pragma once
 
@@ -16,6 +16,7 @@
 #include <list>
 
 #include "platform/loop/Timer.h"
+#include "platform/programs/OwnedChild.h"
 
 namespace TesselServer {
 
@@ -28,9 +29,9 @@ class LeftOverChildren {
   LeftOverChildren& operator=(const LeftOverChildren&) = delete;
   ~LeftOverChildren();
 
-  // Makes room for one more child, so that Add cannot fail once it runs.
-  void MakeRoom();
-  void Add(pid_t child) noexcept;
+  // Looks after the child from now on, collecting it at once if it has ended. Takes no memory for the child; where
+  // there is none for the timer, the next call of Collect finds it.
+  void Add(OwnedChild child) noexcept;
 
   // Collects the children that have ended, its own and those of the process's list.
   void Collect();
@@ -40,7 +41,6 @@ class LeftOverChildren {
 
  private:
   std::list<pid_t> children_;
-  std::list<pid_t> room_;  // one element, or none
   Timer timer_;
 };
 

@@ -24,7 +24,7 @@ struct ProgramStart {
   // Values, as arguments, are cut at their first NUL; a name that no environment can hold is left out.
   std::vector<std::pair<std::string, std::string>> environment = {};
 
-  std::int64_t waitMilliseconds = 0;  // how long its end is waited for; 0: not at all
+  std::int64_t waitMilliseconds = 0;  // how long its end is waited for, from the call on; 0: not at all
   std::size_t outputLimit = 0;        // how many bytes of its standard output count; what follows is read and dropped
 };
 
@@ -40,7 +40,7 @@ struct ProgramResult {
   // has not ended, or whose end the host has collected before it could be looked at.
   std::optional<std::int32_t> exitCode = {};
   std::optional<std::int32_t> signal = {};
-  std::int64_t milliseconds = 0;  // from its start until it had ended or was waited for no longer
+  std::int64_t milliseconds = 0;  // from the call until it had ended or was waited for no longer
   bool outputWasCut = false;      // it has written more than outputLimit
 };
 
@@ -48,7 +48,7 @@ class ProgramRunner {
  public:
   virtual ~ProgramRunner() = default;
 
-  // Starts the program; done when it has ended or the time is over.
+  // Starts the program; done when it has ended or the time is over. Destroying the task lets go of the program.
   virtual Task<ProgramResult> Run(ProgramStart start) = 0;
 };
 

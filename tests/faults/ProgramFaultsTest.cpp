@@ -8,6 +8,8 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildPrograms.h"
+#include "platform/tasks/Workers.h"
+#include "tests/kit/Await.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNth.h"
 #include "tests/kit/Programs.h"
@@ -31,7 +33,7 @@ std::string NameOfFault(const testing::TestParamInfo<Fault>& each) {
 class ProgramFaultsTest : public testing::TestWithParam<Fault> {
  protected:
   ProgramResult Run() {
-    return RunNow(programs_.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
+    return Kit::Await(loop_, programs_.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
   }
   void ExpectWhole(const ProgramResult& result) {
     EXPECT_EQ(result.failure, Failure::kNone);
@@ -42,7 +44,8 @@ class ProgramFaultsTest : public testing::TestWithParam<Fault> {
   Kit::TemporaryTree tree_;
   std::string program_ = Kit::WriteProgram(tree_, "program", "printf 'early '; sleep 0.05; printf late");
   EventLoop loop_;
-  ChildPrograms programs_{loop_};
+  Workers workers_{loop_};
+  ChildPrograms programs_{loop_, workers_};
 };
 
 TEST_P(ProgramFaultsTest, AreReportedOrOvercome) {
@@ -84,9 +87,11 @@ INSTANTIATE_TEST_SUITE_P(Calls, ProgramFaultsTest,
                          testing::Values(Fault{"pipe2", EMFILE, Failure::kPipe}, Fault{"pipe2", ENFILE, Failure::kPipe},
                                          Fault{"open", ENOENT, Failure::kStart}, Fault{"open", ENFILE, Failure::kStart},
                                          Fault{"clone", EAGAIN, Failure::kStart},
-                                         Fault{"clone", ENOMEM, Failure::kStart}, Fault{"poll", EINTR, Failure::kNone},
-                                         Fault{"poll", ENOMEM, Failure::kRead}, Fault{"read", EINTR, Failure::kNone},
-                                         Fault{"read", EAGAIN, Failure::kNone}, Fault{"read", EIO, Failure::kRead}),
+                                         Fault{"clone", ENOMEM, Failure::kStart},
+                                         Fault{"epoll_wait", EINTR, Failure::kNone},
+                                         Fault{"epoll_ctl", ENOSPC, Failure::kNone},
+                                         Fault{"read", EINTR, Failure::kNone}, Fault{"read", EAGAIN, Failure::kNone},
+                                         Fault{"read", EIO, Failure::kRead}),
                          NameOfFault);
 
 class RunningProgramFaultsTest : public ProgramFaultsTest {};
@@ -110,8 +115,7 @@ TEST_P(RunningProgramFaultsTest, LeaveItOver) {
   EXPECT_TRUE(Kit::HasNoChild());
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, RunningProgramFaultsTest,
-                         testing::Values(Fault{"poll", ENOMEM, Failure::kRead}, Fault{"read", EIO, Failure::kRead}),
+INSTANTIATE_TEST_SUITE_P(Calls, RunningProgramFaultsTest, testing::Values(Fault{"read", EIO, Failure::kRead}),
                          NameOfFault);
 
 }  // namespace

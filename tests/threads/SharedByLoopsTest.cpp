@@ -12,7 +12,9 @@
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildPrograms.h"
 #include "platform/settings/CRegSettings.h"
+#include "platform/tasks/Workers.h"
 #include "platform/world/World.h"
+#include "tests/kit/Await.h"
 #include "tests/kit/Programs.h"
 #include "tests/kit/TemporaryTree.h"
 
@@ -62,10 +64,13 @@ TEST(SharedByLoopsTest, ProgramsAreStartedByAllAndLeftToAll) {
     EventLoop loop;
     const std::string text = std::to_string(number);
     for (int i = 0; i < kEach; ++i) {
-      ChildPrograms programs(loop);
-      EXPECT_FALSE(programs.Run({.file = slow, .outputLimit = 100}).ended);
-      const ProgramResult result = programs.Run(
-          {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100});
+      Workers workers(loop);
+      ChildPrograms programs(loop, workers);
+      EXPECT_FALSE(Kit::Await(loop, programs.Run({.file = slow, .outputLimit = 100})).ended);
+      const ProgramResult result = Kit::Await(
+          loop,
+          programs.Run(
+              {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100}));
       EXPECT_EQ(result.output, text);
       EXPECT_EQ(result.exitCode, 0);
     }
@@ -73,7 +78,8 @@ TEST(SharedByLoopsTest, ProgramsAreStartedByAllAndLeftToAll) {
   gate.Open(kThreads * kEach);
   EXPECT_TRUE(Kit::Eventually([] {
     EventLoop loop;
-    const ChildPrograms collecting(loop);
+    Workers workers(loop);
+    const ChildPrograms collecting(loop, workers);
     return Kit::HasNoChild();
   })) << "a later loop collects what others have left over";
 }

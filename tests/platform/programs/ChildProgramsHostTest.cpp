@@ -13,12 +13,14 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildPrograms.h"
+#include "platform/tasks/Workers.h"
+#include "tests/kit/Await.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
-#include "tests/kit/FakeWorld.h"
 #include "tests/kit/Limits.h"
 #include "tests/kit/Programs.h"
 #include "tests/kit/Signals.h"
+#include "tests/kit/SkippingWorld.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -29,7 +31,7 @@ using Failure = ProgramResult::Failure;
 class ChildProgramsHostTest : public testing::Test {
  protected:
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = 20'000) {
-    return RunNow(programs_.Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
+    return Kit::Await(loop_, programs_.Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
   }
   bool Works() {
     const ProgramResult result = Run(hello_);
@@ -40,7 +42,7 @@ class ChildProgramsHostTest : public testing::Test {
     if (Run(waiting_, 20).ended || programs_.LeftOver() != 1) return false;
     gate_.Open();
     return Kit::Eventually([this] {
-      world_.Advance(1000);
+      world_.Skip(1000);
       loop_.RunOnce(0);
       return programs_.LeftOver() == 0;
     });
@@ -48,9 +50,10 @@ class ChildProgramsHostTest : public testing::Test {
 
   Kit::TemporaryTree tree_;
   Kit::Gate gate_{tree_};
-  Kit::FakeWorld world_;
+  Kit::SkippingWorld world_;
   EventLoop loop_{world_};
-  ChildPrograms programs_{loop_};
+  Workers workers_{loop_};
+  ChildPrograms programs_{loop_, workers_};
   std::string hello_ = Kit::WriteProgram(tree_, "hello", "echo hello");
   std::string waiting_ = Kit::WriteProgram(tree_, "waiting", "read go < $here/gate");
 };
@@ -155,7 +158,8 @@ TEST_F(ChildProgramsHostTest, ALackOfDescriptorsIsReportedAndPasses) {
     ProgramResult result;
     {
       const Kit::DescriptorFamine famine(c.left);
-      result = RunNow(
+      result = Kit::Await(
+          loop_,
           programs_.Run({.file = "/bin/echo", .arguments = {"fed"}, .waitMilliseconds = 20'000, .outputLimit = 1024}));
     }
     EXPECT_EQ(result.failure, c.failure) << c.why;
@@ -175,10 +179,10 @@ TEST_F(ChildProgramsHostTest, AHostMayHaveClosedItsStandardDescriptors) {
         if ((closed >> each & 1U) != 0) close(each);
       }
       const std::size_t before = Kit::CountDescriptors();
-      const ProgramResult result = RunNow(programs_.Run({.file = "/usr/bin/readlink",
-                                                         .arguments = {"/proc/self/fd/0", "/proc/self/fd/2"},
-                                                         .waitMilliseconds = 20'000,
-                                                         .outputLimit = 1024}));
+      const ProgramResult result = Kit::Await(loop_, programs_.Run({.file = "/usr/bin/readlink",
+                                                                    .arguments = {"/proc/self/fd/0", "/proc/self/fd/2"},
+                                                                    .waitMilliseconds = 20'000,
+                                                                    .outputLimit = 1024}));
       if (result.output != "/dev/null\n/dev/null\n") return 1;
       return Kit::CountDescriptors() == before && Works() ? 0 : 2;
     });

@@ -8,9 +8,11 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildPrograms.h"
+#include "platform/tasks/Workers.h"
+#include "tests/kit/Await.h"
 #include "tests/kit/Descriptors.h"
-#include "tests/kit/FakeWorld.h"
 #include "tests/kit/Programs.h"
+#include "tests/kit/SkippingWorld.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer {
@@ -23,14 +25,15 @@ constexpr std::int64_t kLong = 20'000;  // milliseconds; nothing here takes that
 class ChildProgramsTest : public testing::Test {
  protected:
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = kLong, std::size_t outputLimit = 1024) {
-    return RunNow(programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = outputLimit}));
+    return Kit::Await(loop_,
+                      programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = outputLimit}));
   }
   std::string Write(const char* name, const std::string& script) { return Kit::WriteProgram(tree_, name, script); }
   bool Exists(const char* name) const { return std::filesystem::exists(tree_.Path() / name); }
 
   // Lets a second of the loop's clock pass and tells whether nobody is left over.
   bool NobodyIsLeft() {
-    world_.Advance(1000);
+    world_.Skip(1000);
     loop_.RunOnce(0);
     return programs_->LeftOver() == 0;
   }
@@ -44,9 +47,10 @@ class ChildProgramsTest : public testing::Test {
 
   Kit::TemporaryTree tree_;
   Kit::Gate gate_{tree_};
-  Kit::FakeWorld world_;
+  Kit::SkippingWorld world_;
   EventLoop loop_{world_};
-  std::unique_ptr<ChildPrograms> programs_ = std::make_unique<ChildPrograms>(loop_);
+  Workers workers_{loop_};
+  std::unique_ptr<ChildPrograms> programs_ = std::make_unique<ChildPrograms>(loop_, workers_);
 };
 
 void ExpectEnded(const ProgramResult& result, const std::string& output) {
@@ -83,11 +87,12 @@ TEST_F(ChildProgramsTest, ReportsHowAProgramEnded) {
 }
 
 TEST_F(ChildProgramsTest, HandsOnArgumentsAndEnvironment) {
-  const ProgramResult result = RunNow(programs_->Run({.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
-                                                      .arguments = {"a=1", "; echo x", "", "$(id)"},
-                                                      .environment = {{"QUERY_STRING", "a=1&b=`id`"}},
-                                                      .waitMilliseconds = kLong,
-                                                      .outputLimit = 1024}));
+  const ProgramResult result =
+      Kit::Await(loop_, programs_->Run({.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
+                                        .arguments = {"a=1", "; echo x", "", "$(id)"},
+                                        .environment = {{"QUERY_STRING", "a=1&b=`id`"}},
+                                        .waitMilliseconds = kLong,
+                                        .outputLimit = 1024}));
   ExpectEnded(result, "<a=1><; echo x><><$(id)><a=1&b=`id`>");
 }
 
@@ -110,8 +115,10 @@ TEST_F(ChildProgramsTest, AHundredLeaveNoChildAndNoDescriptor) {
   const std::size_t descriptors = Kit::CountDescriptors();
   for (int i = 0; i < 100; ++i) {
     const std::string number = std::to_string(i);
-    const ProgramResult result = RunNow(programs_->Run(
-        {.file = program, .environment = {{"NUMBER", number}}, .waitMilliseconds = kLong, .outputLimit = 100}));
+    const ProgramResult result = Kit::Await(
+        loop_,
+        programs_->Run(
+            {.file = program, .environment = {{"NUMBER", number}}, .waitMilliseconds = kLong, .outputLimit = 100}));
     ExpectEnded(result, number + "\n");
     ASSERT_TRUE(Kit::HasNoChild()) << i;
   }
@@ -209,7 +216,7 @@ TEST_F(ChildProgramsTest, ChildrenOfADestroyedObjectAreNotCountedAndAreCollected
   const std::size_t descriptors = Kit::CountDescriptors();
   programs_ = nullptr;
   EXPECT_EQ(Kit::CountDescriptors(), descriptors);
-  programs_ = std::make_unique<ChildPrograms>(loop_);
+  programs_ = std::make_unique<ChildPrograms>(loop_, workers_);
   EXPECT_EQ(programs_->LeftOver(), 0u);
   EXPECT_FALSE(Kit::HasNoChild());
   gate_.Open();
@@ -219,8 +226,10 @@ TEST_F(ChildProgramsTest, ChildrenOfADestroyedObjectAreNotCountedAndAreCollected
 
 TEST_F(ChildProgramsTest, TheRealClockCollectsThemToo) {
   EventLoop loop;
-  ChildPrograms programs(loop);
-  EXPECT_FALSE(RunNow(programs.Run({.file = Write("program", "read go < $here/gate"), .waitMilliseconds = 0})).ended);
+  Workers workers(loop);
+  ChildPrograms programs(loop, workers);
+  EXPECT_FALSE(
+      Kit::Await(loop, programs.Run({.file = Write("program", "read go < $here/gate"), .waitMilliseconds = 0})).ended);
   gate_.Open();
   for (int turn = 0; turn < 100 && programs.LeftOver() > 0; ++turn) loop.RunOnce(100);
   EXPECT_EQ(programs.LeftOver(), 0u);

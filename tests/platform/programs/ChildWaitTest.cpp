@@ -14,9 +14,12 @@
 #include <limits>
 #include <string>
 
+#include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildWait.h"
 #include "platform/programs/StartChild.h"
+#include "platform/programs/TimeLimit.h"
 #include "platform/world/UniqueDescriptor.h"
+#include "tests/kit/Await.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Programs.h"
 #include "tests/kit/Signals.h"
@@ -42,8 +45,16 @@ class ChildWaitTest : public testing::Test {
     child_ = StartChild({.file = Kit::WriteProgram(tree_, "program", script)}, nothing.Get(), writeEnd.Get()).number;
     ASSERT_GT(child_, 0);
   }
-  ProgramResult Wait(std::int64_t milliseconds, std::size_t limit = kPlenty) const {
-    return WaitForChild(child_, readEnd_.Get(), milliseconds, limit);
+  Task<ProgramResult> Waiting(int output, std::int64_t milliseconds, std::size_t limit) {
+    TimeLimit time(loop_, milliseconds);
+    ChildWait wait(loop_, child_, output, limit, time);
+    co_return co_await wait;
+  }
+  ProgramResult WaitAndRead(int output, std::int64_t milliseconds, std::size_t limit) {
+    return Kit::Await(loop_, Waiting(output, milliseconds, limit));
+  }
+  ProgramResult Wait(std::int64_t milliseconds, std::size_t limit = kPlenty) {
+    return WaitAndRead(readEnd_.Get(), milliseconds, limit);
   }
   bool Exists(const char* name) const { return std::filesystem::exists(tree_.Path() / name); }
 
@@ -55,6 +66,7 @@ class ChildWaitTest : public testing::Test {
 
   Kit::TemporaryTree tree_;
   Kit::Gate gate_{tree_};
+  EventLoop loop_;
   UniqueDescriptor readEnd_{-1};
   pid_t child_ = -1;
 };
@@ -202,7 +214,7 @@ TEST_F(ChildWaitTest, AnEndlessOutputIsNotReadAfterTheEndOfTheChild) {
   Start(":");
   ASSERT_EQ(waitpid(child_, nullptr, 0), child_);
   const UniqueDescriptor endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  const ProgramResult waited = WaitForChild(child_, endless.Get(), kLongWait, 100'000'000);
+  const ProgramResult waited = WaitAndRead(endless.Get(), kLongWait, 100'000'000);
   child_ = -1;
   EXPECT_TRUE(waited.ended);
   EXPECT_GE(waited.output.size(), 1'000'000u) << "as much as a pipe may hold";
@@ -236,7 +248,7 @@ TEST_F(ChildWaitTest, SignalsOfTheHostDoNotShortenTheWait) {
 TEST_F(ChildWaitTest, AFailedReadIsReported) {
   Start("read go < $here/gate");
   const UniqueDescriptor folder(open(tree_.Text().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const ProgramResult waited = WaitForChild(child_, folder.Get(), kLongWait, kPlenty);
+  const ProgramResult waited = WaitAndRead(folder.Get(), kLongWait, kPlenty);
   EXPECT_EQ(waited.error, EISDIR);
   EXPECT_FALSE(waited.ended);
 }

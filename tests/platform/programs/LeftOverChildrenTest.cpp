@@ -5,6 +5,7 @@
 #include <csignal>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/LeftOverChildren.h"
@@ -43,8 +44,9 @@ class HeldChild {
 class LeftOverChildrenTest : public testing::Test {
  protected:
   static void Add(LeftOverChildren& list, const HeldChild& child) {
-    list.MakeRoom();
-    list.Add(child.Number());
+    OwnedChild owned;
+    owned.Own(child.Number());
+    list.Add(std::move(owned));
   }
   // One second of the loop's clock.
   void Tick() {
@@ -111,15 +113,6 @@ TEST_F(LeftOverChildrenTest, OneThatTheHostCollectedIsForgotten) {
   ASSERT_EQ(waitpid(child.Number(), nullptr, 0), child.Number());
   list_->Collect();
   EXPECT_EQ(list_->Count(), 0u);
-}
-
-TEST_F(LeftOverChildrenTest, RoomIsMadeOnceHoweverOftenItIsAskedFor) {
-  HeldChild child;
-  list_->MakeRoom();
-  Add(*list_, child);
-  EXPECT_EQ(list_->Count(), 1u);
-  child.End();
-  list_->Collect();
 }
 
 // ---- Children of an object that has died.
