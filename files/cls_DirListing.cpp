@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 #include <string_view>
 
-#include "platform/files/DirectoryReader.h"
+#include "platform/files/FolderPass.h"
+#include "platform/tasks/Turns.h"
 #include "platform/world/Error.h"
 #include "support/Dates.h"
 #include "support/Text.h"
@@ -79,6 +81,14 @@ constexpr std::size_t kHourAt = 28, kMinuteAt = 31, kSecondAt = 34;
 
 constexpr std::size_t kUsualPageBytes = 16 * 1024;  // room for some fifty rows
 constexpr std::size_t kUsualRowBytes = 224;         // without the folder's own address, for names of 20 bytes
+// What a row takes at most without the folder's own address: the name of 255 bytes twice, encoded once, and the rest.
+constexpr std::size_t kMaxRowBytes = 255 * 4 + 256;
+
+// What is done between two looks at the clock takes some 50 us: ten entries, of 2 to 5 us each, or a hundred and sixty
+// names that the folder itself says are not wanted, or rows of 64 KiB. A link takes as long by itself.
+constexpr int kEffortOfEntry = 16;
+constexpr int kEffortAtOnce = 160;
+constexpr std::size_t kBytesAtOnce = 64 * 1024;
 
 void AppendParentRow(std::string& page, std::string_view urlPath) {
   const std::size_t slash = urlPath.rfind('/');
@@ -141,7 +151,30 @@ bool Fits(std::string& page, std::size_t start, std::size_t limit) {
 
 }  // namespace
 
+// A pass over the folder for one kind of row.
+class cls_DirListing::Pass {
+ public:
+  Pass(const cls_DirListing& listing, const Rows& rowsToMake, EntryKind kindOfRows, Turns* turns)
+      : rows(rowsToMake),
+        kind(kindOfRows),
+        entries(listing.directory_, kindOfRows, listing.names_, turns),
+        end(listing.fileInfo_, kindOfRows == EntryKind::kDirectory ? kSizeOfFolder : kSizeOfFileEnd) {
+    rows.Expect(entries.ExpectedEntries());
+  }
+
+  const Rows& rows;
+  const EntryKind kind;
+  FolderPass entries;
+  RowEnd end;
+  std::int32_t left = kMaxEntries;
+};
+
 std::string cls_DirListing::GetDirListing(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName) {
+  return RunNow(ListInTurns(LocalDir, UrlPath, ServerName, nullptr)).value_or(std::string());
+}
+
+Task<std::optional<std::string>> cls_DirListing::ListInTurns(std::string& LocalDir, std::string& UrlPath,
+                                                             const std::string& ServerName, Turns* turns) {
   if (!LocalDir.ends_with('\\')) LocalDir += '\\';
   const std::string heading = ServerName + " - " + UrlPath;
   std::string page;
@@ -149,22 +182,29 @@ std::string cls_DirListing::GetDirListing(std::string& LocalDir, std::string& Ur
   page.append(kBeforeTitle).append(heading).append(kBeforeHeading).append(heading).append(kBehindHeading);
   if (UrlPath.ends_with('/')) UrlPath.pop_back();
   AppendParentRow(page, UrlPath);
-  const Rows rows(page, LocalDir, UrlPath, kMaxListingBytes - kEnd.size());
-  AppendSubDirectories(rows);
-  AppendFiles(rows);
-  return page.append(kEnd);
+  Rows rows(page, LocalDir, UrlPath, kMaxListingBytes - kEnd.size());
+  NameSet shown;
+  if (turns != nullptr) rows.shown = &shown;
+  auto folders = AppendInTurns(rows, EntryKind::kDirectory, turns);
+  if (!co_await folders) co_return std::nullopt;
+  auto files = AppendInTurns(rows, EntryKind::kFile, turns);
+  if (!co_await files) co_return std::nullopt;
+  page.append(kEnd);
+  co_return std::move(page);
 }
 
 std::string cls_DirListing::ListSubDirectories(std::string& LocalDir, std::string& UrlPath, const std::string&) {
-  std::string rows;
-  AppendSubDirectories(Rows(rows, LocalDir, UrlPath, kMaxListingBytes));
-  return rows;
+  std::string page;
+  const Rows rows(page, LocalDir, UrlPath, kMaxListingBytes);
+  RunNow(AppendInTurns(rows, EntryKind::kDirectory, nullptr));
+  return page;
 }
 
 std::string cls_DirListing::ListFiles(std::string& LocalDir, std::string& UrlPath, const std::string&) {
-  std::string rows;
-  AppendFiles(Rows(rows, LocalDir, UrlPath, kMaxListingBytes));
-  return rows;
+  std::string page;
+  const Rows rows(page, LocalDir, UrlPath, kMaxListingBytes);
+  RunNow(AppendInTurns(rows, EntryKind::kFile, nullptr));
+  return page;
 }
 
 cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most)
@@ -172,55 +212,108 @@ cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view folder, std::
   begin.append(kRowBegin).append(urlPath).append("/");
 }
 
+// A string moves its bytes whenever it grows. One that outgrows a small page gets room for the longest there is, which
+// takes no memory before it is written to. Where the system does not give so much, it grows as strings do.
+void cls_DirListing::Rows::MakeRoom(std::size_t bytes) const {
+  const std::size_t wanted = page.size() + bytes;
+  if (wanted <= page.capacity()) return;
+  const std::size_t doubled = std::max(wanted, 2 * page.capacity());
+  if (doubled <= kMovedAtMost) {
+    page.reserve(doubled);
+    return;
+  }
+  try {
+    page.reserve(std::max(wanted, kMaxListingBytes + begin.size() + kMaxRowBytes));
+  } catch (const std::bad_alloc&) {
+    page.reserve(wanted);
+  }
+}
+
 void cls_DirListing::Rows::Expect(std::size_t entries) const {
-  const std::size_t bytes = page.size() + entries * (begin.size() + kUsualRowBytes) + kEnd.size();
-  page.reserve(std::min(bytes, kMaxListingBytes));
+  const std::size_t left = kMaxListingBytes - std::min(page.size(), kMaxListingBytes);
+  MakeRoom(std::min(entries * (begin.size() + kUsualRowBytes) + kEnd.size(), left));
 }
 
-void cls_DirListing::AppendSubDirectories(const Rows& rows) {
-  DirectoryReader folders(directory_, EntryKind::kDirectory, names_);
-  RowEnd end(fileInfo_, kSizeOfFolder);
-  rows.Expect(folders.ExpectedEntries());
-  std::int32_t left = kMaxEntries;
-  while (const auto entry = folders.Next()) {
-    if (left-- == 0) return;
-    if (entry->name.starts_with('.') || !IsListed(*entry)) continue;
-    fileInfo_.SetEntry(rows.localDir, entry->name, entry->facts);
-    const std::size_t start = rows.page.size();
-    rows.page.append(rows.begin).append(URLEncode(entry->name, false)).append(">").append(entry->name);
-    rows.page.append(kNameEnd).append(end.For(entry->facts));
-    if (!Fits(rows.page, start, rows.limit)) return;
+Task<bool> cls_DirListing::AppendInTurns(const Rows& rows, EntryKind kind, Turns* turns) {
+  Pass pass(*this, rows, kind, turns);
+  for (;;) {
+    const Stretch stretch = AppendSome(pass);
+    if (stretch == Stretch::kEnd) co_return MayGoOn(rows);
+    if (stretch == Stretch::kMustFetch) {
+      auto fetched = pass.entries.Fetch();
+      co_await fetched;
+    } else if (stretch == Stretch::kLink) {
+      auto served = LinkIsServed(std::string(pass.entries.Entry().name), pass.entries.Entry().facts.identity);
+      const bool isServed = co_await served;
+      if (isServed && !AppendRow(pass)) co_return MayGoOn(rows);
+    }
+    if (!MayGoOn(rows)) co_return false;
+    if (turns != nullptr && turns->TimeIsUp()) {
+      auto next = turns->Next();
+      co_await next;
+    }
   }
 }
 
-void cls_DirListing::AppendFiles(const Rows& rows) {
-  DirectoryReader files(directory_, EntryKind::kFile, names_);
-  RowEnd end(fileInfo_, kSizeOfFileEnd);
-  rows.Expect(files.ExpectedEntries());
-  std::int32_t left = kMaxEntries;
-  while (const auto entry = files.Next()) {
-    if (left-- == 0) return;
-    if (entry->name == rules_.authFileName || entry->facts.identity == rules_.neverListed || !IsListed(*entry))
+// As much as is done between two looks at the clock. kLink: the entry is a link that is to be asked about.
+cls_DirListing::Stretch cls_DirListing::AppendSome(Pass& pass) {
+  const std::size_t mostBytes = pass.rows.page.size() + kBytesAtOnce;
+  for (int effort = 0; effort < kEffortAtOnce && pass.rows.page.size() < mostBytes;) {
+    const auto step = pass.entries.Advance();
+    if (!step) return Stretch::kMustFetch;
+    if (step == DirectoryReader::Step::kEnd) return Stretch::kEnd;
+    effort += step == DirectoryReader::Step::kSkipped ? 1 : kEffortOfEntry;
+    if (step != DirectoryReader::Step::kEntry) continue;
+    if (pass.left-- == 0) return Stretch::kEnd;
+    const DirectoryEntry& entry = pass.entries.Entry();
+    if (!IsListed(entry, pass.kind)) continue;
+    if (entry.isLink) {
+      if (MayAskOfLink()) return Stretch::kLink;
       continue;
-    fileInfo_.SetEntry(rows.localDir, entry->name, entry->facts);
-    if (fileInfo_.attrHidden()) continue;
-    const std::size_t start = rows.page.size();
-    rows.page.append(rows.begin).append(entry->name).append(">").append(entry->name).append(kNameEnd);
-    rows.page.append(fileInfo_.FormatFileSize(fileInfo_.FileSize())).append(end.For(entry->facts));
-    if (!Fits(rows.page, start, rows.limit)) return;
+    }
+    if (!AppendRow(pass)) return Stretch::kEnd;
   }
+  return Stretch::kMore;
+}
+
+bool cls_DirListing::IsListed(const DirectoryEntry& entry, EntryKind kind) const {
+  if (kind == EntryKind::kDirectory) return !entry.name.starts_with('.');
+  return entry.name != rules_.authFileName && entry.facts.identity != rules_.neverListed;
+}
+
+// The row of the entry that the pass is at, unless it is hidden or has one. False when it would pass the limit: it is
+// then left out.
+bool cls_DirListing::AppendRow(Pass& pass) {
+  const Rows& rows = pass.rows;
+  const DirectoryEntry& entry = pass.entries.Entry();
+  const bool isFolder = pass.kind == EntryKind::kDirectory;
+  fileInfo_.SetEntry(rows.localDir, entry.name, entry.facts);
+  if (!isFolder && fileInfo_.attrHidden()) return true;
+  if (rows.shown != nullptr && !rows.shown->Add(entry.name)) return true;
+  rows.MakeRoom(rows.begin.size() + kMaxRowBytes);
+  const std::size_t start = rows.page.size();
+  rows.page.append(rows.begin);
+  isFolder ? rows.page.append(URLEncode(entry.name, false)) : rows.page.append(entry.name);
+  rows.page.append(">").append(entry.name).append(kNameEnd);
+  if (!isFolder) rows.page.append(fileInfo_.FormatFileSize(fileInfo_.FileSize()));
+  rows.page.append(pass.end.For(entry.facts));
+  return Fits(rows.page, start, rows.limit);
 }
 
 // A link that cannot be followed just now, for want of descriptors, is not listed.
-bool cls_DirListing::IsListed(const DirectoryEntry& entry) {
-  if (!entry.isLink) return true;
-  if (links_ == kMaxLinks) return false;
+Task<bool> cls_DirListing::LinkIsServed(std::string name, FileIdentity target) {
   ++links_;
   try {
-    return rules_.linkIsServed && rules_.linkIsServed(std::string(entry.name), entry.facts.identity);
+    auto served = rules_.linkIsServed(std::move(name), target);
+    co_return co_await served;
   } catch (const Error&) {
-    return false;
+    co_return false;
   }
+}
+
+bool cls_DirListing::MayGoOn(const Rows& rows) const {
+  const std::size_t namesBytes = rows.shown != nullptr ? rows.shown->Bytes() : 0;
+  return !mayHold_ || mayHold_(rows.page.size() + namesBytes);
 }
 
 }  // namespace TesselServer

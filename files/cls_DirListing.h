@@ -3,10 +3,15 @@
 // kept: names are shown in the page as they are on disk, neither escaped nor, in the links of files, encoded. Who may
 // name a file in a served folder may put markup into its listing.
 //
-// Thread:    the host's thread only. Reads two passes over the folder, which hold the thread: see kMaxListingBytes.
-// Ownership: keeps references to the world and the open folder, and shares the names.
-// Errors:    none; a folder that cannot be read has no rows, an entry that vanishes is left out. The page has no error
-//            text.
+// A page that is made in turns of the loop shows each name once at most, and of what changes meanwhile this or that:
+// every row is whole, and true of the moment it was made.
+//
+// Thread:    the host's thread only. GetDirListing and the calls for one kind of rows hold it through two passes over
+//            the folder (see kMaxListingBytes); ListInTurns for some 50 us at a time.
+// Ownership: keeps references to the world and the open folder, and shares the names. A task of its own is destroyed
+//            before it.
+// Errors:    none but those of memory running out; a folder that cannot be read has no rows, an entry that vanishes is
+//            left out. The page has no error text.
 #pragma once
 
 #include <cstddef>
@@ -19,11 +24,14 @@
 #include <utility>
 
 #include "files/CFileInfo.h"
+#include "files/NameSet.h"
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
 class FolderRecord;
+class Turns;
 class World;
 struct DirectoryEntry;
 
@@ -36,9 +44,10 @@ struct ListingRules {
   // This file, whatever its name.
   std::optional<FileIdentity> neverListed;
 
-  // Links for which this returns false are not listed: given the link's name in the folder and its target, it says
-  // whether a request for the link would be served. Without it no link is listed, since the target may lie anywhere.
-  std::function<bool(const std::string& name, const FileIdentity& target)> linkIsServed;
+  // Links for which this says false are not listed: given the link's name in the folder and its target, it says whether
+  // a request for the link would be served. Without it no link is listed, since the target may lie anywhere. For a
+  // listing that is made in the call it must not have to wait.
+  std::function<Task<bool>(std::string name, FileIdentity target)> linkIsServed;
 };
 
 //   cls_DirListing listing(world, found.file, {"htaccess.txt", {}, {}});
@@ -59,11 +68,23 @@ class cls_DirListing {
   cls_DirListing(const World& world, const OpenFile& directory, ListingRules rules,
                  std::shared_ptr<FolderRecord> names = nullptr)
       : directory_(directory), rules_(std::move(rules)), names_(std::move(names)), fileInfo_(world) {}
+  cls_DirListing(const cls_DirListing&) = delete;
+  cls_DirListing& operator=(const cls_DirListing&) = delete;
+
+  // From here on a page of ListInTurns is only made as long as `mayHold` allows: it is asked again and again, with the
+  // bytes of memory that the page takes by now.
+  void MayHold(std::function<bool(std::size_t bytes)> mayHold) { mayHold_ = std::move(mayHold); }
 
   // The whole page. `LocalDir`, the folder's full path, gets a "\" at its end unless it has one. `UrlPath`, the path of
   // the URL as the client sent it, loses one "/" at its end when it has one; the title shows it as it came.
   // `ServerName` is shown in title and heading.
   std::string GetDirListing(std::string& LocalDir, std::string& UrlPath, const std::string& ServerName);
+
+  // As GetDirListing, in turns of the loop; `turns` nullptr: in the call. The arguments and this outlive the task. A
+  // link is followed, and a folder on a disk that may wait is read, beside the loop. Nothing where MayHold did not
+  // allow it.
+  Task<std::optional<std::string>> ListInTurns(std::string& LocalDir, std::string& UrlPath,
+                                               const std::string& ServerName, Turns* turns);
 
   // The rows for sub-folders: those whose name does not begin with ".", hidden ones too, in the order of the system.
   // Their links are `UrlPath`, "/" and the encoded name. For `LocalDir` and `UrlPath` as GetDirListing leaves them,
@@ -79,22 +100,33 @@ class cls_DirListing {
   struct Rows {
     Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most);
 
-    // Makes room for the rows of so many entries, as far as they may go.
+    // Makes room for so many bytes, and for the rows of so many entries, as far as they may go. No more than
+    // kMovedAtMost bytes of the page are ever moved for it.
+    static constexpr std::size_t kMovedAtMost = 256 * 1024;
+    void MakeRoom(std::size_t bytes) const;
     void Expect(std::size_t entries) const;
 
     std::string& page;
     std::string_view localDir;
-    std::string begin;  // of each row, up to the entry's own address
-    std::size_t limit;  // length of `page` that no row may pass
+    std::string begin;         // of each row, up to the entry's own address
+    std::size_t limit;         // length of `page` that no row may pass
+    NameSet* shown = nullptr;  // the names that have a row; null where the folder is read in the call
   };
+  class Pass;
+  enum class Stretch { kMore, kLink, kMustFetch, kEnd };
 
-  void AppendSubDirectories(const Rows& rows);
-  void AppendFiles(const Rows& rows);
-  bool IsListed(const DirectoryEntry& entry);
+  Task<bool> AppendInTurns(const Rows& rows, EntryKind kind, Turns* turns);
+  Stretch AppendSome(Pass& pass);
+  bool IsListed(const DirectoryEntry& entry, EntryKind kind) const;
+  bool AppendRow(Pass& pass);
+  bool MayAskOfLink() const { return rules_.linkIsServed && links_ < kMaxLinks; }
+  Task<bool> LinkIsServed(std::string name, FileIdentity target);
+  bool MayGoOn(const Rows& rows) const;
 
   const OpenFile& directory_;
   ListingRules rules_;
   std::shared_ptr<FolderRecord> names_;
+  std::function<bool(std::size_t bytes)> mayHold_;
   CFileInfo fileInfo_;      // points at each entry in turn
   std::int32_t links_ = 0;  // how many have been examined
 };

@@ -6,6 +6,7 @@ set(SOURCES
   files/FileStamp.cpp
   files/FileSystem.cpp
   files/FolderCache.cpp
+  files/FolderPass.cpp
   files/FolderRecord.cpp
   files/FolderStream.cpp
   files/NeighbourFile.cpp

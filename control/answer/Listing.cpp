@@ -1,35 +1,63 @@
 #include "control/answer/Listing.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "control/answer/SlotTarget.h"
 #include "files/cls_DirListing.h"
+#include "platform/tasks/Turns.h"
 
 namespace TesselServer {
 
 namespace {
 
-ListingRules RulesFor(ControlState& state, const std::string& folder) {
+// What decides whether a link is listed, as it was when the listing began.
+struct LinkRule {
+  std::shared_ptr<const RootFolder> root;
+  std::shared_ptr<const SecretFiles> secrets;
+  std::string folder;
+};
+
+Task<bool> IsServed(const LinkRule& rule, std::string name, FileIdentity target) {
+  const FoundEntry entry = rule.root->Find(rule.folder + "/" + name);
+  co_return entry.readable&& entry.file.Identity() == target && !rule.secrets->Contains(entry);
+}
+
+ListingRules RulesFor(ControlState& state, const LinkRule& links) {
   ListingRules rules;
   rules.authFileName = state.authFileName;
   const PathIdentity passwords = IdentifyPath(state.settings.AuthenticationSourceFile);
   if (passwords.state == PathIdentity::State::kFound) rules.neverListed = passwords.identity;
-  rules.linkIsServed = [root = state.Root(), secrets = state.Secrets(), folder](const std::string& name,
-                                                                                const FileIdentity& target) {
-    const FoundEntry entry = root->Find(folder + "/" + name);
-    return entry.readable && entry.file.Identity() == target && !secrets->Contains(entry);
+  rules.linkIsServed = [&links](std::string name, FileIdentity target) {
+    return IsServed(links, std::move(name), target);
   };
   return rules;
 }
 
 }  // namespace
 
-std::string ListingOf(ControlState& state, Slot& slot) {
-  cls_DirListing listing(state.world, slot.Target.file, RulesFor(state, slot.Target.name),
-                         state.Root()->NamesIn(slot.Target));
+Task<std::optional<std::string>> ListingInTurns(ControlState& state, Slot& slot, Turns* turns) {
+  const LinkRule links{state.Root(), state.Secrets(), slot.Target.name};
+  auto names = links.root->NamesIn(slot.Target);
+  ListingRules rules = RulesFor(state, links);
   std::string localDir = MappedFileOf(state, slot);
   std::string urlPath = slot.Fields().DocumentURI;
-  return listing.GetDirListing(localDir, urlPath, state.settings.ServerName);
+  const std::string serverName = state.settings.ServerName;
+  const OpenFile folder = std::move(slot.Target.file);
+  cls_DirListing listing(state.world, folder, std::move(rules), std::move(names));
+  if (turns != nullptr) {
+    listing.MayHold([&state, &slot](std::size_t bytes) {
+      return slot.PageMemory.Resize(state.pageMemory, static_cast<std::int64_t>(bytes));
+    });
+  }
+  auto page = listing.ListInTurns(localDir, urlPath, serverName, turns);
+  co_return co_await page;
+}
+
+std::string ListingOf(ControlState& state, Slot& slot) {
+  return RunNow(ListingInTurns(state, slot, nullptr)).value_or(std::string());
 }
 
 }  // namespace TesselServer

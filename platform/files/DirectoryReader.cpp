@@ -19,38 +19,55 @@ DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, st
   if (!stream_->IsOpen()) stream_.reset();
 }
 
+DirectoryReader::DirectoryReader(UniqueDescriptor directory, EntryKind wanted)
+    : own_(std::move(directory)), directory_(own_.Get()), wanted_(wanted), hasBegun_(false) {}
+
 DirectoryReader::~DirectoryReader() = default;
 
 std::size_t DirectoryReader::ExpectedEntries() const { return record_ ? record_->Count() : 0; }
 
 std::optional<DirectoryEntry> DirectoryReader::Next() {
-  if (record_) return NextRemembered();
-  if (!stream_) return std::nullopt;
-  while (const dirent* entry = stream_->Next()) {
-    if (auto described = Describe(entry->d_name, entry->d_type)) return described;
+  for (;;) {
+    const Step step = Advance();
+    if (step == Step::kEntry) return entry_;
+    if (step == Step::kEnd) return std::nullopt;
   }
-  return std::nullopt;
 }
 
-std::optional<DirectoryEntry> DirectoryReader::NextRemembered() {
-  while (next_ < record_->Count()) {
-    const std::size_t entry = next_++;
-    if (auto described = Describe(record_->Name(entry), record_->Type(entry))) return described;
-  }
-  return std::nullopt;
+std::vector<NamedEntry> DirectoryReader::NextBatch(std::size_t most) {
+  std::vector<NamedEntry> batch;
+  while (batch.size() < most && Next()) batch.push_back({std::string(entry_.name), entry_.facts, entry_.isLink});
+  return batch;
 }
 
-// Nothing when it is not what is wanted. Where the folder itself holds the type, no system call is needed.
-std::optional<DirectoryEntry> DirectoryReader::Describe(const char* name, unsigned char type) {
+DirectoryReader::Step DirectoryReader::Advance() {
+  if (record_) return AdvanceRemembered();
+  if (!hasBegun_) {
+    hasBegun_ = true;
+    stream_ = std::make_unique<FolderStream>(FolderStream::Of(directory_));
+  }
+  const dirent* const entry = stream_ ? stream_->Next() : nullptr;
+  return entry == nullptr ? Step::kEnd : Describe(entry->d_name, entry->d_type);
+}
+
+DirectoryReader::Step DirectoryReader::AdvanceRemembered() {
+  if (next_ == record_->Count()) return Step::kEnd;
+  const std::size_t entry = next_++;
+  return Describe(record_->Name(entry), record_->Type(entry));
+}
+
+// Where the folder itself holds the type, no system call is needed.
+DirectoryReader::Step DirectoryReader::Describe(const char* name, unsigned char type) {
   const unsigned char otherType = wanted_ == EntryKind::kFile ? DT_DIR : DT_REG;
-  if (type == otherType) return std::nullopt;
+  if (type == otherType) return Step::kSkipped;
   struct stat status;
-  if (fstatat(directory_, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  if (fstatat(directory_, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return Step::kAsked;
   const bool isLink = S_ISLNK(status.st_mode);
-  if (isLink && fstatat(directory_, name, &status, 0) != 0) return std::nullopt;
-  if (KindOf(status.st_mode) != wanted_) return std::nullopt;
+  if (isLink && fstatat(directory_, name, &status, 0) != 0) return Step::kAsked;
+  if (KindOf(status.st_mode) != wanted_) return Step::kAsked;
   const std::uint32_t kept = wanted_ == EntryKind::kFile ? KeptAttributes(name, status, isLink) : 0;
-  return DirectoryEntry{name, FactsOfStatus(status, kept), isLink};
+  entry_ = {name, FactsOfStatus(status, kept), isLink};
+  return Step::kEntry;
 }
 
 // Of the file that Describe looks at. Those of a link's target are asked for each time: it may lie anywhere. A single

@@ -3,9 +3,9 @@
 // Nothing is opened by name: facts are asked for through the folder's descriptor, so the pass stays in that folder
 // whatever happens to its path.
 //
-// Thread:    the host's thread only.
+// Thread:    any one at a time; with a record, the host's thread only.
 // Ownership: has a descriptor of its own as long as it lives, unless the names are remembered; the open folder must
-//            outlive it.
+//            outlive it, unless it was handed over.
 // Errors:    none; a folder that cannot be read, or has been removed, has no entries. An entry that vanishes during the
 //            pass is left out.
 #pragma once
@@ -16,9 +16,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/files/FileFacts.h"
 #include "platform/files/FileSystem.h"
+#include "platform/world/UniqueDescriptor.h"
 
 struct stat;
 
@@ -33,6 +35,13 @@ struct DirectoryEntry {
   bool isLink = false;    // its target may lie anywhere: the caller decides whether it may be shown
 };
 
+// An entry with a name of its own.
+struct NamedEntry {
+  std::string name;
+  FileFacts facts;
+  bool isLink = false;
+};
+
 //   DirectoryReader files(folder, EntryKind::kFile);
 //   while (const auto entry = files.Next()) Show(entry->name, entry->facts.size);
 class DirectoryReader {
@@ -40,11 +49,16 @@ class DirectoryReader {
   // Begins a pass for the entries of the kind `wanted`. The position of `directory` itself is not moved. The names come
   // from `record`, which has just been found valid (FolderCache::NamesOf); with nullptr the folder is read.
   DirectoryReader(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record = nullptr);
+
+  // A pass over the folder open as `directory`, which it takes over; begins with the first call, so that whoever makes
+  // it need not wait for the disk.
+  DirectoryReader(UniqueDescriptor directory, EntryKind wanted);
+
   DirectoryReader(const DirectoryReader&) = delete;
   DirectoryReader& operator=(const DirectoryReader&) = delete;
   ~DirectoryReader();
 
-  // False when the pass could not begin.
+  // False when the pass could not begin, or has not yet.
   bool IsOpen() const { return record_ != nullptr || stream_ != nullptr; }
 
   // How many entries of any kind there are, where it is known before the pass; else 0.
@@ -56,13 +70,31 @@ class DirectoryReader {
   // there are none.
   std::optional<DirectoryEntry> Next();
 
+  // As Next, one name at a time, since a folder may have any number of names that are not wanted.
+  enum class Step {
+    kEntry,    // it is wanted: see Entry
+    kAsked,    // it is not, and the system was asked for that
+    kSkipped,  // it is not, by what the folder itself says of it, which costs next to nothing
+    kEnd,      // there is none any more
+  };
+  Step Advance();
+
+  // After kEntry, until the next call.
+  const DirectoryEntry& Entry() const { return entry_; }
+
+  // The next entries, up to `most` of them; none at the end.
+  std::vector<NamedEntry> NextBatch(std::size_t most);
+
  private:
-  std::optional<DirectoryEntry> NextRemembered();
-  std::optional<DirectoryEntry> Describe(const char* name, unsigned char type);
+  Step AdvanceRemembered();
+  Step Describe(const char* name, unsigned char type);
   std::uint32_t KeptAttributes(const char* name, const struct stat& status, bool isLink);
 
+  UniqueDescriptor own_{-1};  // of the folder, where it was handed over
   int directory_;
   EntryKind wanted_;
+  bool hasBegun_ = true;
+  DirectoryEntry entry_;
   std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
   std::unique_ptr<FolderStream> stream_;            // and where it is not
   std::size_t next_ = 0;                            // in the record

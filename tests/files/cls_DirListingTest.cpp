@@ -243,9 +243,9 @@ TEST_F(cls_DirListingTest, LinksAreListedAsTheirTargetWhenTheyAreServed) {
   fs::create_symlink("/etc/passwd", At("outside"));
   EXPECT_THAT(LinksOfRoot(), IsEmpty()) << "nobody says that they are";
   std::vector<std::string> asked;
-  rules_.linkIsServed = [&asked](const std::string& name, const FileIdentity&) {
+  rules_.linkIsServed = [&asked](std::string name, FileIdentity) -> Task<bool> {
     asked.push_back(name);
-    return name != "outside";
+    co_return name != "outside";
   };
   const std::string page = Page("/");
   EXPECT_THAT(Links(page), ElementsAre("/folder>folder", "/file>file"));
@@ -257,7 +257,7 @@ TEST_F(cls_DirListingTest, LinksAreListedAsTheirTargetWhenTheyAreServed) {
 TEST_F(cls_DirListingTest, ALinkToTheFileThatIsNeverListedIsNotListed) {
   const std::string users = tree_.Write("users", "a:b");
   fs::create_symlink("../users", At("link"));
-  rules_.linkIsServed = [](const std::string&, const FileIdentity&) { return true; };
+  rules_.linkIsServed = [](std::string, FileIdentity) -> Task<bool> { co_return true; };
   rules_.neverListed = OpenPath(users).Identity();
   EXPECT_THAT(LinksOfRoot(), IsEmpty());
 }
@@ -265,8 +265,9 @@ TEST_F(cls_DirListingTest, ALinkToTheFileThatIsNeverListedIsNotListed) {
 TEST_F(cls_DirListingTest, ALinkThatCannotBeFollowedForWantOfDescriptorsIsLeftOut) {
   Write("file");
   fs::create_symlink("file", At("link"));
-  rules_.linkIsServed = [](const std::string&, const FileIdentity&) -> bool {
+  rules_.linkIsServed = [](std::string, FileIdentity) -> Task<bool> {
     throw Error(10024, "Too many open files.");
+    co_return true;
   };
   EXPECT_THAT(LinksOfRoot(), ElementsAre("/file>file"));
 }
@@ -370,7 +371,7 @@ TEST_F(cls_DirListingTest, FromRememberedNamesThePageIsTheSame) {
   Write("htaccess.txt");
   if (Kit::SetDosAttributes(At("a"), "0x0")) Kit::SetDosAttributes(At("htaccess.txt"), "0x2");
   fs::create_symlink("a", At("link"));
-  rules_.linkIsServed = [](const std::string&, const FileIdentity&) { return true; };
+  rules_.linkIsServed = [](std::string, FileIdentity) -> Task<bool> { co_return true; };
   world_.LetFilesSettle();
   FolderCache cache(folder_, world_);
   cache.NamesOf("", OpenPath(folder_).Descriptor());
