@@ -326,6 +326,12 @@ Task<Admission> Dispatch::AskAdmission(Call& call) {
   return AdmissionTo(call.slot.Target, SourceOf(state_), request.AuthUser, request.AuthPassword, &state_.turns);
 }
 
+Dispatch::Decision Dispatch::TooLarge() {
+  Decision decision;
+  decision.isTooLarge = true;
+  return decision;
+}
+
 Task<Dispatch::Decision> Dispatch::ErrorPage(Call& call, ErrorPageFor page) {
   auto making = call.record->ErrorPage(page.status, true);
   Answer answer = co_await making;
@@ -333,17 +339,19 @@ Task<Dispatch::Decision> Dispatch::ErrorPage(Call& call, ErrorPageFor page) {
 }
 
 Task<Dispatch::Decision> Dispatch::DirectoryAnswer(Call& call) {
-  std::string page = ListingOf(state_, call.slot);
-  const auto size = static_cast<std::int64_t>(page.size());
+  auto making = ListingOf(state_, call.slot);
+  std::optional<std::string> page = co_await making;
+  if (!page) co_return TooLarge();
+  const auto size = static_cast<std::int64_t>(page->size());
   std::string head = call.record->BuildHeader("200", size, "text/html", true, "");
-  co_return Decision{{std::move(head), std::move(page)}, "200", true};
+  co_return Decision{{std::move(head), std::move(*page)}, "200", true};
 }
 
 // Its text counts as memory for pages from here on: many may be in the making at once.
 Task<Dispatch::Decision> Dispatch::PageAnswer(Call& call) {
   FoundEntry& target = call.slot.Target;
   if (!call.slot.PageMemory.Resize(state_.pageMemory, call.record->PageBytes(target.file, target.name))) {
-    co_return Decision{{}, "", true, false, true};
+    co_return TooLarge();
   }
   const std::string file = MappedFileOf(state_, call.slot);
   RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);

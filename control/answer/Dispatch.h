@@ -76,6 +76,7 @@ class Dispatch {
   Decision HostAnswer(Call& call) const;
   Decision Challenge(const Call& call, std::string_view field) const;
 
+  static Decision TooLarge();
   Task<Admission> AskAdmission(Call& call);
   Task<Decision> ErrorPage(Call& call, ErrorPageFor page);
   Task<Decision> DirectoryAnswer(Call& call);

@@ -18,11 +18,16 @@ struct LinkRule {
   std::shared_ptr<const RootFolder> root;
   std::shared_ptr<const SecretFiles> secrets;
   std::string folder;
+  Turns* turns;
 };
 
 Task<bool> IsServed(const LinkRule& rule, std::string name, FileIdentity target) {
-  const FoundEntry entry = rule.root->Find(rule.folder + "/" + name);
-  co_return entry.readable&& entry.file.Identity() == target && !rule.secrets->Contains(entry);
+  // a link that the names of its folder would have to be read for is none that its own name leads to
+  const auto entry = rule.root->FindAtOnce(rule.folder + "/" + name);
+  if (!entry || !entry->readable || entry->file.Identity() != target) co_return false;
+  auto check = rule.secrets->ContainsInTurns(*entry, rule.turns);
+  const bool isSecret = co_await check;
+  co_return !isSecret;
 }
 
 ListingRules RulesFor(ControlState& state, const LinkRule& links) {
@@ -38,8 +43,9 @@ ListingRules RulesFor(ControlState& state, const LinkRule& links) {
 
 }  // namespace
 
-Task<std::optional<std::string>> ListingInTurns(ControlState& state, Slot& slot, Turns* turns) {
-  const LinkRule links{state.Root(), state.Secrets(), slot.Target.name};
+Task<std::optional<std::string>> ListingOf(ControlState& state, Slot& slot) {
+  Turns* const turns = &state.turns;
+  const LinkRule links{state.Root(), state.Secrets(), slot.Target.name, turns};
   auto names = links.root->NamesIn(slot.Target);
   ListingRules rules = RulesFor(state, links);
   std::string localDir = MappedFileOf(state, slot);
@@ -47,17 +53,11 @@ Task<std::optional<std::string>> ListingInTurns(ControlState& state, Slot& slot,
   const std::string serverName = state.settings.ServerName;
   const OpenFile folder = std::move(slot.Target.file);
   cls_DirListing listing(state.world, folder, std::move(rules), std::move(names));
-  if (turns != nullptr) {
-    listing.MayHold([&state, &slot](std::size_t bytes) {
-      return slot.PageMemory.Resize(state.pageMemory, static_cast<std::int64_t>(bytes));
-    });
-  }
+  listing.MayHold([&state, &slot](std::size_t bytes) {
+    return slot.PageMemory.Resize(state.pageMemory, static_cast<std::int64_t>(bytes));
+  });
   auto page = listing.ListInTurns(localDir, urlPath, serverName, turns);
   co_return co_await page;
-}
-
-std::string ListingOf(ControlState& state, Slot& slot) {
-  return RunNow(ListingInTurns(state, slot, nullptr)).value_or(std::string());
 }
 
 }  // namespace TesselServer

@@ -15,14 +15,9 @@
 
 namespace TesselServer {
 
-class Turns;
-
 // The page for the folder that is the slot's target. Password files and links that a request would not be served are
-// not listed. Made in turns it counts as a page on its way from the first row on (Slot::PageMemory): nothing when all
-// those pages together would become too large, and the client is to be told that the server is too busy.
-Task<std::optional<std::string>> ListingInTurns(ControlState& state, Slot& slot, Turns* turns);
-
-// The same in the call. What the page takes is not counted yet.
-std::string ListingOf(ControlState& state, Slot& slot);
+// not listed. It counts as a page on its way from the first row on (Slot::PageMemory): nothing when all those pages
+// together would become too large, and the client is then answered that the server is too busy.
+Task<std::optional<std::string>> ListingOf(ControlState& state, Slot& slot);
 
 }  // namespace TesselServer

@@ -41,7 +41,7 @@ struct ControlState {
         workers(eventLoop),
         turns(eventLoop, workers),
         sckWS(eventLoop, notifications),
-        programs(eventLoop),
+        programs(eventLoop, workers),
         tmrCheckConn(eventLoop),
         requestTemplate(world) {
     requestTemplate.TypeMemory(std::make_shared<ContentTypeMemory>());
