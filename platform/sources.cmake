@@ -1,4 +1,5 @@
 set(SOURCES
+  files/ContentsReading.cpp
   files/DirectoryReader.cpp
   files/DosAttributes.cpp
   files/FileCache.cpp
@@ -12,6 +13,7 @@ set(SOURCES
   files/NeighbourFile.cpp
   files/OpenPaths.cpp
   files/PathWalk.cpp
+  files/SlowDisk.cpp
   files/SpellingWalk.cpp
   loop/EventLoop.cpp
   loop/HostedDescriptor.cpp

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <new>
 #include <optional>
+#include <span>
 #include <utility>
 
+#include "platform/files/ContentsReading.h"
 #include "platform/files/FolderStream.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
@@ -100,23 +102,14 @@ std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int des
 }
 
 bool ReadWhole(int file, std::int64_t expected, std::int64_t limit, std::string& bytes) {
-  constexpr std::size_t kLeastRoom = 4096;
-  const auto most = static_cast<std::size_t>(std::max<std::int64_t>(limit, 0));
-  const auto usual = static_cast<std::size_t>(expected);
-  std::size_t length = 0;
-  // One byte more than is expected: where just that one stays empty the end was seen.
-  bytes.resize(std::min(usual, most) + 1);
-  for (;;) {
-    const ssize_t got = pread(file, bytes.data() + length, bytes.size() - length, static_cast<off_t>(length));
+  ContentsReading reading(bytes, expected, limit);
+  while (!reading.IsOver()) {
+    const std::span<char> room = reading.Room(std::string::npos);
+    const ssize_t got = pread(file, room.data(), room.size(), static_cast<off_t>(reading.Offset()));
     if (got < 0 && errno == EINTR) continue;
-    if (got > 0) length += static_cast<std::size_t>(got);
-    const bool isEnd = got == 0 || (length == usual && length < bytes.size());
-    if (isEnd || got < 0 || length > most) {
-      bytes.resize(std::min(length, most));
-      return isEnd && length <= most;
-    }
-    if (length == bytes.size()) bytes.resize(std::min(std::max(2 * length, kLeastRoom), most + 1));
+    reading.Took(got);
   }
+  return reading.IsWhole();
 }
 
 }  // namespace TesselServer

@@ -5,12 +5,15 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
+#include "platform/files/ContentsReading.h"
 #include "platform/files/FileCache.h"
 #include "platform/files/FolderCache.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
+#include "platform/files/SlowDisk.h"
 #include "platform/files/SpellingWalk.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
@@ -263,8 +266,27 @@ Task<PathIdentity> IdentifyInTurns(std::string path, Turns* turns) {
   co_return co_await otherwise;
 }
 
-Task<bool> ReadInTurns(const OpenFile& file, std::string& bytes, std::int64_t limit, Turns*) {
-  co_return file.ReadAll(bytes, limit);
+Task<bool> ReadInTurns(const OpenFile& file, std::string& bytes, std::int64_t limit, Turns* turns) {
+  if (turns == nullptr || file.Cached() != nullptr || file.Kind() != EntryKind::kFile) {
+    co_return file.ReadAll(bytes, limit);
+  }
+  ContentsReading reading(bytes, file.Size(), limit);
+  PatientReader reader(file.Descriptor(), *turns);
+  while (!reading.IsOver()) {
+    if (turns->TimeIsUp()) {
+      auto next = turns->Next();
+      co_await next;
+    }
+    const std::span<char> room = reading.Room(PatientReader::kPieceBytes);
+    ssize_t got = reader.ReadAtOnce(room.data(), room.size(), reading.Offset());
+    if (got == -EAGAIN) {
+      const std::span<char> more = reading.Room(PatientReader::kPieceBesideBytes);
+      auto beside = reader.ReadBeside(more.data(), more.size(), reading.Offset());
+      got = co_await beside;
+    }
+    reading.Took(got);
+  }
+  co_return reading.IsWhole();
 }
 
 }  // namespace TesselServer

@@ -20,43 +20,60 @@ std::shared_ptr<FolderRecord> FolderCache::Find(std::string_view folder) {
   return *known;
 }
 
-std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int descriptor, Use use) {
+FolderCache::Answer FolderCache::Ask(std::string_view folder, int descriptor, Use use) {
   const auto stamp = StampOfDescriptor(descriptor);
-  if (!stamp) return nullptr;
+  if (!stamp) return {};
+  const bool isAgain = records_.IsAskedAgain(folder, world_.MonotonicMilliseconds());
+  const auto* known = records_.Find(folder);
+  auto record = known != nullptr ? *known : nullptr;
+  if (record && record->ReadAs().Holds(stamp, world_)) {
+    record->UsedAt(world_.FileClockNanoseconds());
+    return {std::move(record), std::nullopt};
+  }
+  const bool isOfUse = use == Use::kListing || IsSettled(*stamp, world_.FileClockNanoseconds());
+  if (!isAgain || !isOfUse || HasNone(folder)) return {};
+  return {std::move(record), stamp};
+}
+
+std::shared_ptr<FolderRecord> FolderCache::NamesOf(std::string_view folder, int descriptor, Use use) {
   try {
-    const bool isAgain = records_.IsAskedAgain(folder, world_.MonotonicMilliseconds());
-    const auto* known = records_.Find(folder);
-    auto record = known != nullptr ? *known : nullptr;
-    if (!record || !record->ReadAs().Holds(stamp, world_)) {
-      const bool isOfUse = use == Use::kListing || IsSettled(*stamp, world_.FileClockNanoseconds());
-      if (!isAgain || !isOfUse || HasNone(folder)) return nullptr;
-      record = ReadAnew(folder, descriptor, *stamp, record.get());
-    }
-    if (record) record->UsedAt(world_.FileClockNanoseconds());
-    return record;
+    Answer known = Ask(folder, descriptor, use);
+    if (!known.toBeRead) return known.record;
+    return RunNow(ReadAnew(std::string(folder), descriptor, *known.toBeRead, std::move(known.record), nullptr));
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-Task<std::shared_ptr<FolderRecord>> FolderCache::NamesOfInTurns(std::string folder, int descriptor, Use use, Turns*) {
-  co_return NamesOf(folder, descriptor, use);
+Task<std::shared_ptr<FolderRecord>> FolderCache::NamesOfInTurns(std::string folder, int descriptor, Use use,
+                                                                Turns* turns) {
+  try {
+    Answer known = Ask(folder, descriptor, use);
+    if (!known.toBeRead) co_return std::move(known.record);
+    auto read = ReadAnew(std::move(folder), descriptor, *known.toBeRead, std::move(known.record), turns);
+    co_return co_await read;
+  } catch (const std::bad_alloc&) {
+    co_return nullptr;
+  }
 }
 
-std::shared_ptr<FolderRecord> FolderCache::ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
-                                                    const FolderRecord* before) {
-  if (before != nullptr && before->ReadAs().Stamp().identity != stamp.identity) before = nullptr;
+// Whatever others have made of the folder meanwhile, this is at least as good.
+Task<std::shared_ptr<FolderRecord>> FolderCache::ReadAnew(std::string folder, int descriptor, FileStamp stamp,
+                                                          std::shared_ptr<const FolderRecord> before, Turns* turns) {
+  if (before && before->ReadAs().Stamp().identity != stamp.identity) before = nullptr;
   std::shared_ptr<FolderRecord> record;
   if (KeepsChangeTimes(descriptor, ReadFrom::kNames)) {
-    record = FolderRecord::Read(descriptor, Reading(stamp, world_), before, maxBytes_);
+    auto read = FolderRecord::ReadInTurns(descriptor, Reading(stamp, world_), std::move(before), maxBytes_, turns);
+    record = co_await read;
   }
   if (record) {
+    record->UsedAt(world_.FileClockNanoseconds());
     records_.Put(folder, record, record->Bytes());
   } else {
     records_.Drop(folder);
     NoteThatItHasNone(folder);
   }
-  return record;
+  co_return record;
 }
 
 bool FolderCache::HasNone(std::string_view folder) {

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -66,8 +67,13 @@ class FolderCache {
   std::size_t Count() const { return records_.Count(); }
 
  private:
-  std::shared_ptr<FolderRecord> ReadAnew(std::string_view folder, int descriptor, const FileStamp& stamp,
-                                         const FolderRecord* before);
+  struct Answer {
+    std::shared_ptr<FolderRecord> record;  // the one to be used, or the last one before the folder is read
+    std::optional<FileStamp> toBeRead;     // what the folder is then
+  };
+  Answer Ask(std::string_view folder, int descriptor, Use use);
+  Task<std::shared_ptr<FolderRecord>> ReadAnew(std::string folder, int descriptor, FileStamp stamp,
+                                               std::shared_ptr<const FolderRecord> before, Turns* turns);
   bool HasNone(std::string_view folder);
   void NoteThatItHasNone(std::string_view folder);
 

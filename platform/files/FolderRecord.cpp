@@ -30,7 +30,7 @@ class FolderRecord::Heir {
     for (Number at = next_; at < end; ++at) {
       if (before_->Name(at) != name) continue;
       next_ = at + 1;
-      return before_->entries_[at];
+      return before_->At(at);
     }
     return {};
   }
@@ -42,43 +42,88 @@ class FolderRecord::Heir {
   Number next_ = 0;
 };
 
-std::shared_ptr<FolderRecord> FolderRecord::Read(int descriptor, const Reading& reading, const FolderRecord* before,
-                                                 std::size_t limit) {
-  FolderStream stream = FolderStream::Of(descriptor);
-  if (!stream.IsOpen()) return nullptr;
-  std::shared_ptr<FolderRecord> record(new FolderRecord(reading));
+Task<std::shared_ptr<FolderRecord>> FolderRecord::ReadInTurns(int descriptor, Reading reading,
+                                                              std::shared_ptr<const FolderRecord> before,
+                                                              std::size_t limit, Turns* turns) {
+  const auto stream = std::make_shared<FolderStream>(FolderStream::Of(descriptor));
+  if (!stream->IsOpen()) co_return nullptr;
+  const std::shared_ptr<FolderRecord> record(new FolderRecord(reading));
   record->takesOtherSpellings_ = TesselServer::TakesOtherSpellings(descriptor);
-  Heir heir(before);
-  while (const dirent* each = stream.Next()) {
-    const std::string_view name = each->d_name;
-    Entry entry = heir.Find(name);
-    entry.nameAt = static_cast<std::uint32_t>(record->names_.size());
-    entry.type = each->d_type;
-    record->names_.append(name).push_back('\0');
-    record->entries_.push_back(entry);
-    if (record->Bytes() > limit) return nullptr;
+  Heir heir(before.get());
+  for (;;) {
+    auto filled = FillInTurns(stream, turns);
+    const bool hasMore = co_await filled;
+    if (!hasMore) break;
+    while (const dirent* each = stream->NextOfBatch()) {
+      Entry entry = heir.Find(each->d_name);
+      entry.type = each->d_type;
+      record->Add(entry, each->d_name);
+      if (record->Bytes() > limit) co_return nullptr;
+    }
   }
-  if (!stream.EndedWell()) return nullptr;
-  record->names_.shrink_to_fit();
-  record->entries_.shrink_to_fit();
-  return record;
+  if (!stream->EndedWell()) co_return nullptr;
+  record->FitToSize();
+  co_return record;
+}
+
+void FolderRecord::Add(Entry entry, std::string_view name) {
+  entry.nameAt = AddName(name);
+  if (entries_.empty() || entries_.back().size() == kEntries) {
+    if (!entries_.empty()) fullBytes_ += kEntries * sizeof(Entry);
+    entries_.emplace_back();
+  }
+  entries_.back().push_back(entry);
+  ++count_;
+}
+
+// Where the name is: the number of its piece times kNameBytes, and its place there.
+std::uint32_t FolderRecord::AddName(std::string_view name) {
+  if (names_.empty() || names_.back().size() + name.size() + 1 > kNameBytes) {
+    if (!names_.empty()) {
+      names_.back().shrink_to_fit();
+      fullBytes_ += names_.back().capacity();
+    }
+    names_.emplace_back();
+  }
+  std::string& piece = names_.back();
+  const std::size_t at = (names_.size() - 1) * kNameBytes + piece.size();
+  piece.append(name).push_back('\0');
+  return static_cast<std::uint32_t>(at);
+}
+
+void FolderRecord::FitToSize() {
+  if (!names_.empty()) names_.back().shrink_to_fit();
+  if (!entries_.empty()) entries_.back().shrink_to_fit();
 }
 
 std::size_t FolderRecord::Bytes() const {
   constexpr std::size_t kHousekeeping = 192;  // what the cache needs to find it again
-  return sizeof *this + kHousekeeping + names_.capacity() + entries_.capacity() * sizeof(Entry) +
-         entries_.size() * sizeof(std::uint32_t);
+  const std::size_t lastNames = names_.empty() ? 0 : names_.back().capacity();
+  const std::size_t lastEntries = entries_.empty() ? 0 : entries_.back().capacity() * sizeof(Entry);
+  return sizeof *this + kHousekeeping + names_.capacity() * sizeof names_[0] +
+         entries_.capacity() * sizeof entries_[0] + fullBytes_ + lastNames + lastEntries +
+         count_ * sizeof(std::uint32_t);
+}
+
+bool FolderRecord::SortSome() {
+  if (IsSorted()) return true;
+  if (!sorting_) {
+    std::vector<std::uint32_t> numbers(count_);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    sorting_ = std::make_unique<SortInSteps<std::uint32_t>>(std::move(numbers));
+  }
+  const bool isSorted = sorting_->Step([this](std::uint32_t a, std::uint32_t b) {
+    const std::string_view one = Name(a), other = Name(b);
+    return EqualNoCase(one, other) ? one < other : LessNoCase(one, other);
+  });
+  if (!isSorted) return false;
+  sorted_ = sorting_->Take();
+  sorting_.reset();
+  return true;
 }
 
 std::string_view FolderRecord::FirstEqual(std::string_view name) {
-  if (!IsSorted()) {
-    std::vector<std::uint32_t> sorted(entries_.size());
-    std::iota(sorted.begin(), sorted.end(), 0);
-    std::sort(sorted.begin(), sorted.end(), [this](std::uint32_t a, std::uint32_t b) {
-      const std::string_view one = Name(a), other = Name(b);
-      return EqualNoCase(one, other) ? one < other : LessNoCase(one, other);
-    });
-    sorted_ = std::move(sorted);
+  while (!SortSome()) {
   }
   const auto place =
       std::lower_bound(sorted_.begin(), sorted_.end(), name,
@@ -87,7 +132,7 @@ std::string_view FolderRecord::FirstEqual(std::string_view name) {
 }
 
 std::optional<std::uint32_t> FolderRecord::Attributes(Number entry, const FileStamp& file) const {
-  const Entry& known = entries_[entry];
+  const Entry& known = At(entry);
   const bool isKnown = known.inode == file.identity.inode && known.changed == file.changed &&
                        file.identity.device == reading_.Stamp().identity.device;
   return isKnown ? std::optional(known.attributes) : std::nullopt;
@@ -95,7 +140,7 @@ std::optional<std::uint32_t> FolderRecord::Attributes(Number entry, const FileSt
 
 void FolderRecord::LearnAttributes(Number entry, const FileStamp& file, std::uint32_t attributes) {
   if (file.identity.device != reading_.Stamp().identity.device || !IsSettled(file, usedAt_)) return;
-  Entry& known = entries_[entry];
+  Entry& known = At(entry);
   known.inode = file.identity.inode;
   known.changed = file.changed;
   known.attributes = attributes;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -44,11 +45,13 @@ UniqueDescriptor FolderOfEntry(const OpenFile& entry) {
 }
 
 // The name in the folder that is `name` in another spelling, "" for none; nothing when the folder cannot be read.
-std::optional<std::string> OtherSpelling(int folder, std::string_view name) {
-  FolderStream names(
+Task<std::optional<std::string>> OtherSpelling(int folder, std::string name, Turns* turns) {
+  const auto names = std::make_shared<FolderStream>(
       UniqueDescriptor(OpenAnywhereOrRaise(folder, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC)));
-  std::string found = names.FirstEqual(name);
-  return names.EndedWell() ? std::optional(std::move(found)) : std::nullopt;
+  auto first = FirstEqualIn(names, std::move(name), turns);
+  std::string found = co_await first;
+  if (!names->EndedWell()) co_return std::nullopt;
+  co_return found;
 }
 
 NeighbourFile OpenNamed(int folder, const std::string& name, const struct stat& status) {
@@ -62,7 +65,7 @@ NeighbourFile FindBeside(const OpenFile& entry, const std::string& name) {
   return RunNow(FindBesideInTurns(entry, name, nullptr));
 }
 
-Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns*) {
+Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns* turns) {
   const UniqueDescriptor folder = FolderOfEntry(entry);
   if (!folder.IsOpen()) co_return NeighbourFile{State::kUnknown, {}};
   struct stat status;
@@ -70,7 +73,8 @@ Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, T
     co_return OpenNamed(folder.Get(), name, status);
   }
   if (errno != ENOENT) co_return NeighbourFile{State::kUnknown, {}};
-  const auto other = OtherSpelling(folder.Get(), name);
+  auto spelling = OtherSpelling(folder.Get(), name, turns);
+  const auto other = co_await spelling;
   if (!other) co_return NeighbourFile{State::kUnknown, {}};
   if (other->empty()) co_return NeighbourFile{State::kMissing, {}};
   if (fstatat(folder.Get(), other->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {

@@ -11,6 +11,7 @@
 #include "platform/files/FolderCache.h"
 #include "platform/files/FolderStream.h"
 #include "platform/files/SpellingWalk.h"
+#include "platform/tasks/Turns.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/UniqueDescriptor.h"
 
@@ -29,17 +30,28 @@ Task<std::string> FirstSpelling(OpenFunction open, int root, std::string path, s
       auto read = known->NamesOfInTurns(path, folder.Get(), FolderCache::Use::kLookUp, turns);
       names = co_await read;
     }
-    if (!names) co_return FolderStream(std::move(folder)).FirstEqual(name);
+    if (!names) {
+      auto first = FirstEqualIn(std::make_shared<FolderStream>(std::move(folder)), std::move(name), turns);
+      co_return co_await first;
+    }
+  }
+  while (!names->SortSome()) {
+    if (turns == nullptr || !turns->TimeIsUp()) continue;
+    auto next = turns->Next();
+    co_await next;
   }
   co_return std::string(names->FirstEqual(name));
 }
+
+// Names that are sorted in some microseconds.
+constexpr FolderRecord::Number kFewNames = 256;
 
 // Goes on as long as the names that it needs are remembered.
 SpellingWalk::State GoByMemory(SpellingWalk& walk, FolderCache* known) {
   auto state = walk.Go();
   while (state == SpellingWalk::State::kNeedsNames && known != nullptr) {
     const auto names = known->Find(walk.Folder());
-    if (!names || !names->IsSorted()) break;
+    if (!names || (!names->IsSorted() && names->Count() > kFewNames)) break;
     state = walk.GoOn(names->FirstEqual(walk.Wanted()));
   }
   return state;

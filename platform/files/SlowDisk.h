@@ -1,0 +1,66 @@
+// Which file systems may keep a reader waiting, and reading that does not wait in a turn of the loop.
+//
+// Of ext2 to ext4, xfs, btrfs, tmpfs and overlayfs the names in a folder are taken to be there at once: they are local,
+// and what is read of a folder is small. Every other file system (a network's, one in user space) may wait for each
+// call, as long as it likes. The contents of a file are asked for in a manner that says when they would have to be
+// waited for (RWF_NOWAIT, preadv2(2)), where the file system can; where it cannot, the same rule decides as for names.
+//
+// What may wait all the same: opening a path, and asking what is open, on such a file system below a root that does not
+// lie there itself, and the question on which file system something lies.
+//
+// Thread:    any for MayWait; the loop's thread for the class.
+// Ownership: descriptors stay the caller's.
+// Errors:    none; what cannot be determined may wait.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/tasks/Task.h"
+#include "platform/tasks/Turns.h"
+
+namespace TesselServer {
+
+// Whether reading what is open as `descriptor` may have to wait, and what lies at `path`. A path where nothing is does
+// not.
+bool MayWait(int descriptor);
+bool MayWaitAt(const std::string& path);
+
+// Reads an open file piece by piece.
+class PatientReader {
+ public:
+  // What is read in a turn at once, some 20 microseconds; and beside the loop, as much as a file system in user space
+  // is usually asked for.
+  static constexpr std::size_t kPieceBytes = 64 * 1024;
+  static constexpr std::size_t kPieceBesideBytes = 128 * 1024;
+
+  // The descriptor stays open, and `turns` alive, as long as this is.
+  PatientReader(int descriptor, Turns& turns) : descriptor_(descriptor), turns_(turns) {}
+  PatientReader(const PatientReader&) = delete;
+  PatientReader& operator=(const PatientReader&) = delete;
+
+  // Reads at byte `offset`: how many bytes have come, 0 at the end, or a negative errno value; -EAGAIN where it would
+  // have to wait.
+  ssize_t ReadAtOnce(char* to, std::size_t bytes, std::int64_t offset);
+
+  // The same beside the loop, kPieceBesideBytes at most. `to` stays good until the task is done; the bytes are written
+  // there by the loop's thread.
+  Task<ssize_t> ReadBeside(char* to, std::size_t bytes, std::int64_t offset);
+
+ private:
+  struct Shared;
+  enum class Manner { kAsking, kAtOnce, kBeside };
+
+  ssize_t ReadAsking(char* to, std::size_t bytes, std::int64_t offset);
+
+  int descriptor_;
+  Turns& turns_;
+  Manner manner_ = Manner::kAsking;
+  std::shared_ptr<Shared> shared_;  // with the threads, once there is something to wait for
+};
+
+}  // namespace TesselServer
