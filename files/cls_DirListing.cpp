@@ -234,18 +234,19 @@ void cls_DirListing::Rows::Expect(std::size_t entries) const {
   MakeRoom(std::min(entries * (begin.size() + kUsualRowBytes) + kEnd.size(), left));
 }
 
+// False where the page may not go on.
 Task<bool> cls_DirListing::AppendInTurns(const Rows& rows, EntryKind kind, Turns* turns) {
   Pass pass(*this, rows, kind, turns);
-  for (;;) {
+  for (bool isOver = false; !isOver;) {
     const Stretch stretch = AppendSome(pass);
-    if (stretch == Stretch::kEnd) co_return MayGoOn(rows);
+    isOver = stretch == Stretch::kEnd;
     if (stretch == Stretch::kMustFetch) {
       auto fetched = pass.entries.Fetch();
       co_await fetched;
     } else if (stretch == Stretch::kLink) {
       auto served = LinkIsServed(std::string(pass.entries.Entry().name), pass.entries.Entry().facts.identity);
       const bool isServed = co_await served;
-      if (isServed && !AppendRow(pass)) co_return MayGoOn(rows);
+      isOver = isServed && !AppendRow(pass);
     }
     if (!MayGoOn(rows)) co_return false;
     if (turns != nullptr && turns->TimeIsUp()) {
@@ -253,6 +254,7 @@ Task<bool> cls_DirListing::AppendInTurns(const Rows& rows, EntryKind kind, Turns
       co_await next;
     }
   }
+  co_return true;
 }
 
 // As much as is done between two looks at the clock. kLink: the entry is a link that is to be asked about.

@@ -1,5 +1,7 @@
 #include "support/mURLEncode.h"
 
+#include <cstddef>
+
 #include "support/Text.h"
 
 namespace TesselServer {
@@ -10,20 +12,22 @@ constexpr bool IsCopied(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && 
 }  // namespace
 
 std::string URLEncode(std::string_view text, bool spaceAsPlus) {
-  std::string result;
-  result.reserve(text.size());
+  constexpr std::size_t kMostOfAByte = 3;
+  std::string result(kMostOfAByte * text.size(), '\0');
+  char* end = result.data();
   for (const char c : text) {
     if (IsCopied(c)) {
-      result += c;
+      *end++ = c;
     } else if (c == ' ' && spaceAsPlus) {
-      result += '+';
+      *end++ = '+';
     } else {
       const auto byte = static_cast<unsigned char>(c);
-      result += '%';
-      if (byte >= 0x10) result += kUpperHexDigits[byte >> 4];
-      result += kUpperHexDigits[byte & 0x0F];
+      *end++ = '%';
+      if (byte >= 0x10) *end++ = kUpperHexDigits[byte >> 4];
+      *end++ = kUpperHexDigits[byte & 0x0F];
     }
   }
+  result.resize(static_cast<std::size_t>(end - result.data()));
   return result;
 }
 
