@@ -313,9 +313,11 @@ Task<bool> cls_DirListing::LinkIsServed(std::string name, FileIdentity target) {
   }
 }
 
+// The names of a small folder are gone with the turn, and do not count.
 bool cls_DirListing::MayGoOn(const Rows& rows) const {
+  if (!mayHold_) return true;
   const std::size_t namesBytes = rows.shown != nullptr ? rows.shown->Bytes() : 0;
-  return !mayHold_ || mayHold_(rows.page.size() + namesBytes);
+  return mayHold_(rows.page.size() + (namesBytes > kUsualPageBytes ? namesBytes : 0));
 }
 
 }  // namespace TesselServer

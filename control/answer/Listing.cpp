@@ -30,15 +30,17 @@ Task<bool> IsServed(const LinkRule& rule, std::string name, FileIdentity target)
   co_return !isSecret;
 }
 
-ListingRules RulesFor(ControlState& state, const LinkRule& links) {
+// `links` outlives the rules.
+Task<ListingRules> RulesFor(std::string authFileName, std::string passwordFile, const LinkRule& links) {
   ListingRules rules;
-  rules.authFileName = state.authFileName;
-  const PathIdentity passwords = IdentifyPath(state.settings.AuthenticationSourceFile);
+  rules.authFileName = std::move(authFileName);
+  auto identifying = IdentifyInTurns(std::move(passwordFile), links.turns);
+  const PathIdentity passwords = co_await identifying;
   if (passwords.state == PathIdentity::State::kFound) rules.neverListed = passwords.identity;
   rules.linkIsServed = [&links](std::string name, FileIdentity target) {
     return IsServed(links, std::move(name), target);
   };
-  return rules;
+  co_return rules;
 }
 
 }  // namespace
@@ -46,11 +48,13 @@ ListingRules RulesFor(ControlState& state, const LinkRule& links) {
 Task<std::optional<std::string>> ListingOf(ControlState& state, Slot& slot) {
   Turns* const turns = &state.turns;
   const LinkRule links{state.Root(), state.Secrets(), slot.Target.name, turns};
-  auto names = links.root->NamesIn(slot.Target);
-  ListingRules rules = RulesFor(state, links);
   std::string localDir = MappedFileOf(state, slot);
   std::string urlPath = slot.Fields().DocumentURI;
   const std::string serverName = state.settings.ServerName;
+  auto ruling = RulesFor(state.authFileName, state.settings.AuthenticationSourceFile, links);
+  ListingRules rules = co_await ruling;
+  auto naming = links.root->NamesInTurns(slot.Target, turns);
+  auto names = co_await naming;
   const OpenFile folder = std::move(slot.Target.file);
   cls_DirListing listing(state.world, folder, std::move(rules), std::move(names));
   listing.MayHold([&state, &slot](std::size_t bytes) {
