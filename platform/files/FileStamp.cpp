@@ -31,6 +31,13 @@ std::int64_t Nanoseconds(const timespec& moment) {
                                    static_cast<std::uint64_t>(moment.tv_nsec));
 }
 
+bool KeepsChangeTimes(const struct statfs& facts, ReadFrom what) {
+  const auto magic = static_cast<std::uint32_t>(facts.f_type);  // it is signed on some machines
+  return std::any_of(std::begin(kFileSystems), std::end(kFileSystems), [&](const FileSystem& each) {
+    return each.magic == magic && (each.contentsToo || what == ReadFrom::kNames);
+  });
+}
+
 }  // namespace
 
 EntryKind KindOf(std::uint32_t mode) {
@@ -62,11 +69,13 @@ std::optional<FileStamp> StampOfPath(const std::string& path, LastLink last) {
 
 bool KeepsChangeTimes(int descriptor, ReadFrom what) {
   struct statfs facts;
-  if (fstatfs(descriptor, &facts) != 0) return false;
-  const auto magic = static_cast<std::uint32_t>(facts.f_type);  // it is signed on some machines
-  return std::any_of(std::begin(kFileSystems), std::end(kFileSystems), [&](const FileSystem& each) {
-    return each.magic == magic && (each.contentsToo || what == ReadFrom::kNames);
-  });
+  return fstatfs(descriptor, &facts) == 0 && KeepsChangeTimes(facts, what);
+}
+
+std::optional<bool> KeepsChangeTimesAt(const std::string& path, ReadFrom what) {
+  struct statfs facts;
+  if (statfs(path.c_str(), &facts) != 0) return std::nullopt;
+  return KeepsChangeTimes(facts, what);
 }
 
 Reading::Reading(const FileStamp& stamp, const World& world)

@@ -75,6 +75,9 @@ inline bool IsSettled(const FileStamp& stamp, std::int64_t now) { return stamp.c
 enum class ReadFrom { kNames, kContents };
 bool KeepsChangeTimes(int descriptor, ReadFrom what);
 
+// The same for what lies at `path`; nothing where it cannot be asked.
+std::optional<bool> KeepsChangeTimesAt(const std::string& path, ReadFrom what);
+
 // Something that has been read, by the rule above.
 class Reading {
  public:

@@ -17,6 +17,7 @@
 #include "platform/files/SpellingWalk.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
+#include "platform/world/World.h"
 
 namespace TesselServer {
 namespace {
@@ -142,6 +143,7 @@ std::shared_ptr<const std::string> OpenFile::Contents() const { return cached_ ?
 RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
 
 RootFolder::RootFolder(std::string path, const World& world) : RootFolder(std::move(path)) {
+  world_ = &world;
   folders_ = std::make_unique<FolderCache>(systemPath_, world);
   files_ = std::make_unique<FileCache>(systemPath_, world);
 }
@@ -152,53 +154,115 @@ RootFolder::~RootFolder() = default;
 
 // How far a look-up comes before other spellings are tried.
 struct RootFolder::Attempt {
+  // Tries what takes no folder's names: the path as it is spelled, below the folder `root` as the system takes it.
+  Attempt(const std::string& rootPath, const CollapsedPath& path, bool isRootBehindLink);
+
   std::optional<FoundEntry> found;  // what it comes to; nothing where other spellings are to be tried
-  CollapsedPath path;
+  bool isDirect = false;            // it was opened without a link
+  bool isBehindLink;                // RootFolder::isBehindLink_
+  bool mayWait = false;             // RootFolder::mayWait_, where it was asked anew
   UniqueDescriptor root{-1};
 };
 
-RootFolder::Attempt RootFolder::Try(std::string_view relative) const {
-  auto path = CollapsePath(relative);
-  if (!path || systemPath_.empty()) return {FoundEntry(), {}};
-  if (files_ && !path->asFolder) {
-    if (auto file = files_->Find(path->text)) {
-      return {FoundEntry{EntryKind::kFile, path->text, true, OpenFile(std::move(file)), true}, {}};
+// The usual way asks the system for nothing but the file: the whole path at once, where no link is on it.
+RootFolder::Attempt::Attempt(const std::string& rootPath, const CollapsedPath& path, bool isRootBehindLink)
+    : isBehindLink(isRootBehindLink) {
+  const int flags = FlagsForReading() | (path.text.empty() ? O_DIRECTORY : 0);
+  int opened = -ELOOP;
+  if (!isBehindLink) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(rootPath, path.text), flags);
+  if (opened < 0) root = UniqueDescriptor(OpenAnywhereOrRaise(AT_FDCWD, rootPath, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (opened == -ELOOP && root.IsOpen()) {
+    opened = OpenDirectlyOrRaise(root.Get(), path.text, flags);
+    isBehindLink = isBehindLink || opened >= 0;
+  }
+  if (opened >= 0) {
+    found = EntryOpened(path, OpenFile(opened));
+    isDirect = true;
+  } else if (root.IsOpen()) {
+    found = FindAsSpelled(&OpenBeneathOrRaise, root.Get(), path, opened);
+  } else {
+    found = FoundEntry();
+  }
+}
+
+// What is known of the path without looking.
+std::optional<FoundEntry> RootFolder::Remembered(const CollapsedPath& path) const {
+  if (files_ && !path.asFolder) {
+    if (auto file = files_->Find(path.text)) {
+      return FoundEntry{EntryKind::kFile, path.text, true, OpenFile(std::move(file)), true};
     }
   }
-  if (folders_ && folders_->Lacks(path->text)) return {FoundEntry(), {}};
-  // The usual way asks the system for nothing but the file: the whole path at once, where no link is on it.
-  const int flags = FlagsForReading() | (path->text.empty() ? O_DIRECTORY : 0);
-  int opened = -ELOOP;
-  if (!isBehindLink_) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(systemPath_, path->text), flags);
-  if (opened >= 0) return {Direct(EntryOpened(*path, OpenFile(opened))), {}};
-  UniqueDescriptor root(OpenAnywhereOrRaise(AT_FDCWD, systemPath_, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!root.IsOpen()) return {FoundEntry(), {}};
-  if (opened == -ELOOP) {
-    opened = OpenDirectlyOrRaise(root.Get(), path->text, flags);
-    isBehindLink_ = isBehindLink_ || opened >= 0;
-    if (opened >= 0) return {Direct(EntryOpened(*path, OpenFile(opened))), {}};
+  if (folders_ && folders_->Lacks(path.text)) return FoundEntry();
+  return std::nullopt;
+}
+
+void RootFolder::Learn(Attempt& attempt) const {
+  isBehindLink_ = attempt.isBehindLink;
+  if (attempt.isDirect) attempt.found = Direct(std::move(*attempt.found));
+}
+
+// A file system that has kept a call waiting is asked beside the loop only whether it is still there.
+bool RootFolder::MayWait() const {
+  if (world_ != nullptr && whenAsked_) {
+    const bool isRecent = world_->MonotonicMilliseconds() - *whenAsked_ < Reading::kMaxAgeMilliseconds;
+    if (mayWait_ || isRecent) return mayWait_;
   }
-  auto found = FindAsSpelled(&OpenBeneathOrRaise, root.Get(), *path, opened);
-  return {std::move(found), std::move(*path), std::move(root)};
+  mayWait_ = MayWaitAt(systemPath_);
+  if (world_ != nullptr) whenAsked_ = world_->MonotonicMilliseconds();
+  return mayWait_;
 }
 
 FoundEntry RootFolder::Find(std::string_view relative) const {
-  Attempt attempt = Try(relative);
+  const auto path = CollapsePath(relative);
+  if (!path || systemPath_.empty()) return {};
+  if (auto known = Remembered(*path)) return std::move(*known);
+  Attempt attempt(systemPath_, *path, isBehindLink_);
+  Learn(attempt);
   if (attempt.found) return std::move(*attempt.found);
-  return RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), attempt.path, folders_.get(), nullptr));
+  return RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), *path, folders_.get(), nullptr));
 }
 
 std::optional<FoundEntry> RootFolder::FindAtOnce(std::string_view relative) const {
-  Attempt attempt = Try(relative);
+  const auto path = CollapsePath(relative);
+  if (!path || systemPath_.empty()) return FoundEntry();
+  if (auto known = Remembered(*path)) return known;
+  if (MayWait()) return std::nullopt;
+  Attempt attempt(systemPath_, *path, isBehindLink_);
+  Learn(attempt);
   if (attempt.found) return std::move(attempt.found);
-  return FindOtherwiseAtOnce(&OpenBeneathOrRaise, attempt.root.Get(), attempt.path, folders_.get());
+  return FindOtherwiseAtOnce(&OpenBeneathOrRaise, attempt.root.Get(), *path, folders_.get());
 }
 
 Task<FoundEntry> RootFolder::FindInTurns(std::string relative, Turns* turns) const {
-  Attempt attempt = Try(relative);
+  const auto path = CollapsePath(relative);
+  if (!path || systemPath_.empty()) co_return FoundEntry();
+  if (auto known = Remembered(*path)) co_return std::move(*known);
+  if (turns != nullptr && MayWait()) {
+    auto beside = FindBesideLoop(*path, *turns);
+    co_return co_await beside;
+  }
+  Attempt attempt(systemPath_, *path, isBehindLink_);
+  Learn(attempt);
   if (attempt.found) co_return std::move(*attempt.found);
-  auto found = FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), attempt.path, folders_.get(), turns);
+  auto found = FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), *path, folders_.get(), turns);
   co_return co_await found;
+}
+
+// Looks beside the loop. Nothing of this object is touched there.
+Task<FoundEntry> RootFolder::FindBesideLoop(CollapsedPath path, Turns& turns) const {
+  const auto look = [root = systemPath_, path, isBehindLink = isBehindLink_] {
+    Attempt attempt(root, path, isBehindLink);
+    if (!attempt.found)
+      attempt.found = RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), path, nullptr, nullptr));
+    attempt.mayWait = MayWaitAt(root);
+    return attempt;
+  };
+  auto looking = turns.Beside().Do(Workers::Kind::kFiles, look);
+  Attempt attempt = co_await looking;
+  mayWait_ = attempt.mayWait;
+  if (world_ != nullptr) whenAsked_ = world_->MonotonicMilliseconds();
+  Learn(attempt);
+  co_return std::move(*attempt.found);
 }
 
 // What was opened without a link.

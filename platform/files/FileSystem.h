@@ -28,6 +28,7 @@ class FileCache;
 class FolderCache;
 class FolderRecord;
 struct CachedFile;
+struct CollapsedPath;
 class Turns;
 class World;
 
@@ -129,10 +130,12 @@ class RootFolder {
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
   FoundEntry Find(std::string_view relative) const;
 
-  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted.
+  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted, or where the root
+  // lies on a file system that may keep each call waiting (SlowDisk.h). On which one it lies is asked once a minute.
   std::optional<FoundEntry> FindAtOnce(std::string_view relative) const;
 
-  // The same in turns. The object stays alive, where it is, until the task is done.
+  // The same in turns, all of it beside the loop where the root lies on such a file system. The object stays alive,
+  // where it is, until the task is done.
   Task<FoundEntry> FindInTurns(std::string relative, Turns* turns) const;
 
   // To be called once for each request that is answered with the bytes of `found`, and for nothing that must not stay
@@ -147,13 +150,19 @@ class RootFolder {
  private:
   struct Attempt;
 
-  Attempt Try(std::string_view relative) const;
+  std::optional<FoundEntry> Remembered(const CollapsedPath& path) const;
+  Task<FoundEntry> FindBesideLoop(CollapsedPath path, Turns& turns) const;
+  void Learn(Attempt& attempt) const;
+  bool MayWait() const;
   FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;
   std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
   std::unique_ptr<FolderCache> folders_;
   std::unique_ptr<FileCache> files_;
+  const World* world_ = nullptr;
+  mutable bool mayWait_ = false;                   // it lies on a file system that may keep each call waiting
+  mutable std::optional<std::int64_t> whenAsked_;  // for that, World::MonotonicMilliseconds
   mutable bool isBehindLink_ = false;  // a link leads to the root, so the whole path cannot be opened without one
 };
 

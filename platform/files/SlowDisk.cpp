@@ -25,10 +25,7 @@ ssize_t ReadNow(int descriptor, char* to, std::size_t bytes, std::int64_t offset
 
 bool MayWait(int descriptor) { return !KeepsChangeTimes(descriptor, ReadFrom::kNames); }
 
-bool MayWaitAt(const std::string& path) {
-  const UniqueDescriptor found(open(path.c_str(), O_PATH | O_CLOEXEC));
-  return found.IsOpen() && MayWait(found.Get());
-}
+bool MayWaitAt(const std::string& path) { return !KeepsChangeTimesAt(path, ReadFrom::kNames).value_or(true); }
 
 // What a thread works with. It may go on with it when the reader is gone.
 struct PatientReader::Shared {

@@ -5,8 +5,8 @@
 // call, as long as it likes. The contents of a file are asked for in a manner that says when they would have to be
 // waited for (RWF_NOWAIT, preadv2(2)), where the file system can; where it cannot, the same rule decides as for names.
 //
-// What may wait all the same: opening a path, and asking what is open, on such a file system below a root that does not
-// lie there itself, and the question on which file system something lies.
+// What may wait all the same: opening a path on such a file system, and asking what it leads to, other than below a
+// root that lies there itself; and the question on which file system something lies.
 //
 // Thread:    any for MayWait; the loop's thread for the class.
 // Ownership: descriptors stay the caller's.
