@@ -318,6 +318,12 @@ void Tessel::MaxBodyBytesTotal(std::int64_t value) { Enter(core_)->state.bodyMem
 std::int64_t Tessel::MaxUnsentPageBytes() const { return Enter(core_)->state.pageMemory.Limit(); }
 void Tessel::MaxUnsentPageBytes(std::int64_t value) { Enter(core_)->state.pageMemory.Limit(value); }
 
+std::int32_t Tessel::MaxPrograms() const { return Enter(core_)->state.programs.MaxPrograms(); }
+void Tessel::MaxPrograms(std::int32_t value) { Enter(core_)->state.programs.MaxPrograms(value); }
+
+std::int32_t Tessel::Workers() const { return Enter(core_)->state.workers.Count(); }
+void Tessel::Workers(std::int32_t value) { Enter(core_)->state.workers.Count(value); }
+
 std::string Tessel::RequestBody(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestBody(Index); }
 
 std::uint64_t Tessel::RequestNumber(std::int32_t Index) const { return Enter(core_)->hostAnswers.RequestNumber(Index); }

@@ -114,8 +114,8 @@ class Tessel {
   void CGIDirectory(const std::string& value);
 
   // How long to wait for a program, in seconds, 0 to 2,000,000,000; 0 = without limit. Values outside the range are
-  // moved to its nearer end. The loop is blocked during the wait. A program that takes longer keeps running, and what
-  // it has printed by then is its output. Default: 30.
+  // moved to its nearer end. Waiting for others to end (MaxPrograms) is part of it. A program that takes longer keeps
+  // running, and what it has printed by then is its output. Default: 30.
   std::int32_t CGITimeout() const;
   void CGITimeout(std::int32_t value);
 
@@ -314,6 +314,20 @@ class Tessel {
   // own data do not count. A negative value becomes 0. Default: 256 MiB. Takes effect at once for the next pages.
   std::int64_t MaxUnsentPageBytes() const;
   void MaxUnsentPageBytes(std::int64_t value);
+
+  // How many programs run at once, over all connections; further ones wait, in order of arrival and within their
+  // CGITimeout, until another one ends or its time is over. 1 to 1,000; a value outside is moved to its nearer end.
+  // Default: 32. Takes effect at once: a higher number lets waiting programs start, a lower one ends none.
+  std::int32_t MaxPrograms() const;
+  void MaxPrograms(std::int32_t value);
+
+  // How many threads may be used for what has to be waited for: starts of programs, look-ups of names, slow disks. 0 to
+  // 4; a value outside is moved to its nearer end. There are none until they are needed, the controls of all loops
+  // share them, all signals are blocked in them, and they never call the host. With 0 all of that is done on the loop's
+  // own thread, and the loop may have to wait: for the name server, for a disk, and for a program to take over.
+  // Default: 4. Takes effect at once for what begins from then on.
+  std::int32_t Workers() const;
+  void Workers(std::int32_t value);
 
   // The body of the request on this connection, from the moment it is complete until its answer is handed over: inside
   // FileRequest and CallFunction, and after FileRequest for as long as the answer is due. "" at any other time.

@@ -10,6 +10,7 @@
 #include "http/cls_HTTP.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/programs/ChildPrograms.h"
+#include "platform/tasks/Workers.h"
 #include "tests/kit/AnswerText.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/Programs.h"
@@ -46,7 +47,8 @@ class RealProgramsTest : public testing::Test {
   std::string root_ = std::filesystem::canonical(tree_.Path()).string();
   Kit::FakeWorld world_;
   EventLoop loop_;
-  ChildPrograms runner_{loop_};
+  Workers workers_{loop_};
+  ChildPrograms runner_{loop_, workers_};
   RequestInfo info_;
   cls_HTTP record_{world_};
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -43,6 +44,13 @@ class Gate {
     const std::string lines(count, '\n');
     if (write(descriptor_, lines.data(), count) != static_cast<ssize_t>(count))
       throw std::runtime_error("gate is shut");
+  }
+  // Takes back what has let nobody pass.
+  void Clear() const {
+    char lines[1024];
+    for (pollfd gate{descriptor_, POLLIN, 0}; poll(&gate, 1, 0) > 0;) {
+      if (read(descriptor_, lines, sizeof lines) <= 0) throw std::runtime_error("no gate");
+    }
   }
 
  private:

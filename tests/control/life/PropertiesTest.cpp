@@ -302,6 +302,21 @@ TEST_F(PropertiesTest, TheMemoryOfAllConnectionsTogetherHasBounds) {
   EXPECT_THAT(changed, IsEmpty()) << "they are no properties of the interface";
 }
 
+TEST_F(PropertiesTest, ProgramsAndThreadsAreMovedIntoTheirRanges) {
+  EXPECT_EQ(tessel.MaxPrograms(), 32);
+  EXPECT_EQ(tessel.Workers(), 4);
+  struct {
+    std::int32_t given, programs, workers;
+  } const cases[] = {{1, 1, 1}, {0, 1, 0}, {-1, 1, 0}, {4, 4, 4}, {1000, 1000, 4}, {1001, 1000, 4}};
+  for (const auto& c : cases) {
+    tessel.MaxPrograms(c.given);
+    tessel.Workers(c.given);
+    EXPECT_EQ(tessel.MaxPrograms(), c.programs) << c.given;
+    EXPECT_EQ(tessel.Workers(), c.workers) << c.given;
+  }
+  EXPECT_THAT(changed, IsEmpty()) << "they are no properties of the interface";
+}
+
 TEST_F(PropertiesTest, TheApplicationFolderIsThatOfTheWorldUntilTheHostSetsIt) {
   EXPECT_EQ(tessel.ApplicationFolder(), "/nonexistent/application");
   tessel.ApplicationFolder("/opt/tool");
