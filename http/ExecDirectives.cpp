@@ -1,10 +1,11 @@
 #include "http/ExecDirectives.h"
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "http/Pace.h"
 #include "http/RunCGI.h"
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
@@ -35,15 +36,21 @@ Task<std::string> RunTarget(cls_HTTP& record, const std::string& folder, std::st
 Task<void> RunExecDirectives(cls_HTTP& record, Page& page) {
   if (!page.HoldsDirectives()) co_return;
   const std::string documentFolder = DocumentFolder(record);
+  Pace pace(record.Turns());
   for (const bool isOfDocument : {true, false}) {
     TagReplacement tags(page, {isOfDocument ? "<!--#execcmd=" : "<!--#execcgi=", "", "--"});
-    while (tags.Find()) {
+    for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
+      if (pace.IsOver(tags.TakeWork())) {
+        auto next = pace.Next();
+        co_await next;
+      }
+      if (found == TagReplacement::Found::kNotYet) continue;
       if (!tags.IsKnown()) {
         // asked for each tag: the settings of a record may change while a program runs
         const std::string folder = isOfDocument ? documentFolder : record.CGIDirectory();
         auto running = RunTarget(record, folder, tags.Content());
         const std::string output = co_await running;
-        tags.Value(std::make_shared<const std::string>(ReplaceAll(output, kLineEnd, "<br>")));
+        tags.Value(ReplaceAll(output, kLineEnd, "<br>"));
       }
       tags.Replace();
     }

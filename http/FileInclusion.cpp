@@ -1,10 +1,10 @@
 #include "http/FileInclusion.h"
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "http/Pace.h"
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
 #include "support/PathText.h"
@@ -34,9 +34,15 @@ constexpr Directive kDirectives[] = {
 
 Task<void> IncludeFiles(cls_HTTP& record, Page& page) {
   if (!page.HoldsDirectives() || record.VirtualPath().empty() || record.DocumentName().empty()) co_return;
+  Pace pace(record.Turns());
   for (const Directive& directive : kDirectives) {
     TagReplacement tags(page, {directive.opener, "", "--"});
-    while (tags.Find()) {
+    for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
+      if (pace.IsOver(tags.TakeWork())) {
+        auto next = pace.Next();
+        co_await next;
+      }
+      if (found == TagReplacement::Found::kNotYet) continue;
       std::string name;
       if (!tags.IsKnown()) name = NameBelowRoot(record, directive.fromRoot, tags.Content());
       if (!name.empty()) {

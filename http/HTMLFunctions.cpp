@@ -1,9 +1,9 @@
 #include "http/HTMLFunctions.h"
 
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "http/Pace.h"
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
 #include "support/Text.h"
@@ -33,9 +33,15 @@ std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
 
 Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page) {
   if (!page.HoldsScripts()) co_return;
+  Pace pace(record.Turns());
   TagReplacement tags(page, {"<%=", "Function", "%"});
-  while (tags.Find()) {
-    if (!tags.IsKnown()) tags.Value(std::make_shared<const std::string>(AnswerOf(record, tags.Content())));
+  for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
+    if (pace.IsOver(tags.TakeWork())) {
+      auto next = pace.Next();
+      co_await next;
+    }
+    if (found == TagReplacement::Found::kNotYet) continue;
+    if (!tags.IsKnown()) tags.Value(AnswerOf(record, tags.Content()));
     tags.Replace();
   }
 }

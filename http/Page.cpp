@@ -9,18 +9,22 @@ namespace TesselServer {
 Page::Page(SharedText authorText) : authorText_(std::move(authorText)) {
   const std::string_view whole = *authorText_;
   if (whole.empty()) return;
-  pieces_.push_back({Source::kAuthor, whole});
+  pieces_.Append({Source::kAuthor, whole});
   holdsDirectives_ = FindOpener(whole, kDirectiveStart) != std::string_view::npos;
   holdsScripts_ = FindOpener(whole, kScriptStart) != std::string_view::npos;
 }
 
-bool Page::AppendInserted(SharedText text) {
-  if (!HasRoomFor(text->size()) || pieces_.size() >= kMaxPieces) return false;
-  if (text->empty()) return true;
-  const std::string_view whole = *text;
-  if (texts_.empty() || texts_.back() != text) texts_.push_back(std::move(text));
-  pieces_.push_back({Source::kInserted, whole});
-  insertedBytes_ += whole.size();
+Page::Page(SharedText authorText, bool holdsDirectives, bool holdsScripts)
+    : authorText_(std::move(authorText)), holdsDirectives_(holdsDirectives), holdsScripts_(holdsScripts) {
+  if (!authorText_->empty()) pieces_.Append({Source::kAuthor, *authorText_});
+}
+
+bool Page::AppendInserted(SharedText text) { return Takes(text->size()) && AppendKept(Keep(std::move(text))); }
+
+bool Page::AppendKept(std::string_view text) {
+  if (!Takes(text.size())) return false;
+  if (!text.empty()) pieces_.Append({Source::kInserted, text});
+  insertedBytes_ += text.size();
   return true;
 }
 
@@ -33,10 +37,15 @@ std::string Page::Text() const {
   return text;
 }
 
-Page::SharedText Page::Result() const {
+Page::SharedText Page::Unchanged() const {
   const bool isUnchanged =
       pieces_.size() == 1 && pieces_[0].source == Source::kAuthor && pieces_[0].text.size() == authorText_->size();
-  return isUnchanged ? authorText_ : std::make_shared<const std::string>(Text());
+  return isUnchanged ? authorText_ : nullptr;
+}
+
+Page::SharedText Page::Result() const {
+  SharedText unchanged = Unchanged();
+  return unchanged ? unchanged : std::make_shared<const std::string>(Text());
 }
 
 }  // namespace TesselServer

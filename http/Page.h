@@ -11,7 +11,9 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
+
+#include "http/PageTexts.h"
+#include "http/PieceList.h"
 
 namespace TesselServer {
 
@@ -29,24 +31,20 @@ class Page {
 
   using SharedText = std::shared_ptr<const std::string>;
 
-  enum class Source {
-    kAuthor,    // from the file: tags in it are obeyed
-    kInserted,  // put in by a processor: never looked at again
-  };
-  struct Piece {
-    Source source;
-    std::string_view text;  // never ""
-  };
+  using Source = PieceSource;
+  using Piece = PagePiece;
 
   Page() = default;
   explicit Page(SharedText authorText);
   explicit Page(std::string authorText) : Page(std::make_shared<const std::string>(std::move(authorText))) {}
+  // Where it is known already whether HoldsDirectives and HoldsScripts.
+  Page(SharedText authorText, bool holdsDirectives, bool holdsScripts);
   Page(Page&&) = default;
   Page& operator=(Page&&) = default;
   Page(const Page&) = delete;
   Page& operator=(const Page&) = delete;
 
-  const std::vector<Piece>& Pieces() const { return pieces_; }
+  const PieceList& Pieces() const { return pieces_; }
 
   // Whether "<!--#" or "<%" is anywhere in the author's text. What has been put in does not count, and a tag that
   // has been replaced still does: a processor need not look at a page without its kind of tag.
@@ -61,6 +59,21 @@ class Page {
   // is False or the page has kMaxPieces pieces.
   bool AppendInserted(SharedText text);
 
+  // Keeps a text that may be put in many times, and says where it stays.
+  template <typename Text>
+  std::string_view Keep(Text text) {
+    return texts_.Keep(std::move(text));
+  }
+
+  // AppendInserted for a text that the page keeps.
+  bool AppendKept(std::string_view text);
+
+  // How long it has become, up to the length of the author's text and what was put in.
+  std::size_t MaxSize() const { return (authorText_ ? authorText_->size() : 0) + insertedBytes_; }
+
+  // The author's text when it is all that there is; null otherwise.
+  SharedText Unchanged() const;
+
   // All pieces joined.
   std::string Text() const;
 
@@ -70,9 +83,11 @@ class Page {
  private:
   friend class PageRewriter;
 
-  std::vector<Piece> pieces_;
-  SharedText authorText_;          // what the author's pieces look into
-  std::vector<SharedText> texts_;  // what the others look into
+  bool Takes(std::size_t size) const { return HasRoomFor(size) && pieces_.size() < kMaxPieces; }
+
+  PieceList pieces_;
+  SharedText authorText_;  // what the author's pieces look into
+  PageTexts texts_;        // what the others look into
   bool holdsDirectives_ = false;
   bool holdsScripts_ = false;
   std::size_t insertedBytes_ = 0;

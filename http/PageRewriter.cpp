@@ -1,117 +1,183 @@
 #include "http/PageRewriter.h"
 
-#include <algorithm>
 #include <utility>
 
-#include "http/TagSearch.h"
 #include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
 namespace {
 
-constexpr std::size_t kMaxPiecesOfOneTag = 3;  // the text before it, its replacement, the text after it
+// How much work they are beside the bytes that are looked at; see Pace.
+constexpr std::size_t kWorkOfAPiece = 8;
+constexpr std::size_t kWorkOfATag = 64;
+
+// What one replacement adds at most to the chunks there are: parts of those around it, and one for itself.
+constexpr std::size_t kMaxNewChunks = 4;
 
 }  // namespace
 
-PageRewriter::PageRewriter(Page& page) : page_(page) {}
-
 PageRewriter::~PageRewriter() {
-  if (begun_) CopyUntil({old_.size(), 0});
+  if (!begun_) return;
+  while (copied_.chunk < old_.Chunks().size()) TakeRestOfChunk();
 }
 
 bool PageRewriter::Find(std::string_view opener, std::string_view end) {
-  if (!FindAuthor(opener, next_, true, tag_)) return false;
-  contentBegin_ = {tag_.piece, tag_.offset + opener.size()};
-  if (!FindAuthor(end, contentBegin_, false, contentEnd_)) return false;
-  tagEnd_ = {contentEnd_.piece, contentEnd_.offset + end.size()};
-  CollectContent();
-  return true;
+  Found found = Found::kNotYet;
+  while (found == Found::kNotYet) found = Search(opener, end);
+  return found == Found::kTag;
 }
 
+PageRewriter::Found PageRewriter::Search(std::string_view opener, std::string_view end) {
+  if (isOver_) return Found::kNone;
+  Found found = Found::kTag;
+  if (!isInTag_) {
+    found = Seek(opener, true, tag_);
+    if (found == Found::kTag) {
+      contentBegin_ = at_ = {tag_.chunk, tag_.piece, tag_.offset + opener.size()};
+      isInTag_ = true;
+    }
+  }
+  if (found == Found::kTag) found = Seek(end, false, contentEnd_);
+  isOver_ = found == Found::kNone;
+  if (found != Found::kTag) return found;
+  tagEnd_ = {contentEnd_.chunk, contentEnd_.piece, contentEnd_.offset + end.size()};
+  at_ = tag_;  // until it is replaced or kept it is found again
+  isInTag_ = isJoined_ = false;
+  work_ += kWorkOfATag;
+  return found;
+}
+
+// One step of the search for `needle` from at_ on.
+PageRewriter::Found PageRewriter::Seek(std::string_view needle, bool isOpener, Place& found) {
+  const std::vector<PieceList::Chunk>& chunks = Chunks();
+  for (std::size_t left = window_; at_.chunk < chunks.size();) {
+    const PagePiece& piece = chunks[at_.chunk][at_.piece];
+    std::size_t looked = kWorkOfAPiece;
+    if (piece.source == PieceSource::kAuthor) {
+      const std::size_t begin = at_.offset;
+      const std::size_t place = isOpener ? FindOpenerInWindow(piece.text, needle, at_.offset, left)
+                                         : FindInWindow(piece.text, needle, at_.offset, left);
+      looked += (place != std::string_view::npos ? place : at_.offset) - begin;
+      work_ += looked;
+      if (place != std::string_view::npos) {
+        found = {at_.chunk, at_.piece, place};
+        return Found::kTag;
+      }
+      if (at_.offset < piece.text.size()) return Found::kNotYet;
+    } else {
+      work_ += looked;
+    }
+    at_ = NextPiece(at_);
+    if (looked >= left) return Found::kNotYet;
+    left -= looked;
+  }
+  return Found::kNone;
+}
+
+PageRewriter::Place PageRewriter::NextPiece(const Place& place) const {
+  if (place.piece + 1 < Chunks()[place.chunk].size()) return {place.chunk, place.piece + 1, 0};
+  return {place.chunk + 1, 0, 0};
+}
+
+// ---- The tag found last.
+
 std::string_view PageRewriter::Opener() const {
-  return Pieces()[tag_.piece].text.substr(tag_.offset, contentBegin_.offset - tag_.offset);
+  return TextAt(tag_).substr(tag_.offset, contentBegin_.offset - tag_.offset);
+}
+
+bool PageRewriter::ContentIsInOnePiece() const {
+  return contentBegin_.chunk == contentEnd_.chunk && contentBegin_.piece == contentEnd_.piece;
+}
+
+std::string_view PageRewriter::Content() {
+  if (ContentIsInOnePiece()) {
+    return TextAt(contentBegin_).substr(contentBegin_.offset, contentEnd_.offset - contentBegin_.offset);
+  }
+  if (!isJoined_) JoinContent();
+  return joined_;
+}
+
+void PageRewriter::JoinContent() {
+  joined_ = TextAt(contentBegin_).substr(contentBegin_.offset);
+  for (Place place = NextPiece(contentBegin_); place.chunk != contentEnd_.chunk || place.piece != contentEnd_.piece;
+       place = NextPiece(place)) {
+    joined_ += TextAt(place);
+  }
+  joined_ += TextAt(contentEnd_).substr(0, contentEnd_.offset);
+  isJoined_ = true;
+  work_ += joined_.size();
+}
+
+bool PageRewriter::ContentHas(std::size_t size) const {
+  if (ContentIsInOnePiece()) return contentEnd_.offset - contentBegin_.offset >= size;
+  std::size_t length = TextAt(contentBegin_).size() - contentBegin_.offset;
+  Place place = NextPiece(contentBegin_);
+  for (; length < size && (place.chunk != contentEnd_.chunk || place.piece != contentEnd_.piece);
+       place = NextPiece(place)) {
+    length += TextAt(place).size();
+  }
+  return length + contentEnd_.offset >= size;
 }
 
 bool PageRewriter::ContentBeginsWith(std::string_view text) const {
-  const std::string_view piece = Pieces()[contentBegin_.piece].text;
-  const std::size_t end = contentEnd_.piece == contentBegin_.piece ? contentEnd_.offset : piece.size();
+  const std::string_view piece = TextAt(contentBegin_);
+  const std::size_t end = ContentIsInOnePiece() ? contentEnd_.offset : piece.size();
   return end - contentBegin_.offset >= text.size() &&
          EqualNoCase(piece.substr(contentBegin_.offset, text.size()), text);
 }
 
 bool PageRewriter::ContentEndsWith(std::string_view text) const {
-  const std::size_t begin = contentEnd_.piece == contentBegin_.piece ? contentBegin_.offset : 0;
-  const std::string_view piece = Pieces()[contentEnd_.piece].text;
-  return piece.substr(begin, contentEnd_.offset - begin).ends_with(text);
+  const std::size_t begin = ContentIsInOnePiece() ? contentBegin_.offset : 0;
+  return TextAt(contentEnd_).substr(begin, contentEnd_.offset - begin).ends_with(text);
 }
+
+// ---- Replacing.
 
 void PageRewriter::Replace(Page::SharedText text) {
-  if (!begun_) Begin();
-  ReserveForRest();
-  CopyUntil(tag_);
+  PrepareToReplace();
   if (page_.AppendInserted(std::move(text))) copied_ = tagEnd_;
-  next_ = tagEnd_;
+  at_ = tagEnd_;
 }
 
-void PageRewriter::Keep() { next_ = tagEnd_; }
-
-void PageRewriter::Begin() {
-  old_.reserve(page_.pieces_.size() + kMaxPiecesOfOneTag);  // may throw, so the page is taken over after it
-  old_.swap(page_.pieces_);
-  begun_ = true;
+void PageRewriter::ReplaceByKept(std::string_view text) {
+  PrepareToReplace();
+  if (page_.AppendKept(text)) copied_ = tagEnd_;
+  at_ = tagEnd_;
 }
 
-// The destructor must find room for what is left without asking for memory.
-void PageRewriter::ReserveForRest() {
-  std::vector<Page::Piece>& pieces = page_.pieces_;
-  const std::size_t needed = pieces.size() + (old_.size() - copied_.piece) + kMaxPiecesOfOneTag;
-  if (pieces.capacity() < needed) pieces.reserve(std::max(needed, pieces.capacity() * 2));
-}
-
-bool PageRewriter::FindAuthor(std::string_view needle, Place from, bool anyCase, Place& found) const {
-  const std::vector<Page::Piece>& pieces = Pieces();
-  for (; from.piece < pieces.size(); from = {from.piece + 1, 0}) {
-    const Page::Piece& piece = pieces[from.piece];
-    if (piece.source != Page::Source::kAuthor) continue;
-    const std::size_t at = anyCase ? FindOpener(piece.text, needle, from.offset) : piece.text.find(needle, from.offset);
-    if (at == std::string_view::npos) continue;
-    found = {from.piece, at};
-    return true;
+void PageRewriter::PrepareToReplace() {
+  // the destructor must find room for what is left without asking for memory
+  if (!begun_) {
+    old_.ReserveChunks(page_.pieces_.Chunks().size() + kMaxNewChunks);
+    old_.Swap(page_.pieces_);
+    begun_ = true;
   }
-  return false;
+  page_.pieces_.ReserveChunks(page_.pieces_.Chunks().size() + old_.Chunks().size() - copied_.chunk + kMaxNewChunks);
+  CopyUntil(tag_);
 }
 
-void PageRewriter::CollectContent() {
-  const std::vector<Page::Piece>& pieces = Pieces();
-  if (contentBegin_.piece == contentEnd_.piece) {
-    content_ = pieces[contentBegin_.piece].text.substr(contentBegin_.offset, contentEnd_.offset - contentBegin_.offset);
-    return;
-  }
-  joined_ = pieces[contentBegin_.piece].text.substr(contentBegin_.offset);
-  for (std::size_t i = contentBegin_.piece + 1; i < contentEnd_.piece; ++i) joined_ += pieces[i].text;
-  joined_ += pieces[contentEnd_.piece].text.substr(0, contentEnd_.offset);
-  content_ = joined_;
-}
-
-void PageRewriter::CopyUntil(Place end) {
-  while (copied_.piece < end.piece || (copied_.piece == end.piece && copied_.offset < end.offset)) {
-    const Page::Piece& piece = old_[copied_.piece];
-    const std::size_t stop = copied_.piece == end.piece ? end.offset : piece.text.size();
-    if (stop > copied_.offset) Append({piece.source, piece.text.substr(copied_.offset, stop - copied_.offset)});
-    copied_ = copied_.piece == end.piece ? end : Place{copied_.piece + 1, 0};
-  }
-}
-
-// Slices of one text that follow each other become one piece again.
-void PageRewriter::Append(const Page::Piece& piece) {
-  if (!page_.pieces_.empty() && piece.source == Page::Source::kAuthor) {
-    Page::Piece& last = page_.pieces_.back();
-    if (last.source == piece.source && last.text.data() + last.text.size() == piece.text.data()) {
-      last.text = {last.text.data(), last.text.size() + piece.text.size()};
-      return;
+void PageRewriter::CopyUntil(const Place& end) {
+  while (copied_.chunk < end.chunk) TakeRestOfChunk();
+  while (copied_.piece < end.piece || copied_.offset < end.offset) {
+    const PagePiece& piece = old_.Chunks()[copied_.chunk][copied_.piece];
+    const bool isLast = copied_.piece == end.piece;
+    const std::size_t stop = isLast ? end.offset : piece.text.size();
+    if (stop > copied_.offset) {
+      page_.pieces_.Append({piece.source, piece.text.substr(copied_.offset, stop - copied_.offset)});
     }
+    copied_ = isLast ? end : Place{copied_.chunk, copied_.piece + 1, 0};
+    work_ += kWorkOfAPiece;
   }
-  page_.pieces_.push_back(piece);
+}
+
+void PageRewriter::TakeRestOfChunk() noexcept {
+  PieceList::Chunk& chunk = old_.MutableChunks()[copied_.chunk];
+  PagePiece& first = chunk[copied_.piece];
+  first.text.remove_prefix(copied_.offset);
+  const std::size_t skipped = copied_.piece + (first.text.empty() ? 1 : 0);
+  if (skipped < chunk.size()) page_.pieces_.TakeChunk(chunk, skipped);
+  copied_ = {copied_.chunk + 1, 0, 0};
+  work_ += PieceList::kMaxInChunk;
 }
 
 }  // namespace TesselServer

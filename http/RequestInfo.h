@@ -11,7 +11,7 @@ namespace TesselServer {
 struct RequestInfo {
   std::string RequestFile;        // the file the path was mapped to
   std::string RemoteAddr;         // dotted address of the client
-  std::string RemoteHost;         // name of the client; looked up whenever REMOTE_HOST is read, until that fails
+  std::string RemoteHost;         // name of the client, once REMOTE_HOST has been asked for
   std::string UserAgent;          // header "User-Agent"
   std::int32_t RequestFlags = 0;  // kept for the owner of the record; nothing here reads it
   std::string QueryString;        // what follows "?" in the URL

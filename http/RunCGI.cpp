@@ -75,6 +75,10 @@ ProgramStart StartOf(cls_HTTP& record, const ProgramFile& program, std::string_v
 Task<ProgramResult> Run(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
   if (program.path.empty()) co_return NotStarted(program.reason);
   if (record.Runner() == nullptr) co_return NotStarted(std::errc::function_not_supported);
+  if (record.AwaitsRemoteHost()) {
+    auto name = record.FindRemoteHost();
+    co_await name;
+  }
   auto running = record.Runner()->Run(StartOf(record, program, arguments));
   co_return co_await running;
 }

@@ -15,6 +15,10 @@ std::string LocalTime(const Context& from, std::string_view picture) {
 
 // A name that is not there is not asked for again: each program of a page reads it, and may wait a second for it.
 std::string RemoteHost(const Context& from) {
+  if (from.names != nullptr) {
+    if (from.request.RemoteHost.empty()) from.request.RemoteHost = from.names->NameNow(from.request.RemoteAddr);
+    return from.request.RemoteHost;
+  }
   if (from.request.RemoteHost != HostLookUp::kUnknown)
     from.request.RemoteHost = HostLookUp(from.world).HostNameFromAddress(from.request.RemoteAddr);
   return from.request.RemoteHost;

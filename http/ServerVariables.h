@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "http/NameSource.h"
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
 #include "platform/world/World.h"
@@ -25,11 +26,13 @@ struct ServerVariableContext {
   const RecordSettings& settings;
   RequestInfo& request;  // REMOTE_HOST writes RemoteHost
   const World& world;    // local time and the name service
+  NameSource* names = nullptr;
 };
 
 // The value of the variable `name`, compared byte for byte. Times and dates are local: TIME "06:20:05PM", DATE and
-// DATE_LOCAL "11/15/2026", DAY_OF_WEEK "Sunday". REMOTE_HOST is looked up on each call, "Unknown" when there is none.
-// kept: DATE_GMT is local time that is only labelled GMT; PATH_TRANSLATED equals PATH_INFO; COUNTER is "".
+// DATE_LOCAL "11/15/2026", DAY_OF_WEEK "Sunday". REMOTE_HOST is the name that the request has already, or the one that
+// `names` has now; without `names` it is looked up on each call. "Unknown" when there is none. kept: DATE_GMT is local
+// time that is only labelled GMT; PATH_TRANSLATED equals PATH_INFO; COUNTER is "".
 std::string ServerVariableValue(std::string_view name, const ServerVariableContext& context);
 
 }  // namespace TesselServer

@@ -5,12 +5,13 @@
 // Errors:    none but those of memory running out.
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "http/Page.h"
 #include "http/PageRewriter.h"
+#include "http/ValueMap.h"
 
 namespace TesselServer {
 
@@ -29,33 +30,41 @@ struct TagForm {
 //   }
 class TagReplacement {
  public:
-  TagReplacement(Page& page, const TagForm& form) : pass_(page), form_(form) {}
+  using Found = PageRewriter::Found;
+
+  TagReplacement(Page& page, const TagForm& form) : page_(page), pass_(page), form_(form) {}
 
   // Goes to the next tag of that form. False when there is none.
   bool Find();
+
+  // The same in steps: kNotYet when another one is needed. How much work there was since the last call; see Pace.
+  Found Search();
+  std::size_t TakeWork() { return pass_.TakeWork(); }
 
   // Of the tag found last: the text between `begin` and `end`, and whether a tag before it had the same without regard
   // to case, so that its value is known.
   std::string_view Content() const { return content_; }
   bool IsKnown() const { return isKnown_; }
 
-  // Of the tag found last, and of all those after it that are equal: what is put in their places; null: they stay.
-  const Page::SharedText& Value() const { return *value_; }
-  void Value(Page::SharedText text) { *value_ = std::move(text); }
+  // Of the tag found last, and of all those after it that are equal: what is put in their places; nothing: they stay.
+  const ValueMap::Value& Value() const { return *value_; }
+  void Value(std::string text);
+  void Value(Page::SharedText text);  // null: nothing
 
   // Puts the value in the place of the tag found last; it stays where there is no value or no room.
-  void Replace() { *value_ ? pass_.Replace(*value_) : pass_.Keep(); }
+  void Replace() { *value_ ? pass_.ReplaceByKept(**value_) : pass_.Keep(); }
   void Keep() { pass_.Keep(); }
 
  private:
   bool IsOfTheForm() const;
 
+  Page& page_;
   PageRewriter pass_;
   TagForm form_;
-  std::map<std::string, Page::SharedText> values_;  // by content in lower case
+  ValueMap values_;  // by content in lower case
   std::string_view content_;
   bool isKnown_ = false;
-  Page::SharedText* value_ = nullptr;
+  ValueMap::Value* value_ = nullptr;
 };
 
 }  // namespace TesselServer

@@ -15,6 +15,19 @@ std::size_t AnchorOf(std::string_view opener) {
   return at;
 }
 
+// The beginning of `text` in which `searched` may begin at `window` places from `from` on.
+std::string_view PartWith(std::string_view text, std::string_view searched, std::size_t from, std::size_t window) {
+  const std::size_t left = text.size() - from;
+  return left < window + searched.size() ? text : text.substr(0, from + window + searched.size() - 1);
+}
+
+// `found`, and in `from` where a search goes on that has found nothing in that part.
+std::size_t Passed(std::size_t found, std::string_view text, std::string_view part, std::size_t& from,
+                   std::size_t window) {
+  if (found == std::string_view::npos) from = part.size() == text.size() ? text.size() : from + window;
+  return found;
+}
+
 }  // namespace
 
 std::size_t FindOpener(std::string_view text, std::string_view opener, std::size_t from) {
@@ -30,6 +43,16 @@ std::size_t FindOpener(std::string_view text, std::string_view opener, std::size
     ++at;
   }
   return std::string_view::npos;
+}
+
+std::size_t FindOpenerInWindow(std::string_view text, std::string_view opener, std::size_t& from, std::size_t window) {
+  const std::string_view part = PartWith(text, opener, from, window);
+  return Passed(FindOpener(part, opener, from), text, part, from, window);
+}
+
+std::size_t FindInWindow(std::string_view text, std::string_view searched, std::size_t& from, std::size_t window) {
+  const std::string_view part = PartWith(text, searched, from, window);
+  return Passed(part.find(searched, from), text, part, from, window);
 }
 
 }  // namespace TesselServer

@@ -1,36 +1,34 @@
 #include "http/VariableEcho.h"
 
-#include <functional>
-#include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "http/Pace.h"
 #include "http/PageRewriter.h"
+#include "http/TagSearch.h"
+#include "http/ValueMap.h"
 #include "http/cls_HTTP.h"
 #include "support/Text.h"
 
 namespace TesselServer {
 namespace {
 
-constexpr std::string_view kQueryOpener = "<%=Request.QueryString(";
+constexpr std::string_view kRemoteHost = "REMOTE_HOST";
+constexpr std::size_t kMaxVariableName = 64;  // there is none of a name that long
 
-// The values of one page, each found once.
-class Values {
- public:
-  explicit Values(std::function<std::string(std::string_view)> find) : find_(std::move(find)) {}
+constexpr std::size_t kWorkOfAnEcho = 1024;  // to make one, or to find out that there is none; see Pace
 
-  Page::SharedText operator()(std::string_view name) {
-    auto known = values_.find(name);
-    if (known == values_.end()) {
-      known = values_.emplace(name, std::make_shared<const std::string>(find_(name))).first;
-    }
-    return known->second;
-  }
-
- private:
-  std::function<std::string(std::string_view)> find_;
-  std::map<std::string, Page::SharedText, std::less<>> values_;
+struct EchoTag {
+  std::string_view opener;
+  std::string_view end;
+  bool isQueryItem = false;  // and its opener is written exactly so
+  bool isPlain = false;      // and may be a function's
+};
+constexpr EchoTag kEchoTags[] = {
+    {"<!--#echovar=", "-->"},
+    {"<%=Request.ServerVariables(", ")%>"},
+    {"<%=Request.QueryString(", ")%>", true, false},
+    {"<%=", "%>", false, true},
 };
 
 std::string QueryItem(std::string_view query, std::string_view name) {
@@ -42,37 +40,60 @@ std::string QueryItem(std::string_view query, std::string_view name) {
   return std::string(query.substr(begin, query.find('&', begin) - begin));
 }
 
-void EchoAll(Page& page, std::string_view opener, std::string_view end, Values& values) {
-  PageRewriter pass(page);
-  while (pass.Find(opener, end)) pass.Replace(values(pass.Content()));
+// Whether it shows nothing, which its length says.
+bool IsTooLong(const cls_HTTP& record, const EchoTag& tag, const PageRewriter& pass) {
+  return pass.ContentHas((tag.isQueryItem ? record.Request().QueryString.size() : kMaxVariableName) + 1);
 }
 
-void EchoQueryItems(Page& page, Values& values) {
+bool AwaitsName(const cls_HTTP& record, const EchoTag& tag, std::string_view name) {
+  return !tag.isQueryItem && name == kRemoteHost && record.AwaitsRemoteHost();
+}
+
+std::string ValueOf(cls_HTTP& record, const EchoTag& tag, std::string_view name) {
+  return tag.isQueryItem ? QueryItem(record.Request().QueryString, name) : record.ServerVariable(name);
+}
+
+Task<void> EchoAll(cls_HTTP& record, Page& page, const EchoTag& tag, ValueMap& values) {
+  Pace pace(record.Turns());
   PageRewriter pass(page);
-  while (pass.Find(kQueryOpener, ")%>")) {
-    if (pass.Opener() == kQueryOpener) {
-      pass.Replace(values(pass.Content()));
-    } else {
-      pass.Keep();
+  for (auto found = pass.Search(tag.opener, tag.end); found != PageRewriter::Found::kNone;
+       found = pass.Search(tag.opener, tag.end)) {
+    if (pace.IsOver(pass.TakeWork())) {
+      auto next = pace.Next();
+      co_await next;
     }
+    if (found == PageRewriter::Found::kNotYet) continue;
+    if (tag.isPlain && pass.ContentBeginsWith("Function")) break;
+    if (tag.isQueryItem && pass.Opener() != tag.opener) {
+      pass.Keep();
+      continue;
+    }
+    if (IsTooLong(record, tag, pass)) {
+      pass.ReplaceByKept("");
+      continue;
+    }
+    const auto [value, isNew] = values.Find(pass.Content());
+    if (isNew && AwaitsName(record, tag, pass.Content())) {
+      auto name = record.FindRemoteHost();
+      co_await name;
+    }
+    if (isNew) *value = page.Keep(ValueOf(record, tag, pass.Content()));
+    if (isNew) pass.AddWork(kWorkOfAnEcho);
+    pass.ReplaceByKept(**value);
   }
-}
-
-void EchoPlainTags(Page& page, Values& values) {
-  PageRewriter pass(page);
-  while (pass.Find("<%=", "%>") && !pass.ContentBeginsWith("Function")) pass.Replace(values(pass.Content()));
 }
 
 }  // namespace
 
 Task<void> EchoVariables(cls_HTTP& record, Page& page) {
-  Values variables([&record](std::string_view name) { return record.ServerVariable(name); });
-  Values items([&record](std::string_view name) { return QueryItem(record.Request().QueryString, name); });
-  if (page.HoldsDirectives()) EchoAll(page, "<!--#echovar=", "-->", variables);
-  if (!page.HoldsScripts()) co_return;
-  EchoAll(page, "<%=Request.ServerVariables(", ")%>", variables);
-  EchoQueryItems(page, items);
-  EchoPlainTags(page, variables);
+  ValueMap variables;
+  ValueMap items;
+  for (const EchoTag& tag : kEchoTags) {
+    const bool isDirective = tag.opener.starts_with(kDirectiveStart);
+    if (!(isDirective ? page.HoldsDirectives() : page.HoldsScripts())) continue;
+    auto echo = EchoAll(record, page, tag, tag.isQueryItem ? items : variables);
+    co_await echo;
+  }
 }
 
 }  // namespace TesselServer

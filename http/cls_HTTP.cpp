@@ -9,10 +9,10 @@
 #include "http/ExecDirectives.h"
 #include "http/FileInclusion.h"
 #include "http/HTMLFunctions.h"
+#include "http/LongPages.h"
 #include "http/ResponseHeader.h"
 #include "http/RunCGI.h"
 #include "http/ServerVariables.h"
-#include "http/TagNormaliser.h"
 #include "http/TagSearch.h"
 #include "http/VariableEcho.h"
 #include "http/cls_CGI.h"
@@ -42,11 +42,15 @@ const std::shared_ptr<RecordSettings>& NewSettings() {
   return settings;
 }
 
-// The whole file, without a copy where it is remembered; null when it is longer than `limit` bytes or cannot be read.
-Page::SharedText ContentsOf(const OpenFile& file, std::int64_t limit) {
-  if (auto known = file.Contents()) return static_cast<std::int64_t>(known->size()) <= limit ? known : nullptr;
-  auto bytes = std::make_shared<std::string>();
-  return file.ReadAll(*bytes, limit) ? bytes : nullptr;
+// A text that may have to be processed, as it is unless ProcessPage is needed.
+bool IsShortAndPlain(const std::string& text, const Turns* turns) {
+  return !IsLong(text.size(), turns) && !HoldsTags(text);
+}
+
+// The remembered contents of a file, null when there are none or they are longer than `limit` bytes.
+Page::SharedText KnownContents(const OpenFile& file, std::int64_t limit) {
+  auto known = file.Contents();
+  return known && static_cast<std::int64_t>(known->size()) <= limit ? known : nullptr;
 }
 
 }  // namespace
@@ -84,7 +88,13 @@ void cls_HTTP::EndRequest() {
 }
 
 std::string cls_HTTP::ServerVariable(std::string_view Name) {
-  return ServerVariableValue(Name, {*settings_, Info(), world_});
+  return ServerVariableValue(Name, {*settings_, Info(), world_, names_});
+}
+
+Task<void> cls_HTTP::FindRemoteHost() {
+  if (!AwaitsRemoteHost()) co_return;
+  auto asking = names_->NameOf(Request().RemoteAddr);
+  Info().RemoteHost = co_await asking;
 }
 
 std::string cls_HTTP::ServerVariables(std::string_view Name, std::string_view Separator) {
@@ -189,11 +199,18 @@ Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, std::string File, std::stri
   }
   const std::string type = ContentTypeOf(path);
   Page::SharedText page;
-  if (type == kHtmlType && found.file.Size() <= kMaxPageBytes) page = ContentsOf(found.file, kMaxPageBytes);
-  if (page && HoldsTags(*page)) {
-    auto result = ProcessPage(std::move(page), found.file.Identity());
-    answer.body = co_await result;
-  } else if (page) {
+  if (type == kHtmlType && found.file.Size() <= kMaxPageBytes) {
+    page = KnownContents(found.file, kMaxPageBytes);
+    if (!page) {
+      auto reading = ContentsInTurns(found.file, kMaxPageBytes, turns_);
+      page = co_await reading;
+    }
+  }
+  if (page && !IsShortAndPlain(*page, turns_)) {
+    auto processing = ProcessPage(std::move(page), found.file.Identity());
+    page = co_await processing;
+  }
+  if (page) {
     answer.body = std::move(page);
   } else {
     const std::int64_t size = found.file.Size();
@@ -234,10 +251,17 @@ std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name,
 
 // ---- Pages.
 
-// Runs the processors on the text of a page with tags.
+// Runs the processors on the text of a page; it stays where it holds no tags.
 Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity file) {
-  Page page(NormaliseTags(*text));
-  text.reset();  // so that no large page is in memory twice
+  Page page;
+  if (IsLong(text->size(), turns_)) {
+    auto looking = HoldsTagsInTurns(text, turns_);
+    if (!co_await looking) co_return text;
+    auto making = PageInTurns(std::move(text), turns_);
+    page = co_await making;
+  } else {
+    page = PageOf(std::move(text));
+  }
   IncludeRoom room;
   IncludeTrail trail{file, outerTrail_, 0, &room};
   if (outerTrail_ != nullptr) {
@@ -251,7 +275,9 @@ Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity
   } laid(trail_, &trail);
   auto processors = RunProcessors(page);
   co_await processors;
-  co_return page.Result();
+  if (!IsLong(page.MaxSize(), turns_)) co_return page.Result();
+  auto joining = ResultInTurns(page, turns_);
+  co_return co_await joining;
 }
 
 // Each switch as it is when its turn comes: the host may change them inside an event.
@@ -311,15 +337,19 @@ Task<Page::SharedText> cls_HTTP::TextForPage(FoundEntry found) {
     co_return std::make_shared<const std::string>(std::get<std::string>(std::move(output.body)));
   }
   if (settings_->root) settings_->root->Remember(found);
-  Page::SharedText text = ContentsOf(found.file, trail_->room->bytes);
-  if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || !HoldsTags(*text)) co_return text;
+  Page::SharedText text = KnownContents(found.file, trail_->room->bytes);
+  if (!text) {
+    auto reading = ContentsInTurns(found.file, trail_->room->bytes, turns_);
+    text = co_await reading;
+  }
+  if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || IsShortAndPlain(*text, turns_)) co_return text;
   auto page = ProcessedInside(found, std::move(text));
   co_return co_await page;
 }
 
 // A page that takes in its own includes. What they take does not count further: what the page has become counts where
 // it is put in.
-Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) const {
+Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) {
   struct Restored {
     std::int64_t& bytes;
     const std::int64_t before;
@@ -333,7 +363,9 @@ Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::
   record.outerTrail_ = trail_;
   record.IncludeChild(true);
   auto page = record.ProcessPage(std::move(text), found.file.Identity());
-  co_return co_await page;
+  Page::SharedText result = co_await page;
+  if (names_ != nullptr) Info().RemoteHost = record.Request().RemoteHost;  // asked for once for the request
+  co_return result;
 }
 
 bool cls_HTTP::TakeIncludeRoom(std::size_t size) {

@@ -179,7 +179,8 @@ class cls_HTTP {
   void EndRequest();
 
   // The value of one of the 29 server variables. Names are compared byte for byte; an unknown one gives "".
-  // REMOTE_HOST asks the name service on each call, and stores its answer in the request values.
+  // REMOTE_HOST is stored in the request values. With Names it is asked for once, which may take up to a second where
+  // the name is not remembered; without, the name service is asked on each call, until it knows none.
   std::string ServerVariable(std::string_view Name);
 
   // For a blank name all variables in table order, each as name, "=", value and `Separator`; else ServerVariable(Name).
@@ -271,6 +272,10 @@ class cls_HTTP {
   // The document that ProcessFile is at, by its name below VirtualPath: "docs/a.htm". "" when that is not known.
   const std::string& DocumentName() const { return documentName_; }
 
+  // Waits until REMOTE_HOST is among the request values, where there are Names; then ServerVariable takes no time.
+  bool AwaitsRemoteHost() const { return names_ != nullptr && Request().RemoteHost.empty(); }
+  Task<void> FindRemoteHost();
+
   // Finds `name` below `folder`; see RootFolder::Find. A file among Secrets is not there.
   FoundEntry FindFile(const std::string& folder, std::string_view name) const;
 
@@ -308,7 +313,7 @@ class cls_HTTP {
                              std::string extraHeaders);
   Task<Page::SharedText> ProcessPage(Page::SharedText text, FileIdentity file);
   Task<Page::SharedText> TextForPage(FoundEntry found);
-  Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text) const;
+  Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text);
   Task<void> RunProcessors(Page& page);
 
   World& world_;

@@ -7,8 +7,11 @@ set(SOURCES
   ExecDirectives.cpp
   FileInclusion.cpp
   HTMLFunctions.cpp
+  LongPages.cpp
   Page.cpp
   PageRewriter.cpp
+  PageTexts.cpp
+  PieceList.cpp
   ProgramReport.cpp
   ResponseHeader.cpp
   RunCGI.cpp
@@ -17,6 +20,7 @@ set(SOURCES
   TagNormaliser.cpp
   TagReplacement.cpp
   TagSearch.cpp
+  ValueMap.cpp
   VariableEcho.cpp
   cls_CGI.cpp
   cls_ErrorFiles.cpp

@@ -221,12 +221,12 @@ TEST(PageRewriterTest, KeptTagsInFrontOfAReplacedOneStay) {
 
 TEST(PageRewriterTest, APassWithoutAReplacementLeavesThePiecesWhereTheyAre) {
   Page page = Mixed("1<a>2|x|<b>3");
-  const Page::Piece* const before = page.Pieces().data();
+  const Page::Piece* const before = &page.Pieces()[0];
   {
     PageRewriter pass(page);
     while (pass.Find("<", ">")) pass.Keep();
   }
-  EXPECT_EQ(page.Pieces().data(), before);
+  EXPECT_EQ(&page.Pieces()[0], before);
 }
 
 TEST(PageRewriterTest, TwentyThousandTagsAreOneWalk) {

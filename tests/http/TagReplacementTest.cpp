@@ -13,7 +13,7 @@ namespace {
 Page::SharedText SharedBytes(std::string_view text) { return std::make_shared<const std::string>(text); }
 
 void ReplaceTags(Page& page, const TagForm& form, const std::function<Page::SharedText(std::string_view)>& valueOf,
-                 const std::function<bool(const std::string&)>& admit = nullptr) {
+                 const std::function<bool(std::string_view)>& admit = nullptr) {
   TagReplacement tags(page, form);
   while (tags.Find()) {
     if (!tags.IsKnown()) tags.Value(valueOf(tags.Content()));
@@ -71,7 +71,7 @@ TEST(TagReplacementTest, EachTagNeedsItsOwnPermission) {
   Page page("<a><a><a><none>");
   ReplaceTags(
       page, {"<", "", ""}, [](std::string_view content) { return content == "none" ? nullptr : SharedBytes("text"); },
-      [&](const std::string& text) {
+      [&](std::string_view text) {
         EXPECT_EQ(text, "text");
         return ++asked != 2;
       });

@@ -1,0 +1,165 @@
+#include "http/LongPages.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "http/Pace.h"
+#include "http/TagNormaliser.h"
+
+namespace TesselServer {
+namespace {
+
+// Whether a text has an opener, step by step.
+class OpenerScan {
+ public:
+  OpenerScan(std::string_view text, std::string_view opener) : text_(text), opener_(opener) {}
+
+  // How many bytes it has looked at, 0 when it is over.
+  std::size_t Step() {
+    if (found_ || from_ == text_.size()) return 0;
+    const std::size_t begin = from_;
+    found_ = FindOpenerInWindow(text_, opener_, from_) != std::string_view::npos;
+    return found_ ? kSearchWindow : from_ - begin;
+  }
+  bool HasFound() const { return found_; }
+
+ private:
+  std::string_view text_;
+  std::string_view opener_;
+  std::size_t from_ = 0;
+  bool found_ = false;
+};
+
+// Makes all steps of `work`.
+template <typename Work>
+Task<void> AllSteps(Work& work, Turns* turns) {
+  Pace pace(turns);
+  while (const std::size_t steps = work.Step()) {
+    if (!pace.IsOver(steps)) continue;
+    auto next = pace.Next();
+    co_await next;
+  }
+}
+
+// A copy of a text, made step by step.
+class Copying {
+ public:
+  explicit Copying(std::string_view text) : text_(text) { copy_.reserve(text.size()); }
+
+  std::size_t Step() {
+    const std::string_view part = text_.substr(copy_.size(), kSearchWindow);
+    copy_ += part;
+    return part.size();
+  }
+  std::string Take() { return std::move(copy_); }
+
+ private:
+  std::string_view text_;
+  std::string copy_;
+};
+
+// The pieces of a page joined, step by step: first their length is added up, then they are copied.
+class Joining {
+ public:
+  explicit Joining(const Page& page) : chunks_(page.Pieces().Chunks()) {}
+
+  std::size_t Step() { return isMeasured_ ? Copy() : Measure(); }
+  std::string Take() { return std::move(text_); }
+
+ private:
+  static constexpr std::size_t kWorkOfAPiece = 16;
+
+  std::size_t Measure() {
+    if (chunk_ < chunks_.size()) {
+      for (const PagePiece& piece : chunks_[chunk_]) size_ += piece.text.size();
+      return chunks_[chunk_++].size();
+    }
+    text_.reserve(size_);
+    isMeasured_ = true;
+    chunk_ = 0;
+    return 1;
+  }
+  std::size_t Copy() {
+    std::size_t work = 0;
+    while (work < kSearchWindow && chunk_ < chunks_.size()) {
+      const std::string_view whole = chunks_[chunk_][piece_].text;
+      const std::string_view part = whole.substr(offset_, kSearchWindow);
+      text_ += part;
+      work += part.size() + kWorkOfAPiece;
+      offset_ += part.size();
+      if (offset_ == whole.size()) NextPiece();
+    }
+    return work;
+  }
+  void NextPiece() {
+    offset_ = 0;
+    if (++piece_ < chunks_[chunk_].size()) return;
+    piece_ = 0;
+    ++chunk_;
+  }
+
+  const std::vector<PieceList::Chunk>& chunks_;
+  bool isMeasured_ = false;
+  std::size_t size_ = 0;
+  std::size_t chunk_ = 0;
+  std::size_t piece_ = 0;
+  std::size_t offset_ = 0;
+  std::string text_;
+};
+
+}  // namespace
+
+Task<Page::SharedText> ContentsInTurns(const OpenFile& file, std::int64_t limit, Turns*) {
+  auto bytes = std::make_shared<std::string>();
+  Page::SharedText contents;
+  if (file.ReadAll(*bytes, limit)) contents = std::move(bytes);
+  co_return contents;
+}
+
+Task<bool> HoldsTagsInTurns(Page::SharedText text, Turns* turns) {
+  for (const std::string_view opener : {kDirectiveStart, kScriptStart}) {
+    OpenerScan scan(*text, opener);
+    auto steps = AllSteps(scan, turns);
+    co_await steps;
+    if (scan.HasFound()) co_return true;
+  }
+  co_return false;
+}
+
+Page PageOf(Page::SharedText text) {
+  std::string compact = *text;
+  text.reset();  // so that no large page is in memory twice
+  return Page(NormaliseTags(std::move(compact)));
+}
+
+Task<Page> PageInTurns(Page::SharedText text, Turns* turns) {
+  Copying copying(*text);
+  auto copied = AllSteps(copying, turns);
+  co_await copied;
+  text.reset();  // so that no large page is in memory twice
+  std::string compact = copying.Take();
+  TagNormaliser normaliser(compact);
+  auto normalised = AllSteps(normaliser, turns);
+  co_await normalised;
+  const auto result = std::make_shared<const std::string>(std::move(compact));
+  OpenerScan directives(*result, kDirectiveStart);
+  auto firstScan = AllSteps(directives, turns);
+  co_await firstScan;
+  OpenerScan scripts(*result, kScriptStart);
+  auto secondScan = AllSteps(scripts, turns);
+  co_await secondScan;
+  co_return Page(result, directives.HasFound(), scripts.HasFound());
+}
+
+Task<Page::SharedText> ResultInTurns(const Page& page, Turns* turns) {
+  if (Page::SharedText unchanged = page.Unchanged()) co_return unchanged;
+  Joining joining(page);
+  auto joined = AllSteps(joining, turns);
+  co_await joined;
+  co_return std::make_shared<const std::string>(joining.Take());
+}
+
+}  // namespace TesselServer
