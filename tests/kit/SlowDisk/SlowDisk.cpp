@@ -1,0 +1,84 @@
+// slow_disk FOLDER MOUNTPOINT MILLISECONDS: a file system in user space that shows FOLDER, for reading only, at
+// MOUNTPOINT, and sleeps in each reading of a file and of a folder's names. In the foreground, until SIGTERM or
+// `fusermount3 -u`.
+#define FUSE_USE_VERSION 31
+#include <dirent.h>
+#include <fcntl.h>
+#include <fuse3/fuse.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <string>
+#include <thread>
+
+namespace {
+
+std::string root;
+std::chrono::milliseconds delay;
+
+std::string At(const char* path) { return root + path; }
+
+int Attributes(const char* path, struct stat* status, fuse_file_info*) {
+  return lstat(At(path).c_str(), status) == 0 ? 0 : -errno;
+}
+
+int Open(const char* path, fuse_file_info* file) {
+  const int opened = open(At(path).c_str(), O_RDONLY | O_CLOEXEC);
+  if (opened < 0) return -errno;
+  file->fh = static_cast<std::uint64_t>(opened);
+  return 0;
+}
+
+int Read(const char*, char* bytes, std::size_t size, off_t offset, fuse_file_info* file) {
+  std::this_thread::sleep_for(delay);
+  const ssize_t got = pread(static_cast<int>(file->fh), bytes, size, offset);
+  return got < 0 ? -errno : static_cast<int>(got);
+}
+
+int Release(const char*, fuse_file_info* file) {
+  close(static_cast<int>(file->fh));
+  return 0;
+}
+
+int ReadNames(const char* path, void* names, fuse_fill_dir_t fill, off_t, fuse_file_info*, fuse_readdir_flags) {
+  std::this_thread::sleep_for(delay);
+  DIR* const folder = opendir(At(path).c_str());
+  if (folder == nullptr) return -errno;
+  while (const dirent* entry = readdir(folder)) fill(names, entry->d_name, nullptr, 0, fuse_fill_dir_flags{});
+  closedir(folder);
+  return 0;
+}
+
+int ReadLink(const char* path, char* target, std::size_t size) {
+  const ssize_t length = readlink(At(path).c_str(), target, size - 1);
+  if (length < 0) return -errno;
+  target[length] = '\0';
+  return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 4) {
+    std::fputs("Usage: slow_disk FOLDER MOUNTPOINT MILLISECONDS\n", stderr);
+    return 2;
+  }
+  root = arguments[1];
+  delay = std::chrono::milliseconds(std::atoi(arguments[3]));
+  fuse_operations operations{};
+  operations.getattr = Attributes;
+  operations.open = Open;
+  operations.read = Read;
+  operations.release = Release;
+  operations.readdir = ReadNames;
+  operations.readlink = ReadLink;
+  char foreground[] = "-f";
+  char* forFuse[] = {arguments[0], foreground, arguments[2], nullptr};
+  return fuse_main(static_cast<int>(std::size(forFuse)) - 1, forFuse, &operations, nullptr);
+}
