@@ -18,14 +18,14 @@
 namespace TesselServer {
 namespace {
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+constexpr int kFlagsForNames = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 
 // The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
 Task<std::string> FirstSpelling(OpenFunction open, int root, std::string path, std::string name, FolderCache* known,
                                 Turns* turns) {
   auto names = known != nullptr ? known->Find(path) : nullptr;
   if (!names) {
-    UniqueDescriptor folder(open(root, path, kFolderFlags));
+    UniqueDescriptor folder(open(root, path, kFlagsForNames));
     if (known != nullptr && folder.IsOpen()) {
       auto read = known->NamesOfInTurns(path, folder.Get(), FolderCache::Use::kLookUp, turns);
       names = co_await read;

@@ -1,6 +1,6 @@
 // slow_disk FOLDER MOUNTPOINT MILLISECONDS: a file system in user space that shows FOLDER, for reading only, at
-// MOUNTPOINT, and sleeps in each reading of a file and of a folder's names. In the foreground, until SIGTERM or
-// `fusermount3 -u`.
+// MOUNTPOINT, and sleeps in each reading of a file and of a folder's names; after that for as long as there is a file
+// FOLDER.held, ten seconds at most. In the foreground, until SIGTERM or `fusermount3 -u`.
 #define FUSE_USE_VERSION 31
 #include <dirent.h>
 #include <fcntl.h>
@@ -24,6 +24,15 @@ std::chrono::milliseconds delay;
 
 std::string At(const char* path) { return root + path; }
 
+void Wait() {
+  std::this_thread::sleep_for(delay);
+  const auto start = std::chrono::steady_clock::now();
+  while (access((root + ".held").c_str(), F_OK) == 0 &&
+         std::chrono::steady_clock::now() - start < std::chrono::seconds(10)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 int Attributes(const char* path, struct stat* status, fuse_file_info*) {
   return lstat(At(path).c_str(), status) == 0 ? 0 : -errno;
 }
@@ -36,7 +45,7 @@ int Open(const char* path, fuse_file_info* file) {
 }
 
 int Read(const char*, char* bytes, std::size_t size, off_t offset, fuse_file_info* file) {
-  std::this_thread::sleep_for(delay);
+  Wait();
   const ssize_t got = pread(static_cast<int>(file->fh), bytes, size, offset);
   return got < 0 ? -errno : static_cast<int>(got);
 }
@@ -47,7 +56,7 @@ int Release(const char*, fuse_file_info* file) {
 }
 
 int ReadNames(const char* path, void* names, fuse_fill_dir_t fill, off_t, fuse_file_info*, fuse_readdir_flags) {
-  std::this_thread::sleep_for(delay);
+  Wait();
   DIR* const folder = opendir(At(path).c_str());
   if (folder == nullptr) return -errno;
   while (const dirent* entry = readdir(folder)) fill(names, entry->d_name, nullptr, 0, fuse_fill_dir_flags{});
