@@ -7,6 +7,21 @@
 #include "platform/world/World.h"
 
 namespace TesselServer {
+namespace {
+
+// Sets a flag for as long as it lives.
+class Busy {
+ public:
+  explicit Busy(bool& flag) : flag_(flag) { flag_ = true; }
+  Busy(const Busy&) = delete;
+  Busy& operator=(const Busy&) = delete;
+  ~Busy() { flag_ = false; }
+
+ private:
+  bool& flag_;
+};
+
+}  // namespace
 
 FolderCache::FolderCache(std::string rootPath, const World& world, std::size_t maxBytes)
     : rootPath_(std::move(rootPath)), world_(world), maxBytes_(maxBytes), records_(maxBytes) {}
@@ -31,7 +46,7 @@ FolderCache::Answer FolderCache::Ask(std::string_view folder, int descriptor, Us
     return {std::move(record), std::nullopt};
   }
   const bool isOfUse = use == Use::kListing || IsSettled(*stamp, world_.FileClockNanoseconds());
-  if (!isAgain || !isOfUse || HasNone(folder)) return {};
+  if (!isAgain || !isOfUse || isReading_ || HasNone(folder)) return {};
   return {std::move(record), stamp};
 }
 
@@ -57,9 +72,9 @@ Task<std::shared_ptr<FolderRecord>> FolderCache::NamesOfInTurns(std::string fold
   }
 }
 
-// Whatever others have made of the folder meanwhile, this is at least as good.
 Task<std::shared_ptr<FolderRecord>> FolderCache::ReadAnew(std::string folder, int descriptor, FileStamp stamp,
                                                           std::shared_ptr<const FolderRecord> before, Turns* turns) {
+  const Busy busy(isReading_);
   if (before && before->ReadAs().Stamp().identity != stamp.identity) before = nullptr;
   std::shared_ptr<FolderRecord> record;
   if (KeepsChangeTimes(descriptor, ReadFrom::kNames)) {

@@ -49,8 +49,8 @@ class FolderCache {
   // second request, a new one. nullptr where the folder must be read as if there were no cache.
   std::shared_ptr<FolderRecord> NamesOf(std::string_view folder, int descriptor, Use use = Use::kListing);
 
-  // The same, reading the folder in turns. The cache stays alive meanwhile; the descriptor is the caller's again as
-  // soon as the task is suspended.
+  // The same, reading the folder in turns, one at a time: nullptr as well while another task reads one. The cache stays
+  // alive meanwhile; the descriptor is the caller's again as soon as the task is suspended.
   Task<std::shared_ptr<FolderRecord>> NamesOfInTurns(std::string folder, int descriptor, Use use, Turns* turns);
 
   // How many folders Lacks looks for, the deepest ones on the path. Few sites are deeper, and a client that asks for a
@@ -81,6 +81,10 @@ class FolderCache {
   const World& world_;
   std::size_t maxBytes_;
   LruCache<std::shared_ptr<FolderRecord>> records_;
+
+  // A task reads a folder for the cache. Others read theirs as if there were no cache, so that records being made take
+  // no more memory than one.
+  bool isReading_ = false;
 
   // Folders that no record could be made of (too long, or of a file system that is not trusted), and when that was
   // tried, by World::MonotonicMilliseconds: they are not read in vain, beside the reading that follows, for as long as

@@ -83,5 +83,34 @@ TEST_F(SecretFilesTest, AreOfTheValuesTheyWereMadeOf) {
   EXPECT_FALSE(secrets.AreOf("a", e_AuthSource::GolbalFile, "x"));
 }
 
+TEST_F(SecretFilesTest, AtOnceAndInTurnsTheAnswerIsTheSame) {
+  std::filesystem::create_symlink("nowhere", tree_.Path() / "docs/dangling.txt");
+  struct {
+    std::string source;
+    bool atOnce;
+    const char* why;
+  } const cases[] = {
+      {"", true, "there is none"},
+      {passwords_, true, "as it is spelled"},
+      {tree_.Text() + "/docs/USERS.txt", false, "in another spelling"},
+      {tree_.Text() + "/docs/missing.txt", false, "it may be there in another spelling"},
+      {tree_.Text() + "/docs/123", true, "no other spelling is possible"},
+      {tree_.Text() + "/docs/dangling.txt", true, "a link that leads nowhere"},
+  };
+  for (const auto& c : cases) {
+    const SecretFiles secrets("htaccess.txt", e_AuthSource::GolbalFile, c.source);
+    for (const char* name : {"docs/users.txt", "docs/page.htm"}) {
+      const FoundEntry entry = Find(name);
+      const bool expected = secrets.Contains(entry);
+      const auto atOnce = secrets.ContainsAtOnce(entry);
+      EXPECT_EQ(atOnce.has_value(), c.atOnce) << name << ": " << c.why;
+      EXPECT_EQ(atOnce.value_or(expected), expected) << name << ": " << c.why;
+      EXPECT_EQ(RunNow(secrets.ContainsInTurns(entry, nullptr)), expected) << name << ": " << c.why;
+    }
+    EXPECT_EQ(secrets.ContainsAtOnce(Find("docs/htaccess.txt")), true) << c.why;
+    EXPECT_EQ(secrets.ContainsAtOnce(FoundEntry()), false) << c.why;
+  }
+}
+
 }  // namespace
 }  // namespace TesselServer

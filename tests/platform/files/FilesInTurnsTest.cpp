@@ -23,9 +23,10 @@ namespace fs = std::filesystem;
 
 class FilesInTurnsTest : public testing::Test {
  protected:
-  static constexpr int kMany = 3000;
+  static constexpr int kMany = 1500;
 
   FilesInTurnsTest() {
+    world_.microsecondsPerLook = 300;  // a turn is over after each step
     tree_.Write("Site/Page.htm", "page");
     tree_.Write("Site/Docs/Deep.htm", "deep");
     tree_.Write("Site/alone/x.htm", "x");
@@ -218,6 +219,23 @@ TEST_F(FilesInTurnsTest, TwoTasksReadOneFolderSideBySide) {
   EXPECT_EQ(two.Get().name, "many/name-2.txt");
   EXPECT_EQ(none.Get().kind, EntryKind::kNone);
   EXPECT_TRUE(root.FindAtOnce("many/NAME-3.txt").has_value()) << "it is remembered, and sorted";
+}
+
+TEST_F(FilesInTurnsTest, OneFolderAtATimeIsReadToBeRemembered) {
+  WriteMany();
+  world_.LetFilesSettle();
+  const RootFolder root(At("Site"), world_);
+  const FoundEntry many = root.Find("many"), docs = root.Find("Docs");
+  for (const FoundEntry* folder : {&many, &docs}) EXPECT_EQ(root.NamesIn(*folder), nullptr) << "the first request";
+  {
+    turns_.Begin();
+    const Kit::TaskUnderWay<std::shared_ptr<FolderRecord>> reading(root.NamesInTurns(many, &turns_));
+    ASSERT_FALSE(reading.IsDone());
+    EXPECT_EQ(root.NamesIn(docs), nullptr) << "another one is being read";
+    EXPECT_EQ(root.Find("docs/DEEP.htm").name, "Docs/Deep.htm") << "as if there were no cache";
+  }
+  EXPECT_NE(root.NamesIn(docs), nullptr) << "the reading was cancelled";
+  EXPECT_NE(root.NamesIn(many), nullptr);
 }
 
 TEST_F(FilesInTurnsTest, ATaskThatIsDestroyedLeavesNothing) {
