@@ -3,7 +3,7 @@
 //
 // Thread:    any, one at a time.
 // Ownership: moves with the object.
-// Errors:    making one takes memory; nothing else does, so nothing can fail once the child runs.
+// Errors:    MakeRoom takes memory; nothing else does, so nothing can fail once the child runs.
 #pragma once
 
 #include <sys/types.h>
@@ -15,8 +15,7 @@ namespace TesselServer {
 
 class OwnedChild {
  public:
-  // No child yet, but room for one.
-  OwnedChild() : place_(1, -1) {}
+  OwnedChild() noexcept = default;
   OwnedChild(OwnedChild&&) noexcept = default;
   OwnedChild& operator=(OwnedChild&& other) noexcept {
     place_.swap(other.place_);
@@ -24,7 +23,10 @@ class OwnedChild {
   }
   ~OwnedChild();
 
-  // Makes the process `number` its child.
+  // To be called before the child is started.
+  void MakeRoom() { place_.assign(1, -1); }
+
+  // Makes the process `number` its child; there is room for it.
   void Own(pid_t number) noexcept { place_.front() = number; }
 
   // The child's process number; -1 when there is none.
@@ -41,7 +43,7 @@ class OwnedChild {
   static bool CollectAbandoned() noexcept;
 
  private:
-  std::list<pid_t> place_;  // one element; none in an object that was moved from
+  std::list<pid_t> place_;  // one element, or none
 };
 
 // Collects the child if it has ended, or if there is none of that number any more. Whether it is gone.

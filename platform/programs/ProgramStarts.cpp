@@ -25,6 +25,7 @@ StartedProgram NotStarted(Failure failure, std::int32_t error) {
 // On any thread.
 StartedProgram StartProgram(const ProgramStart& start) {
   StartedProgram program;
+  program.child.MakeRoom();
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return NotStarted(Failure::kPipe, errno);
   program.output = UniqueDescriptor(ends[0]);

@@ -1,6 +1,7 @@
 #include "platform/programs/TimeLimit.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
@@ -33,15 +34,19 @@ void TimeLimit::OnOver(std::function<void()> handler) {
 
 std::int64_t TimeLimit::Now() const { return loop_.TheWorld().MonotonicMicroseconds(); }
 
-// Rounded up, so that the last millisecond passes too.
+// The timer counts in whole milliseconds of the clock: the end is rounded up, so that the last one passes too.
 void TimeLimit::Arm() {
-  const std::int64_t left = (end_ - Now() + 999) / 1000;
+  const std::int64_t left = (end_ + 999) / 1000 - Now() / 1000;
   timer_.Interval(static_cast<std::int32_t>(std::clamp<std::int64_t>(left, 1, kMaxTimerMilliseconds)));
   timer_.Enabled(true);
 }
 
 void TimeLimit::Tick() {
-  if (!IsOver()) return Arm();
+  try {
+    if (!IsOver()) return Arm();
+  } catch (const std::bad_alloc&) {
+    // rather too early than never
+  }
   timer_.Enabled(false);
   const auto handler = std::exchange(handler_, nullptr);
   if (handler) handler();

@@ -9,8 +9,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -25,8 +29,28 @@ struct Fault {
 };
 Fault fault;
 
+// The call that is held up.
+struct Held {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string function;  // "": none is
+  bool holds = false;
+};
+Held held;
+std::atomic<bool> anyIsHeld = false;
+
+void HoldUp(std::string_view function) {
+  if (!anyIsHeld) return;
+  std::unique_lock lock(held.mutex);
+  if (held.function != function) return;
+  held.holds = true;
+  held.changed.notify_all();
+  held.changed.wait(lock, [] { return held.function.empty(); });
+}
+
 // Whether this call of `function` is the one that fails; errno is set then.
 bool Fails(std::string_view function) {
+  HoldUp(function);
   if (fault.left == 0 || fault.function != function || --fault.left > 0) return false;
   fault.happened = true;
   errno = fault.error;
@@ -44,6 +68,24 @@ Function Real(const char* name) {
 FailNth::FailNth(std::string function, int nth, int error) { fault = {std::move(function), nth, error, false}; }
 FailNth::~FailNth() { fault = {}; }
 bool FailNth::Happened() const { return fault.happened; }
+
+HeldCall::HeldCall(std::string function) {
+  const std::scoped_lock lock(held.mutex);
+  held.function = std::move(function);
+  held.holds = false;
+  anyIsHeld = true;
+}
+HeldCall::~HeldCall() { LetGo(); }
+bool HeldCall::Holds() const {
+  std::unique_lock lock(held.mutex);
+  return held.changed.wait_for(lock, std::chrono::seconds(10), [] { return held.holds; });
+}
+void HeldCall::LetGo() {
+  const std::scoped_lock lock(held.mutex);
+  held.function.clear();
+  anyIsHeld = false;
+  held.changed.notify_all();
+}
 
 }  // namespace TesselServer::Kit
 

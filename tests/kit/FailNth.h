@@ -22,4 +22,21 @@ class FailNth {
   bool Happened() const;
 };
 
+// Holds a thread up inside a call of one of these functions, until it is let go.
+//
+//   HeldCall start("clone");
+//   ...
+//   start.Holds();  // a thread has come that far, which takes a moment
+class HeldCall {
+ public:
+  explicit HeldCall(std::string function);
+  HeldCall(const HeldCall&) = delete;
+  HeldCall& operator=(const HeldCall&) = delete;
+  ~HeldCall();
+
+  // Whether a thread is held within ten seconds.
+  bool Holds() const;
+  void LetGo();
+};
+
 }  // namespace TesselServer::Kit

@@ -45,6 +45,7 @@ class LeftOverChildrenTest : public testing::Test {
  protected:
   static void Add(LeftOverChildren& list, const HeldChild& child) {
     OwnedChild owned;
+    owned.MakeRoom();
     owned.Own(child.Number());
     list.Add(std::move(owned));
   }

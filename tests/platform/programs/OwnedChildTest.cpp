@@ -28,6 +28,7 @@ void Kill(pid_t child) {
 
 OwnedChild Own(pid_t child) {
   OwnedChild owned;
+  owned.MakeRoom();
   owned.Own(child);
   return owned;
 }
