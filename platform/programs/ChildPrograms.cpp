@@ -23,10 +23,8 @@ struct ChildPrograms::Inside {
   ProgramStarts starts;
 };
 
-namespace {
-
 // A child that is waited for; afterwards, and where the waiting is given up, it is collected or left over.
-class WaitedFor {
+class ChildPrograms::WaitedFor {
  public:
   WaitedFor(OwnedChild child, LeftOverChildren& afterwards) : child_(std::move(child)), afterwards_(afterwards) {}
   WaitedFor(const WaitedFor&) = delete;
@@ -39,8 +37,6 @@ class WaitedFor {
   OwnedChild child_;
   LeftOverChildren& afterwards_;
 };
-
-}  // namespace
 
 ChildPrograms::ChildPrograms(EventLoop& loop, Workers& workers) : inside_(std::make_shared<Inside>(loop, workers)) {}
 

@@ -1,5 +1,10 @@
 // Runs programs as children of this process, beside the loop and without harm to the host.
 //
+// The loop's thread spends 10 microseconds on handing a program over and some 20 in each of the two or three turns in
+// which it has to do with it. The start itself takes a thread 60 to 160 microseconds; of a host with 10,000 descriptors
+// and 4 GiB in memory 0.6 to 2.5 milliseconds, all for the descriptors. Without threads the loop's thread is held for
+// that time. A program that prints as fast as it can takes 4 % of the loop's time for as long as it is waited for.
+//
 // A child gets its own environment, standard input from and standard error to /dev/null, standard output into a pipe,
 // and no other descriptor, not even one that the host forgot to mark close-on-exec. Its signals have their default
 // dispositions and none is blocked, but SIGPIPE is ignored: a child whose time was over may go on writing. Working
@@ -63,6 +68,7 @@ class ChildPrograms : public ProgramRunner {
 
  private:
   struct Inside;
+  class WaitedFor;
 
   static Task<ProgramResult> RunIn(std::shared_ptr<Inside> inside, ProgramStart start);
 

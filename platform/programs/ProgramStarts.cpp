@@ -41,6 +41,10 @@ StartedProgram StartProgram(const ProgramStart& start) {
 
 }  // namespace
 
+StartedProgram ProgramStarts::Work::operator()() const {
+  return *isWanted ? StartProgram(start) : NotStarted(Failure::kStart, ECANCELED);
+}
+
 ProgramStarts::~ProgramStarts() {
   for (const UnderWay& each : underWay_) *each.isWanted = false;
 }
@@ -50,10 +54,8 @@ Task<void> ProgramStarts::Carry(Entry own, ProgramStart start) {
   StartedProgram program;
   std::exception_ptr thrown;
   try {
-    auto work = workers_.Do(Workers::Kind::kPrograms, [start = std::move(start), isWanted = own->isWanted] {
-      return *isWanted ? StartProgram(start) : NotStarted(Failure::kStart, ECANCELED);
-    });
-    program = co_await work;
+    auto started = workers_.Do(Workers::Kind::kPrograms, Work{std::move(start), own->isWanted});
+    program = co_await started;
   } catch (...) {
     thrown = std::current_exception();
   }

@@ -53,6 +53,13 @@ class ProgramStarts {
   };
   using Entry = std::list<UnderWay>::iterator;
 
+  // The work of a thread.
+  struct Work {
+    ProgramStart start;
+    std::shared_ptr<std::atomic<bool>> isWanted;
+    StartedProgram operator()() const;
+  };
+
   Task<void> Carry(Entry own, ProgramStart start);
 
   Workers& workers_;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <string>
 #include <thread>
@@ -82,6 +83,36 @@ TEST(SharedByLoopsTest, ProgramsAreStartedByAllAndLeftToAll) {
     const ChildPrograms collecting(loop, workers);
     return Kit::HasNoChild();
   })) << "a later loop collects what others have left over";
+}
+
+TEST(SharedByLoopsTest, EachLoopRunsManyProgramsAtOnceAndLetsSomeOfThemGo) {
+  const Kit::TemporaryTree tree;
+  const std::string quick = Kit::WriteProgram(tree, "quick", "printf \"$NUMBER\"");
+  using Running = Kit::Pending<ProgramResult>;
+  OnThreads([&](int number) {
+    EventLoop loop;
+    Workers workers(loop);
+    ChildPrograms programs(loop, workers);
+    programs.MaxPrograms(3);
+    std::deque<Running> running;
+    for (int i = 0; i < 12; ++i) {
+      const std::string text = std::to_string(100 * number + i);
+      running.emplace_back(programs.Run(
+          {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100}));
+    }
+    running.pop_front();  // its start is perhaps under way
+    running.pop_back();   // it waits for a place
+    for (int i = 1; Running & each : running) {
+      EXPECT_TRUE(Kit::TurnUntil(loop, [&] { return each.IsDone(); }));
+      EXPECT_EQ(each.Take().output, std::to_string(100 * number + i++));
+    }
+  });
+  EXPECT_TRUE(Kit::Eventually([] {
+    EventLoop loop;
+    Workers workers(loop);
+    const ChildPrograms collecting(loop, workers);
+    return Kit::HasNoChild();
+  }));
 }
 
 TEST(SharedByLoopsTest, TheWorldAnswersAll) {
