@@ -30,9 +30,7 @@ struct Directive {
 constexpr Directive kDirectives[] = {
     {"<!--#includefile=", false}, {"<!--#includevirtual=", true}, {"<!--#include=", true}};
 
-}  // namespace
-
-Task<void> IncludeFiles(cls_HTTP& record, Page& page) {
+Task<void> IncludeAll(cls_HTTP& record, Page& page) {
   if (!page.HoldsDirectives() || record.VirtualPath().empty() || record.DocumentName().empty()) co_return;
   Pace pace(record.Turns());
   for (const Directive& directive : kDirectives) {
@@ -57,5 +55,9 @@ Task<void> IncludeFiles(cls_HTTP& record, Page& page) {
     }
   }
 }
+
+}  // namespace
+
+Task<void> IncludeFiles(cls_HTTP& record, Page& page) { return IncludeAll(record, page); }
 
 }  // namespace TesselServer

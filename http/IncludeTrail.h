@@ -1,7 +1,7 @@
 // The chain of pages that include a page, and how much they may still include together.
 //
 // Thread:    the host's thread only.
-// Ownership: each trail is on the stack of its page's processing, inside that of the page outside it.
+// Ownership: each trail lives in the task that processes its page, which that of the page outside it owns.
 // Errors:    none.
 #pragma once
 
@@ -40,6 +40,31 @@ struct IncludeTrail {
     }
     return false;
   }
+};
+
+// Takes room for the file of an included page for as long as that is processed.
+class RoomForPage {
+ public:
+  RoomForPage(IncludeRoom& room, std::int64_t size) : room_(room), before_(room.bytes) { room_.bytes -= size; }
+  RoomForPage(const RoomForPage&) = delete;
+  RoomForPage& operator=(const RoomForPage&) = delete;
+  ~RoomForPage() { room_.bytes = before_; }
+
+ private:
+  IncludeRoom& room_;
+  const std::int64_t before_;
+};
+
+// Has a record know the trail of its page for as long as that is processed, whichever way this ends.
+class LaidTrail {
+ public:
+  LaidTrail(const IncludeTrail*& place, const IncludeTrail& trail) : place_(place) { place_ = &trail; }
+  LaidTrail(const LaidTrail&) = delete;
+  LaidTrail& operator=(const LaidTrail&) = delete;
+  ~LaidTrail() { place_ = nullptr; }
+
+ private:
+  const IncludeTrail*& place_;
 };
 
 }  // namespace TesselServer

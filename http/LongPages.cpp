@@ -12,13 +12,20 @@
 namespace TesselServer {
 namespace {
 
-// Whether a text has an opener, step by step.
-class OpenerScan {
+struct Steps {
+  // Makes one; how much work it was (see Pace), 0 when all is done.
+  virtual std::size_t Step() = 0;
+
+ protected:
+  ~Steps() = default;
+};
+
+// Whether a text has an opener.
+class OpenerScan final : public Steps {
  public:
   OpenerScan(std::string_view text, std::string_view opener) : text_(text), opener_(opener) {}
 
-  // How many bytes it has looked at, 0 when it is over.
-  std::size_t Step() {
+  std::size_t Step() override {
     if (found_ || from_ == text_.size()) return 0;
     const std::size_t begin = from_;
     found_ = FindOpenerInWindow(text_, opener_, from_) != std::string_view::npos;
@@ -33,9 +40,7 @@ class OpenerScan {
   bool found_ = false;
 };
 
-// Makes all steps of `work`.
-template <typename Work>
-Task<void> AllSteps(Work& work, Turns* turns) {
+Task<void> AllSteps(Steps& work, Turns* turns) {
   Pace pace(turns);
   while (const std::size_t steps = work.Step()) {
     if (!pace.IsOver(steps)) continue;
@@ -44,12 +49,11 @@ Task<void> AllSteps(Work& work, Turns* turns) {
   }
 }
 
-// A copy of a text, made step by step.
-class Copying {
+class Copying final : public Steps {
  public:
   explicit Copying(std::string_view text) : text_(text) { copy_.reserve(text.size()); }
 
-  std::size_t Step() {
+  std::size_t Step() override {
     const std::string_view part = text_.substr(copy_.size(), kSearchWindow);
     copy_ += part;
     return part.size();
@@ -61,12 +65,21 @@ class Copying {
   std::string copy_;
 };
 
-// The pieces of a page joined, step by step: first their length is added up, then they are copied.
-class Joining {
+class Normalising final : public Steps {
+ public:
+  explicit Normalising(std::string& text) : normaliser_(text) {}
+  std::size_t Step() override { return normaliser_.Step(); }
+
+ private:
+  TagNormaliser normaliser_;
+};
+
+// The pieces of a page joined: first their length is added up, then they are copied.
+class Joining final : public Steps {
  public:
   explicit Joining(const Page& page) : chunks_(page.Pieces().Chunks()) {}
 
-  std::size_t Step() { return isMeasured_ ? Copy() : Measure(); }
+  std::size_t Step() override { return isMeasured_ ? Copy() : Measure(); }
   std::string Take() { return std::move(text_); }
 
  private:
@@ -110,16 +123,7 @@ class Joining {
   std::string text_;
 };
 
-}  // namespace
-
-Task<Page::SharedText> ContentsInTurns(const OpenFile& file, std::int64_t limit, Turns*) {
-  auto bytes = std::make_shared<std::string>();
-  Page::SharedText contents;
-  if (file.ReadAll(*bytes, limit)) contents = std::move(bytes);
-  co_return contents;
-}
-
-Task<bool> HoldsTagsInTurns(Page::SharedText text, Turns* turns) {
+Task<bool> FindTags(Page::SharedText text, Turns* turns) {
   for (const std::string_view opener : {kDirectiveStart, kScriptStart}) {
     OpenerScan scan(*text, opener);
     auto steps = AllSteps(scan, turns);
@@ -129,19 +133,13 @@ Task<bool> HoldsTagsInTurns(Page::SharedText text, Turns* turns) {
   co_return false;
 }
 
-Page PageOf(Page::SharedText text) {
-  std::string compact = *text;
-  text.reset();  // so that no large page is in memory twice
-  return Page(NormaliseTags(std::move(compact)));
-}
-
-Task<Page> PageInTurns(Page::SharedText text, Turns* turns) {
+Task<Page> MakePage(Page::SharedText text, Turns* turns) {
   Copying copying(*text);
   auto copied = AllSteps(copying, turns);
   co_await copied;
   text.reset();  // so that no large page is in memory twice
   std::string compact = copying.Take();
-  TagNormaliser normaliser(compact);
+  Normalising normaliser(compact);
   auto normalised = AllSteps(normaliser, turns);
   co_await normalised;
   const auto result = std::make_shared<const std::string>(std::move(compact));
@@ -154,12 +152,33 @@ Task<Page> PageInTurns(Page::SharedText text, Turns* turns) {
   co_return Page(result, directives.HasFound(), scripts.HasFound());
 }
 
-Task<Page::SharedText> ResultInTurns(const Page& page, Turns* turns) {
+Task<Page::SharedText> Join(const Page& page, Turns* turns) {
   if (Page::SharedText unchanged = page.Unchanged()) co_return unchanged;
   Joining joining(page);
   auto joined = AllSteps(joining, turns);
   co_await joined;
   co_return std::make_shared<const std::string>(joining.Take());
 }
+
+}  // namespace
+
+Task<Page::SharedText> ContentsInTurns(const OpenFile& file, std::int64_t limit, Turns*) {
+  auto bytes = std::make_shared<std::string>();
+  Page::SharedText contents;
+  if (file.ReadAll(*bytes, limit)) contents = std::move(bytes);
+  co_return contents;
+}
+
+Task<bool> HoldsTagsInTurns(Page::SharedText text, Turns* turns) { return FindTags(std::move(text), turns); }
+
+Page PageOf(Page::SharedText text) {
+  std::string compact = *text;
+  text.reset();  // so that no large page is in memory twice
+  return Page(NormaliseTags(std::move(compact)));
+}
+
+Task<Page> PageInTurns(Page::SharedText text, Turns* turns) { return MakePage(std::move(text), turns); }
+
+Task<Page::SharedText> ResultInTurns(const Page& page, Turns* turns) { return Join(page, turns); }
 
 }  // namespace TesselServer

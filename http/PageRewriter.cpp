@@ -11,6 +11,16 @@ namespace {
 constexpr std::size_t kWorkOfAPiece = 8;
 constexpr std::size_t kWorkOfATag = 64;
 
+// `from` goes where a search goes on that has found nothing.
+std::size_t FindIn(std::string_view text, std::string_view needle, bool isOpener, std::size_t& from, std::size_t left) {
+  if (text.size() - from > left) {
+    return isOpener ? FindOpenerInWindow(text, needle, from, left) : FindInWindow(text, needle, from, left);
+  }
+  const std::size_t place = isOpener ? FindOpener(text, needle, from) : text.find(needle, from);
+  if (place == std::string_view::npos) from = text.size();
+  return place;
+}
+
 // What one replacement adds at most to the chunks there are: parts of those around it, and one for itself.
 constexpr std::size_t kMaxNewChunks = 4;
 
@@ -55,8 +65,7 @@ PageRewriter::Found PageRewriter::Seek(std::string_view needle, bool isOpener, P
     std::size_t looked = kWorkOfAPiece;
     if (piece.source == PieceSource::kAuthor) {
       const std::size_t begin = at_.offset;
-      const std::size_t place = isOpener ? FindOpenerInWindow(piece.text, needle, at_.offset, left)
-                                         : FindInWindow(piece.text, needle, at_.offset, left);
+      const std::size_t place = FindIn(piece.text, needle, isOpener, at_.offset, left);
       looked += (place != std::string_view::npos ? place : at_.offset) - begin;
       work_ += looked;
       if (place != std::string_view::npos) {

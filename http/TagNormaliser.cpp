@@ -64,10 +64,13 @@ std::size_t TagNormaliser::Keep(std::size_t end, Phase next) {
 std::size_t TagNormaliser::Strip() {
   const std::size_t begin = read_;
   const std::size_t stop = begin + std::min(end_ - begin, window_);
-  for (; read_ < stop; ++read_) {
-    const char c = text_[read_];
-    if (c != ' ' && c != '"') text_[kept_++] = c;
+  const char* const text = text_.data();
+  char* kept = text_.data() + kept_;
+  for (const char* at = text + begin; at != text + stop; ++at) {
+    if (*at != ' ' && *at != '"') *kept++ = *at;
   }
+  kept_ = static_cast<std::size_t>(kept - text);
+  read_ = stop;
   if (read_ == end_) phase_ = Phase::kOpener;
   return stop - begin + 1;
 }

@@ -53,7 +53,7 @@ std::string ValueOf(cls_HTTP& record, const EchoTag& tag, std::string_view name)
   return tag.isQueryItem ? QueryItem(record.Request().QueryString, name) : record.ServerVariable(name);
 }
 
-Task<void> EchoAll(cls_HTTP& record, Page& page, const EchoTag& tag, ValueMap& values) {
+Task<void> EchoKind(cls_HTTP& record, Page& page, const EchoTag& tag, ValueMap& values) {
   Pace pace(record.Turns());
   PageRewriter pass(page);
   for (auto found = pass.Search(tag.opener, tag.end); found != PageRewriter::Found::kNone;
@@ -83,17 +83,19 @@ Task<void> EchoAll(cls_HTTP& record, Page& page, const EchoTag& tag, ValueMap& v
   }
 }
 
-}  // namespace
-
-Task<void> EchoVariables(cls_HTTP& record, Page& page) {
+Task<void> EchoAllKinds(cls_HTTP& record, Page& page) {
   ValueMap variables;
   ValueMap items;
   for (const EchoTag& tag : kEchoTags) {
     const bool isDirective = tag.opener.starts_with(kDirectiveStart);
     if (!(isDirective ? page.HoldsDirectives() : page.HoldsScripts())) continue;
-    auto echo = EchoAll(record, page, tag, tag.isQueryItem ? items : variables);
+    auto echo = EchoKind(record, page, tag, tag.isQueryItem ? items : variables);
     co_await echo;
   }
 }
+
+}  // namespace
+
+Task<void> EchoVariables(cls_HTTP& record, Page& page) { return EchoAllKinds(record, page); }
 
 }  // namespace TesselServer

@@ -181,20 +181,24 @@ std::string cls_HTTP::FoundContentType(std::string_view extension) const {
   return {};
 }
 
+// The request values go into no frame: they are many.
 Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, std::string File, std::string StatusCode, bool WantHeader,
                                    std::string ExtraHeaders, RequestInfo info, std::string) {
   SetRequestInfo(std::move(info));
-  const std::string path = LocalName(File);
+  return FileAnswer(std::move(found), LocalName(File), std::move(StatusCode), WantHeader, std::move(ExtraHeaders));
+}
+
+Task<Answer> cls_HTTP::FileAnswer(FoundEntry found, std::string path, std::string statusCode, bool wantHeader,
+                                  std::string extraHeaders) {
   if (!found.file.IsOpen()) found.file = OpenPath(path);
   documentName_ = found.name;
   if (IsProgramName(path)) {
-    auto output = ProgramAnswer(found, std::move(StatusCode), WantHeader, std::move(ExtraHeaders));
+    auto output = ProgramAnswer(found, std::move(statusCode), wantHeader, std::move(extraHeaders));
     co_return co_await output;
   }
-
   Answer answer;
   if (found.file.Kind() != EntryKind::kFile) {
-    if (WantHeader) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
+    if (wantHeader) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
     co_return answer;
   }
   const std::string type = ContentTypeOf(path);
@@ -216,7 +220,7 @@ Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, std::string File, std::stri
     const std::int64_t size = found.file.Size();
     answer.body = FileBody{std::move(found.file), size};
   }
-  if (WantHeader) answer.head = HeadOf(answer, type, StatusCode, ExtraHeaders);
+  if (wantHeader) answer.head = HeadOf(answer, type, statusCode, extraHeaders);
   co_return answer;
 }
 
@@ -268,11 +272,7 @@ Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity
     trail.depth = outerTrail_->depth + 1;
     trail.room = outerTrail_->room;
   }
-  const struct Laid {
-    explicit Laid(const IncludeTrail*& given, const IncludeTrail* value) : place(given) { place = value; }
-    ~Laid() { place = nullptr; }
-    const IncludeTrail*& place;
-  } laid(trail_, &trail);
+  const LaidTrail laid(trail_, trail);
   auto processors = RunProcessors(page);
   co_await processors;
   if (!IsLong(page.MaxSize(), turns_)) co_return page.Result();
@@ -280,19 +280,21 @@ Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity
   co_return co_await joining;
 }
 
+struct cls_HTTP::Processor {
+  bool (cls_HTTP::*isOn)() const;
+  Task<void> (*run)(cls_HTTP& record, Page& page);
+  bool (Page::*holdsTags)() const;
+};
+
 // Each switch as it is when its turn comes: the host may change them inside an event.
 Task<void> cls_HTTP::RunProcessors(Page& page) {
-  const struct {
-    bool (cls_HTTP::*isOn)() const;
-    Task<void> (*run)(cls_HTTP& record, Page& page);
-    bool (Page::*holdsTags)() const;
-  } processors[] = {
+  const Processor processors[] = {
       {&cls_HTTP::SSIEnable, EchoVariables, &Page::HoldsTags},
       {&cls_HTTP::SSIEnable, IncludeFiles, &Page::HoldsDirectives},
       {&cls_HTTP::CGIEnable, RunExecDirectives, &Page::HoldsDirectives},
       {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, &Page::HoldsScripts},
   };
-  for (const auto& processor : processors) {
+  for (const Processor& processor : processors) {
     if (!(this->*processor.isOn)() || !(page.*processor.holdsTags)()) continue;
     try {
       auto run = processor.run(*this, page);
@@ -350,12 +352,7 @@ Task<Page::SharedText> cls_HTTP::TextForPage(FoundEntry found) {
 // A page that takes in its own includes. What they take does not count further: what the page has become counts where
 // it is put in.
 Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) {
-  struct Restored {
-    std::int64_t& bytes;
-    const std::int64_t before;
-    ~Restored() { bytes = before; }
-  } const restored{trail_->room->bytes, trail_->room->bytes};
-  trail_->room->bytes -= found.file.Size();
+  const RoomForPage restored(*trail_->room, found.file.Size());
   cls_HTTP record(world_);
   record.TakeAfter(*this);
   record.SetRequestInfo(Request());

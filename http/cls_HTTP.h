@@ -309,12 +309,15 @@ class cls_HTTP {
   std::string HeadOf(const Answer& answer, std::string_view type, std::string_view code,
                      std::string_view extraHeaders) const;
   Task<Answer> ErrorFilePage(std::string code) const;
+  Task<Answer> FileAnswer(FoundEntry found, std::string path, std::string statusCode, bool wantHeader,
+                          std::string extraHeaders);
   Task<Answer> ProgramAnswer(const FoundEntry& found, std::string statusCode, bool wantHeader,
                              std::string extraHeaders);
   Task<Page::SharedText> ProcessPage(Page::SharedText text, FileIdentity file);
   Task<Page::SharedText> TextForPage(FoundEntry found);
   Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text);
   Task<void> RunProcessors(Page& page);
+  struct Processor;
 
   World& world_;
   std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only
