@@ -182,7 +182,7 @@ Task<std::optional<std::string>> cls_DirListing::ListInTurns(std::string& LocalD
   page.append(kBeforeTitle).append(heading).append(kBeforeHeading).append(heading).append(kBehindHeading);
   if (UrlPath.ends_with('/')) UrlPath.pop_back();
   AppendParentRow(page, UrlPath);
-  Rows rows(page, LocalDir, UrlPath, kMaxListingBytes - kEnd.size());
+  Rows rows(page, UrlPath, kMaxListingBytes - kEnd.size());
   NameSet shown;
   if (turns != nullptr) rows.shown = &shown;
   auto folders = AppendInTurns(rows, EntryKind::kDirectory, turns);
@@ -193,22 +193,22 @@ Task<std::optional<std::string>> cls_DirListing::ListInTurns(std::string& LocalD
   co_return std::move(page);
 }
 
-std::string cls_DirListing::ListSubDirectories(std::string& LocalDir, std::string& UrlPath, const std::string&) {
+std::string cls_DirListing::ListSubDirectories(std::string&, std::string& UrlPath, const std::string&) {
   std::string page;
-  const Rows rows(page, LocalDir, UrlPath, kMaxListingBytes);
+  const Rows rows(page, UrlPath, kMaxListingBytes);
   RunNow(AppendInTurns(rows, EntryKind::kDirectory, nullptr));
   return page;
 }
 
-std::string cls_DirListing::ListFiles(std::string& LocalDir, std::string& UrlPath, const std::string&) {
+std::string cls_DirListing::ListFiles(std::string&, std::string& UrlPath, const std::string&) {
   std::string page;
-  const Rows rows(page, LocalDir, UrlPath, kMaxListingBytes);
+  const Rows rows(page, UrlPath, kMaxListingBytes);
   RunNow(AppendInTurns(rows, EntryKind::kFile, nullptr));
   return page;
 }
 
-cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most)
-    : page(rowsGoTo), localDir(folder), limit(most) {
+cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view urlPath, std::size_t most)
+    : page(rowsGoTo), limit(most) {
   begin.append(kRowBegin).append(urlPath).append("/");
 }
 
@@ -289,7 +289,7 @@ bool cls_DirListing::AppendRow(Pass& pass) {
   const Rows& rows = pass.rows;
   const DirectoryEntry& entry = pass.entries.Entry();
   const bool isFolder = pass.kind == EntryKind::kDirectory;
-  fileInfo_.SetEntry(rows.localDir, entry.name, entry.facts);
+  fileInfo_.SetEntry({}, entry.name, entry.facts);  // its folder is on no row
   if (!isFolder && fileInfo_.attrHidden()) return true;
   if (rows.shown != nullptr && !rows.shown->Add(entry.name)) return true;
   rows.MakeRoom(rows.begin.size() + kMaxRowBytes);

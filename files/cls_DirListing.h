@@ -98,7 +98,7 @@ class cls_DirListing {
  private:
   // Where rows go to and what they are made with.
   struct Rows {
-    Rows(std::string& rowsGoTo, std::string_view folder, std::string_view urlPath, std::size_t most);
+    Rows(std::string& rowsGoTo, std::string_view urlPath, std::size_t most);
 
     // Makes room for so many bytes, and for the rows of so many entries, as far as they may go. No more than
     // kMovedAtMost bytes of the page are ever moved for it.
@@ -107,7 +107,6 @@ class cls_DirListing {
     void Expect(std::size_t entries) const;
 
     std::string& page;
-    std::string_view localDir;
     std::string begin;         // of each row, up to the entry's own address
     std::size_t limit;         // length of `page` that no row may pass
     NameSet* shown = nullptr;  // the names that have a row; null where the folder is read in the call

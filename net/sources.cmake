@@ -1,4 +1,6 @@
-set(SOURCES HostLookUp.cpp)
+set(SOURCES
+  HostLookUp.cpp
+  HostNames.cpp)
 set(PUBLIC_HEADERS HostLookUp.h)
 set(TOOLBOX_SOURCES
   cls_INet.cpp

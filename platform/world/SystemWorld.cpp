@@ -31,7 +31,10 @@ namespace {
 constexpr std::size_t kMaxHostName = 255;  // nothing longer is a host name (RFC 1123)
 
 // Makes this thread's resolver ask one server once, in one packet, and wait one second, as long as it lives: a look-up
-// holds the only thread. What the host has set comes back afterwards.
+// holds its thread. What the host has set comes back afterwards.
+//
+// Each thread has a resolver of its own (_res is the thread's, resolver(3)), made from resolv.conf(5) at its first use,
+// so look-ups of several threads do not meet, and what the host has set in its own does not count in the others.
 //
 // TCP has no limit of time in the resolver, so an answer that does not fit into a packet counts as none.
 //

@@ -2,7 +2,8 @@
 // folder, the registry store. One interface, so that a test can let 31 seconds or a change to summer time pass in no
 // time at all.
 //
-// Thread:    SystemWorld() may be used by several threads at once; another world is for the thread of its loop.
+// Thread:    SystemWorld() may be used by several threads at once; another world is for the thread of its loop, but for
+//            HostNameOf, which threads of Workers call, several at once.
 // Ownership: SystemWorld() lives as long as the process; an EventLoop and a control keep a reference to theirs.
 // Errors:    none; what cannot be determined has the fallback value documented at each member.
 #pragma once

@@ -1,6 +1,7 @@
 // A world that stands still until a test moves it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -24,7 +25,7 @@ class FakeWorld : public World {
   std::string localAddress = "192.0.2.1";
   std::string applicationFolder = "/nonexistent/application";
   std::map<std::uint32_t, std::string> hostNames;
-  mutable int hostNameLookUps = 0;
+  mutable std::atomic<int> hostNameLookUps = 0;  // they may come from a thread of Workers
   std::map<std::string, std::uint32_t, std::less<>> addresses;
   RegistryStore registry;
   std::int64_t descriptorLimit = 1'000'000;
