@@ -120,9 +120,18 @@ void AppendDateAndRowEnd(std::string& page, const CivilTime& date) {
   page.append(shown);
 }
 
+// Takes the row that begins at `start` away again when it passes the limit. Whether it may stay.
+bool Fits(std::string& page, std::size_t start, std::size_t limit) {
+  if (page.size() <= limit) return true;
+  page.resize(start);
+  return false;
+}
+
+}  // namespace
+
 // The end of a row, after its size. Entries of one folder often have the same time, so the latest text is
 // kept.
-class RowEnd {
+class cls_DirListing::RowEnd {
  public:
   // For what `entry` points at in turn. `beforeDate` comes first.
   RowEnd(const CFileInfo& entry, std::string_view beforeDate) : entry_(entry), beforeDate_(beforeDate) {}
@@ -141,15 +150,6 @@ class RowEnd {
   std::int64_t modified_ = 0;
   std::string text_;
 };
-
-// Takes the row that begins at `start` away again when it passes the limit. Whether it may stay.
-bool Fits(std::string& page, std::size_t start, std::size_t limit) {
-  if (page.size() <= limit) return true;
-  page.resize(start);
-  return false;
-}
-
-}  // namespace
 
 // A pass over the folder for one kind of row.
 class cls_DirListing::Pass {

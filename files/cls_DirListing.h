@@ -111,6 +111,7 @@ class cls_DirListing {
     std::size_t limit;         // length of `page` that no row may pass
     NameSet* shown = nullptr;  // the names that have a row; null where the folder is read in the call
   };
+  class RowEnd;
   class Pass;
   enum class Stretch { kMore, kLink, kMustFetch, kEnd };
 

@@ -1,6 +1,7 @@
 #include "net/HostNames.h"
 
 #include <exception>
+#include <functional>
 #include <new>
 #include <utility>
 
@@ -143,8 +144,10 @@ void HostNames::BeginLookUps() {
 Task<void> HostNames::Look(std::int32_t address) {
   std::optional<std::string> name;
   try {
-    auto work = workers_.Do(Workers::Kind::kNames,
-                            [&world = world_, address] { return HostLookUp(world).HostNameFromLong(address); });
+    std::function<std::string()> look = [&world = world_, address] {
+      return HostLookUp(world).HostNameFromLong(address);
+    };
+    auto work = workers_.Do(Workers::Kind::kNames, std::move(look));
     name = co_await work;
   } catch (const std::exception&) {
     // no memory: nothing is known of the host

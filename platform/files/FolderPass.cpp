@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <functional>
 #include <utility>
 
 #include "platform/files/FileStamp.h"
@@ -37,8 +38,8 @@ std::optional<DirectoryReader::Step> FolderPass::Advance() {
 }
 
 Task<void> FolderPass::Fetch() {
-  auto next =
-      turns_->Beside().Do(Workers::Kind::kFiles, [reader = beside_] { return reader->NextBatch(kFetchedAtOnce); });
+  std::function<std::vector<NamedEntry>()> read = [reader = beside_] { return reader->NextBatch(kFetchedAtOnce); };
+  auto next = turns_->Beside().Do(Workers::Kind::kFiles, std::move(read));
   fetched_ = co_await next;
   next_ = 0;
   isOver_ = fetched_.empty();
