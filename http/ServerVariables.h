@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "http/NameSource.h"
+#include "net/NameSource.h"
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
 #include "platform/world/World.h"

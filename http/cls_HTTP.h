@@ -17,7 +17,7 @@
 
 #include "http/Enumerations.h"
 #include "http/IncludeTrail.h"
-#include "http/NameSource.h"
+#include "net/NameSource.h"
 #include "http/Page.h"
 #include "http/ParentControl.h"
 #include "http/RecordSettings.h"

@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 
+#include "net/NameSource.h"
 #include "platform/files/LruCache.h"
 #include "platform/tasks/Task.h"
 #include "platform/tasks/Workers.h"
@@ -28,7 +29,7 @@ namespace TesselServer {
 class EventLoop;
 class World;
 
-class HostNames {
+class HostNames final : public NameSource {
  public:
   static constexpr std::int64_t kRememberedMilliseconds = 60'000;
   static constexpr std::size_t kMaxRemembered = 1024;  // the least recently used goes first
@@ -39,15 +40,15 @@ class HostNames {
   HostNames(EventLoop& loop, Workers& workers);
   HostNames(const HostNames&) = delete;
   HostNames& operator=(const HostNames&) = delete;
-  ~HostNames();
+  ~HostNames() override;
 
   // The name of the host at `address`, in the forms of HostLookUp::AddressFromDottedText. "Unknown" for any other text,
   // for a host that has no name, and after kPatienceMilliseconds; only then it is not remembered. Where the workers
   // have no threads it is looked up in the call.
-  Task<std::string> NameOf(std::string address);
+  Task<std::string> NameOf(std::string address) override;
 
   // The same in the call: remembered, or looked up, which takes about a second where no server answers.
-  std::string NameNow(std::string_view address);
+  std::string NameNow(std::string_view address) override;
 
  private:
   class Waiting;

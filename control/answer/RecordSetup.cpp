@@ -37,6 +37,7 @@ std::shared_ptr<cls_HTTP> RecordOf(ControlState& state, Slot& slot, std::int32_t
   slot.Record->ConnectionIndex(static_cast<std::int16_t>(Index));
   slot.Record->ShareSettings(state.requestTemplate);
   slot.Record->Turns(&state.turns);
+  slot.Record->Names(&state.names);
   return slot.Record;
 }
 

@@ -14,6 +14,7 @@
 #include "control/life/Statistics.h"
 #include "http/ContentTypeMemory.h"
 #include "http/SecretFiles.h"
+#include "net/HostNames.h"
 #include "platform/files/FileSystem.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/loop/Timer.h"
@@ -40,6 +41,7 @@ struct ControlState {
         reporter(owner, statistics),
         workers(eventLoop),
         turns(eventLoop, workers),
+        names(eventLoop, workers),
         sckWS(eventLoop, notifications),
         programs(eventLoop, workers),
         tmrCheckConn(eventLoop),
@@ -54,6 +56,7 @@ struct ControlState {
   Reporter reporter;
   Workers workers;
   Turns turns;
+  HostNames names;
   SocketArray sckWS;
   ChildPrograms programs;
   Timer tmrCheckConn;

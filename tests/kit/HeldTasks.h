@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "http/NameSource.h"
+#include "net/NameSource.h"
 #include "platform/programs/ProgramRunner.h"
 #include "platform/tasks/Task.h"
 

@@ -1,7 +1,7 @@
-// What a request record asks for the names of clients.
+// What is asked for the names of clients.
 //
 // Thread:    the host's thread only.
-// Ownership: outlives the records that it is given to, and the tasks that wait for it.
+// Ownership: outlives those that it is given to, and the tasks that wait for it.
 // Errors:    none; a client without a name has the one that HostLookUp gives it.
 #pragma once
 
