@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <functional>
 #include <span>
 #include <utility>
 
@@ -250,7 +251,7 @@ Task<FoundEntry> RootFolder::FindInTurns(std::string relative, Turns* turns) con
 
 // Looks beside the loop. Nothing of this object is touched there.
 Task<FoundEntry> RootFolder::FindBesideLoop(CollapsedPath path, Turns& turns) const {
-  const auto look = [root = systemPath_, path, isBehindLink = isBehindLink_] {
+  const std::function<Attempt()> look = [root = systemPath_, path, isBehindLink = isBehindLink_] {
     Attempt attempt(root, path, isBehindLink);
     if (!attempt.found)
       attempt.found = RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), path, nullptr, nullptr));

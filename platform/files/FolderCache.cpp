@@ -7,10 +7,9 @@
 #include "platform/world/World.h"
 
 namespace TesselServer {
-namespace {
 
 // Sets a flag for as long as it lives.
-class Busy {
+class FolderCache::Busy {
  public:
   explicit Busy(bool& flag) : flag_(flag) { flag_ = true; }
   Busy(const Busy&) = delete;
@@ -20,8 +19,6 @@ class Busy {
  private:
   bool& flag_;
 };
-
-}  // namespace
 
 FolderCache::FolderCache(std::string rootPath, const World& world, std::size_t maxBytes)
     : rootPath_(std::move(rootPath)), world_(world), maxBytes_(maxBytes), records_(maxBytes) {}

@@ -67,6 +67,7 @@ class FolderCache {
   std::size_t Count() const { return records_.Count(); }
 
  private:
+  class Busy;
   struct Answer {
     std::shared_ptr<FolderRecord> record;  // the one to be used, or the last one before the folder is read
     std::optional<FileStamp> toBeRead;     // what the folder is then

@@ -5,6 +5,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 
+#include <functional>
 #include <string_view>
 
 #include "platform/files/SlowDisk.h"
@@ -55,7 +56,8 @@ Task<bool> FillInTurns(std::shared_ptr<FolderStream> stream, Turns* turns) {
     co_await next;
   }
   if (!stream->MayWait()) co_return stream->Fill();
-  auto filled = turns->Beside().Do(Workers::Kind::kFiles, [stream] { return stream->Fill(); });
+  const std::function<bool()> fill = [stream] { return stream->Fill(); };
+  auto filled = turns->Beside().Do(Workers::Kind::kFiles, fill);
   co_return co_await filled;
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "platform/files/FileStamp.h"
 #include "platform/world/UniqueDescriptor.h"
@@ -56,9 +57,10 @@ Task<ssize_t> PatientReader::ReadBeside(char* to, std::size_t bytes, std::int64_
   }
   if (!shared_->file.IsOpen()) co_return ReadNow(descriptor_, to, bytes, offset);  // no descriptor is left for it
   const std::size_t most = std::min(bytes, kPieceBesideBytes);
-  auto reading = turns_.Beside().Do(Workers::Kind::kFiles, [shared = shared_, most, offset] {
+  const std::function<ssize_t()> read = [shared = shared_, most, offset] {
     return ReadNow(shared->file.Get(), shared->piece.get(), most, offset);
-  });
+  };
+  auto reading = turns_.Beside().Do(Workers::Kind::kFiles, read);
   const ssize_t got = co_await reading;
   if (got > 0) std::copy_n(shared_->piece.get(), got, to);
   co_return got;
