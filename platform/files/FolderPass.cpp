@@ -5,22 +5,13 @@
 #include <functional>
 #include <utility>
 
-#include "platform/files/FileStamp.h"
+#include "platform/files/SlowDisk.h"
 #include "platform/tasks/Turns.h"
 
 namespace TesselServer {
-namespace {
-
-// Of the file systems of local disks no wait is expected; every other one may ask another machine, or a program.
-bool MayWait(const OpenFile& directory) {
-  return directory.Kind() == EntryKind::kDirectory && !KeepsChangeTimes(directory.Descriptor(), ReadFrom::kNames);
-}
-
-}  // namespace
-
 FolderPass::FolderPass(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record, Turns* turns)
     : turns_(turns) {
-  if (turns_ == nullptr || turns_->Beside().Count() == 0 || record || !MayWait(directory)) {
+  if (turns_ == nullptr || turns_->Beside().Count() == 0 || record || !MayWait(directory.Descriptor())) {
     here_.emplace(directory, wanted, std::move(record));
     return;
   }
