@@ -7,6 +7,7 @@
 #include <cassert>
 #include <cerrno>
 #include <exception>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -225,15 +226,19 @@ void LoopCore::Unwatch(WatchId watch) noexcept {
 // ---- Tasks.
 
 void LoopCore::Post(std::function<void()> task) {
-  if (thread_.RunsTurn()) return Post(nullptr, std::move(task));
+  if (thread_.RunsTurn()) {
+    Post(nullptr, std::move(task));
+    return;
+  }
   PreparedTask posted;
   posted.push_back({nullptr, std::move(task)});
   Post(posted);
 }
 
-void LoopCore::Post(const void* owner, std::function<void()> task) {
+LoopCore::TaskPlace LoopCore::Post(const void* owner, std::function<void()> task) {
   tasks_.push_back({owner, std::move(task)});
   if (hosted_ && depth_ <= EventLoop::kMaxNesting) hosted_->AnnounceTasks(true);
+  return std::prev(tasks_.end());
 }
 
 LoopCore::PreparedTask LoopCore::Prepare(std::function<void()> task) {

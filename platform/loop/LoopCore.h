@@ -89,8 +89,11 @@ class LoopCore {
   void Post(std::function<void()> task);
   // A task of the library's own, on the loop's thread: `owner` can take all of its tasks back. What it throws goes out
   // of the turn.
-  void Post(const void* owner, std::function<void()> task);
+  using TaskPlace = std::list<PostedTask>::iterator;
+  TaskPlace Post(const void* owner, std::function<void()> task);
   void Withdraw(const void* owner) noexcept;
+  // Takes back one that has not begun, at once however many there are.
+  void Withdraw(TaskPlace task) noexcept { tasks_.erase(task); }
   // One of the library's own that is made now and posted later, from any thread and without taking memory.
   using PreparedTask = std::list<PostedTask>;
   static PreparedTask Prepare(std::function<void()> task);

@@ -15,26 +15,29 @@ namespace TesselServer {
 
 struct ChildPrograms::Inside {
   Inside(EventLoop& eventLoop, Workers& workers)
-      : loop(eventLoop), leftOver(eventLoop), places(eventLoop, kDefaultMaxPrograms), starts(workers, leftOver) {}
+      : loop(eventLoop), places(eventLoop, kDefaultMaxPrograms), leftOver(eventLoop), starts(workers, leftOver) {}
 
   EventLoop& loop;
-  LeftOverChildren leftOver;
   ProgramPlaces places;
+  LeftOverChildren leftOver;  // may hold places
   ProgramStarts starts;
 };
 
 // A child that is waited for; afterwards, and where the waiting is given up, it is collected or left over.
 class ChildPrograms::WaitedFor {
  public:
-  WaitedFor(OwnedChild child, LeftOverChildren& afterwards) : child_(std::move(child)), afterwards_(afterwards) {}
+  WaitedFor(OwnedChild child, ProgramPlaces::Place place, const TimeLimit& limit, LeftOverChildren& afterwards)
+      : child_(std::move(child)), place_(std::move(place)), limit_(limit), afterwards_(afterwards) {}
   WaitedFor(const WaitedFor&) = delete;
   WaitedFor& operator=(const WaitedFor&) = delete;
-  ~WaitedFor() { afterwards_.Add(std::move(child_)); }
+  ~WaitedFor() { afterwards_.Add(std::move(child_), std::move(place_), limit_.End()); }
 
   pid_t Number() const { return child_.Number(); }
 
  private:
   OwnedChild child_;
+  ProgramPlaces::Place place_;
+  const TimeLimit& limit_;
   LeftOverChildren& afterwards_;
 };
 
@@ -56,7 +59,7 @@ Task<ProgramResult> ChildPrograms::RunIn(std::shared_ptr<Inside> inside, Program
   const std::size_t outputLimit = start.outputLimit;
 
   ProgramPlaces::Arrival arrival(inside->places, limit);
-  const ProgramPlaces::Place place = co_await arrival;
+  ProgramPlaces::Place place = co_await arrival;
   inside->leftOver.Collect();
   if (!place || inside->leftOver.Count() >= kMaxLeftOver) co_return ProgramResult{.failure = kStart, .error = EAGAIN};
 
@@ -67,7 +70,7 @@ Task<ProgramResult> ChildPrograms::RunIn(std::shared_ptr<Inside> inside, Program
   }
   if (program.child.Number() < 0) co_return ProgramResult{.milliseconds = limit.Passed()};
 
-  const WaitedFor child(std::move(program.child), inside->leftOver);
+  const WaitedFor child(std::move(program.child), std::move(place), limit, inside->leftOver);
   ChildWait wait(inside->loop, child.Number(), program.output.Get(), outputLimit, limit);
   co_return co_await wait;
 }

@@ -58,9 +58,10 @@ class ChildPrograms : public ProgramRunner {
 
   // Runs the program beside the loop, which has its turns meanwhile. The time counts from here on, for waiting for a
   // place as well: one that gets none in time is not started (kStart, EAGAIN), and with a time of 0 only where one is
-  // free. A place is free again when the task is done or destroyed, whether its child runs on or not, but not before
-  // the start of the child is over. Output is read as it comes, so a child with much output ends too. A grandchild that
-  // keeps the pipe open is not waited for.
+  // free. A place is free again when the task is done, whether its child runs on or not. Where the
+  // task is destroyed before, it is free when the child has ended or the time is over: clients that leave at once do
+  // not get more programs run than others. Output is read as it comes, so a child with much output ends too. A
+  // grandchild that keeps the pipe open is not waited for.
   Task<ProgramResult> Run(ProgramStart start) override;
 
   // How many children have outlived their time and not been collected yet.

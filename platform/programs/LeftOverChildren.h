@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <memory>
 
 #include "platform/loop/Timer.h"
 #include "platform/programs/OwnedChild.h"
@@ -30,8 +31,9 @@ class LeftOverChildren {
   ~LeftOverChildren();
 
   // Looks after the child from now on, collecting it at once if it has ended. Takes no memory for the child; where
-  // there is none for the timer, the next call of Collect finds it.
-  void Add(OwnedChild child) noexcept;
+  // there is none for the timer, the next call of Collect finds it. `place` is kept until the child is collected or the
+  // loop's World::MonotonicMicroseconds are `until`; where there is no memory for that, it is dropped at once.
+  void Add(OwnedChild child, std::shared_ptr<void> place = nullptr, std::int64_t until = 0) noexcept;
 
   // Collects the children that have ended, its own and those of the process's list.
   void Collect();
@@ -40,7 +42,15 @@ class LeftOverChildren {
   std::size_t Count() const { return children_.size(); }
 
  private:
+  struct Held {
+    pid_t child;
+    std::shared_ptr<void> place;
+    std::int64_t until;
+  };
+
+  EventLoop& loop_;
   std::list<pid_t> children_;
+  std::list<Held> held_;
   Timer timer_;
 };
 

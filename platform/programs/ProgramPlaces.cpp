@@ -42,7 +42,7 @@ void ProgramPlaces::LetIn() noexcept {
 
 ProgramPlaces::Arrival::~Arrival() {
   if (isWaiting_) {
-    places_.waiting_.remove(this);
+    places_.waiting_.erase(queued_);
     limit_.OnOver(nullptr);
   }
   if (isIn_) places_.Release();
@@ -55,10 +55,10 @@ bool ProgramPlaces::Arrival::MustWait() {
     return false;
   }
   if (limit_.IsOver()) return false;
-  places_.waiting_.push_back(this);
+  queued_ = places_.waiting_.insert(places_.waiting_.end(), this);
   isWaiting_ = true;
   limit_.OnOver([this] {
-    places_.waiting_.remove(this);
+    places_.waiting_.erase(queued_);
     isWaiting_ = false;
     Resume();
   });

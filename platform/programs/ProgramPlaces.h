@@ -64,6 +64,7 @@ class ProgramPlaces::Arrival final : public Wait<ProgramPlaces::Place> {
   ProgramPlaces& places_;
   TimeLimit& limit_;
   bool isWaiting_ = false;
+  std::list<Arrival*>::iterator queued_;  // its place in the queue, while it waits
   bool isIn_ = false;
 };
 

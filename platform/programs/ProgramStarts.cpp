@@ -61,7 +61,7 @@ Task<void> ProgramStarts::Carry(Entry own, ProgramStart start) {
   }
   Start* const waiter = own->waiter;
   if (waiter == nullptr) {
-    leftOver_.Add(std::move(program.child));
+    leftOver_.Add(std::move(program.child), std::move(own->place), own->until);
     underWay_.erase(own);
     co_return;
   }
@@ -80,7 +80,7 @@ ProgramStarts::Start::Start(ProgramStarts& starts, ProgramStart start, ProgramPl
 ProgramStarts::Start::~Start() { GiveUp(); }
 
 bool ProgramStarts::Start::MustWait() {
-  starts_.underWay_.push_back({this, std::make_shared<std::atomic<bool>>(true), std::move(place_)});
+  starts_.underWay_.push_back({this, std::make_shared<std::atomic<bool>>(true), std::move(place_), limit_.End()});
   own_ = std::prev(starts_.underWay_.end());
   isUnderWay_ = true;
   try {

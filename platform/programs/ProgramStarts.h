@@ -49,6 +49,7 @@ class ProgramStarts {
     Start* waiter;  // null when its task is gone
     std::shared_ptr<std::atomic<bool>> isWanted;
     ProgramPlaces::Place place;  // kept until it is over, so that starts that hang are bounded
+    std::int64_t until;          // when the time of what it starts is over
     RunningTask task = {};
   };
   using Entry = std::list<UnderWay>::iterator;

@@ -28,6 +28,9 @@ class TimeLimit {
   bool IsZero() const { return begin_ == end_; }
   bool IsOver() const;
 
+  // When it is over: World::MonotonicMicroseconds.
+  std::int64_t End() const { return end_; }
+
   // Whole milliseconds since it was made.
   std::int64_t Passed() const;
 

@@ -6,11 +6,11 @@
 namespace TesselServer {
 
 NextTurn::~NextTurn() {
-  if (isPosted_) loop_.Core().Withdraw(this);
+  if (isPosted_) loop_.Core().Withdraw(task_);
 }
 
 bool NextTurn::MustWait() {
-  loop_.Core().Post(this, [this] {
+  task_ = loop_.Core().Post(this, [this] {
     isPosted_ = false;
     Resume();
   });

@@ -16,6 +16,7 @@
 // Errors:    none but those of memory running out.
 #pragma once
 
+#include "platform/loop/LoopCore.h"
 #include "platform/tasks/Task.h"
 #include "platform/tasks/Workers.h"
 
@@ -34,6 +35,7 @@ class NextTurn final : public Wait<> {
   void Take() override {}
 
   EventLoop& loop_;
+  LoopCore::TaskPlace task_;  // that resumes it, while it is posted
   bool isPosted_ = false;
 };
 
