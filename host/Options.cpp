@@ -181,6 +181,11 @@ class CommandLine {
     AddNumber("--max-unsent-page-bytes", options_.maxUnsentPageBytes, kTotalBytesRange,
               "Bytes of all pages and listings that wait for slow clients; one that finds no\n"
               "room is refused with 503 (default: 268435456)");
+    AddNumber("--max-programs", options_.maxPrograms, kMaxProgramsRange,
+              "Programs that run at once; others wait for their turn (default: 32)");
+    AddNumber("--workers", options_.workers, kWorkersRange,
+              "Threads for what has to be waited for: starts of programs, names of clients,\n"
+              "slow disks; 0 has the server wait (default: 4)");
   }
 
   void AddProtection() {

@@ -66,6 +66,8 @@ struct Options {
   std::optional<std::int64_t> maxBodyBytes;
   std::optional<std::int64_t> maxBodyBytesTotal;
   std::optional<std::int64_t> maxUnsentPageBytes;
+  std::optional<std::int32_t> maxPrograms;
+  std::optional<std::int32_t> workers;
   std::vector<ContentTypeEntry> contentTypes;  // --content-type, in the order given
 };
 

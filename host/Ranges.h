@@ -20,6 +20,8 @@ inline constexpr Range kSecondsRange{0, 2'000'000'000};
 inline constexpr Range kMinutesRange{0, 2'000'000'000};
 inline constexpr Range kMaxConnectionsRange{2, 10'000};
 inline constexpr Range kMaxBodyBytesRange{0, std::numeric_limits<std::int32_t>::max()};
+inline constexpr Range kMaxProgramsRange{1, 1000};
+inline constexpr Range kWorkersRange{0, 4};
 inline constexpr Range kTotalBytesRange{0, std::numeric_limits<std::int64_t>::max()};  // over all connections
 
 inline constexpr const char* kOwnServerIP = "127.0.0.1";   // a folder served for a trial stays private to this machine

@@ -151,6 +151,8 @@ void ApplyNumbers(Tessel& tessel, const Options& options) {
   if (options.maxBodyBytes) tessel.MaxBodyBytes(*options.maxBodyBytes);
   if (options.maxBodyBytesTotal) tessel.MaxBodyBytesTotal(*options.maxBodyBytesTotal);
   if (options.maxUnsentPageBytes) tessel.MaxUnsentPageBytes(*options.maxUnsentPageBytes);
+  if (options.maxPrograms) tessel.MaxPrograms(*options.maxPrograms);
+  if (options.workers) tessel.Workers(*options.workers);
 }
 
 void ApplySwitches(Tessel& tessel, const Options& options) {

@@ -23,7 +23,7 @@ PROPERTIES = ["--server-ip", "--server-port", "--server-software", "--server-nam
 SWITCHES = ["cgi-enable", "ssi-enable", "html-functions-enable", "directory-browse-enable", "error-files-enable",
             "verbose-errors-enable", "trap-file-enable"]
 OTHERS = ["--application-folder", "--content-type", "--max-body-bytes", "--max-body-bytes-total",
-          "--max-unsent-page-bytes"]  # no properties
+          "--max-unsent-page-bytes", "--max-programs", "--workers"]  # no properties
 
 
 def run(*arguments, cwd=None):
@@ -123,6 +123,8 @@ class Refusals(ProgramTest):
             (["--max-body-bytes=2147483648"], ["--max-body-bytes", "0 to 2147483647"]),
             (["--max-body-bytes-total", "1G"], ["--max-body-bytes-total", "0 to 9223372036854775807"]),
             (["--max-unsent-page-bytes=-1"], ["--max-unsent-page-bytes", "0 to 9223372036854775807"]),
+            (["--max-programs=0"], ["--max-programs", "1 to 1000"]),
+            (["--workers", "5"], ["--workers", "0 to 4"]),
             (["--content-type", "x"], ["--content-type", '"x"', ".extension=type/subtype"]),
             (["--content-type=.x=plain"], ["--content-type", '".x=plain"', ".extension=type/subtype"]),
             (["--content-type"], ["--content-type", "value is missing"]),
@@ -216,7 +218,8 @@ class Settings(ProgramTest):
 
     def test_what_is_no_property_is_not_saved(self):
         self.assertEqual(self.saved("--application-folder", self.folder, "--content-type=.x=a/b", "--max-body-bytes=1",
-                                    "--max-body-bytes-total=1", "--max-unsent-page-bytes=1", self.site),
+                                    "--max-body-bytes-total=1", "--max-unsent-page-bytes=1", "--max-programs=1",
+                                    "--workers=0", self.site),
                          self.saved(self.site))
 
     def test_switches_and_repetitions(self):

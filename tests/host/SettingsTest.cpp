@@ -30,6 +30,12 @@ TEST_F(SettingsTest, BoundsOfMemoryReachTheControl) {
   EXPECT_EQ(tessel.MaxUnsentPageBytes(), 7);
 }
 
+TEST_F(SettingsTest, ProgramsAndThreadsReachTheControl) {
+  ApplySettings(tessel, Parsed({"--max-programs=5", "--workers", "0"}));
+  EXPECT_EQ(tessel.MaxPrograms(), 5);
+  EXPECT_EQ(tessel.Workers(), 0);
+}
+
 TEST_F(SettingsTest, TheDefaultsThatHelpNamesAreTheControls) {
   ApplySettings(tessel, Parsed({}));
   const auto help = Parsed({"--help"}).helpText;
@@ -37,6 +43,10 @@ TEST_F(SettingsTest, TheDefaultsThatHelpNamesAreTheControls) {
   EXPECT_EQ(tessel.MaxBodyBytesTotal(), 268435456);
   EXPECT_EQ(tessel.MaxUnsentPageBytes(), 268435456);
   EXPECT_NE(help.find("(default: 268435456)"), std::string::npos);
+  EXPECT_EQ(tessel.MaxPrograms(), 32);
+  EXPECT_NE(help.find("(default: 32)"), std::string::npos);
+  EXPECT_EQ(tessel.Workers(), 4);
+  EXPECT_NE(help.find("(default: 4)"), std::string::npos);
 }
 
 // "" when the settings are taken.
