@@ -284,6 +284,23 @@ class Serving(ProgramTest):
                 self.assertEqual(program.errors[-1], "Server Stopped.")
                 self.assertEqual(program.address, "http://127.0.0.1:%d/" % program.port)
 
+    def test_ends_at_once_while_a_program_runs(self):
+        gate, begun = self.folder / "gate", self.folder / "begun"
+        os.mkfifo(gate)
+        os.mkfifo(begun)
+        slow = self.site / "slow.exe"
+        slow.write_text("#!/bin/sh\n: > %s\nread line < %s\n" % (begun, gate))
+        slow.chmod(0o755)
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number.name), self.serve("--cgi-enable", self.site) as program, \
+                    socket.create_connection(("127.0.0.1", program.port)) as client:
+                client.sendall(b"GET /slow.exe HTTP/1.0\r\n\r\n")
+                begun.read_text()  # returns when the program has come so far
+                self.assertEqual(get(program.port, "/")[0], 200)  # others are served meanwhile
+                self.assertEqual(program.end(number), 0)
+                self.assertEqual(client.recv(1), b"")
+                gate.write_text("\n")  # the program is waiting still: it is let go
+
     def test_serves_the_working_folder_without_an_argument(self):
         with self.serve(cwd=self.site) as program:
             self.assertEqual(get(program.port, "/index.html")[0], 200)
