@@ -1,6 +1,7 @@
 set(SOURCES
   Tessel.cpp
   answer/AccessLog.cpp
+  answer/AnswerCalls.cpp
   answer/Authentication.cpp
   answer/Dispatch.cpp
   answer/HostAnswers.cpp

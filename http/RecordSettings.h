@@ -11,7 +11,6 @@
 namespace TesselServer {
 
 class ContentTypeMemory;
-class ParentControl;
 class RootFolder;
 class SecretFiles;
 
@@ -29,7 +28,6 @@ struct RecordSettings {
   std::int32_t cgiTimeoutMilliseconds = 0;
   bool cgiWarningEnable = false;
   std::string cgiExtraSetting;
-  ParentControl* parentControl = nullptr;
   e_ContentTypeSource contentTypeSource = e_ContentTypeSource::Registry;
   std::shared_ptr<const std::vector<std::string>> contentTypeLines;
   std::shared_ptr<ContentTypeMemory> typeMemory;

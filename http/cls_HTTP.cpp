@@ -62,6 +62,7 @@ bool cls_HTTP::IsWinNT() const { return LeadingNumber(cls_WinUtil().PlatformIdTe
 void cls_HTTP::TakeAfter(const cls_HTTP& outer) {
   ShareSettings(outer);
   connectionIndex_ = outer.connectionIndex_;
+  parentControl_ = outer.parentControl_;
   runner_ = outer.runner_;
   turns_ = outer.turns_;
   names_ = outer.names_;

@@ -17,12 +17,12 @@
 
 #include "http/Enumerations.h"
 #include "http/IncludeTrail.h"
-#include "net/NameSource.h"
 #include "http/Page.h"
 #include "http/ParentControl.h"
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
 #include "http/SecretFiles.h"
+#include "net/NameSource.h"
 #include "platform/files/FileSystem.h"
 #include "platform/programs/ProgramRunner.h"
 #include "platform/sockets/Answer.h"
@@ -107,9 +107,9 @@ class cls_HTTP {
 
   // Property ParentControl (read/write): the control that answers function tags, null for none.
   class ParentControl* ParentControl() const {
-    return settings_->parentControl;
+    return parentControl_;
   }
-  void ParentControl(class ParentControl* value) { Set(&RecordSettings::parentControl, value); }
+  void ParentControl(class ParentControl* value) { parentControl_ = value; }
 
   // Property IncludeChild (read/write): whether the record processes an included file.
   // kept: always reads back False, so what is written has no effect.
@@ -165,8 +165,8 @@ class cls_HTTP {
   NameSource* Names() const { return names_; }
   void Names(NameSource* value) { names_ = value; }
 
-  // Takes over all settings of `other` but ConnectionIndex, Runner, Turns and Names. They are shared, not copied, until
-  // one of the two records is given another value.
+  // Takes over all settings of `other` but ConnectionIndex, ParentControl, Runner, Turns and Names. They are shared,
+  // not copied, until one of the two records is given another value.
   void ShareSettings(const cls_HTTP& other) { settings_ = other.settings_; }
 
   // ---- The request ----
@@ -322,6 +322,7 @@ class cls_HTTP {
   World& world_;
   std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only
   std::int16_t connectionIndex_ = 0;
+  class ParentControl* parentControl_ = nullptr;
   ProgramRunner* runner_ = nullptr;
   class Turns* turns_ = nullptr;
   NameSource* names_ = nullptr;

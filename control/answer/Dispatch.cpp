@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "control/answer/AnswerPrograms.h"
+#include "control/answer/AnswerCalls.h"
 #include "control/answer/Listing.h"
 #include "control/answer/RecordSetup.h"
 #include "control/answer/SlotTarget.h"
@@ -30,18 +30,6 @@ std::int64_t OwnTextBytes(const Answer& answer) {
 void DropLeadingSeparator(std::string& path) {
   if (path.size() > 1 && IsSeparator(path.front())) path.erase(0, 1);
 }
-
-// The record runs programs with `programs` as long as this lives.
-class RunnerOfRecord {
- public:
-  RunnerOfRecord(cls_HTTP& record, ProgramRunner& programs) : record_(record) { record_.Runner(&programs); }
-  RunnerOfRecord(const RunnerOfRecord&) = delete;
-  RunnerOfRecord& operator=(const RunnerOfRecord&) = delete;
-  ~RunnerOfRecord() { record_.Runner(nullptr); }
-
- private:
-  cls_HTTP& record_;
-};
 
 // Which password file the settings name.
 PasswordSource SourceOf(const ControlState& state) {
@@ -191,8 +179,7 @@ bool Dispatch::IsOver(const Call& call) const { return state_.sckWS.Generation(c
 bool Dispatch::CanStillAnswer(const Call& call) const { return !call.handedOver && call.record && !IsOver(call); }
 
 Task<void> Dispatch::AnswerInTurns(Call call, Step step) {
-  AnswerPrograms programs(state_.programs, call.slot);
-  const RunnerOfRecord runner(*call.record, programs);
+  const AnswerCalls calls(state_, call.index, call.generation, *call.record);
   bool hasFailed = false;
   try {
     auto making = Made(call, std::move(step));

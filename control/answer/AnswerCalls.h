@@ -1,0 +1,43 @@
+// What an answer that is being made asks of the control: programs to be run and the host's functions. An event raised
+// meanwhile may close the connection, and the next client may be waiting on it already: from then on the answer gets
+// nothing, so that no program blocks a place for nothing, and no function is asked for in another client's name.
+//
+// Thread:    the host's thread.
+// Ownership: borrows the control's state and the record, which outlive it; the record uses it as long as it lives.
+// Errors:    as ProgramRunner; kStart, ECANCELED when no client waits for the answer any more.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "control/life/ControlState.h"
+#include "http/ParentControl.h"
+#include "platform/programs/ProgramRunner.h"
+
+namespace TesselServer {
+
+class AnswerCalls final : public ProgramRunner, public ParentControl {
+ public:
+  // For the client that has connection `Index` in this `generation` of it.
+  AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, cls_HTTP& record);
+  AnswerCalls(const AnswerCalls&) = delete;
+  AnswerCalls& operator=(const AnswerCalls&) = delete;
+  ~AnswerCalls() override;
+
+  Task<ProgramResult> Run(ProgramStart start) override;
+  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
+                                const std::string& Params) override;
+  bool FunctionWasAnswered(std::int32_t Index) const override;
+  void ReportProgram(const std::string& text) override;
+
+ private:
+  bool IsWanted() const;
+  ParentControl* Control() const { return state_.requestTemplate.ParentControl(); }
+
+  ControlState& state_;
+  std::int32_t index_;
+  std::uint64_t generation_;
+  cls_HTTP& record_;
+};
+
+}  // namespace TesselServer
