@@ -163,7 +163,7 @@ TEST_F(HostNeverWaitsTest, ForANameInOtherCaseAmongMany) {
 
 TEST_F(HostNeverWaitsTest, ForALargePasswordFile) {
   std::string passwords = "realm:Members\n";
-  while (passwords.size() < 15 * 1024 * 1024) passwords += "somebody:else\n";
+  while (passwords.size() < 15 * 1024 * 1024) passwords += "somebody:" + std::string(1000, 'x') + "\n";
   control.tree.Write("passwords.txt", passwords + "ann:secret\n");
   control.tessel.AuthenticationSourceFile(control.tree.Text() + "/passwords.txt");
   IsTheSameInTurns("/small.txt?guarded", "Authorization: Basic YW5uOnNlY3JldA==\r\n");
