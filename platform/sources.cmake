@@ -10,6 +10,7 @@ set(SOURCES
   files/FolderPass.cpp
   files/FolderRecord.cpp
   files/FolderStream.cpp
+  files/ImmediateReader.cpp
   files/NeighbourFile.cpp
   files/OpenPaths.cpp
   files/PathWalk.cpp
@@ -35,6 +36,7 @@ set(SOURCES
   sockets/Lingering.cpp
   sockets/NoPipeSignal.cpp
   sockets/Outgoing.cpp
+  sockets/OutgoingFile.cpp
   sockets/SocketArray.cpp
   sockets/TcpConnection.cpp
   sockets/TcpListener.cpp

@@ -42,7 +42,7 @@ struct ControlState {
         workers(eventLoop),
         turns(eventLoop, workers),
         names(eventLoop, workers),
-        sckWS(eventLoop, notifications),
+        sckWS(eventLoop, notifications, &turns),
         programs(eventLoop, workers),
         tmrCheckConn(eventLoop),
         requestTemplate(world) {

@@ -13,6 +13,7 @@
 
 #include "platform/files/ContentsReading.h"
 #include "platform/files/FolderStream.h"
+#include "platform/files/ImmediateReader.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
 #include "platform/world/UniqueDescriptor.h"
@@ -45,6 +46,19 @@ std::optional<FileIdentity> FolderOf(const std::string& path, const FileStamp& f
       stamp && fstatat(folder.Get(), LastNameOf(path), &status, AT_SYMLINK_NOFOLLOW) == 0 && StampOf(status) == file;
   if (!holdsIt || TakesOtherSpellings(folder.Get())) return std::nullopt;
   return stamp->identity;
+}
+
+// The contents, where they are `size` bytes and no disk has to be waited for.
+std::optional<std::string> ReadAtOnce(int descriptor, std::int64_t size) {
+  std::string bytes;
+  ContentsReading reading(bytes, size, size);
+  ImmediateReader reader(descriptor);
+  while (!reading.IsOver()) {
+    const std::span<char> room = reading.Room(std::string::npos);
+    reading.Took(reader.Read(room.data(), room.size(), reading.Offset()));
+  }
+  if (!reading.IsWhole() || static_cast<std::int64_t>(bytes.size()) != size) return std::nullopt;
+  return bytes;
 }
 
 }  // namespace
@@ -94,10 +108,9 @@ std::shared_ptr<const CachedFile> FileCache::Read(std::string_view name, int des
   const auto folder = FolderOf(file.path, stamp);
   if (!folder) return nullptr;
   file.folder = *folder;
-  std::string contents;
-  if (!ReadWhole(descriptor, stamp.size, stamp.size, contents)) return nullptr;
-  if (static_cast<std::int64_t>(contents.size()) != stamp.size) return nullptr;
-  file.contents = std::make_shared<const std::string>(std::move(contents));
+  auto contents = ReadAtOnce(descriptor, stamp.size);
+  if (!contents) return nullptr;
+  file.contents = std::make_shared<const std::string>(std::move(*contents));
   return std::make_shared<const CachedFile>(std::move(file));
 }
 

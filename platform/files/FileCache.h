@@ -53,7 +53,7 @@ class FileCache {
 
   // Of the file that was opened by exactly this name, without following a link below the root, and has this stamp:
   // reads and remembers it at the second request. Null when it is not asked for again or cannot be remembered, for want
-  // of memory among others.
+  // of memory among others, or because its disk would have to be waited for now.
   std::shared_ptr<const CachedFile> Admit(std::string_view name, int descriptor, const FileStamp& stamp);
 
   // What all of them take.

@@ -2,8 +2,8 @@
 //
 // Of ext2 to ext4, xfs, btrfs, tmpfs and overlayfs the names in a folder are taken to be there at once: they are local,
 // and what is read of a folder is small. Every other file system (a network's, one in user space) may wait for each
-// call, as long as it likes. The contents of a file are asked for in a manner that says when they would have to be
-// waited for (RWF_NOWAIT, preadv2(2)), where the file system can; where it cannot, the same rule decides as for names.
+// call, as long as it likes. Of the contents of a file the system says itself whether they would have to be waited for,
+// where it can; where it cannot, the same rule decides as for names (ImmediateReader.h).
 //
 // What may wait all the same: opening a path on such a file system, and asking what it leads to, other than below a
 // root that lies there itself; and the question on which file system something lies.
@@ -20,6 +20,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/files/ImmediateReader.h"
 #include "platform/tasks/Task.h"
 #include "platform/tasks/Turns.h"
 
@@ -39,13 +40,13 @@ class PatientReader {
   static constexpr std::size_t kPieceBesideBytes = 128 * 1024;
 
   // The descriptor stays open, and `turns` alive, as long as this is.
-  PatientReader(int descriptor, Turns& turns) : descriptor_(descriptor), turns_(turns) {}
+  PatientReader(int descriptor, Turns& turns) : descriptor_(descriptor), atOnce_(descriptor), turns_(turns) {}
   PatientReader(const PatientReader&) = delete;
   PatientReader& operator=(const PatientReader&) = delete;
 
   // Reads at byte `offset`: how many bytes have come, 0 at the end, or a negative errno value; -EAGAIN where it would
   // have to wait.
-  ssize_t ReadAtOnce(char* to, std::size_t bytes, std::int64_t offset);
+  ssize_t ReadAtOnce(char* to, std::size_t bytes, std::int64_t offset) { return atOnce_.Read(to, bytes, offset); }
 
   // The same beside the loop, kPieceBesideBytes at most. `to` stays good until the task is done; the bytes are written
   // there by the loop's thread.
@@ -53,13 +54,10 @@ class PatientReader {
 
  private:
   struct Shared;
-  enum class Manner { kAsking, kAtOnce, kBeside };
-
-  ssize_t ReadAsking(char* to, std::size_t bytes, std::int64_t offset);
 
   int descriptor_;
+  ImmediateReader atOnce_;
   Turns& turns_;
-  Manner manner_ = Manner::kAsking;
   std::shared_ptr<Shared> shared_;  // with the threads, once there is something to wait for
 };
 

@@ -1,17 +1,18 @@
 #include "platform/sockets/Outgoing.h"
 
-#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 
+#include "platform/files/ContentsReading.h"
 #include "platform/files/FileCache.h"
-#include "platform/sockets/NoPipeSignal.h"
 
 namespace TesselServer {
 
@@ -27,26 +28,52 @@ std::string_view TextOf(const Answer& answer) {
 
 static_assert(FileCache::kMaxFileBytes <= Outgoing::kMaxReadFileBytes, "a remembered file has nothing to send from");
 
-// A small file becomes text: one read and one send are cheaper than a head and a sendfile.
-void ReadSmallFile(Answer& answer) {
-  const auto* file = std::get_if<FileBody>(&answer.body);
-  if (file == nullptr || file->size > Outgoing::kMaxReadFileBytes) return;
-  if (auto contents = file->file.Contents()) {
-    answer.body = std::move(contents);
-    return;
-  }
+// The whole file, where that is `size` bytes and nothing has to be waited for.
+std::optional<std::string> ReadWhole(const OpenFile& file, std::int64_t size, ImmediateReader& reader) {
   std::string bytes;
-  if (!file->file.ReadAll(bytes, file->size) || static_cast<std::int64_t>(bytes.size()) != file->size) return;
-  answer.body = std::move(bytes);
+  ContentsReading reading(bytes, file.Size(), size);
+  while (!reading.IsOver()) {
+    const std::span<char> room = reading.Room(std::string::npos);
+    const ssize_t got = reader.Read(room.data(), room.size(), reading.Offset());
+    if (got == -EAGAIN) return std::nullopt;
+    reading.Took(got);
+  }
+  if (!reading.IsWhole() || static_cast<std::int64_t>(bytes.size()) != size) return std::nullopt;
+  return bytes;
+}
+
+std::optional<std::string> ReadWhole(const OpenFile& file, std::int64_t size) {
+  std::string bytes;
+  if (!file.ReadAll(bytes, size) || static_cast<std::int64_t>(bytes.size()) != size) return std::nullopt;
+  return bytes;
 }
 
 }  // namespace
 
-Outgoing::Outgoing(Answer answer, bool closeFollows)
+Outgoing::Outgoing(Answer answer, bool closeFollows, DiskAccess* disk)
     : answer_(std::move(answer)), closeFollows_(closeFollows), total_(answer_.Size()) {
-  ReadSmallFile(answer_);
+  if (std::holds_alternative<FileBody>(answer_.body)) Open(disk);
   headSize_ = static_cast<std::int64_t>(answer_.head.size());
   textSize_ = headSize_ + static_cast<std::int64_t>(TextOf(answer_).size());
+}
+
+// A small file becomes text, where it is there at once: one read and one send are cheaper than a head and a sendfile.
+void Outgoing::Open(DiskAccess* disk) {
+  auto& [file, size] = std::get<FileBody>(answer_.body);
+  if (auto contents = file.Contents()) {
+    answer_.body = std::move(contents);
+    return;
+  }
+  const int descriptor = file.Descriptor();
+  auto reader = disk != nullptr ? ImmediateReader(descriptor, file.Identity().device, disk->manners)
+                                : ImmediateReader(descriptor);
+  std::optional<std::string> whole;
+  if (size <= kMaxReadFileBytes) whole = disk != nullptr ? ReadWhole(file, size, reader) : ReadWhole(file, size);
+  if (whole) {
+    answer_.body = std::move(*whole);
+  } else {
+    file_.emplace(std::move(file), reader, disk);
+  }
 }
 
 Outgoing::Result Outgoing::Step(int socket) {
@@ -81,18 +108,12 @@ Outgoing::Result Outgoing::SendText(int socket) {
 }
 
 Outgoing::Result Outgoing::SendFile(int socket) {
-  const FileBody& file = std::get<FileBody>(answer_.body);
-  const NoPipeSignal noPipeSignal;
-  off_t offset = sent_ - textSize_;
-  const auto wanted = static_cast<std::size_t>(std::min(total_ - sent_, kBytesPerStep));
-  ssize_t count = 0;
-  do {
-    count = sendfile(socket, file.file.Descriptor(), &offset, wanted);
-  } while (count < 0 && errno == EINTR);
-  if (count < 0) {
-    if (errno == EAGAIN) return Result::kBlocked;
-    return Failed(errno);
-  }
+  const std::int64_t offset = sent_ - textSize_;
+  const std::int64_t wanted = std::min(total_ - sent_, kBytesPerStep);
+  if (file_->WouldWait(offset, wanted)) return Result::kWaitsForDisk;
+  const ssize_t count = file_->Send(socket, offset, wanted, wanted < total_ - sent_ || closeFollows_);
+  if (count == -EAGAIN) return Result::kBlocked;
+  if (count < 0) return Failed(static_cast<int>(-count));
   if (count == 0) return Failed(ECONNABORTED);
   sent_ += count;
   return sent_ == total_ ? Result::kDone : Result::kAgain;

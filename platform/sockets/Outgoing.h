@@ -6,8 +6,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "platform/sockets/Answer.h"
+#include "platform/sockets/OutgoingFile.h"
 
 namespace TesselServer {
 
@@ -19,29 +21,37 @@ class Outgoing {
   static constexpr std::int64_t kMaxReadFileBytes = 64 * 1024;
 
   enum class Result {
-    kDone,     // the kernel has taken the last byte
-    kBlocked,  // the kernel takes no more for now
-    kAgain,    // some went out; there is more
-    kFailed,   // see Error()
+    kDone,          // the kernel has taken the last byte
+    kBlocked,       // the kernel takes no more for now
+    kAgain,         // some went out; there is more
+    kWaitsForDisk,  // the next bytes of its file would have to be waited for: Fetch them
+    kFailed,        // see Error()
   };
 
   // `closeFollows`: the socket is closed, or its write side shut down, as soon as the last byte is taken. The kernel
   // then keeps back the last bytes of a text until the close, so that they and the end leave in one segment (MSG_MORE,
   // send(2)); it keeps them 200 ms at most.
-  explicit Outgoing(Answer answer, bool closeFollows = false);
+  // With `disk`, which outlives it, no step waits for a file to be read; with none, it is read in the call.
+  explicit Outgoing(Answer answer, bool closeFollows = false, DiskAccess* disk = nullptr);
 
   // Sends what the kernel takes.
   Result Step(int socket);
+
+  // After kWaitsForDisk: has the next bytes read beside the loop. This is not moved until the task is done or
+  // destroyed.
+  Task<> Fetch() { return file_->Fetch(sent_ - textSize_, total_ - sent_); }
 
   // The errno(3) of the last kFailed. A file that became shorter than announced is ECONNABORTED.
   int Error() const { return error_; }
 
  private:
+  void Open(DiskAccess* disk);
   Result SendText(int socket);
   Result SendFile(int socket);
   Result Failed(int error);
 
   Answer answer_;
+  std::optional<OutgoingFile> file_;  // a body that is sent from its file
   bool closeFollows_;
   std::int64_t headSize_ = 0;
   std::int64_t textSize_ = 0;  // head and a body of text

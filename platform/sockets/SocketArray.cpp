@@ -19,7 +19,10 @@ bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error 
 
 }  // namespace
 
-SocketArray::SocketArray(EventLoop& loop, SocketNotifications& owner) : loop_(loop), owner_(owner), lingering_(loop) {}
+SocketArray::SocketArray(EventLoop& loop, SocketNotifications& owner, Turns* turns)
+    : loop_(loop), owner_(owner), lingering_(loop) {
+  if (turns != nullptr) disk_.emplace(*turns, loop.TheWorld());
+}
 
 SocketArray::~SocketArray() { loop_.Core().Withdraw(this); }
 
@@ -250,7 +253,7 @@ SocketArray::AcceptResult SocketArray::Accept(std::int32_t index, std::int32_t r
   if (element == nullptr || element->state != SocketState::kClosed) return AcceptResult::kFailed;
   if (!element->connection) {
     element->connection = std::make_shared<TcpConnection>(loop_, static_cast<TcpConnection::Client&>(*this),
-                                                          static_cast<std::uint64_t>(index));
+                                                          static_cast<std::uint64_t>(index), disk_ ? &*disk_ : nullptr);
   }
   Endpoint peer;
   int error = 0;

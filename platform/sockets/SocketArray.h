@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@
 namespace TesselServer {
 
 class EventLoop;
+class Turns;
 
 enum class SocketState : std::int32_t {
   kClosed = 0,     // free
@@ -70,7 +72,9 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   static constexpr std::int32_t kOfferAgainMilliseconds = TcpListener::kPauseMilliseconds;
   static constexpr std::int32_t kMaxIndex = 10000;
 
-  SocketArray(EventLoop& loop, SocketNotifications& owner);
+  // With `turns`, which outlive it, no file that is sent keeps the loop waiting for its disk; with none, files are read
+  // in the call.
+  SocketArray(EventLoop& loop, SocketNotifications& owner, Turns* turns = nullptr);
   SocketArray(const SocketArray&) = delete;
   SocketArray& operator=(const SocketArray&) = delete;
   ~SocketArray();
@@ -199,6 +203,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
 
   EventLoop& loop_;
   SocketNotifications& owner_;
+  std::optional<DiskAccess> disk_;
   Lingering lingering_;
   std::deque<Element> elements_;  // by number; a deque, so that a reference holds while others are loaded
   IndexSet closed_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include "platform/loop/EventLoop.h"
@@ -25,8 +26,8 @@ bool MustWait(int error) { return error == EAGAIN || error == EINTR; }
 
 }  // namespace
 
-TcpConnection::TcpConnection(EventLoop& loop, Client& client, std::uint64_t cookie)
-    : loop_(loop.Core()), client_(client), cookie_(cookie) {}
+TcpConnection::TcpConnection(EventLoop& loop, Client& client, std::uint64_t cookie, DiskAccess* disk)
+    : loop_(loop.Core()), client_(client), cookie_(cookie), disk_(disk) {}
 
 TcpConnection::~TcpConnection() {
   Close();
@@ -69,6 +70,7 @@ void TcpConnection::Close() {
   inputMayCome_ = true;
   drained_ = true;
   putBack_.clear();
+  fetching_ = {};
   outgoing_.reset();
 }
 
@@ -106,6 +108,7 @@ std::uint32_t TcpConnection::WantedEvents() const {
       return EPOLLOUT;
     case State::kReceiving:
     case State::kAnswering:
+    case State::kFetching:
     case State::kSent:
       return input;
     case State::kSending:
@@ -138,6 +141,7 @@ void TcpConnection::OnEvents(std::uint32_t events) {
     case State::kReceiving:
     case State::kAnswering:
     case State::kSending:
+    case State::kFetching:
     case State::kSent:
       Serve(events);
       break;
@@ -210,8 +214,9 @@ void TcpConnection::AnswerPending(bool pending) {
 
 int TcpConnection::Send(Answer answer, bool closeFollows) {
   if (state_ != State::kReceiving && state_ != State::kAnswering && state_ != State::kSent) return ENOTCONN;
-  Outgoing outgoing(std::move(answer), closeFollows);
-  switch (outgoing.Step(socket_.Get())) {
+  Outgoing outgoing(std::move(answer), closeFollows, disk_);
+  const Outgoing::Result result = outgoing.Step(socket_.Get());
+  switch (result) {
     case Outgoing::Result::kFailed:
       return outgoing.Error();
     case Outgoing::Result::kDone:
@@ -224,14 +229,18 @@ int TcpConnection::Send(Answer answer, bool closeFollows) {
       return 0;
     case Outgoing::Result::kBlocked:
     case Outgoing::Result::kAgain:
+    case Outgoing::Result::kWaitsForDisk:
       break;
   }
   outgoing_ = std::make_unique<Outgoing>(std::move(outgoing));  // before the state says that it exists: it may throw
   const State before = std::exchange(state_, State::kSending);
-  if (Watch()) return 0;
+  int error = result == Outgoing::Result::kWaitsForDisk ? StartFetching() : 0;
+  if (error == 0 && !Watch()) error = ENOBUFS;
+  if (error == 0) return 0;
+  fetching_ = {};
   outgoing_.reset();
   state_ = before;
-  return ENOBUFS;
+  return error;
 }
 
 // The next step of an answer that did not go out at once. False when the connection failed.
@@ -244,11 +253,36 @@ bool TcpConnection::Write() {
       outgoing_.reset();
       state_ = State::kSent;
       break;
+    case Outgoing::Result::kWaitsForDisk:
+      if (const int error = StartFetching()) {
+        Fail(error);
+        return false;
+      }
+      break;
     case Outgoing::Result::kBlocked:
     case Outgoing::Result::kAgain:
       break;
   }
   return true;
+}
+
+// Has the next bytes of the file read beside the loop. 0, or the error.
+int TcpConnection::StartFetching() {
+  try {
+    state_ = State::kFetching;
+    fetching_ = RunningTask::Start(GoOnAfter(outgoing_->Fetch()));
+  } catch (const std::bad_alloc&) {
+    return ENOMEM;
+  }
+  return 0;
+}
+
+// The next step is made as soon as the kernel takes bytes again.
+Task<> TcpConnection::GoOnAfter(Task<> given) {
+  Task<> fetch = std::move(given);
+  co_await fetch;
+  state_ = State::kSending;
+  Watch();
 }
 
 void TcpConnection::FinishSend() {

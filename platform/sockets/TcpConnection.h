@@ -20,6 +20,7 @@
 #include "platform/loop/LoopCore.h"
 #include "platform/sockets/Endpoint.h"
 #include "platform/sockets/Outgoing.h"
+#include "platform/tasks/Task.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -34,6 +35,7 @@ class TcpConnection final : private LoopClient {
     kReceiving,  // input may come, and nothing is being sent
     kAnswering,  // the same, while an answer is being made
     kSending,    // an answer is on its way
+    kFetching,   // the same, and the next bytes of its file are waited for
     kSent,       // the kernel has taken its last byte, and OnSent is due
     kLingering,  // our side has ended; what arrives is dropped until the peer ends too
   };
@@ -68,8 +70,9 @@ class TcpConnection final : private LoopClient {
   // What a lingering connection may read and drop in a turn.
   static constexpr std::size_t kDroppedPerTurn = 64 * 1024;
 
-  // `cookie` is the client's own: which of its connections this is.
-  TcpConnection(EventLoop& loop, Client& client, std::uint64_t cookie = 0);
+  // `cookie` is the client's own: which of its connections this is. With `disk`, which outlives what is sent, no file
+  // that is sent keeps the loop waiting; with none, it is read in the call.
+  TcpConnection(EventLoop& loop, Client& client, std::uint64_t cookie = 0, DiskAccess* disk = nullptr);
   TcpConnection(const TcpConnection&) = delete;
   TcpConnection& operator=(const TcpConnection&) = delete;
   ~TcpConnection();
@@ -107,7 +110,7 @@ class TcpConnection final : private LoopClient {
   // ---- Sending.
 
   // Hands over a whole answer. With `closeFollows` the last bytes wait for the end that OnSent will bring. 0, or the
-  // error: ENOTCONN when it is not open, or kSending.
+  // error: ENOTCONN when it is not open, or an answer is on its way.
   int Send(Answer answer, bool closeFollows);
 
   // ---- The end.
@@ -125,6 +128,8 @@ class TcpConnection final : private LoopClient {
   void Serve(std::uint32_t events);
   void Read();
   bool Write();
+  int StartFetching();
+  Task<> GoOnAfter(Task<> given);
   void FinishSend();
   void Drop();
   void Fail(int error);
@@ -134,6 +139,7 @@ class TcpConnection final : private LoopClient {
   Client& client_;
   LingerClient* lingerClient_ = nullptr;
   const std::uint64_t cookie_;
+  DiskAccess* const disk_;
   State state_ = State::kClosed;
   std::uint64_t life_ = 0;
   UniqueDescriptor socket_{-1};
@@ -144,7 +150,8 @@ class TcpConnection final : private LoopClient {
   bool inputMayCome_ = true;
   bool drained_ = true;  // the last read took all there was
   std::string putBack_;
-  std::unique_ptr<Outgoing> outgoing_;  // while kSending
+  std::unique_ptr<Outgoing> outgoing_;  // while kSending or kFetching
+  RunningTask fetching_;                // of outgoing_'s file; destroyed before it
 };
 
 }  // namespace TesselServer

@@ -36,8 +36,9 @@ struct ConnectionClient : TcpConnection::Client {
 };
 
 // A connection that has taken over the own side of a pair.
-inline std::shared_ptr<TcpConnection> Adopted(EventLoop& loop, TcpConnection::Client& client, TcpPair& pair) {
-  auto connection = std::make_shared<TcpConnection>(loop, client);
+inline std::shared_ptr<TcpConnection> Adopted(EventLoop& loop, TcpConnection::Client& client, TcpPair& pair,
+                                              DiskAccess* disk = nullptr) {
+  auto connection = std::make_shared<TcpConnection>(loop, client, 0, disk);
   const Endpoint peer = *Endpoint::PeerOf(pair.Own());
   connection->Adopt(UniqueDescriptor(pair.ReleaseOwn()), peer);
   return connection;

@@ -22,7 +22,7 @@ class SocketOwner : public SocketNotifications {
   static constexpr std::int32_t kListener = 1;
   static constexpr std::int32_t kFirst = 2;
 
-  explicit SocketOwner(EventLoop& loop) : sockets(loop, *this) {}
+  explicit SocketOwner(EventLoop& loop, Turns* turns = nullptr) : sockets(loop, *this, turns) {}
   virtual ~SocketOwner() = default;
 
   SocketArray sockets;
