@@ -17,6 +17,7 @@
 #include "platform/files/FileSystem.h"
 #include "platform/files/NeighbourFile.h"
 #include "platform/world/UniqueDescriptor.h"
+#include "tests/kit/ColdFile.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/FileMarks.h"
 #include "tests/kit/SystemCalls.h"
@@ -329,6 +330,21 @@ TEST_F(FileCacheTest, WhatChangedJustNowIsNotRemembered) {
   EXPECT_EQ(BytesOf(Ask(root, "new")), "fresh");
   world_.Advance(kSettledNanoseconds / 1'000'000);
   EXPECT_TRUE(IsRemembered(Ask(root, "new"))) << "two seconds later";
+}
+
+TEST_F(FileCacheTest, WhatADiskWouldHaveToBeWaitedForIsNotRemembered) {
+  const std::string path = PathOf("site/a.txt");
+  bool wasRefused = false;  // a disk may be as fast as memory, now and then
+  for (int i = 0; i < 100 && !wasRefused; ++i) {
+    const RootFolder fresh = Root();
+    Ask(fresh, "a.txt");
+    if (!Kit::MakeCold(path)) GTEST_SKIP() << Kit::kNoColdFiles;
+    const FoundEntry found = Ask(fresh, "a.txt");
+    wasRefused = !IsRemembered(found);
+    EXPECT_EQ(BytesOf(found), "site");
+    EXPECT_TRUE(IsRemembered(Ask(fresh, "a.txt"))) << "now it is in memory";
+  }
+  EXPECT_TRUE(wasRefused);
 }
 
 TEST_F(FileCacheTest, FilesInMemoryAreNotRemembered) {
