@@ -1,0 +1,123 @@
+// Each kind of answer that waits for something, or takes long.
+
+#include <filesystem>
+
+#include "tests/wire/SuspensionStage.h"
+
+namespace TesselServer::Suspension {
+
+namespace {
+
+constexpr const char* kProgram = "printf \"hello $REMOTE_HOST, \"\nread line < $here/gate\nprintf done";
+constexpr const char* kMember = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
+constexpr int kMany = 300;
+
+void Nothing(Stage&) {}
+
+void OneProgram(const Site& site) { site.Program("slow.exe", kProgram); }
+
+// One that is served before has the only place.
+void Occupy(Stage& stage) {
+  stage.before.push_back(std::make_unique<Kit::RawClient>(stage.tessel->ListeningPort()));
+  stage.before.back()->Send(stage.loop, stage.Request());
+  Kit::Settle(stage.loop);
+}
+
+void Remember(Stage& stage) { stage.Exchange(stage.Request()); }
+
+void ManyFiles(const Site& site) {
+  site.Folder("files", kMany);
+  site.File("files/Other.txt", "found");
+  site.File("elsewhere.txt", "linked");
+  std::filesystem::create_symlink("../elsewhere.txt", site.root + "/files/link.txt");
+  std::filesystem::create_symlink("../../outside.txt", site.root + "/files/outside.txt");
+  site.tree.Write("outside.txt", "outside");
+}
+
+void HoldNames(Stage& stage) { stage.site.names.AreHeld(true); }
+
+void TrapPages(Stage& stage) {
+  stage.tessel->TrapFileEnable(true);
+  stage.tessel->TrapFileTypes("html");
+}
+
+void TwoPrograms(const Site& site) {
+  OneProgram(site);
+  site.File("page.html", "[<!--#exec cgi=\"slow.exe\"-->|<!--#exec cgi=\"slow.exe\"-->]");
+}
+
+void IncludedProgram(const Site& site) {
+  OneProgram(site);
+  site.File("inner.html", "(<!--#exec cgi=\"slow.exe\"-->)");
+  site.File("page.html", "[<!--#include=\"inner.html\"-->]");
+}
+
+void PageWithTags(const Site& site) {
+  std::string page;
+  for (int i = 0; i < 200; ++i) {
+    page += "<!--#echo var=\"SERVER_NAME\"--> <%= SERVER_PROTOCOL %>" + std::string(400, '.') + "\n";
+  }
+  site.File("page.html", page);
+}
+
+}  // namespace
+
+const std::vector<Kind>& Kinds() {
+  static const std::vector<Kind> kinds = {
+      {"Program", "/slow.exe", OneProgram, Nothing},
+      {"ProgramThatWaitsForAPlace", "/slow.exe", OneProgram,
+       [](Stage& stage) {
+         stage.tessel->MaxPrograms(1);
+         stage.tessel->MaxConnections(stage.tessel->MaxConnections() + 1);
+       },
+       Occupy},
+      {"ProgramThatWaitsForAName", "/slow.exe", OneProgram, HoldNames},
+      {"ProgramThatCannotBeRun", "/page.html",
+       [](const Site& site) {
+         site.tree.Write("cgi/broken.exe", "no program");
+         site.File("page.html", "[<!--#exec cgi=\"broken.exe\"-->]");
+       },
+       Nothing},
+      {"PageWithTwoPrograms", "/page.html", TwoPrograms, Nothing},
+      {"IncludeWithAProgram", "/page.html", IncludedProgram, Nothing},
+      {"PageWithAName", "/page.html",
+       [](const Site& site) { site.File("page.html", "[<!--#echo var=\"REMOTE_HOST\"-->]"); }, HoldNames},
+      {"Listing", "/files/", ManyFiles, Nothing},
+      {"ListingOfARememberedFolder", "/files/", ManyFiles, Nothing, Remember},
+      {"NameInOtherCase", "/files/oTHER.txt", ManyFiles, Nothing},
+      {"MissingIndexPage", "/files/", ManyFiles, [](Stage& stage) { stage.tessel->DirectoryBrowseEnable(false); }},
+      {"SitesPasswordFile", "/guarded.txt",
+       [](const Site& site) {
+         std::string passwords = "realm:Members\n";
+         for (int i = 0; i < 20'000; ++i) passwords += "somebody:else\n";
+         site.tree.Write("passwords.txt", passwords + "ann:secret\n");
+         site.File("guarded.txt", "guarded");
+       },
+       [](Stage& stage) { stage.tessel->AuthenticationSourceFile(stage.site.tree.Text() + "/passwords.txt"); }, nullptr,
+       kMember},
+      {"MissingPasswordFileAmongMany", "/files/77.txt", ManyFiles,
+       [](Stage& stage) { stage.tessel->AuthenticationSource(e_AuthSource::DirectoryFile); }},
+      {"PageWithManyTags", "/page.html", PageWithTags, Nothing},
+      {"ErrorPage", "/missing.txt",
+       [](const Site& site) {
+         site.tree.Write("application/html/errors/http404.html",
+                         "<!--#echo var=\"DOCUMENT_URI\"--> is not here" + std::string(64 * 1024, '.'));
+       },
+       [](Stage& stage) { stage.tessel->ErrorFilesEnable(true); }},
+      {"RequestHandedBackLater", "/page.html", TwoPrograms, TrapPages},
+      {"RequestHandedBackAtOnce", "/page.html", PageWithTags,
+       [](Stage& stage) {
+         TrapPages(stage);
+         stage.answersInside = true;
+       }},
+      {"PageWithFunctions", "/page.html",
+       [](const Site& site) {
+         OneProgram(site);
+         site.File("page.html", "[<%=One()%><!--#exec cgi=\"slow.exe\"--><%=Two(x)%>]");
+       },
+       [](Stage& stage) { stage.tessel->HTMLFunctionsEnable(true); }},
+  };
+  return kinds;
+}
+
+}  // namespace TesselServer::Suspension

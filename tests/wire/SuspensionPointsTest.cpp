@@ -1,0 +1,154 @@
+// Whatever happens while an answer waits, at whatever point, nothing is left of it and the server serves on: a stop, a
+// start, the end of the control, of the client, another client on the same Index, another value of a property.
+//
+// Each kind of answer is made once to count its points, and then again for each of them and each thing that may
+// happen: between two turns, inside an event of another request, and inside its own events.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/tasks/Task.h"
+#include "tests/wire/SuspensionActions.h"
+#include "tests/wire/WireControl.h"
+
+namespace TesselServer::Suspension {
+namespace {
+
+using Kit::WithoutDate;
+
+// All of them, or of many the first, the last and some between.
+std::vector<int> SomeOf(int points) {
+  constexpr int kEach = 4;
+  std::vector<int> some;
+  for (int point = 0; point < points; ++point) {
+    const int step = std::max(1, (points - 2 * kEach) / kEach);
+    if (points <= 3 * kEach || point < kEach || point >= points - kEach || point % step == 0) some.push_back(point);
+  }
+  return some;
+}
+
+class SuspensionPointsTest : public testing::TestWithParam<Kind> {
+ protected:
+  SuspensionPointsTest() {
+    site.File("small.txt", "small");
+    site.tree.Write("types.txt", "txt,text/other\nhtml,text/other\n");
+    site.tree.Write("members.txt", "realm:Others\nbob:secret\n");
+    site.tree.MakeFolder("application");
+    kind.write(site);
+    PlainRun(kind, site);  // what the process makes once it has from here on
+    plain = PlainRun(kind, site);
+    EXPECT_GT(plain.points, 0) << "it is to wait";
+    EXPECT_THAT(plain.answer, testing::StartsWith("HTTP/1.0 "));
+  }
+
+  // To be called where something happened.
+  void Check(Stage& stage, const Action& action) {
+    EXPECT_TRUE(stage.Finish()) << "it hangs";
+    action.check(stage, plain);
+    CheckRemains(stage, plain, action.keepsDescriptors);
+  }
+
+  const Kind& kind = GetParam();
+  Site site;
+  Plain plain;
+};
+
+TEST_P(SuspensionPointsTest, BetweenTurns) {
+  int reached = 0;
+  for (const Action& action : Actions()) {
+    for (const int point : SomeOf(plain.points)) {
+      SCOPED_TRACE(std::string(action.name) + " at point " + std::to_string(point));
+      Stage stage(kind, site, 1);
+      if (!stage.RunTo(point)) continue;
+      ++reached;
+      action.act(stage);
+      const bool serves = stage.tessel && stage.tessel->ServerRunning();
+      EXPECT_TRUE(serves || TaskPromise::living == 0) << "nothing is left at once";
+      Check(stage, action);
+    }
+  }
+  EXPECT_GE(reached, static_cast<int>(Actions().size()));
+}
+
+TEST_P(SuspensionPointsTest, AClientThatHasGoneIsNotWaitedFor) {
+  for (const int point : SomeOf(plain.points)) {
+    SCOPED_TRACE(point);
+    Stage stage(kind, site, 1);
+    if (!stage.RunTo(point)) continue;
+    stage.first->Abort();
+    EXPECT_TRUE(Kit::RunUntil(stage.loop, [&] { return TaskPromise::living == stage.framesOfOthers; }));
+    EXPECT_TRUE(stage.Finish());
+    CheckRemains(stage, plain, true);
+  }
+}
+
+TEST_P(SuspensionPointsTest, InsideAnEventOfAnotherRequest) {
+  int reached = 0;
+  for (const Action& action : Actions()) {
+    for (const int point : SomeOf(plain.points)) {
+      SCOPED_TRACE(std::string(action.name) + " at point " + std::to_string(point));
+      Stage stage(kind, site, 2);
+      stage.other = std::make_unique<Kit::RawClient>(stage.tessel->ListeningPort());
+      Kit::Settle(stage.loop);
+      if (!stage.RunTo(point)) continue;
+      bool hasHappened = false;
+      stage.onEvent = [&](const std::string& text) {
+        if (hasHappened || text.find("/small.txt") == std::string::npos) return;
+        hasHappened = true;
+        if (!stage.IsSuspended()) return;
+        ++reached;
+        action.act(stage);
+      };
+      stage.other->Send(stage.loop, stage.Get("/small.txt"));
+      EXPECT_TRUE(Kit::RunUntil(stage.loop, [&] { return hasHappened; }));
+      Check(stage, action);
+    }
+  }
+  EXPECT_GE(reached, static_cast<int>(Actions().size()));
+}
+
+TEST_P(SuspensionPointsTest, InsideItsOwnEvents) {
+  EXPECT_GT(plain.events, 0);
+  for (const Action& action : Actions()) {
+    for (int event = 0; event < plain.events; ++event) {
+      SCOPED_TRACE(std::string(action.name) + " in event " + std::to_string(event));
+      Stage stage(kind, site, 1);
+      int raised = 0;
+      stage.onEvent = [&](const std::string&) {
+        if (raised++ == event) action.act(stage);
+      };
+      stage.Ask();
+      EXPECT_TRUE(Kit::RunUntil(stage.loop, [&] {
+        stage.Step();
+        return raised > event;
+      }));
+      Check(stage, action);
+    }
+  }
+}
+
+TEST_P(SuspensionPointsTest, APropertyIsChanged) {
+  const std::vector<int> points = SomeOf(plain.points);
+  std::size_t turn = 0;
+  for (const Change& change : Changes()) {
+    const int point = points[turn++ % points.size()];
+    SCOPED_TRACE(std::string(change.name) + " at point " + std::to_string(point));
+    Stage stage(kind, site, 1);
+    if (!stage.RunTo(point)) continue;
+    change.make(*stage.tessel, site);
+    EXPECT_TRUE(stage.Finish()) << "it hangs";
+    const std::string after = WithoutDate(stage.Exchange(stage.Request()));
+    EXPECT_THAT(WithoutDate(stage.first->Received()), testing::AnyOf(plain.answer, after));
+    CheckRemains(stage, plain, false);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, SuspensionPointsTest, testing::ValuesIn(Kinds()),
+                         [](const auto& of) { return std::string(of.param.name); });
+
+}  // namespace
+}  // namespace TesselServer::Suspension

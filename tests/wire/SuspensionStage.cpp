@@ -1,0 +1,162 @@
+#include "tests/wire/SuspensionStage.h"
+
+#include <chrono>
+
+#include "platform/programs/OwnedChild.h"
+#include "platform/tasks/Task.h"
+#include "tests/kit/Descriptors.h"
+
+namespace TesselServer::Suspension {
+
+namespace {
+
+constexpr std::int64_t kMicrosecondsPerLook = 1000;
+constexpr auto kHangs = std::chrono::seconds(10);
+
+}  // namespace
+
+// ---- SilentNames
+
+std::string SilentNames::Name() {
+  std::unique_lock lock(mutex_);
+  if (std::this_thread::get_id() != test_) changed_.wait(lock, [this] { return !areHeld_; });
+  return "client.example.org";
+}
+
+void SilentNames::AreHeld(bool held) {
+  const std::scoped_lock lock(mutex_);
+  areHeld_ = held;
+  changed_.notify_all();
+}
+
+// ---- Site
+
+void Site::Folder(const std::string& name, int files) const {
+  for (int i = 0; i < files; ++i) File(name + "/" + std::to_string(i) + ".txt", std::to_string(i));
+}
+
+// ---- Stage
+
+Stage::Stage(const Kind& given, Site& files, std::int32_t slots) : kind(given), site(files) {
+  world.nameOf = [&names = site.names](std::uint32_t) { return std::optional<std::string>(names.Name()); };
+  loop.HandlerFailed = [this](std::string& text) { failures.push_back(text); };
+  descriptorsBefore = Kit::CountDescriptors();
+  tessel = std::make_unique<Tessel>(loop);
+  tessel->ServerIP("127.0.0.1");
+  tessel->ServerPort("0");
+  tessel->VirtualPath(site.root);
+  tessel->ApplicationFolder(site.tree.Text() + "/application");
+  tessel->CGIDirectory(site.tree.Text() + "/cgi");
+  tessel->CGIEnable(true);
+  tessel->SSIEnable(true);
+  tessel->DirectoryBrowseEnable(true);
+  Connect();
+  tessel->MaxConnections(slots + 1);
+  kind.configure(*this);
+  tessel->StartServer();
+  if (kind.prepare != nullptr) kind.prepare(*this);
+  framesOfOthers = TaskPromise::living;
+  world.LooksTake(kMicrosecondsPerLook);
+}
+
+Stage::~Stage() {
+  onEvent = nullptr;
+  tessel.reset();
+  site.names.Answer();
+  EndChildren();
+}
+
+// What a handler needs is a copy: the control, and the handler with it, may be gone when the event is over.
+void Stage::Connect() {
+  tessel->HTTPLog = [this](std::string& line) { Raised(line); };
+  tessel->StatusLine = [this](std::string& text) { Raised(text); };
+  tessel->LogEvent = [this](std::string& text) {
+    errors.push_back(text);
+    Raised(text);
+  };
+  tessel->FileRequest = [this](std::int32_t& index, std::string& path, std::string&) {
+    Stage& stage = *this;
+    const std::int32_t asks = index;
+    stage.offered = asks;
+    stage.Raised(path);
+    if (!stage.answersInside || !stage.tessel) return;
+    stage.offered = 0;
+    stage.tessel->TrapFileData(asks, "", true);
+  };
+  tessel->CallFunction = [this](std::int32_t& index, std::string& name) {
+    Stage& stage = *this;
+    const std::int32_t asks = index;
+    const std::string answer = "(" + name + ")";
+    stage.loop.DoEvents();
+    stage.Raised(name);
+    stage.loop.DoEvents();
+    if (stage.tessel) stage.tessel->ReturnData(asks, answer);
+  };
+}
+
+void Stage::Raised(const std::string& text) {
+  if (onEvent) onEvent(text);
+}
+
+void Stage::Ask() {
+  first = std::make_unique<Kit::RawClient>(tessel->ListeningPort());
+  first->Send(loop, Request());
+}
+
+bool Stage::IsSuspended() {
+  if (!first || first->Descriptor() < 0 || first->Poll()) return false;
+  return offered != 0 || TaskPromise::living > framesOfOthers;
+}
+
+bool Stage::RunTo(int point) {
+  Ask();
+  while (!IsSuspended() && first->Descriptor() >= 0 && !first->Ended()) loop.RunOnce(20);
+  for (int i = 0; i < point && IsSuspended(); ++i) Step();
+  return IsSuspended();
+}
+
+void Stage::Step() {
+  for (const std::int32_t milliseconds : {0, 2, 4}) {
+    if (loop.RunOnce(milliseconds)) return;
+  }
+  Release();
+}
+
+bool Stage::Finish(Kit::RawClient& client) {
+  const auto end = std::chrono::steady_clock::now() + kHangs;
+  while (TaskPromise::living > 0 || (client.Descriptor() >= 0 && !client.Poll())) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    Step();
+  }
+  return true;
+}
+
+void Stage::Release() {
+  site.names.Answer();
+  site.gate.Open();
+  if (offered == 0 || !tessel) return;
+  const std::int32_t index = offered;
+  offered = 0;
+  tessel->TrapFileData(index, "", true);
+}
+
+std::string Stage::Exchange(const std::string& request) {
+  Kit::RawClient client(tessel->ListeningPort());
+  client.Send(loop, request);
+  return Finish(client) ? client.Received() : "no answer";
+}
+
+bool Stage::EndChildren() {
+  const auto end = std::chrono::steady_clock::now() + kHangs;
+  for (; !Kit::HasNoChild(); OwnedChild::CollectAbandoned()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    site.gate.Clear();
+    site.gate.Open(8);
+    world.Skip(1000);
+    loop.RunOnce(1);
+  }
+  site.gate.Clear();
+  return true;
+}
+
+}  // namespace TesselServer::Suspension

@@ -1,0 +1,125 @@
+// A control that is asked for something that takes more than one turn, and is taken from one point at which the answer
+// waits to the next.
+//
+// Each look at the clock takes time here, so that long work waits after each of its steps; programs wait at a gate, and
+// names on a thread, until the test lets them come. A point is what lies between two turns that deliver something, and
+// between the last of them and letting go what is waited for.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <TesselServer/EventLoop.h>
+#include <TesselServer/Tessel.h>
+
+#include "tests/kit/Programs.h"
+#include "tests/kit/RawClient.h"
+#include "tests/kit/SkippingWorld.h"
+#include "tests/kit/TemporaryTree.h"
+
+namespace TesselServer::Suspension {
+
+// A name server that keeps silent until it is told to answer.
+class SilentNames {
+ public:
+  // Waits, unless it is asked on the thread of the test, which would have to answer itself.
+  std::string Name();
+  void AreHeld(bool held);
+  void Answer() { AreHeld(false); }
+
+ private:
+  const std::thread::id test_ = std::this_thread::get_id();
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool areHeld_ = false;
+};
+
+// The files of a kind of answer, the same for all runs.
+struct Site {
+  // Writes a file below the root.
+  void File(const std::string& name, std::string_view text) const { tree.Write("root/" + name, text); }
+  void Program(const std::string& name, std::string_view script) const {
+    Kit::WriteProgram(tree, "cgi/" + name, script);
+  }
+  // A folder with so many files.
+  void Folder(const std::string& name, int files) const;
+
+  Kit::TemporaryTree tree;
+  const std::string root = tree.MakeFolder("root");
+  const Kit::Gate gate{tree};
+  SilentNames names;
+};
+
+class Stage;
+
+// One kind of answer that is not made in one go.
+struct Kind {
+  const char* name;
+  const char* url;
+  void (*write)(const Site& site);
+  void (*configure)(Stage& stage);          // before the start
+  void (*prepare)(Stage& stage) = nullptr;  // before the request
+  const char* fields = "";                  // of every request
+};
+
+// The points are those of one request, the first client's; everything is destroyed with the stage.
+class Stage {
+ public:
+  // Serves `slots` clients at once besides those that the kind itself needs.
+  Stage(const Kind& given, Site& files, std::int32_t slots);
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+  ~Stage();
+
+  // Asks, and goes on to the given point, 0 being the first. False when the answer was made before it was reached.
+  bool RunTo(int point);
+  // Asks only.
+  void Ask();
+  // Whether the first client's answer is being made, or due from the host.
+  bool IsSuspended();
+  // The next turn that delivers something; where none does, what is waited for is let go.
+  void Step();
+  // Goes on until nothing is being made any more, and `client` has its answer. False when that does not happen.
+  bool Finish(Kit::RawClient& client);
+  bool Finish() { return Finish(*first); }
+  // Lets one program pass, names come, and answers as the host.
+  void Release();
+
+  std::string Request() const { return Get(kind.url); }
+  std::string Get(const std::string& url) const { return "GET " + url + " HTTP/1.0\r\n" + kind.fields + "\r\n"; }
+  std::string Exchange(const std::string& request);
+
+  // Lets all children come to their end and collects them. False when one is left.
+  bool EndChildren();
+
+  const Kind& kind;
+  Site& site;
+  Kit::SkippingWorld world;
+  EventLoop loop{world};
+  std::size_t descriptorsBefore = 0;  // without the control
+  std::vector<std::string> failures;  // what the loop has reported
+  std::vector<std::string> errors;    // LogEvent
+  std::unique_ptr<Tessel> tessel;
+  std::unique_ptr<Kit::RawClient> first;
+  std::unique_ptr<Kit::RawClient> other;                // has connected before the first one, where the test wants it
+  std::vector<std::unique_ptr<Kit::RawClient>> before;  // those that the kind needs
+  std::int64_t framesOfOthers = 0;
+  std::int32_t offered = 0;                              // the Index that waits for the host, 0 for none
+  bool answersInside = false;                            // the host answers inside FileRequest
+  std::function<void(const std::string& text)> onEvent;  // called inside each event, with its text
+
+ private:
+  void Connect();
+  void Raised(const std::string& text);
+};
+
+// All of them.
+const std::vector<Kind>& Kinds();
+
+}  // namespace TesselServer::Suspension
