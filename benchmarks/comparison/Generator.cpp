@@ -1,12 +1,16 @@
-// The client of the comparison: comparison_load --mode load|latency|hold --port N --path /x [OPTIONS]. What it found is
-// one line of JSON on standard output. Exit status 1 when an answer was wrong or the server kept silent.
+// The client of the comparison: comparison_load --mode load|latency|hold|paced|idle --port N --path /x [OPTIONS]. What
+// it found is one line of JSON on standard output. Exit status 1 when an answer was wrong or the server kept silent.
 //
 //   --mode load      --at-once N, and --requests N or --milliseconds N; --compare-every N
 //   --mode latency   one request at a time: the time from the wish to connect to the first byte of the answer
 //   --mode hold      --connections N: sends half a request on each, says so, and keeps them until standard input ends
+//   --mode paced     one request every --every N milliseconds (default 10) until standard input ends
+//   --mode idle      no requests: looks at the clock for --milliseconds N
 //   --status 200 --body FILE   the expected answer
 //   --numbers N                N paths in turn: "####" in --path and in the body is 0000, 0001 and so on
 //   --source 127.0.0.3         where connections come from
+#include <unistd.h>
+
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -17,8 +21,10 @@
 
 #include "benchmarks/comparison/CommandLine.h"
 #include "benchmarks/comparison/Hold.h"
+#include "benchmarks/comparison/Idle.h"
 #include "benchmarks/comparison/Latency.h"
 #include "benchmarks/comparison/Load.h"
+#include "benchmarks/comparison/Paced.h"
 
 namespace Comparison {
 namespace {
@@ -70,12 +76,30 @@ int RunHold(const CommandLine& line) {
   return 0;
 }
 
+int RunPaced(const CommandLine& line) {
+  const LoadOrder order = Order(line);
+  const PacedResult result = Paced(order, std::chrono::milliseconds(line.Number("every", 10))).Run(STDIN_FILENO);
+  std::cout << "{\"requests\": " << result.requests << ", \"wrong\": " << result.wrong << ", \"first_wrong\": \""
+            << result.firstWrong << "\", \"median_ms\": " << result.medianMilliseconds
+            << ", \"p999_ms\": " << result.p999Milliseconds << ", \"longest_ms\": " << result.longestMilliseconds
+            << "}\n";
+  return result.wrong == 0 ? 0 : 1;
+}
+
+int RunIdle(const CommandLine& line) {
+  const IdleResult result = WatchTheClock(line.Number("milliseconds", 1000));
+  std::cout << "{\"wall_ms\": " << result.wallMilliseconds << ", \"cpu_ms\": " << result.cpuMilliseconds << "}\n";
+  return 0;
+}
+
 int Run(const CommandLine& line) {
   RaiseDescriptorLimit();
   const std::string mode = line.Text("mode", "load");
   if (mode == "load") return RunLoad(line);
   if (mode == "latency") return RunLatency(line);
   if (mode == "hold") return RunHold(line);
+  if (mode == "paced") return RunPaced(line);
+  if (mode == "idle") return RunIdle(line);
   throw std::runtime_error("no such mode: " + mode);
 }
 

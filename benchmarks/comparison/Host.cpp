@@ -5,6 +5,8 @@
 //   --log FILE         writes the access log to FILE, buffered as the C library does it
 //   --ssi --browse     switches those on
 //   --cgi FOLDER       runs programs, FOLDER being that of programs
+//   --cgi-timeout N    CGITimeout, default 30
+//   --guarded          a file htaccess.txt guards its folder
 //   --connections N    MaxConnections, default 10000
 //   --watch            times every turn of the loop; each SIGUSR1 prints the longest since the last one
 //   --start-stop N     starts and stops N times, prints how long each took, and ends
@@ -55,6 +57,8 @@ void Apply(const CommandLine& line, TesselServer::Tessel& tessel) {
   tessel.VerboseErrorsEnable(false);
   tessel.CGIEnable(line.Has("cgi"));
   if (line.Has("cgi")) tessel.CGIDirectory(line.Text("cgi"));
+  tessel.CGITimeout(static_cast<std::int32_t>(line.Number("cgi-timeout", 30)));
+  if (line.Has("guarded")) tessel.AuthenticationSource(TesselServer::e_AuthSource::DirectoryFile);
   tessel.LogEvent = [](std::string& text) { std::cerr << text << '\n'; };
 }
 

@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "benchmarks/comparison/Percentile.h"
+
 namespace Comparison {
 namespace {
 
@@ -42,10 +44,6 @@ Clock::duration AskOnce(const LoadOrder& order, std::string& buffer, std::string
   return waited;
 }
 
-double Percentile(const std::vector<double>& sorted, std::size_t percent) {
-  return sorted.empty() ? 0 : sorted[(sorted.size() - 1) * percent / 100];
-}
-
 }  // namespace
 
 LatencyResult MeasureLatency(const LoadOrder& order) {
@@ -60,8 +58,8 @@ LatencyResult MeasureLatency(const LoadOrder& order) {
     if (!wrong.empty() && result.wrong++ == 0) result.firstWrong = wrong;
   }
   std::sort(times.begin(), times.end());
-  result.medianMicroseconds = Percentile(times, 50);
-  result.p99Microseconds = Percentile(times, 99);
+  result.medianMicroseconds = Percentile(times, 500);
+  result.p99Microseconds = Percentile(times, 990);
   return result;
 }
 

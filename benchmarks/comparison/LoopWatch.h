@@ -18,6 +18,8 @@ namespace Comparison {
 //   turns          how many there were
 //   long_turns     how many of them took more than a millisecond of this thread's processor time
 //   turn_wall_ms   the longest turn by the clock on the wall, on which other programs of the same processor count too
+//   turn_kept_ms   the longest turn by that clock, without the time that this thread waited for a processor: it was
+//                  running, or waited for something else, such as a disk or a program
 //   turn_cpu_ms    the longest turn by the processor time of this thread
 //   tick_wall_ms   by how much the latest tick of the timer was later than its millisecond
 //   tick_cpu_ms    the same, as far as this thread was running meanwhile

@@ -16,6 +16,8 @@ import goals
 import measure
 import servers
 import site_tree
+import waiting
+import waiting_site
 
 EXTRAS = {
     "latency": "the first byte, one request at a time",
@@ -32,6 +34,8 @@ NAMES = [w.name for w in site_tree.WORKLOADS] + list(EXTRAS)
 def options():
     listed = "\n".join("  %-10s %s" % (w.name, w.title[0].lower() + w.title[1:]) for w in site_tree.WORKLOADS)
     listed += "\n" + "\n".join("  %-10s %s" % item for item in EXTRAS.items())
+    listed += "\n\nworkloads with --waiting:\n"
+    listed += "\n".join("  %-12s  %s" % (w.name, w.title) for w in waiting_site.WORKLOADS)
     parser = argparse.ArgumentParser(
         prog="benchmarks/compare", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter,
         epilog="workloads:\n%s\n\nservers: %s\n\nFor the front of the command: --build-dir FOLDER uses another build "
@@ -39,15 +43,23 @@ def options():
     parser.add_argument("--rounds", type=int, help="how often every server is measured (default 11)")
     parser.add_argument("--seconds", type=float, help="how long one measurement is (default 0.4)")
     parser.add_argument("--requests", type=int, help="how many requests one measurement is, in place of --seconds")
-    parser.add_argument("--workload", action="append", choices=NAMES, metavar="NAME", help="only this one; repeatable")
+    parser.add_argument("--workload", action="append", choices=NAMES + waiting_site.NAMES, metavar="NAME",
+                        help="only this one; repeatable")
     parser.add_argument("--server", action="append", choices=servers.NAMES, metavar="NAME",
                         help="only this one; repeatable. Ratios need floor, nginx and lighttpd")
     parser.add_argument("--quick", action="store_true",
                         help="one round of 0.3 seconds, no count of system calls: for people who are changing the code")
+    parser.add_argument("--waiting", action="store_true",
+                        help="measures instead how long the host and a small file wait while something else takes long, in "
+                             "two minutes; as root, or where users may have namespaces of their own")
     parser.add_argument("--output", type=pathlib.Path,
                         help="writes the tables to a file as well; into docs/performance.md at their place")
     parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     chosen = parser.parse_args()
+    names = waiting_site.NAMES if chosen.waiting else NAMES
+    for name in chosen.workload or []:
+        if name not in names:
+            parser.error("%s is a workload %s --waiting" % (name, "without" if chosen.waiting else "with"))
     chosen.rounds = max(chosen.rounds or (1 if chosen.quick else 11), 1)
     chosen.seconds = chosen.seconds or (0.3 if chosen.quick else 0.4)
     return chosen
@@ -104,9 +116,13 @@ def setting_of(chosen, load):
     """How and on what it was measured, a line each."""
     amount = "%d requests for each measurement" % chosen.requests if chosen.requests else (
         "%g s for each measurement (three times as much for 10 MiB and the listing of 10,000)" % chosen.seconds)
-    return ["- Machine: %s; load average at the beginning: %.1f." % (machine(), load),
-            "- Beside it: %s." % ", ".join(versions()),
+    return machine_and_versions(load) + [
             "- %d rounds, %s. Medians; in brackets the least and the greatest." % (chosen.rounds, amount)]
+
+
+def machine_and_versions(load):
+    return ["- Machine: %s; load average at the beginning: %.1f." % (machine(), load),
+            "- Beside it: %s." % ", ".join(versions())]
 
 
 def versions():
@@ -130,17 +146,42 @@ def tables(findings, setting):
     return "\n\n".join(parts) + "\n"
 
 
-def put(text, path):
-    """Writes the tables; in a file that has the two marks, in place of what stands between them."""
+def put(text, path, begin, end):
+    """Writes the tables; in a file that has the marks `begin` and `end`, in place of what stands between them."""
     old = path.read_text() if path.exists() else ""
-    before, found, rest = old.partition(BEGIN_MARK)
-    _, ended, after = rest.partition(END_MARK)
-    path.write_text("%s%s\n%s\n%s%s" % (before, BEGIN_MARK, text, END_MARK, after) if found and ended else text)
+    before, found, rest = old.partition(begin)
+    _, ended, after = rest.partition(end)
+    path.write_text("%s%s\n%s\n%s%s" % (before, begin, text, end, after) if found and ended else text)
+
+
+def run_waiting(chosen):
+    """All of --waiting."""
+    waiting.enter_own_machine()
+    waiting.raise_loopback()
+    server_cpu, client_cpu = processors()
+    os.sched_setaffinity(0, {client_cpu})  # the clients of what takes long are threads of this process
+    load = os.getloadavg()[0]
+    with tempfile.TemporaryDirectory(prefix="comparison-") as folder:
+        folder = pathlib.Path(folder)
+        folder.chmod(0o755)
+        (folder / "site").mkdir()
+        setting = servers.Setting(chosen.programs, folder / "site", folder, server_cpu)
+        client = measure.Client(chosen.programs / "comparison_load", client_cpu, folder)
+        context = experiments.Context(setting, client, wanted_servers(setting, chosen.server), 1, waiting.SECONDS, None,
+                                      chosen.quick)
+        found = waiting.run(context, chosen.workload or waiting_site.NAMES)
+    text = "\n".join(machine_and_versions(load)) + "\n\n" + found + "\n"
+    print(text)
+    if chosen.output:
+        put(text, chosen.output, waiting.BEGIN_MARK, waiting.END_MARK)
 
 
 def main():
     chosen = options()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # so that servers are stopped
+    if chosen.waiting:
+        run_waiting(chosen)
+        return
     server_cpu, client_cpu = processors()
     load = os.getloadavg()[0]
     with tempfile.TemporaryDirectory(prefix="comparison-") as folder:
@@ -171,7 +212,7 @@ def main():
     if failed:
         sys.exit("compare: failed: %s. No file was written." % ", ".join(failed))
     if chosen.output:
-        put(text, chosen.output)
+        put(text, chosen.output, BEGIN_MARK, END_MARK)
 
 
 if __name__ == "__main__":

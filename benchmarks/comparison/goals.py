@@ -78,8 +78,13 @@ def table(findings):
     """The table of goals over findings by name; those that were not measured are left out."""
     facts = {name: finding.facts for name, finding in findings.items()}
     facts["rows"] = rows_fact(findings)
+    return table_of(GOALS, facts)
+
+
+def table_of(goals, facts):
+    """The table of some goals over the facts of experiments by name; those that were not measured are left out."""
     rows = []
-    for goal in GOALS:
+    for goal in goals:
         value = goal.measured(facts.get(goal.experiment, {}))
         if value is not None:
             shown = ("%s %s" % (report.number(value, goal.digits), goal.unit)).strip()

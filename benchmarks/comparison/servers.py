@@ -155,6 +155,8 @@ class Server:
             command += ["--browse"]
         if "cgi" in self.features:
             command += ["--cgi", str(self.setting.root / "cgi")]
+        if "guarded" in self.features:
+            command += ["--guarded"]
         return command
 
     def _program(self):
