@@ -60,14 +60,33 @@ struct WorkerThreads::Shelf {
   bool isOver = false;
 };
 
+namespace {
+
+struct ThreadsOfTheProcess {
+  std::mutex mutex;
+  std::weak_ptr<WorkerThreads> threads;
+};
+
+// Never destroyed: a host may take its loop down in a destructor that runs after main.
+ThreadsOfTheProcess& OfTheProcess() {
+  static auto* const shared = new ThreadsOfTheProcess;
+  return *shared;
+}
+
+}  // namespace
+
 std::shared_ptr<WorkerThreads> WorkerThreads::Shared() {
-  // never destroyed: a host may take its loop down in a destructor that runs after main
-  static auto* const mutex = new std::mutex;
-  static auto* const shared = new std::weak_ptr<WorkerThreads>;
-  const std::scoped_lock lock(*mutex);
-  auto threads = shared->lock();
-  if (!threads) *shared = threads = std::make_shared<WorkerThreads>();
+  ThreadsOfTheProcess& shared = OfTheProcess();
+  const std::scoped_lock lock(shared.mutex);
+  auto threads = shared.threads.lock();
+  if (!threads) shared.threads = threads = std::make_shared<WorkerThreads>();
   return threads;
+}
+
+void WorkerThreads::Share(const std::shared_ptr<WorkerThreads>& threads) {
+  ThreadsOfTheProcess& shared = OfTheProcess();
+  const std::scoped_lock lock(shared.mutex);
+  shared.threads = threads;
 }
 
 WorkerThreads::WorkerThreads() : shelf_(std::make_shared<Shelf>()) {}

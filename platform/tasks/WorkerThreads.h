@@ -28,14 +28,18 @@ class WorkerThreads {
   // Those of the process.
   static std::shared_ptr<WorkerThreads> Shared();
 
+  // Makes `threads` those of the process, for as long as anything uses them: a test's own, which does work when it
+  // likes. What uses others already keeps those.
+  static void Share(const std::shared_ptr<WorkerThreads>& threads);
+
   WorkerThreads();
   WorkerThreads(const WorkerThreads&) = delete;
   WorkerThreads& operator=(const WorkerThreads&) = delete;
-  ~WorkerThreads();
+  virtual ~WorkerThreads();
 
   // Has `work`, which does not throw, done by a thread, in the order of adding. Makes a thread where all are at work
   // and there are fewer than `most` of them. False, and nothing is added, when there is none and none can be made.
-  bool Add(Workers::Kind kind, std::function<void()> work, std::int32_t most);
+  virtual bool Add(Workers::Kind kind, std::function<void()> work, std::int32_t most);
 
  private:
   struct Shelf;
