@@ -33,7 +33,7 @@ STANDARD_HEADERS = set("""
     cstdlib cstring ctime cuchar cwchar cwctype""".split())
 
 # Standard headers that are doors to the operating system all the same, and who may open them.
-GUARDED_HEADERS = {"cerrno": {"platform", "tests"}, "csignal": {"platform", "host", "tests"}}
+GUARDED_HEADERS = {"cerrno": {"platform", "tests", "fuzz"}, "csignal": {"platform", "host", "tests", "fuzz"}}
 
 # Headers of others, and the folders that may use them.
 FOREIGN_HEADERS = {
