@@ -23,6 +23,8 @@ class NameSet {
   // Adds the name. False when it was there.
   bool Add(std::string_view name);
 
+  static constexpr std::size_t kBytesOfStep = 4096;  // how it grows
+
   // What the set takes of memory, some 40 bytes for each name.
   std::size_t Bytes() const { return blocks_.size() * sizeof(Block); }
 
@@ -33,6 +35,7 @@ class NameSet {
   static constexpr std::size_t kNodesOfBlock = 32;
   using Node = std::array<std::uint64_t, 1U << kBitsOfStep>;
   using Block = std::array<Node, kNodesOfBlock>;
+  static_assert(sizeof(Block) == kBytesOfStep);
 
   static std::size_t StepOf(std::uint64_t hash, unsigned shift) { return (hash >> shift) % (1U << kBitsOfStep); }
   Node& At(std::uint64_t node) { return (*blocks_[node / kNodesOfBlock])[node % kNodesOfBlock]; }

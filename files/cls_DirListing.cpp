@@ -313,11 +313,11 @@ Task<bool> cls_DirListing::LinkIsServed(std::string name, FileIdentity target) {
   }
 }
 
-// The names of a small folder are gone with the turn, and do not count.
+// What the names of a small folder take does not count: it is gone with the turn.
 bool cls_DirListing::MayGoOn(const Rows& rows) const {
   if (!mayHold_) return true;
   const std::size_t namesBytes = rows.shown != nullptr ? rows.shown->Bytes() : 0;
-  return mayHold_(rows.page.size() + (namesBytes > kUsualPageBytes ? namesBytes : 0));
+  return mayHold_(rows.page.size() + namesBytes - std::min(namesBytes, NameSet::kBytesOfStep));
 }
 
 }  // namespace TesselServer

@@ -51,12 +51,13 @@ Task<std::optional<std::string>> ListingOf(ControlState& state, Slot& slot) {
   std::string localDir = MappedFileOf(state, slot);
   std::string urlPath = slot.Fields().DocumentURI;
   const std::string serverName = state.settings.ServerName;
+  FoundEntry& target = slot.Target;  // its name is still asked for
+  const FoundEntry folder{target.kind, target.name, target.readable, std::move(target.file)};
   auto ruling = RulesFor(state.authFileName, state.settings.AuthenticationSourceFile, links);
   ListingRules rules = co_await ruling;
-  auto naming = links.root->NamesInTurns(slot.Target, turns);
+  auto naming = links.root->NamesInTurns(folder, turns);
   auto names = co_await naming;
-  const OpenFile folder = std::move(slot.Target.file);
-  cls_DirListing listing(state.world, folder, std::move(rules), std::move(names));
+  cls_DirListing listing(state.world, folder.file, std::move(rules), std::move(names));
   listing.MayHold([&state, &slot](std::size_t bytes) {
     return slot.PageMemory.Resize(state.pageMemory, static_cast<std::int64_t>(bytes));
   });
