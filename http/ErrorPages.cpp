@@ -5,22 +5,25 @@
 namespace TesselServer {
 namespace {
 
-ErrorFile OpenNumbered(const std::string& applicationFolder, std::string_view code) {
+Task<ErrorFile> OpenNumbered(std::string applicationFolder, std::string code, Turns* turns) {
   ErrorFile error;
-  error.path = applicationFolder + "\\html\\errors\\http" + std::string(code) + ".html";
-  error.file = OpenPath(error.path);
+  error.path = applicationFolder + "\\html\\errors\\http" + code + ".html";
+  auto opening = OpenPathInTurns(error.path, turns);
+  error.file = co_await opening;
   if (error.file.Kind() != EntryKind::kFile) error.file = OpenFile();
-  return error;
+  co_return error;
 }
 
 }  // namespace
 
-ErrorFile OpenErrorFile(const std::string& applicationFolder, std::string_view code) {
-  if (code.find_first_not_of("0123456789") == std::string_view::npos) {
-    ErrorFile own = OpenNumbered(applicationFolder, code);
-    if (own.file.IsOpen()) return own;
+Task<ErrorFile> OpenErrorFile(std::string applicationFolder, std::string code, Turns* turns) {
+  if (code.find_first_not_of("0123456789") == std::string::npos) {
+    auto opening = OpenNumbered(applicationFolder, std::move(code), turns);
+    ErrorFile own = co_await opening;
+    if (own.file.IsOpen()) co_return own;
   }
-  return OpenNumbered(applicationFolder, "404");
+  auto opening = OpenNumbered(std::move(applicationFolder), "404", turns);
+  co_return co_await opening;
 }
 
 }  // namespace TesselServer

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "platform/files/FileSystem.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
+
+class Turns;
 
 struct ErrorFile {
   OpenFile file;     // not open when neither the file of the code nor that of 404 is there
@@ -15,6 +17,6 @@ struct ErrorFile {
 
 // Opens "html/errors/http" code ".html" below `applicationFolder`, or "http404.html" there when that is no file. A code
 // that is not all digits has no file of its own.
-ErrorFile OpenErrorFile(const std::string& applicationFolder, std::string_view code);
+Task<ErrorFile> OpenErrorFile(std::string applicationFolder, std::string code, Turns* turns);
 
 }  // namespace TesselServer

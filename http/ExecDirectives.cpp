@@ -20,25 +20,35 @@ std::string DocumentFolder(const cls_HTTP& record) {
   return record.VirtualPath() + "/" + std::string(FolderOf(record.DocumentName()));
 }
 
-Task<std::string> RunTarget(cls_HTTP& record, const std::string& folder, std::string_view target) {
+// The file is open for no longer than this.
+Task<ProgramFile> FindTarget(cls_HTTP& record, std::string folder, std::string name) {
+  auto search = record.FindFile(std::move(folder), name);
+  const FoundEntry found = co_await search;
+  co_return FoundProgram(record, found, name);
+}
+
+Task<std::string> RunTarget(cls_HTTP& record, std::string folder, std::string_view target) {
   const std::size_t mark = target.find('?');
-  const std::string_view program = Trim(target.substr(0, mark));
+  std::string program(Trim(target.substr(0, mark)));
   std::string arguments(mark == std::string_view::npos ? std::string_view() : Trim(target.substr(mark + 1)));
   if (IsBatchFile(program)) {
     std::replace_if(
         arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
   }
-  return RunProgram(record, FoundProgram(record, record.FindFile(folder, program), program), std::move(arguments));
+  auto search = FindTarget(record, std::move(folder), std::move(program));
+  ProgramFile file = co_await search;
+  auto running = RunProgram(record, std::move(file), std::move(arguments));
+  co_return co_await running;
 }
 
 }  // namespace
 
 Task<void> RunExecDirectives(cls_HTTP& record, Page& page) {
-  if (!page.HoldsDirectives()) co_return;
   const std::string documentFolder = DocumentFolder(record);
   Pace pace(record.Turns());
-  for (const bool isOfDocument : {true, false}) {
-    TagReplacement tags(page, {isOfDocument ? "<!--#execcmd=" : "<!--#execcgi=", "", "--"});
+  for (const TagKind kind : {TagKind::kExecCommand, TagKind::kExecCGI}) {
+    if (!page.Holds(kind)) continue;
+    TagReplacement tags(page, {OpenerOf(kind), "", "--"});
     for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
       if (pace.IsOver(tags.TakeWork())) {
         auto next = pace.Next();
@@ -47,8 +57,8 @@ Task<void> RunExecDirectives(cls_HTTP& record, Page& page) {
       if (found == TagReplacement::Found::kNotYet) continue;
       if (!tags.IsKnown()) {
         // asked for each tag: the settings of a record may change while a program runs
-        const std::string folder = isOfDocument ? documentFolder : record.CGIDirectory();
-        auto running = RunTarget(record, folder, tags.Content());
+        const bool isOfDocument = kind == TagKind::kExecCommand;
+        auto running = RunTarget(record, isOfDocument ? documentFolder : record.CGIDirectory(), tags.Content());
         const std::string output = co_await running;
         tags.Value(ReplaceAll(output, kLineEnd, "<br>"));
       }

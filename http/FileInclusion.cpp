@@ -13,9 +13,12 @@
 namespace TesselServer {
 namespace {
 
+// No file has a name that long: what follows makes no difference.
+constexpr std::size_t kMaxWritten = 16'384;
+
 // The name below the root that a directive means.
 std::string NameBelowRoot(const cls_HTTP& record, bool fromRoot, std::string_view written) {
-  std::string name(written);
+  std::string name(written.substr(0, kMaxWritten));
   if (fromRoot) name = ReplaceAll(ReplaceAll(name, "../", ""), "./", "");
   if (name.starts_with('/')) name.erase(0, 1);
   name = Trim(name);
@@ -23,18 +26,11 @@ std::string NameBelowRoot(const cls_HTTP& record, bool fromRoot, std::string_vie
   return std::string(FolderOf(record.DocumentName())) + name;
 }
 
-struct Directive {
-  std::string_view opener;
-  bool fromRoot;
-};
-constexpr Directive kDirectives[] = {
-    {"<!--#includefile=", false}, {"<!--#includevirtual=", true}, {"<!--#include=", true}};
-
 Task<void> IncludeAll(cls_HTTP& record, Page& page) {
-  if (!page.HoldsDirectives() || record.VirtualPath().empty() || record.DocumentName().empty()) co_return;
   Pace pace(record.Turns());
-  for (const Directive& directive : kDirectives) {
-    TagReplacement tags(page, {directive.opener, "", "--"});
+  for (const TagKind kind : {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude}) {
+    if (!page.Holds(kind) || record.VirtualPath().empty() || record.DocumentName().empty()) continue;
+    TagReplacement tags(page, {OpenerOf(kind), "", "--"});
     for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
       if (pace.IsOver(tags.TakeWork())) {
         auto next = pace.Next();
@@ -42,10 +38,14 @@ Task<void> IncludeAll(cls_HTTP& record, Page& page) {
       }
       if (found == TagReplacement::Found::kNotYet) continue;
       std::string name;
-      if (!tags.IsKnown()) name = NameBelowRoot(record, directive.fromRoot, tags.Content());
+      if (!tags.IsKnown()) name = NameBelowRoot(record, kind != TagKind::kIncludeFile, tags.Content());
       if (!name.empty()) {
-        auto text = record.IncludedText(std::move(name));
-        tags.Value(co_await text);
+        cls_HTTP::Inclusion inclusion = record.Include(std::move(name));
+        if (inclusion.isPending) {
+          auto making = record.IncludedText(inclusion);
+          inclusion.text = co_await making;
+        }
+        tags.Value(std::move(inclusion.text));
       }
       if (tags.Value() && record.TakeIncludeRoom(tags.Value()->size())) {
         tags.Replace();

@@ -32,7 +32,7 @@ std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
 }  // namespace
 
 Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page) {
-  if (!page.HoldsScripts()) co_return;
+  if (!page.Holds(TagKind::kFunction)) co_return;
   Pace pace(record.Turns());
   TagReplacement tags(page, {"<%=", "Function", "%"});
   for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {

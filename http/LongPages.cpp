@@ -20,24 +20,15 @@ struct Steps {
   ~Steps() = default;
 };
 
-// Whether a text has an opener.
-class OpenerScan final : public Steps {
+class Scanning final : public Steps {
  public:
-  OpenerScan(std::string_view text, std::string_view opener) : text_(text), opener_(opener) {}
-
-  std::size_t Step() override {
-    if (found_ || from_ == text_.size()) return 0;
-    const std::size_t begin = from_;
-    found_ = FindOpenerInWindow(text_, opener_, from_) != std::string_view::npos;
-    return found_ ? kSearchWindow : from_ - begin;
-  }
-  bool HasFound() const { return found_; }
+  Scanning(std::string_view text, bool isForOne) : scan_(text), isForOne_(isForOne) {}
+  std::size_t Step() override { return isForOne_ && !Kinds().IsEmpty() ? 0 : scan_.Step(); }
+  const TagKinds& Kinds() const { return scan_.Kinds(); }
 
  private:
-  std::string_view text_;
-  std::string_view opener_;
-  std::size_t from_ = 0;
-  bool found_ = false;
+  TagScan scan_;
+  bool isForOne_;  // it is over when a tag is found
 };
 
 Task<void> AllSteps(Steps& work, Turns* turns) {
@@ -124,13 +115,10 @@ class Joining final : public Steps {
 };
 
 Task<bool> FindTags(Page::SharedText text, Turns* turns) {
-  for (const std::string_view opener : {kDirectiveStart, kScriptStart}) {
-    OpenerScan scan(*text, opener);
-    auto steps = AllSteps(scan, turns);
-    co_await steps;
-    if (scan.HasFound()) co_return true;
-  }
-  co_return false;
+  Scanning scanning(*text, true);
+  auto scanned = AllSteps(scanning, turns);
+  co_await scanned;
+  co_return !scanning.Kinds().IsEmpty();
 }
 
 Task<Page> MakePage(Page::SharedText text, Turns* turns) {
@@ -143,13 +131,10 @@ Task<Page> MakePage(Page::SharedText text, Turns* turns) {
   auto normalised = AllSteps(normaliser, turns);
   co_await normalised;
   const auto result = std::make_shared<const std::string>(std::move(compact));
-  OpenerScan directives(*result, kDirectiveStart);
-  auto firstScan = AllSteps(directives, turns);
-  co_await firstScan;
-  OpenerScan scripts(*result, kScriptStart);
-  auto secondScan = AllSteps(scripts, turns);
-  co_await secondScan;
-  co_return Page(result, directives.HasFound(), scripts.HasFound());
+  Scanning scanning(*result, false);
+  auto scanned = AllSteps(scanning, turns);
+  co_await scanned;
+  co_return Page(result, scanning.Kinds());
 }
 
 Task<Page::SharedText> Join(const Page& page, Turns* turns) {
@@ -162,10 +147,12 @@ Task<Page::SharedText> Join(const Page& page, Turns* turns) {
 
 }  // namespace
 
-Task<Page::SharedText> ContentsInTurns(const OpenFile& file, std::int64_t limit, Turns*) {
+Task<Page::SharedText> ContentsInTurns(const OpenFile& file, std::int64_t limit, Turns* turns) {
   auto bytes = std::make_shared<std::string>();
+  auto reading = ReadInTurns(file, *bytes, limit, turns);
+  const bool isWhole = co_await reading;
   Page::SharedText contents;
-  if (file.ReadAll(*bytes, limit)) contents = std::move(bytes);
+  if (isWhole) contents = std::move(bytes);
   co_return contents;
 }
 

@@ -2,20 +2,17 @@
 
 #include <utility>
 
-#include "http/TagSearch.h"
-
 namespace TesselServer {
 
 Page::Page(SharedText authorText) : authorText_(std::move(authorText)) {
-  const std::string_view whole = *authorText_;
-  if (whole.empty()) return;
-  pieces_.Append({Source::kAuthor, whole});
-  holdsDirectives_ = FindOpener(whole, kDirectiveStart) != std::string_view::npos;
-  holdsScripts_ = FindOpener(whole, kScriptStart) != std::string_view::npos;
+  if (authorText_->empty()) return;
+  pieces_.Append({Source::kAuthor, *authorText_});
+  TagScan scan(*authorText_);
+  while (scan.Step() > 0) continue;
+  kinds_ = scan.Kinds();
 }
 
-Page::Page(SharedText authorText, bool holdsDirectives, bool holdsScripts)
-    : authorText_(std::move(authorText)), holdsDirectives_(holdsDirectives), holdsScripts_(holdsScripts) {
+Page::Page(SharedText authorText, const TagKinds& kinds) : authorText_(std::move(authorText)), kinds_(kinds) {
   if (!authorText_->empty()) pieces_.Append({Source::kAuthor, *authorText_});
 }
 

@@ -14,6 +14,7 @@
 
 #include "http/PageTexts.h"
 #include "http/PieceList.h"
+#include "http/TagSearch.h"
 
 namespace TesselServer {
 
@@ -37,8 +38,8 @@ class Page {
   Page() = default;
   explicit Page(SharedText authorText);
   explicit Page(std::string authorText) : Page(std::make_shared<const std::string>(std::move(authorText))) {}
-  // Where it is known already whether HoldsDirectives and HoldsScripts.
-  Page(SharedText authorText, bool holdsDirectives, bool holdsScripts);
+  // Where it is known already which tags that text holds.
+  Page(SharedText authorText, const TagKinds& kinds);
   Page(Page&&) = default;
   Page& operator=(Page&&) = default;
   Page(const Page&) = delete;
@@ -46,11 +47,12 @@ class Page {
 
   const PieceList& Pieces() const { return pieces_; }
 
-  // Whether "<!--#" or "<%" is anywhere in the author's text. What has been put in does not count, and a tag that
-  // has been replaced still does: a processor need not look at a page without its kind of tag.
-  bool HoldsDirectives() const { return holdsDirectives_; }
-  bool HoldsScripts() const { return holdsScripts_; }
-  bool HoldsTags() const { return holdsDirectives_ || holdsScripts_; }
+  // Which tags begin anywhere in the author's text. What has been put in does not count, and a tag
+  // that has been replaced still does: a processor need not look at a page without its kind of tag.
+  const TagKinds& Kinds() const { return kinds_; }
+  bool Holds(TagKind kind) const { return kinds_.Has(kind); }
+  bool HoldsDirectives() const { return Holds(TagKind::kDirective); }
+  bool HoldsScripts() const { return Holds(TagKind::kScript); }
 
   // Whether `size` more bytes may be put in.
   bool HasRoomFor(std::size_t size) const { return size <= kMaxInsertedBytes - insertedBytes_; }
@@ -64,6 +66,9 @@ class Page {
   std::string_view Keep(Text text) {
     return texts_.Keep(std::move(text));
   }
+
+  // The place of the value that a tag of the page has, see PageTexts::Find.
+  auto FindValue(PageTexts::Values*& values, std::string_view key) { return texts_.Find(values, key); }
 
   // AppendInserted for a text that the page keeps.
   bool AppendKept(std::string_view text);
@@ -88,8 +93,7 @@ class Page {
   PieceList pieces_;
   SharedText authorText_;  // what the author's pieces look into
   PageTexts texts_;        // what the others look into
-  bool holdsDirectives_ = false;
-  bool holdsScripts_ = false;
+  TagKinds kinds_;
   std::size_t insertedBytes_ = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "http/PageRewriter.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/world/AsciiCase.h"
@@ -38,54 +39,69 @@ bool PageRewriter::Find(std::string_view opener, std::string_view end) {
 }
 
 PageRewriter::Found PageRewriter::Search(std::string_view opener, std::string_view end) {
-  if (isOver_) return Found::kNone;
-  Found found = Found::kTag;
-  if (!isInTag_) {
-    found = Seek(opener, true, tag_);
-    if (found == Found::kTag) {
-      contentBegin_ = at_ = {tag_.chunk, tag_.piece, tag_.offset + opener.size()};
-      isInTag_ = true;
-    }
+  if (phase_ == Phase::kOpener) {
+    const Found found = Seek(opener, true, tag_);
+    if (found != Found::kTag) return found;
+    BeginContent(opener);
   }
-  if (found == Found::kTag) found = Seek(end, false, contentEnd_);
-  isOver_ = found == Found::kNone;
-  if (found != Found::kTag) return found;
-  tagEnd_ = {contentEnd_.chunk, contentEnd_.piece, contentEnd_.offset + end.size()};
-  at_ = tag_;  // until it is replaced or kept it is found again
-  isInTag_ = isJoined_ = false;
-  work_ += kWorkOfATag;
-  return found;
+  if (phase_ == Phase::kEnd) {
+    const Found found = Seek(end, false, contentEnd_);
+    if (found != Found::kTag) return found;
+    EndContent(end);
+  } else if (phase_ == Phase::kContent) {
+    JoinContent();
+  } else {
+    return Found::kNone;
+  }
+  return phase_ == Phase::kOpener ? Found::kTag : Found::kNotYet;
 }
 
 // One step of the search for `needle` from at_ on.
 PageRewriter::Found PageRewriter::Seek(std::string_view needle, bool isOpener, Place& found) {
   const std::vector<PieceList::Chunk>& chunks = Chunks();
-  for (std::size_t left = window_; at_.chunk < chunks.size();) {
-    const PagePiece& piece = chunks[at_.chunk][at_.piece];
-    std::size_t looked = kWorkOfAPiece;
-    if (piece.source == PieceSource::kAuthor) {
-      const std::size_t begin = at_.offset;
-      const std::size_t place = FindIn(piece.text, needle, isOpener, at_.offset, left);
-      looked += (place != std::string_view::npos ? place : at_.offset) - begin;
-      work_ += looked;
-      if (place != std::string_view::npos) {
-        found = {at_.chunk, at_.piece, place};
-        return Found::kTag;
-      }
-      if (at_.offset < piece.text.size()) return Found::kNotYet;
-    } else {
-      work_ += looked;
+  std::size_t left = window_;
+  for (Place at = at_; at.chunk < chunks.size();) {
+    const PagePiece& piece = chunks[at.chunk][at.piece];
+    const bool isAuthors = piece.source == PieceSource::kAuthor;
+    const std::size_t begin = std::exchange(at.offset, isAuthors ? at.offset : piece.text.size());
+    const std::size_t place =
+        isAuthors ? FindIn(piece.text, needle, isOpener, at.offset, left) : std::string_view::npos;
+    const std::size_t passed = (place != std::string_view::npos ? place : at.offset) - begin;
+    const std::size_t looked = kWorkOfAPiece + (isAuthors ? passed : 0);
+    work_ += looked;
+    contentSize_ += passed;
+    if (place != std::string_view::npos) {
+      found = {at.chunk, at.piece, place};
+      return Found::kTag;
     }
-    at_ = NextPiece(at_);
-    if (looked >= left) return Found::kNotYet;
+    if (at.offset == piece.text.size()) at = NextPiece(at);
+    if (looked >= left) {
+      at_ = at;
+      return Found::kNotYet;
+    }
     left -= looked;
   }
+  phase_ = Phase::kOver;
   return Found::kNone;
 }
 
-PageRewriter::Place PageRewriter::NextPiece(const Place& place) const {
-  if (place.piece + 1 < Chunks()[place.chunk].size()) return {place.chunk, place.piece + 1, 0};
-  return {place.chunk + 1, 0, 0};
+void PageRewriter::BeginContent(std::string_view opener) {
+  contentBegin_ = at_ = {tag_.chunk, tag_.piece, tag_.offset + opener.size()};
+  contentSize_ = 0;
+  phase_ = Phase::kEnd;
+}
+
+void PageRewriter::EndContent(std::string_view end) {
+  tagEnd_ = {contentEnd_.chunk, contentEnd_.piece, contentEnd_.offset + end.size()};
+  work_ += kWorkOfATag;
+  if (ContentIsInOnePiece()) {
+    UseContent(TextAt(contentBegin_).substr(contentBegin_.offset, contentSize_));
+    return;
+  }
+  joined_.clear();
+  joined_.reserve(contentSize_);
+  at_ = contentBegin_;
+  phase_ = Phase::kContent;
 }
 
 // ---- The tag found last.
@@ -94,38 +110,27 @@ std::string_view PageRewriter::Opener() const {
   return TextAt(tag_).substr(tag_.offset, contentBegin_.offset - tag_.offset);
 }
 
-bool PageRewriter::ContentIsInOnePiece() const {
-  return contentBegin_.chunk == contentEnd_.chunk && contentBegin_.piece == contentEnd_.piece;
-}
-
-std::string_view PageRewriter::Content() {
-  if (ContentIsInOnePiece()) {
-    return TextAt(contentBegin_).substr(contentBegin_.offset, contentEnd_.offset - contentBegin_.offset);
-  }
-  if (!isJoined_) JoinContent();
-  return joined_;
-}
-
+// One step.
 void PageRewriter::JoinContent() {
-  joined_ = TextAt(contentBegin_).substr(contentBegin_.offset);
-  for (Place place = NextPiece(contentBegin_); place.chunk != contentEnd_.chunk || place.piece != contentEnd_.piece;
-       place = NextPiece(place)) {
-    joined_ += TextAt(place);
+  for (std::size_t left = window_; left > 0;) {
+    const bool isLast = at_.chunk == contentEnd_.chunk && at_.piece == contentEnd_.piece;
+    const std::string_view text = TextAt(at_).substr(0, isLast ? contentEnd_.offset : std::string_view::npos);
+    const std::string_view part = text.substr(at_.offset, left);
+    joined_ += part;
+    at_.offset += part.size();
+    const std::size_t work = part.size() + kWorkOfAPiece;
+    work_ += work;
+    left -= std::min(left, work);
+    if (at_.offset < text.size()) continue;
+    if (isLast) return UseContent(joined_);
+    at_ = NextPiece(at_);
   }
-  joined_ += TextAt(contentEnd_).substr(0, contentEnd_.offset);
-  isJoined_ = true;
-  work_ += joined_.size();
 }
 
-bool PageRewriter::ContentHas(std::size_t size) const {
-  if (ContentIsInOnePiece()) return contentEnd_.offset - contentBegin_.offset >= size;
-  std::size_t length = TextAt(contentBegin_).size() - contentBegin_.offset;
-  Place place = NextPiece(contentBegin_);
-  for (; length < size && (place.chunk != contentEnd_.chunk || place.piece != contentEnd_.piece);
-       place = NextPiece(place)) {
-    length += TextAt(place).size();
-  }
-  return length + contentEnd_.offset >= size;
+void PageRewriter::UseContent(std::string_view content) {
+  content_ = content;
+  at_ = tag_;  // until it is replaced or kept it is found again
+  phase_ = Phase::kOpener;
 }
 
 bool PageRewriter::ContentBeginsWith(std::string_view text) const {

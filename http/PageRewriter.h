@@ -46,8 +46,7 @@ class PageRewriter {
   // Of the tag found last, until the next call of Find, Search, Replace or Keep: its opener as the author wrote it, and
   // the text between opener and end.
   std::string_view Opener() const;
-  std::string_view Content();
-  bool ContentHas(std::size_t size) const;  // whether it has so many bytes or more
+  std::string_view Content() const { return content_; }
 
   // Whether the content begins or ends with `text`, all of it in the author's own writing; its begin in any case.
   bool ContentBeginsWith(std::string_view text) const;
@@ -70,10 +69,20 @@ class PageRewriter {
 
   const std::vector<PieceList::Chunk>& Chunks() const { return begun_ ? old_.Chunks() : page_.pieces_.Chunks(); }
   std::string_view TextAt(const Place& place) const { return Chunks()[place.chunk][place.piece].text; }
-  bool ContentIsInOnePiece() const;
-  Place NextPiece(const Place& place) const;
+  enum class Phase { kOpener, kEnd, kContent, kOver };
+
+  bool ContentIsInOnePiece() const {
+    return contentBegin_.chunk == contentEnd_.chunk && contentBegin_.piece == contentEnd_.piece;
+  }
+  Place NextPiece(const Place& place) const {
+    if (place.piece + 1 < Chunks()[place.chunk].size()) return {place.chunk, place.piece + 1, 0};
+    return {place.chunk + 1, 0, 0};
+  }
   Found Seek(std::string_view needle, bool isOpener, Place& found);
+  void BeginContent(std::string_view opener);
+  void EndContent(std::string_view end);
   void JoinContent();
+  void UseContent(std::string_view content);
   void PrepareToReplace();
   void CopyUntil(const Place& end);
   void TakeRestOfChunk() noexcept;
@@ -81,18 +90,18 @@ class PageRewriter {
   Page& page_;
   std::size_t window_;
   std::size_t work_ = 0;
-  bool isInTag_ = false;  // the opener is found, the end is searched for
-  bool isOver_ = false;
-  bool isJoined_ = false;  // whether joined_ is the content of the tag found last
-  bool begun_ = false;     // whether anything was replaced
-  PieceList old_;          // the page's pieces as they were, once the pass has begun; the page has the new ones
-  Place at_;               // where the search goes on
-  Place copied_;           // everything in front of it is in the page already, once the pass has begun
+  Phase phase_ = Phase::kOpener;
+  bool begun_ = false;  // whether anything was replaced
+  PieceList old_;       // the page's pieces as they were, once the pass has begun; the page has the new ones
+  Place at_;            // where the search goes on
+  Place copied_;        // everything in front of it is in the page already, once the pass has begun
   Place tag_;
   Place contentBegin_;
   Place contentEnd_;
   Place tagEnd_;
-  std::string joined_;  // a content that spans pieces
+  std::string_view content_;
+  std::size_t contentSize_ = 0;  // as far as its end is searched for
+  std::string joined_;           // what content_ looks into when it spans pieces
 };
 
 }  // namespace TesselServer

@@ -1,15 +1,23 @@
 #include "http/PageTexts.h"
 
 #include <algorithm>
-#include <utility>
+#include <new>
 
 namespace TesselServer {
 
+std::pmr::monotonic_buffer_resource& PageTexts::Small() {
+  if (!small_) small_ = std::make_unique<std::pmr::monotonic_buffer_resource>(kFirstBlockBytes);
+  return *small_;
+}
+
 std::string_view PageTexts::Keep(std::string text) {
   if (text.size() > kMaxSmallBytes) return Keep(std::make_shared<const std::string>(std::move(text)));
+  return Copy(text);
+}
+
+std::string_view PageTexts::Copy(std::string_view text) {
   if (text.empty()) return "";
-  if (!small_) small_ = std::make_unique<std::pmr::monotonic_buffer_resource>(text.size());
-  char* const place = static_cast<char*>(small_->allocate(text.size(), 1));
+  char* const place = static_cast<char*>(Small().allocate(text.size(), 1));
   std::copy(text.begin(), text.end(), place);
   return {place, text.size()};
 }
@@ -18,6 +26,16 @@ std::string_view PageTexts::Keep(Shared text) {
   const std::string_view whole = *text;
   if (large_.empty() || large_.back() != text) large_.push_back(std::move(text));
   return whole;
+}
+
+// The map lies in the memory of its nodes, and goes away with it: nothing in it needs to be destroyed.
+std::pair<PageTexts::Value*, bool> PageTexts::Find(Values*& values, std::string_view key) {
+  if (values == nullptr) values = new (Small().allocate(sizeof(Values), alignof(Values))) Values(&Small());
+  auto place = values->lower_bound(key);
+  if (place != values->end() && place->first == key) return {&place->second, false};
+  const std::string_view kept = key.size() > kMaxSmallBytes ? Keep(std::string(key)) : Copy(key);
+  place = values->emplace_hint(place, kept, Value());
+  return {&place->second, true};
 }
 
 }  // namespace TesselServer

@@ -17,24 +17,38 @@ bool TagReplacement::Find() {
 }
 
 TagReplacement::Found TagReplacement::Search() {
-  const Found found = pass_.Search(form_.opener, ">");
-  if (found != Found::kTag) return found;
-  if (!IsOfTheForm()) {
-    pass_.Keep();
-    return Found::kNotYet;
+  if (isKeyed_) {
+    const Found found = pass_.Search(form_.opener, ">");
+    if (found != Found::kTag) return found;
+    if (!IsOfTheForm()) {
+      pass_.Keep();
+      return Found::kNotYet;
+    }
+    content_ = pass_.Content();
+    content_.remove_prefix(form_.begin.size());
+    content_.remove_suffix(form_.end.size());
+    key_.clear();
   }
-  content_ = pass_.Content();
-  content_.remove_prefix(form_.begin.size());
-  content_.remove_suffix(form_.end.size());
-  const auto [value, isNew] = values_.Find(Lower(content_));
-  pass_.AddWork(kWorkOfAValue + content_.size());
+  isKeyed_ = ExtendKey();
+  if (!isKeyed_) return Found::kNotYet;
+  const auto [value, isNew] = page_.FindValue(values_, key_);
   isKnown_ = !isNew;
   value_ = value;
-  return found;
+  pass_.AddWork(kWorkOfAValue);
+  return Found::kTag;
+}
+
+// By a window at most. Whether it is the whole key then.
+bool TagReplacement::ExtendKey() {
+  const std::string_view part = content_.substr(key_.size(), kSearchWindow);
+  key_.reserve(content_.size());
+  key_ += Lower(part);
+  pass_.AddWork(part.size());
+  return key_.size() == content_.size();
 }
 
 bool TagReplacement::IsOfTheForm() const {
-  return pass_.ContentHas(form_.begin.size() + form_.end.size()) && pass_.ContentBeginsWith(form_.begin) &&
+  return pass_.Content().size() >= form_.begin.size() + form_.end.size() && pass_.ContentBeginsWith(form_.begin) &&
          pass_.ContentEndsWith(form_.end);
 }
 

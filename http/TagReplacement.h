@@ -11,7 +11,6 @@
 
 #include "http/Page.h"
 #include "http/PageRewriter.h"
-#include "http/ValueMap.h"
 
 namespace TesselServer {
 
@@ -47,7 +46,7 @@ class TagReplacement {
   bool IsKnown() const { return isKnown_; }
 
   // Of the tag found last, and of all those after it that are equal: what is put in their places; nothing: they stay.
-  const ValueMap::Value& Value() const { return *value_; }
+  const PageTexts::Value& Value() const { return *value_; }
   void Value(std::string text);
   void Value(Page::SharedText text);  // null: nothing
 
@@ -57,14 +56,17 @@ class TagReplacement {
 
  private:
   bool IsOfTheForm() const;
+  bool ExtendKey();
 
   Page& page_;
   PageRewriter pass_;
   TagForm form_;
-  ValueMap values_;  // by content in lower case
+  PageTexts::Values* values_ = nullptr;  // by content in lower case
   std::string_view content_;
+  std::string key_;  // of the tag found last, as far as it is there
+  bool isKeyed_ = true;
   bool isKnown_ = false;
-  ValueMap::Value* value_ = nullptr;
+  PageTexts::Value* value_ = nullptr;
 };
 
 }  // namespace TesselServer

@@ -6,7 +6,6 @@
 #include "http/Pace.h"
 #include "http/PageRewriter.h"
 #include "http/TagSearch.h"
-#include "http/ValueMap.h"
 #include "http/cls_HTTP.h"
 #include "support/Text.h"
 
@@ -19,16 +18,17 @@ constexpr std::size_t kMaxVariableName = 64;  // there is none of a name that lo
 constexpr std::size_t kWorkOfAnEcho = 1024;  // to make one, or to find out that there is none; see Pace
 
 struct EchoTag {
+  TagKind kind;
   std::string_view opener;
   std::string_view end;
   bool isQueryItem = false;  // and its opener is written exactly so
   bool isPlain = false;      // and may be a function's
 };
 constexpr EchoTag kEchoTags[] = {
-    {"<!--#echovar=", "-->"},
-    {"<%=Request.ServerVariables(", ")%>"},
-    {"<%=Request.QueryString(", ")%>", true, false},
-    {"<%=", "%>", false, true},
+    {TagKind::kEcho, "<!--#echovar=", "-->"},
+    {TagKind::kScript, "<%=Request.ServerVariables(", ")%>"},
+    {TagKind::kScript, "<%=Request.QueryString(", ")%>", true, false},
+    {TagKind::kScript, "<%=", "%>", false, true},
 };
 
 std::string QueryItem(std::string_view query, std::string_view name) {
@@ -41,8 +41,8 @@ std::string QueryItem(std::string_view query, std::string_view name) {
 }
 
 // Whether it shows nothing, which its length says.
-bool IsTooLong(const cls_HTTP& record, const EchoTag& tag, const PageRewriter& pass) {
-  return pass.ContentHas((tag.isQueryItem ? record.Request().QueryString.size() : kMaxVariableName) + 1);
+bool IsTooLong(const cls_HTTP& record, const EchoTag& tag, std::string_view name) {
+  return name.size() > (tag.isQueryItem ? record.Request().QueryString.size() : kMaxVariableName);
 }
 
 bool AwaitsName(const cls_HTTP& record, const EchoTag& tag, std::string_view name) {
@@ -53,49 +53,43 @@ std::string ValueOf(cls_HTTP& record, const EchoTag& tag, std::string_view name)
   return tag.isQueryItem ? QueryItem(record.Request().QueryString, name) : record.ServerVariable(name);
 }
 
-Task<void> EchoKind(cls_HTTP& record, Page& page, const EchoTag& tag, ValueMap& values) {
+Task<void> EchoAll(cls_HTTP& record, Page& page) {
   Pace pace(record.Turns());
-  PageRewriter pass(page);
-  for (auto found = pass.Search(tag.opener, tag.end); found != PageRewriter::Found::kNone;
-       found = pass.Search(tag.opener, tag.end)) {
-    if (pace.IsOver(pass.TakeWork())) {
-      auto next = pace.Next();
-      co_await next;
-    }
-    if (found == PageRewriter::Found::kNotYet) continue;
-    if (tag.isPlain && pass.ContentBeginsWith("Function")) break;
-    if (tag.isQueryItem && pass.Opener() != tag.opener) {
-      pass.Keep();
-      continue;
-    }
-    if (IsTooLong(record, tag, pass)) {
-      pass.ReplaceByKept("");
-      continue;
-    }
-    const auto [value, isNew] = values.Find(pass.Content());
-    if (isNew && AwaitsName(record, tag, pass.Content())) {
-      auto name = record.FindRemoteHost();
-      co_await name;
-    }
-    if (isNew) *value = page.Keep(ValueOf(record, tag, pass.Content()));
-    if (isNew) pass.AddWork(kWorkOfAnEcho);
-    pass.ReplaceByKept(**value);
-  }
-}
-
-Task<void> EchoAllKinds(cls_HTTP& record, Page& page) {
-  ValueMap variables;
-  ValueMap items;
+  PageTexts::Values* variables = nullptr;
+  PageTexts::Values* items = nullptr;
   for (const EchoTag& tag : kEchoTags) {
-    const bool isDirective = tag.opener.starts_with(kDirectiveStart);
-    if (!(isDirective ? page.HoldsDirectives() : page.HoldsScripts())) continue;
-    auto echo = EchoKind(record, page, tag, tag.isQueryItem ? items : variables);
-    co_await echo;
+    if (!page.Holds(tag.kind)) continue;
+    PageRewriter pass(page);
+    for (auto found = pass.Search(tag.opener, tag.end); found != PageRewriter::Found::kNone;
+         found = pass.Search(tag.opener, tag.end)) {
+      if (pace.IsOver(pass.TakeWork())) {
+        auto next = pace.Next();
+        co_await next;
+      }
+      if (found == PageRewriter::Found::kNotYet) continue;
+      if (tag.isPlain && pass.ContentBeginsWith("Function")) break;
+      if (tag.isQueryItem && pass.Opener() != tag.opener) {
+        pass.Keep();
+        continue;
+      }
+      if (IsTooLong(record, tag, pass.Content())) {
+        pass.ReplaceByKept("");
+        continue;
+      }
+      const auto [value, isNew] = page.FindValue(tag.isQueryItem ? items : variables, pass.Content());
+      if (isNew && AwaitsName(record, tag, pass.Content())) {
+        auto name = record.FindRemoteHost();
+        co_await name;
+      }
+      if (isNew) *value = page.Keep(ValueOf(record, tag, pass.Content()));
+      if (isNew) pass.AddWork(kWorkOfAnEcho);
+      pass.ReplaceByKept(**value);
+    }
   }
 }
 
 }  // namespace
 
-Task<void> EchoVariables(cls_HTTP& record, Page& page) { return EchoAllKinds(record, page); }
+Task<void> EchoVariables(cls_HTTP& record, Page& page) { return EchoAll(record, page); }
 
 }  // namespace TesselServer

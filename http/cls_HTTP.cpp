@@ -1,5 +1,6 @@
 #include "http/cls_HTTP.h"
 
+#include <algorithm>
 #include <exception>
 
 #include "http/CGIOutput.h"
@@ -34,7 +35,12 @@ constexpr std::string_view kFallbackType = "application/octet-stream";
 constexpr std::string_view kEncodedBlank = "%20";
 
 // A requested name as the file system knows it. "%20" is the only encoding undone here.
-std::string LocalName(std::string_view file) { return ReplaceAll(ReplaceAll(file, "/", "\\"), kEncodedBlank, " "); }
+std::string LocalName(std::string_view file) {
+  std::string name =
+      file.find('%') == std::string_view::npos ? std::string(file) : ReplaceAll(file, kEncodedBlank, " ");
+  std::replace(name.begin(), name.end(), '/', '\\');
+  return name;
+}
 
 // What a new record has, shared by all of them until they are set.
 const std::shared_ptr<RecordSettings>& NewSettings() {
@@ -52,6 +58,19 @@ Page::SharedText KnownContents(const OpenFile& file, std::int64_t limit) {
   auto known = file.Contents();
   return known && static_cast<std::int64_t>(known->size()) <= limit ? known : nullptr;
 }
+
+// In the order in which they run.
+struct Processor {
+  bool (cls_HTTP::*isOn)() const;
+  Task<void> (*run)(cls_HTTP& record, Page& page);
+  TagKinds kinds;  // what it looks for
+};
+constexpr Processor kProcessors[] = {
+    {&cls_HTTP::SSIEnable, EchoVariables, {TagKind::kEcho, TagKind::kScript}},
+    {&cls_HTTP::SSIEnable, IncludeFiles, {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude}},
+    {&cls_HTTP::CGIEnable, RunExecDirectives, {TagKind::kExecCommand, TagKind::kExecCGI}},
+    {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, {TagKind::kFunction}},
+};
 
 }  // namespace
 
@@ -141,7 +160,8 @@ Answer cls_HTTP::BuiltInErrorPage(std::string_view StatusCode) const {
 }
 
 Task<Answer> cls_HTTP::ErrorFilePage(std::string code) const {
-  ErrorFile error = OpenErrorFile(settings_->applicationFolder, code);
+  auto opening = OpenErrorFile(settings_->applicationFolder, std::move(code), turns_);
+  ErrorFile error = co_await opening;
   FoundEntry found;
   found.kind = error.file.Kind();
   found.readable = error.file.IsOpen();
@@ -191,7 +211,10 @@ Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, std::string File, std::stri
 
 Task<Answer> cls_HTTP::FileAnswer(FoundEntry found, std::string path, std::string statusCode, bool wantHeader,
                                   std::string extraHeaders) {
-  if (!found.file.IsOpen()) found.file = OpenPath(path);
+  if (!found.file.IsOpen()) {
+    auto opening = OpenPathInTurns(path, turns_);
+    found.file = co_await opening;
+  }
   documentName_ = found.name;
   if (IsProgramName(path)) {
     auto output = ProgramAnswer(found, std::move(statusCode), wantHeader, std::move(extraHeaders));
@@ -274,29 +297,9 @@ Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity
     trail.room = outerTrail_->room;
   }
   const LaidTrail laid(trail_, trail);
-  auto processors = RunProcessors(page);
-  co_await processors;
-  if (!IsLong(page.MaxSize(), turns_)) co_return page.Result();
-  auto joining = ResultInTurns(page, turns_);
-  co_return co_await joining;
-}
-
-struct cls_HTTP::Processor {
-  bool (cls_HTTP::*isOn)() const;
-  Task<void> (*run)(cls_HTTP& record, Page& page);
-  bool (Page::*holdsTags)() const;
-};
-
-// Each switch as it is when its turn comes: the host may change them inside an event.
-Task<void> cls_HTTP::RunProcessors(Page& page) {
-  const Processor processors[] = {
-      {&cls_HTTP::SSIEnable, EchoVariables, &Page::HoldsTags},
-      {&cls_HTTP::SSIEnable, IncludeFiles, &Page::HoldsDirectives},
-      {&cls_HTTP::CGIEnable, RunExecDirectives, &Page::HoldsDirectives},
-      {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, &Page::HoldsScripts},
-  };
-  for (const Processor& processor : processors) {
-    if (!(this->*processor.isOn)() || !(page.*processor.holdsTags)()) continue;
+  // each switch as it is when its turn comes: the host may change them inside an event
+  for (const Processor& processor : kProcessors) {
+    if (!(this->*processor.isOn)() || !page.Kinds().HasAnyOf(processor.kinds)) continue;
     try {
       auto run = processor.run(*this, page);
       co_await run;
@@ -304,50 +307,93 @@ Task<void> cls_HTTP::RunProcessors(Page& page) {
       // kept: a failing processor costs its own replacements, never the page or the processors after it
     }
   }
+  if (!IsLong(page.MaxSize(), turns_)) co_return page.Result();
+  auto joining = ResultInTurns(page, turns_);
+  co_return co_await joining;
 }
 
 Task<void> cls_HTTP::ExecDirectives(Page& page) { return RunExecDirectives(*this, page); }
 
 Task<void> cls_HTTP::HTMLFunctions(Page& page) { return ReplaceFunctionTags(*this, page); }
 
-FoundEntry cls_HTTP::FindFile(const std::string& folder, std::string_view name) const {
-  const bool isRoot = settings_->root && settings_->root->Path() == folder;
-  FoundEntry found = isRoot ? settings_->root->Find(name) : RootFolder(folder).Find(name);
-  if (settings_->secretFiles && settings_->secretFiles->Contains(found)) return {};
+std::shared_ptr<const RootFolder> cls_HTTP::FolderAt(const std::string& path) const {
+  if (settings_->root && settings_->root->Path() == path) return settings_->root;
+  return std::make_shared<const RootFolder>(path);
+}
+
+// The folder and the secrets are held: the host may set others meanwhile.
+Task<FoundEntry> cls_HTTP::FindFile(std::string folder, std::string name) const {
+  const std::shared_ptr<const RootFolder> root = FolderAt(folder);
+  const std::shared_ptr<const SecretFiles> secrets = settings_->secretFiles;
+  auto search = root->FindInTurns(std::move(name), turns_);
+  FoundEntry found = co_await search;
+  if (!secrets) co_return found;
+  auto check = secrets->ContainsInTurns(found, turns_);
+  const bool isSecret = co_await check;
+  if (isSecret) co_return FoundEntry();
+  co_return found;
+}
+
+std::optional<FoundEntry> cls_HTTP::FindAtOnce(const std::string& folder, std::string_view name) const {
+  auto found = FolderAt(folder)->FindAtOnce(name);
+  if (!found || !settings_->secretFiles) return found;
+  const auto isSecret = settings_->secretFiles->ContainsAtOnce(*found);
+  if (!isSecret) return std::nullopt;
+  if (*isSecret) return FoundEntry();
   return found;
 }
 
-Task<Page::SharedText> cls_HTTP::IncludedText(std::string name) {
-  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) co_return nullptr;
-  IncludeRoom& room = *trail_->room;
-  if (room.names == 0 || room.missing == 0) co_return nullptr;
-  room.names -= 1;
-  FoundEntry found = FindFile(settings_->virtualPath, name);
-  if (found.kind == EntryKind::kNone) room.missing -= 1;
-  if (found.file.Kind() != EntryKind::kFile || trail_->Holds(found.file.Identity())) co_return nullptr;
-  if (found.file.Size() > room.bytes) co_return nullptr;
-  auto reading = TextForPage(std::move(found));
-  Page::SharedText text = co_await reading;
-  if (text && static_cast<std::int64_t>(text->size()) > room.bytes) text = nullptr;
-  co_return text;
+// Whether what was found can be included; takes note of what is missing.
+bool cls_HTTP::MayInclude(const FoundEntry& found) {
+  if (found.kind == EntryKind::kNone) trail_->room->missing -= 1;
+  return found.file.Kind() == EntryKind::kFile && !trail_->Holds(found.file.Identity()) &&
+         found.file.Size() <= trail_->room->bytes;
 }
 
-// What the file becomes as a document of its own; null when it cannot be read or is longer than the room.
-Task<Page::SharedText> cls_HTTP::TextForPage(FoundEntry found) {
+cls_HTTP::Inclusion cls_HTTP::Include(std::string name) {
+  Inclusion inclusion;
+  if (trail_ == nullptr || trail_->depth == IncludeTrail::kMaxDepth) return inclusion;
+  IncludeRoom& room = *trail_->room;
+  if (room.names == 0 || room.missing == 0) return inclusion;
+  room.names -= 1;
+  inclusion.name = std::move(name);
+  inclusion.found = FindAtOnce(settings_->virtualPath, inclusion.name);
+  inclusion.isPending = !inclusion.found || MayInclude(*inclusion.found);
+  if (!inclusion.found || !inclusion.isPending || IsProgramName(inclusion.found->name)) return inclusion;
+  if (settings_->root) settings_->root->Remember(*inclusion.found);
+  Page::SharedText text = KnownContents(inclusion.found->file, room.bytes);
+  if (!text || !IsShortAndPlain(*text, turns_)) return inclusion;
+  inclusion.text = std::move(text);
+  inclusion.isPending = false;
+  return inclusion;
+}
+
+Task<Page::SharedText> cls_HTTP::IncludedText(Inclusion& inclusion) {
+  if (!inclusion.found) {
+    auto search = FindFile(settings_->virtualPath, inclusion.name);
+    inclusion.found = co_await search;
+    if (!MayInclude(*inclusion.found)) co_return nullptr;
+    if (settings_->root && !IsProgramName(inclusion.found->name)) settings_->root->Remember(*inclusion.found);
+  }
+  const FoundEntry& found = *inclusion.found;
+  Page::SharedText text;
   if (IsProgramName(found.name)) {
     auto running = ProgramAnswer(found, "200", false, "");
     Answer output = co_await running;
-    co_return std::make_shared<const std::string>(std::get<std::string>(std::move(output.body)));
+    text = std::make_shared<const std::string>(std::get<std::string>(std::move(output.body)));
+  } else {
+    text = KnownContents(found.file, trail_->room->bytes);
+    if (!text) {
+      auto reading = ContentsInTurns(found.file, trail_->room->bytes, turns_);
+      text = co_await reading;
+    }
+    if (text && !IsShortAndPlain(*text, turns_) && ContentTypeOf(LocalName(found.name)) == kHtmlType) {
+      auto page = ProcessedInside(found, std::move(text));
+      text = co_await page;
+    }
   }
-  if (settings_->root) settings_->root->Remember(found);
-  Page::SharedText text = KnownContents(found.file, trail_->room->bytes);
-  if (!text) {
-    auto reading = ContentsInTurns(found.file, trail_->room->bytes, turns_);
-    text = co_await reading;
-  }
-  if (!text || ContentTypeOf(LocalName(found.name)) != kHtmlType || IsShortAndPlain(*text, turns_)) co_return text;
-  auto page = ProcessedInside(found, std::move(text));
-  co_return co_await page;
+  if (text && static_cast<std::int64_t>(text->size()) > trail_->room->bytes) text = nullptr;
+  co_return text;
 }
 
 // A page that takes in its own includes. What they take does not count further: what the page has become counts where

@@ -276,8 +276,10 @@ class cls_HTTP {
   bool AwaitsRemoteHost() const { return names_ != nullptr && Request().RemoteHost.empty(); }
   Task<void> FindRemoteHost();
 
-  // Finds `name` below `folder`; see RootFolder::Find. A file among Secrets is not there.
-  FoundEntry FindFile(const std::string& folder, std::string_view name) const;
+  // Finds `name` below `folder`; see RootFolder::Find. A file among Secrets is not there. AtOnce: nothing where that
+  // may take long.
+  Task<FoundEntry> FindFile(std::string folder, std::string name) const;
+  std::optional<FoundEntry> FindAtOnce(const std::string& folder, std::string_view name) const;
 
   // The path by which the file that was found is run; "" when it is no file that can be read.
   std::string ProgramPath(const FoundEntry& found) const;
@@ -286,7 +288,15 @@ class cls_HTTP {
   // a record with these settings and request values. Null when there is no such file, when the document or a page that
   // includes it is that file already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the room
   // for includes is taken.
-  Task<Page::SharedText> IncludedText(std::string name);
+  // Most of them are known at once; where one IsPending, await its IncludedText.
+  struct Inclusion {
+    std::string name;
+    std::optional<FoundEntry> found;  // nothing: not looked for yet
+    Page::SharedText text;
+    bool isPending = false;
+  };
+  Inclusion Include(std::string name);
+  Task<Page::SharedText> IncludedText(Inclusion& inclusion);
 
   // Takes room for `size` bytes of an included file. False, and nothing is taken, when there is less.
   bool TakeIncludeRoom(std::size_t size);
@@ -314,10 +324,9 @@ class cls_HTTP {
   Task<Answer> ProgramAnswer(const FoundEntry& found, std::string statusCode, bool wantHeader,
                              std::string extraHeaders);
   Task<Page::SharedText> ProcessPage(Page::SharedText text, FileIdentity file);
-  Task<Page::SharedText> TextForPage(FoundEntry found);
+  std::shared_ptr<const RootFolder> FolderAt(const std::string& path) const;
+  bool MayInclude(const FoundEntry& found);
   Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text);
-  Task<void> RunProcessors(Page& page);
-  struct Processor;
 
   World& world_;
   std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only

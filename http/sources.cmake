@@ -20,7 +20,6 @@ set(SOURCES
   TagNormaliser.cpp
   TagReplacement.cpp
   TagSearch.cpp
-  ValueMap.cpp
   VariableEcho.cpp
   cls_CGI.cpp
   cls_ErrorFiles.cpp

@@ -9,7 +9,7 @@ namespace {
 class ErrorPagesTest : public testing::Test {
  protected:
   std::string Opened(std::string_view code) {
-    const ErrorFile error = OpenErrorFile(tree_.Text(), code);
+    const ErrorFile error = RunNow(OpenErrorFile(tree_.Text(), std::string(code), nullptr));
     if (!error.file.IsOpen()) return "none";
     std::string text;
     EXPECT_TRUE(error.file.ReadAll(text, 1000));
@@ -24,7 +24,7 @@ TEST_F(ErrorPagesTest, OpensTheFileOfTheCode) {
   tree_.Write("html/errors/http500.html", "500 file");
   EXPECT_EQ(Opened("500"), "500 file");
   EXPECT_EQ(Opened("404"), "404 file");
-  EXPECT_EQ(OpenErrorFile(tree_.Text(), "500").path, tree_.Text() + "\\html\\errors\\http500.html");
+  EXPECT_EQ(RunNow(OpenErrorFile(tree_.Text(), "500", nullptr)).path, tree_.Text() + "\\html\\errors\\http500.html");
 }
 
 TEST_F(ErrorPagesTest, FallsBackToTheFileOf404) {
@@ -32,7 +32,7 @@ TEST_F(ErrorPagesTest, FallsBackToTheFileOf404) {
   tree_.MakeFolder("html/errors/http403.html");
   EXPECT_EQ(Opened("500"), "404 file") << "missing";
   EXPECT_EQ(Opened("403"), "404 file") << "a folder is no file";
-  EXPECT_EQ(OpenErrorFile(tree_.Text(), "500").path, tree_.Text() + "\\html\\errors\\http404.html");
+  EXPECT_EQ(RunNow(OpenErrorFile(tree_.Text(), "500", nullptr)).path, tree_.Text() + "\\html\\errors\\http404.html");
 }
 
 TEST_F(ErrorPagesTest, NothingIsOpenWithoutEitherFile) {
@@ -40,7 +40,7 @@ TEST_F(ErrorPagesTest, NothingIsOpenWithoutEitherFile) {
   EXPECT_EQ(Opened("500"), "none");
   tree_.MakeFolder("html/errors/http404.html");
   EXPECT_EQ(Opened("500"), "none");
-  EXPECT_EQ(OpenErrorFile(tree_.Text(), "500").path, tree_.Text() + "\\html\\errors\\http404.html");
+  EXPECT_EQ(RunNow(OpenErrorFile(tree_.Text(), "500", nullptr)).path, tree_.Text() + "\\html\\errors\\http404.html");
 }
 
 TEST_F(ErrorPagesTest, ACodeIsNoPath) {

@@ -27,7 +27,7 @@ class KnownPagesTest : public testing::Test {
 
   // What a request does whose answer is that file.
   static FoundEntry Ask(const char* name) {
-    FoundEntry found = site_->record.FindFile(site_->record.VirtualPath(), name);
+    FoundEntry found = RunNow(site_->record.FindFile(site_->record.VirtualPath(), name));
     site_->record.Root()->Remember(found);
     return found;
   }

@@ -37,8 +37,9 @@ class LongPageTest : public testing::Test {
 
   Task<void> Make() {
     const std::string path = site_.record.VirtualPath() + "/page.htm";
-    auto making = site_.record.ProcessFile(site_.record.FindFile(site_.record.VirtualPath(), "page.htm"), path, "200",
-                                           false, "", site_.request, "");
+    auto search = site_.record.FindFile(site_.record.VirtualPath(), "page.htm");
+    FoundEntry found = co_await search;
+    auto making = site_.record.ProcessFile(std::move(found), path, "200", false, "", site_.request, "");
     answer_ = Kit::BodyText(co_await making);
   }
   RunningTask Begin() {

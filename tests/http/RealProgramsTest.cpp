@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "http/ServerVariables.h"
 #include "http/cls_HTTP.h"
@@ -12,6 +13,7 @@
 #include "platform/programs/ChildPrograms.h"
 #include "platform/tasks/Workers.h"
 #include "tests/kit/AnswerText.h"
+#include "tests/kit/Await.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/Programs.h"
 #include "tests/kit/TemporaryTree.h"
@@ -35,8 +37,11 @@ class RealProgramsTest : public testing::Test {
   std::string Path(std::string_view name) const { return root_ + "/" + std::string(name); }
 
   Answer Process(const std::string& name) {
-    return RunNow(
-        record_.ProcessFile(RootFolder(root_).Find(name), Path(name), "200", true, "", info_, "request body"));
+    return Kit::Await(
+        loop_, record_.ProcessFile(RootFolder(root_).Find(name), Path(name), "200", true, "", info_, "request body"));
+  }
+  std::string Run(std::string_view name, std::string arguments) {
+    return Kit::Await(loop_, record_.RunCGI(Path(name), std::move(arguments)));
   }
   std::string Processed(std::string_view page) {
     tree_.Write("page.htm", page);
@@ -88,9 +93,9 @@ TEST_F(RealProgramsTest, ItsEnvironmentHasTheServerVariables) {
   record_.ServerPort("8080");
   Program("value.bat", "eval \"printf '%s' \\\"\\${$1-unset}\\\"\"");
   for (const std::string_view name : ServerVariableNames()) {
-    EXPECT_EQ(RunNow(record_.RunCGI(Path("value.bat"), std::string(name))), record_.ServerVariable(name)) << name;
+    EXPECT_EQ(Run("value.bat", std::string(name)), record_.ServerVariable(name)) << name;
   }
-  EXPECT_EQ(RunNow(record_.RunCGI(Path("value.bat"), "HTTP_PROXY_NOT_SET")), "unset");
+  EXPECT_EQ(Run("value.bat", "HTTP_PROXY_NOT_SET"), "unset");
   EXPECT_EQ(std::getenv("GATEWAY_INTERFACE"), nullptr) << "the host's own environment is left alone";
 }
 
@@ -98,7 +103,7 @@ TEST_F(RealProgramsTest, AValueEndsAtItsFirstNul) {
   info_.QueryString = std::string("before\0after", 12);
   record_.SetRequestInfo(info_);
   Program("value.exe", "printf '%s' \"$QUERY_STRING\"");
-  EXPECT_EQ(RunNow(record_.RunCGI(Path("value.exe"), "")), "before");
+  EXPECT_EQ(Run("value.exe", ""), "before");
 }
 
 TEST_F(RealProgramsTest, The1024FirstBytesCount) {

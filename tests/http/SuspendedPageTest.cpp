@@ -26,8 +26,9 @@ class SuspendedPageTest : public testing::Test {
 
   Task<void> Make(std::string name) {
     const std::string path = site_.record.VirtualPath() + "/" + name;
-    auto making = site_.record.ProcessFile(site_.record.FindFile(site_.record.VirtualPath(), name), path, "200", false,
-                                           "", site_.request, "");
+    auto search = site_.record.FindFile(site_.record.VirtualPath(), name);
+    FoundEntry found = co_await search;
+    auto making = site_.record.ProcessFile(std::move(found), path, "200", false, "", site_.request, "");
     answer_ = Kit::BodyText(co_await making);
   }
   RunningTask Begin(std::string_view page) {

@@ -85,7 +85,7 @@ class PageSite {
 
   // What a client gets that asks for `name`, without the header.
   std::string Get(std::string_view name) {
-    FoundEntry found = record.FindFile(record.VirtualPath(), name);
+    FoundEntry found = RunNow(record.FindFile(record.VirtualPath(), std::string(name)));
     if (record.Root()) record.Root()->Remember(found);
     return BodyText(RunNow(record.ProcessFile(std::move(found), record.VirtualPath() + "/" + std::string(name), "200",
                                               false, "", request, "")));
