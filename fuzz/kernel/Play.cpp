@@ -329,6 +329,8 @@ void Play::Probe() {
 }
 
 void Play::CheckNothingIsLeft() {
+  host_->MakeAnew();  // collects the children that controls before it have left
+  Rest();
   for (const ChildPointer& child : kernel_.Children()) Require(child->isCollected, "each child is collected");
   const auto core = host_->LatestCore();
   host_.reset();
