@@ -7,6 +7,7 @@ set(SOURCES
   answer/HostAnswers.cpp
   answer/Listing.cpp
   answer/LogStamp.cpp
+  answer/PasswordSearch.cpp
   answer/RecordSetup.cpp
   answer/RequestTarget.cpp
   answer/Sending.cpp

@@ -5,6 +5,7 @@ set(SOURCES
   files/FileCache.cpp
   files/FileFacts.cpp
   files/FileStamp.cpp
+  files/FilePieces.cpp
   files/FileSystem.cpp
   files/FolderCache.cpp
   files/FolderPass.cpp

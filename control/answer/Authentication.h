@@ -26,9 +26,6 @@ struct Admission {
 // A password file longer than this admits no client: it is read for every request, and real ones are far smaller.
 inline constexpr std::int64_t kMaxPasswordFileBytes = 16 * 1024 * 1024;
 
-// The realm of a password file that names none.
-inline constexpr std::string_view kDefaultRealm = "Tessel";
-
 // Which password file guards a target.
 struct PasswordSource {
   e_AuthSource source = e_AuthSource::GolbalFile;
@@ -46,13 +43,5 @@ inline bool MayGuard(e_AuthSource source, const std::string& siteFile) {
 // every client is admitted.
 Task<Admission> AdmissionTo(const FoundEntry& target, PasswordSource source, std::string user, std::string password,
                             Turns* turns);
-
-// Whether `user` and `password` open a file with that text, which outlives the task.
-// kept: "user:password" may be anywhere in it, also as a part of a longer entry, in any case.
-Task<bool> HoldsPassword(std::string_view text, std::string user, std::string password, Turns* turns);
-
-// What follows "realm:" (any case) on the first line of the text that begins with it, trimmed and without control
-// characters; kDefaultRealm when that is nothing. The text outlives the task.
-Task<std::string> RealmOf(std::string_view text, Turns* turns);
 
 }  // namespace TesselServer

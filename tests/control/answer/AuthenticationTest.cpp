@@ -26,51 +26,6 @@ class AuthenticationTest : public testing::Test {
   Settings settings_;
 };
 
-TEST(HoldsPasswordTest, LooksForThePairAnywhereInAnyCase) {
-  const struct {
-    const char *text, *user, *password;
-    bool holds;
-    const char* why;
-  } cases[] = {
-      {"ann:secret\n", "ann", "secret", true, "the whole line"},
-      {"ann:secret", "ann", "secret", true, "no line end"},
-      {"realm: X\r\nbob:b\r\nann:secret\r\n", "ann", "secret", true, "a later line"},
-      {"ann:secret", "ANN", "SeCrEt", true, "kept: case does not count"},
-      {"ann:secret", "ann", "sec", true, "kept: the beginning of a password"},
-      {"joann:secret", "ann", "secret", true, "kept: the end of a name"},
-      {"realm: X", "realm", "", true, "kept: the realm line is text like any other"},
-      {"ann:secret", "ann", "other", false, "wrong password"},
-      {"ann:secret", "bob", "secret", false, "wrong name"},
-      {"ann :secret", "ann", "secret", false, "blanks count"},
-      {"ann:\nsecret", "ann", "secret", false, "a line end inside the pair"},
-      {":x", "", "x", false, "no name"},
-      {"", "ann", "secret", false, "an empty file"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(RunNow(HoldsPassword(c.text, c.user, c.password, nullptr)), c.holds) << c.why;
-}
-
-TEST(RealmOfTest, IsTheRestOfItsLine) {
-  const struct {
-    const char *text, *realm, *why;
-  } cases[] = {
-      {"realm:Members\nann:x", "Members", "up to LF"},
-      {"realm:  Members only \r\nann:x", "Members only", "trimmed, up to CR"},
-      {"ann:x\nREALM:Members", "Members", "any case, any line, up to the end"},
-      {"realm:\"Quoted\"", "\"Quoted\"", "quotes are the author's"},
-      {"realm:One\nrealm:Two", "One", "the first"},
-      {"xrealm:One\nann:x", "Tessel", "inside a word it may be a password"},
-      {"ann:x\n  realm:Members", "Members", "blanks before it"},
-      {"realm:A\tB\x01\x7F"
-       "C",
-       "ABC", "control characters go"},
-      {"realm:   \nann:x", "Tessel", "blank"},
-      {"realm:", "Tessel", "empty"},
-      {"ann:x", "Tessel", "no such line"},
-      {"", "Tessel", "an empty file"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(RunNow(RealmOf(c.text, nullptr)), c.realm) << c.why;
-}
-
 TEST_F(AuthenticationTest, WithoutAPasswordFileEverybodyIsAdmitted) {
   tree_.Write("a.html", "a");
   for (const auto source :
