@@ -28,14 +28,15 @@ std::string_view TextOf(const Answer& answer) {
 
 static_assert(FileCache::kMaxFileBytes <= Outgoing::kMaxReadFileBytes, "a remembered file has nothing to send from");
 
-// The whole file, where that is `size` bytes and nothing has to be waited for.
-std::optional<std::string> ReadWhole(const OpenFile& file, std::int64_t size, ImmediateReader& reader) {
+// The whole file, where that is `size` bytes. Nothing where it `waits`: its disk would have to be waited for.
+std::optional<std::string> ReadWhole(const OpenFile& file, std::int64_t size, ImmediateReader& reader, bool& waits) {
   std::string bytes;
   ContentsReading reading(bytes, file.Size(), size);
   while (!reading.IsOver()) {
     const std::span<char> room = reading.Room(std::string::npos);
     const ssize_t got = reader.Read(room.data(), room.size(), reading.Offset());
-    if (got == -EAGAIN) return std::nullopt;
+    waits = got == -EAGAIN;
+    if (waits) return std::nullopt;
     reading.Took(got);
   }
   if (!reading.IsWhole() || static_cast<std::int64_t>(bytes.size()) != size) return std::nullopt;
@@ -68,11 +69,12 @@ void Outgoing::Open(DiskAccess* disk) {
   auto reader = disk != nullptr ? ImmediateReader(descriptor, file.Identity().device, disk->manners)
                                 : ImmediateReader(descriptor);
   std::optional<std::string> whole;
-  if (size <= kMaxReadFileBytes) whole = disk != nullptr ? ReadWhole(file, size, reader) : ReadWhole(file, size);
+  bool waits = false;
+  if (size <= kMaxReadFileBytes) whole = disk != nullptr ? ReadWhole(file, size, reader, waits) : ReadWhole(file, size);
   if (whole) {
     answer_.body = std::move(*whole);
   } else {
-    file_.emplace(std::move(file), reader, disk);
+    file_.emplace(std::move(file), reader, disk, waits);
   }
 }
 

@@ -16,9 +16,9 @@ namespace TesselServer {
 
 bool OutgoingFile::WouldWait(std::int64_t offset, std::int64_t bytes) {
   if (disk_ == nullptr || fetched_) return false;
-  const bool waits = (asksForFirst_ && reader_.WouldWait(offset)) || reader_.WouldWait(offset + bytes - 1);
-  asksForFirst_ = waits;
-  return waits;
+  asksForFirst_ = std::exchange(waits_, false) || (asksForFirst_ && reader_.WouldWait(offset)) ||
+                  reader_.WouldWait(offset + bytes - 1);
+  return asksForFirst_;
 }
 
 ssize_t OutgoingFile::Send(int socket, std::int64_t offset, std::int64_t bytes, bool more) {

@@ -41,9 +41,10 @@ class OutgoingFile {
   // What is read beside the loop at a time, and is held in memory then, where it is sent as text.
   static constexpr std::int64_t kBytesPerReading = 128 * 1024;
 
-  // With no `disk`, all is read in the call. `reader` is one of this file.
-  OutgoingFile(OpenFile file, ImmediateReader reader, DiskAccess* disk)
-      : file_(std::make_shared<const OpenFile>(std::move(file))), reader_(reader), disk_(disk) {}
+  // With no `disk`, all is read in the call. `reader` is one of this file; `waits`: it is known that the first step
+  // would have to wait.
+  OutgoingFile(OpenFile file, ImmediateReader reader, DiskAccess* disk, bool waits = false)
+      : file_(std::make_shared<const OpenFile>(std::move(file))), reader_(reader), disk_(disk), waits_(waits) {}
 
   // Whether sending `bytes` bytes from `offset` on would have to wait for the disk: Fetch them first.
   bool WouldWait(std::int64_t offset, std::int64_t bytes);
@@ -72,6 +73,7 @@ class OutgoingFile {
   std::shared_ptr<const OpenFile> file_;
   ImmediateReader reader_;
   DiskAccess* disk_;
+  bool waits_;
   std::optional<Fetched> fetched_;
   bool asksForFirst_ = true;  // nothing is known of the first byte of the next step
 };

@@ -75,9 +75,10 @@ INSTANTIATE_TEST_SUITE_P(
                     ServingFault{"recv", ECONNRESET}, ServingFault{"recv", EINTR}, ServingFault{"recv", ENOMEM},
                     ServingFault{"sendmsg", EPIPE}, ServingFault{"sendmsg", EAGAIN}, ServingFault{"sendmsg", ENOBUFS},
                     ServingFault{"sendmsg", EINTR}, ServingFault{"sendfile", EIO}, ServingFault{"sendfile", EPIPE},
-                    ServingFault{"sendfile", EAGAIN}, ServingFault{"sendfile", EINTR}, ServingFault{"pread", EIO},
-                    ServingFault{"pread", EINTR}, ServingFault{"epoll_ctl", ENOMEM}, ServingFault{"epoll_ctl", ENOSPC},
-                    ServingFault{"epoll_wait", EINTR}),
+                    ServingFault{"sendfile", EAGAIN}, ServingFault{"sendfile", EINTR}, ServingFault{"preadv2", EIO},
+                    ServingFault{"preadv2", EINTR}, ServingFault{"preadv2", EAGAIN},
+                    ServingFault{"preadv2", EOPNOTSUPP}, ServingFault{"epoll_ctl", ENOMEM},
+                    ServingFault{"epoll_ctl", ENOSPC}, ServingFault{"epoll_wait", EINTR}),
     [](const auto& each) { return std::string(each.param.function) + "_" + std::to_string(each.param.error); });
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sys/epoll.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -147,6 +148,11 @@ int poll(pollfd* watched, nfds_t count, int milliseconds) {
 ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t offset) {
   static const auto real = Real<decltype(&pread)>("pread");
   return Fails("pread") ? -1 : real(descriptor, bytes, size, offset);
+}
+
+ssize_t preadv2(int descriptor, const iovec* rooms, int count, off_t offset, int flags) {
+  static const auto real = Real<decltype(&preadv2)>("preadv2");
+  return Fails("preadv2") ? -1 : real(descriptor, rooms, count, offset, flags);
 }
 
 ssize_t read(int descriptor, void* bytes, std::size_t size) {

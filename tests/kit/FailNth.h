@@ -12,7 +12,7 @@ namespace TesselServer::Kit {
 class FailNth {
  public:
   // The functions that can fail: accept4, bind, clone, epoll_ctl, epoll_wait, listen, open, pipe2, poll,
-  // pread, read, recv, sendfile, sendmsg, socket. One fault at a time.
+  // pread, preadv2, read, recv, sendfile, sendmsg, socket. One fault at a time.
   FailNth(std::string function, int nth, int error);
   FailNth(const FailNth&) = delete;
   FailNth& operator=(const FailNth&) = delete;
