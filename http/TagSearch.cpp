@@ -34,7 +34,7 @@ std::size_t Passed(std::size_t found, std::string_view text, std::string_view pa
 constexpr std::string_view kOpeners[] = {
     "<!--#echovar=", "<!--#includefile=", "<!--#includevirtual=", "<!--#include=", "<!--#execcmd=",
     "<!--#execcgi=", "<%=Function",       kDirectiveStart,        kScriptStart};
-constexpr std::size_t kWorkOfATag = 16;  // to tell its kind, beside the bytes that are looked at; see Pace
+constexpr std::size_t kWorkOfAKind = 16;  // to tell its kind, beside the bytes that are looked at; see Pace
 
 }  // namespace
 
@@ -73,7 +73,7 @@ std::size_t TagScan::Step() {
     Add(text_.substr(place));
     from_ = place + opener_.size();
   }
-  const std::size_t looked = from_ - begin + (place == std::string_view::npos ? 1 : kWorkOfATag);
+  const std::size_t looked = from_ - begin + (place == std::string_view::npos ? 1 : kWorkOfAKind);
   if (from_ == text_.size()) {
     opener_ = opener_ == kDirectiveStart ? kScriptStart : std::string_view();
     from_ = 0;
@@ -86,10 +86,12 @@ void TagScan::Add(std::string_view tag) {
   const bool isDirective = opener_ == kDirectiveStart;
   kinds_.Add(isDirective ? TagKind::kDirective : TagKind::kScript);
   tag.remove_prefix(opener_.size());
+  if (tag.empty()) return;
+  const char first = LowerAscii(tag.front());
   const TagKind end = isDirective ? TagKind::kFunction : TagKind::kDirective;
   for (TagKind kind = isDirective ? TagKind::kEcho : TagKind::kFunction; kind != end; kind = Next(kind)) {
     const std::string_view rest = OpenerOf(kind).substr(opener_.size());
-    if (!kinds_.Has(kind) && EqualNoCase(tag.substr(0, rest.size()), rest)) kinds_.Add(kind);
+    if (rest.front() == first && !kinds_.Has(kind) && EqualNoCase(tag.substr(0, rest.size()), rest)) kinds_.Add(kind);
   }
 }
 

@@ -59,19 +59,6 @@ Page::SharedText KnownContents(const OpenFile& file, std::int64_t limit) {
   return known && static_cast<std::int64_t>(known->size()) <= limit ? known : nullptr;
 }
 
-// In the order in which they run.
-struct Processor {
-  bool (cls_HTTP::*isOn)() const;
-  Task<void> (*run)(cls_HTTP& record, Page& page);
-  TagKinds kinds;  // what it looks for
-};
-constexpr Processor kProcessors[] = {
-    {&cls_HTTP::SSIEnable, EchoVariables, {TagKind::kEcho, TagKind::kScript}},
-    {&cls_HTTP::SSIEnable, IncludeFiles, {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude}},
-    {&cls_HTTP::CGIEnable, RunExecDirectives, {TagKind::kExecCommand, TagKind::kExecCGI}},
-    {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, {TagKind::kFunction}},
-};
-
 }  // namespace
 
 cls_HTTP::cls_HTTP(World& world) : world_(world), settings_(NewSettings()) {}
@@ -278,6 +265,19 @@ std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name,
 }
 
 // ---- Pages.
+
+struct cls_HTTP::Processor {
+  bool (cls_HTTP::*isOn)() const;
+  Task<void> (*run)(cls_HTTP& record, Page& page);
+  TagKinds kinds;  // what it looks for
+};
+// In the order in which they run.
+const cls_HTTP::Processor cls_HTTP::kProcessors[4] = {
+    {&cls_HTTP::SSIEnable, EchoVariables, {TagKind::kEcho, TagKind::kScript}},
+    {&cls_HTTP::SSIEnable, IncludeFiles, {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude}},
+    {&cls_HTTP::CGIEnable, RunExecDirectives, {TagKind::kExecCommand, TagKind::kExecCGI}},
+    {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, {TagKind::kFunction}},
+};
 
 // Runs the processors on the text of a page; it stays where it holds no tags.
 Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity file) {

@@ -327,6 +327,8 @@ class cls_HTTP {
   std::shared_ptr<const RootFolder> FolderAt(const std::string& path) const;
   bool MayInclude(const FoundEntry& found);
   Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text);
+  struct Processor;
+  static const Processor kProcessors[4];
 
   World& world_;
   std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only

@@ -9,6 +9,7 @@
 
 #include "http/PageRewriter.h"
 #include "http/TagNormaliser.h"
+#include "http/TagReplacement.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/tasks/Turns.h"
 #include "tests/kit/PageSite.h"
@@ -161,6 +162,31 @@ TEST_F(LongPageTest, NoStepIsLongWhateverThePage) {
     }
     EXPECT_LE(longest, 3 * kWindow) << text << ": the opener, the end, and what is taken over";
   }
+}
+
+// One whose author has forgotten to end a tag: what it says is read, and compared, in steps.
+TEST_F(LongPageTest, NoStepIsLongWhateverOneTagSays) {
+  constexpr std::size_t kWindow = 8192;
+  const std::string half(500'000, 'X');
+  Page page("<%=v%><%=Function" + half + "<%=v%>" + half + "%><%=FUNCTION" + half + "<%=v%>" + half + "%>");
+  {
+    PageRewriter pass(page);
+    while (pass.Find("<%=v", "%>")) pass.Replace(std::make_shared<const std::string>("!"));
+  }
+  TagReplacement tags(page, {"<%=", "Function", "%"});
+  std::vector<bool> known;
+  std::size_t longest = 0;
+  for (auto found = tags.Search(); found != PageRewriter::Found::kNone; found = tags.Search()) {
+    longest = std::max(longest, tags.TakeWork());
+    if (found != PageRewriter::Found::kTag) continue;
+    EXPECT_TRUE(tags.Content() == half + "!" + half);
+    known.push_back(tags.IsKnown());
+    if (!tags.IsKnown()) tags.Value(std::string("value"));
+    tags.TakeWork();
+    tags.Replace();
+  }
+  EXPECT_EQ(known, (std::vector<bool>{false, true}));
+  EXPECT_LE(longest, 3 * kWindow);
 }
 
 // The same result whatever the size of a step.
