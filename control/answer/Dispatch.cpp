@@ -116,7 +116,7 @@ bool Dispatch::BodyIsRead(Slot& slot) const {
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
-  slot.Target = {};  // the body may take its time: nothing stays open until then
+  slot.LetGoOfTarget();  // the body may take its time
   slot.TargetIsKnown = false;
   return isRead;
 }
@@ -127,7 +127,7 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
   std::string path = PathForHost(slot);
   slot.NotTrapped = false;
   slot.Enter(RequestPhase::kOfferedToHost);
-  slot.Target = {};  // the answer may take its time: nothing stays open until then
+  slot.LetGoOfTarget();  // the answer may take its time
   slot.TargetIsKnown = false;
   const bool heard = state_.reporter.RaiseFileRequest(Index, std::move(path), UserAuthentication(slot.Fields()));
   if (heard || state_.sckWS.Generation(Index) != generation) return;
@@ -299,7 +299,7 @@ Dispatch::Step Dispatch::FileStep(Call& call) const {
   if (!call.admission->granted) return Challenge(call, "WWW-Authenticate");
   FoundEntry& target = call.slot.Target;
   if (!target.readable) return ErrorStep(call, "403", true);
-  if (!IsProgramName(target.name)) state_.Root()->Remember(target);
+  if (!IsProgramName(target.name)) call.slot.TargetRoot->Remember(target);
   if (auto plain = call.record->PlainFile(target.file, target.name, "200")) {
     return Decision{std::move(*plain), "200", true};
   }
@@ -373,7 +373,7 @@ void Dispatch::Deliver(Call& call, Decision decision) {
 void Dispatch::Finish(Call& call) {
   if (IsOver(call)) return;  // closed meanwhile, by an event or a failure
   call.slot.Enter(RequestPhase::kSending);
-  call.slot.Target = {};
+  call.slot.LetGoOfTarget();
   call.slot.LetGoOfBody();  // not kept for as long as the answer takes to go out
   if (call.record) call.record->EndRequest();
   if (!call.handedOver) sending_.CloseConnection(call.index);

@@ -47,7 +47,7 @@ Task<ListingRules> RulesFor(std::string authFileName, std::string passwordFile, 
 
 Task<std::optional<std::string>> ListingOf(ControlState& state, Slot& slot) {
   Turns* const turns = &state.turns;
-  const LinkRule links{state.Root(), state.Secrets(), slot.Target.name, turns};
+  const LinkRule links{slot.TargetRoot, state.Secrets(), slot.Target.name, turns};
   std::string localDir = MappedFileOf(state, slot);
   std::string urlPath = slot.Fields().DocumentURI;
   const std::string serverName = state.settings.ServerName;

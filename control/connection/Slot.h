@@ -35,7 +35,8 @@ struct Slot {
   std::string FunctionResult;     // what the host returned for the latest function tag
   bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
   FoundEntry Target;              // what the path of the request leads to
-  bool TargetIsKnown = false;     // Target was looked for, though nothing may have been there
+  std::shared_ptr<const RootFolder> TargetRoot;  // where it was found, whatever the settings say by now
+  bool TargetIsKnown = false;                    // Target was looked for, though nothing may have been there
   bool TargetIsInCGIDirectory = false;
   std::string ScriptName;          // the file part of the request; stays when Target is let go
   bool NotTrapped = true;          // the control answers by itself, not with the host's data
@@ -61,6 +62,12 @@ struct Slot {
     WaitsFor = Reception::Outcome::kWaiting;
   }
 
+  // The target of the request is of no further use: nothing stays open for it.
+  void LetGoOfTarget() {
+    Target = {};
+    TargetRoot.reset();
+  }
+
   // The body of the request is of no further use.
   void LetGoOfBody() {
     Release(Fields().RequestBody);
@@ -80,7 +87,7 @@ struct Slot {
     PageMemory.Release();
     Release(AuthenticatedUser);
     Release(Target.name);  // an assignment would keep its memory
-    Target = {};
+    LetGoOfTarget();
     TargetIsKnown = TargetIsInCGIDirectory = FunctionAnswered = false;
     Empty(ScriptName, RequestFields::kKeptBytes);
     for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {

@@ -58,9 +58,20 @@ TEST_F(SlotTargetTest, WhatIsFoundIsKept) {
   EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.VirtualPath, "docs/none.html"));
 }
 
+TEST_F(SlotTargetTest, WhatIsFoundStaysWhereItWasFoundWhateverTheSettingsSayByThen) {
+  const std::string root = state.settings.VirtualPath, programs = state.settings.CGIDirectory;
+  Found("docs/");
+  state.settings.VirtualPath = core.tree.Text() + "/elsewhere";
+  EXPECT_EQ(slot.TargetRoot->Path(), root);
+  EXPECT_EQ(MappedFileOf(state, slot), Written(root, "docs/index.html"));
+  Found("cgi/tool.exe");
+  state.settings.CGIDirectory = core.tree.Text() + "/elsewhere";
+  EXPECT_EQ(MappedFileOf(state, slot), Written(programs, "tool.exe"));
+}
+
 TEST_F(SlotTargetTest, ATargetThatWasLetGoIsWrittenByItsRequest) {
   Found("cgi/tool.exe");
-  slot.Target = {};
+  slot.LetGoOfTarget();
   EXPECT_EQ(MappedFileOf(state, slot), Written(state.settings.VirtualPath, "cgi/tool.exe"));
 }
 
