@@ -152,7 +152,7 @@ const std::vector<Change>& Changes() {
       {"MaxConnections", [](T& t, const S&) { t.MaxConnections(100); }},
       {"ConnectionTimeout", [](T& t, const S&) { t.ConnectionTimeout(0); }},
       {"ConnectionTimeout", [](T& t, const S&) { t.ConnectionTimeout(1); }},
-      {"VirtualPath", [](T& t, const S& s) { t.VirtualPath(s.tree.Text() + "/application"); }},
+      {"VirtualPath", [](T& t, const S& s) { t.VirtualPath(s.otherRoot); }},
       {"VirtualPath", [](T& t, const S&) { t.VirtualPath(""); }},
       {"IndexPageNames", [](T& t, const S&) { t.IndexPageNames("7.txt,8.txt"); }},
       {"IndexPageNames", [](T& t, const S&) { t.IndexPageNames(""); }},
@@ -186,8 +186,10 @@ Plain PlainRun(const Kind& kind, Site& site) {
   plain.answer = WithoutDate(stage.first->Received());
   plain.errors = stage.errors;
   IsServedAgain(stage);
+  stage.first.reset();
+  stage.before.clear();
   Kit::Settle(stage.loop);
-  plain.descriptors = Kit::CountDescriptors();
+  plain.descriptors = Kit::CountDescriptors() - stage.descriptorsBefore;
   return plain;
 }
 
@@ -200,12 +202,15 @@ void CheckRemains(Stage& stage, const Plain& plain, bool keepsDescriptors) {
     return RunUntil(stage.loop, [&] { return Kit::CountDescriptors() == count; });
   };
   if (stage.tessel && keepsDescriptors) {
-    EXPECT_TRUE(descriptorsAre(plain.descriptors)) << Kit::CountDescriptors() << " for " << plain.descriptors;
+    const std::size_t count = stage.descriptorsBefore + plain.descriptors;
+    EXPECT_TRUE(descriptorsAre(count)) << Kit::CountDescriptors() << " for " << count;
   }
   EXPECT_TRUE(stage.EndChildren());
   stage.tessel.reset();
   EXPECT_TRUE(descriptorsAre(stage.descriptorsBefore)) << Kit::CountDescriptors() << " for " << stage.descriptorsBefore;
   EXPECT_EQ(stage.failures, std::vector<std::string>{});
+  // a client may have gone just before its answer is handed over
+  std::erase(stage.errors, "Error -  SendData. [10054] Connection reset by peer.");
   EXPECT_EQ(stage.errors, plain.errors);
 }
 

@@ -14,7 +14,7 @@ namespace TesselServer::Suspension {
 struct Plain {
   std::string answer;               // without its date
   std::vector<std::string> errors;  // LogEvent
-  std::size_t descriptors = 0;      // when all is done, with the control
+  std::size_t descriptors = 0;      // of the control, when all is done
   int points = 0;                   // at which the answer waits
   int events = 0;                   // that it raises
 };

@@ -1,6 +1,8 @@
 #include "tests/wire/SuspensionStage.h"
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 
 #include "platform/programs/OwnedChild.h"
 #include "platform/tasks/Task.h"
@@ -33,6 +35,14 @@ void SilentNames::AreHeld(bool held) {
 
 void Site::Folder(const std::string& name, int files) const {
   for (int i = 0; i < files; ++i) File(name + "/" + std::to_string(i) + ".txt", std::to_string(i));
+}
+
+void Site::CopyRoot() const {
+  namespace fs = std::filesystem;
+  fs::copy(root, otherRoot, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  for (const auto& entry : fs::recursive_directory_iterator(otherRoot)) {
+    if (!entry.is_symlink() && entry.is_regular_file()) std::ofstream(entry.path(), std::ios::app) << " elsewhere";
+  }
 }
 
 // ---- Stage
@@ -129,6 +139,13 @@ bool Stage::Finish(Kit::RawClient& client) {
     Step();
   }
   return true;
+}
+
+bool Stage::ComesToNothing() {
+  constexpr std::int64_t kBeside = 2;
+  if (!Kit::RunUntil(loop, [this] { return TaskPromise::living <= framesOfOthers + kBeside; })) return false;
+  site.names.Answer();
+  return Kit::RunUntil(loop, [this] { return TaskPromise::living <= framesOfOthers; });
 }
 
 void Stage::Release() {

@@ -11,8 +11,10 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <TesselServer/EventLoop.h>
@@ -47,11 +49,14 @@ struct Site {
   void Program(const std::string& name, std::string_view script) const {
     Kit::WriteProgram(tree, "cgi/" + name, script);
   }
+  // Makes the other root.
+  void CopyRoot() const;
   // A folder with so many files.
   void Folder(const std::string& name, int files) const;
 
   Kit::TemporaryTree tree;
   const std::string root = tree.MakeFolder("root");
+  const std::string otherRoot = tree.Text() + "/other";  // has other files of the same names
   const Kit::Gate gate{tree};
   SilentNames names;
 };
@@ -66,7 +71,11 @@ struct Kind {
   void (*configure)(Stage& stage);          // before the start
   void (*prepare)(Stage& stage) = nullptr;  // before the request
   const char* fields = "";                  // of every request
+  // A request for it is answered and logged within a few turns.
+  const char* aside = "/small.txt";
 };
+
+inline void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 
 // The points are those of one request, the first client's; everything is destroyed with the stage.
 class Stage {
@@ -88,6 +97,9 @@ class Stage {
   // Goes on until nothing is being made any more, and `client` has its answer. False when that does not happen.
   bool Finish(Kit::RawClient& client);
   bool Finish() { return Finish(*first); }
+  // Goes on until nothing is being made for the first client, with no program and no host to wait for. What may be left
+  // for a while is what goes on for the sake of others: one look-up of a name, and one start of a program.
+  bool ComesToNothing();
   // Lets one program pass, names come, and answers as the host.
   void Release();
 
