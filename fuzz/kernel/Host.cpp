@@ -106,6 +106,7 @@ void Host::Do(char action) {
 void Host::Act(char action, const Occasion& occasion) {
   if (action == 't' && occasion.event != 0) {
     ++thrown;
+    if (occasion.event == 'E') ++logEvents;  // it is counted like an error, and not reported
     throw ThrownOnPurpose();
   }
   if (action == 'm') {
