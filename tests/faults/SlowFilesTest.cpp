@@ -49,6 +49,16 @@ TEST_P(SlowFilesTest, OthersAreServedWhileTheyAreRead) {
   EXPECT_EQ(TaskPromise::living, 0);
 }
 
+TEST_P(SlowFilesTest, OneThatIsToBeRememberedIsNotWaitedFor) {
+  control_.world.LetFilesSettle();
+  const Kit::FailNth notInMemory("preadv2", 2, EAGAIN);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Kit::BodyOf(control_.Get("/other.bin")), "other") << i;
+    EXPECT_EQ(TaskPromise::living, 0) << i;
+  }
+  EXPECT_TRUE(notInMemory.Happened());
+}
+
 TEST_P(SlowFilesTest, AStopDoesNotWaitForThem) {
   const std::size_t before = Kit::CountDescriptors();
   {
