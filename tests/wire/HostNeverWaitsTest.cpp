@@ -85,11 +85,11 @@ class HostNeverWaitsTest : public Kit::WireTest {
   }
 };
 
-constexpr const char* kWaitsAtTheGate = "read line < $here/gate\nprintf done";
+constexpr const char* kPassesTheGate = "read line < $here/gate\nprintf done";
 
 TEST_F(HostNeverWaitsTest, ForAProgram) {
   const Gate gate(control.tree);
-  Program("slow.exe", kWaitsAtTheGate);
+  Program("slow.exe", kPassesTheGate);
   EXPECT_EQ(BodyOf(WhileIsMade(Request("/slow.exe"), [&] { gate.Open(); })), "done");
 }
 
@@ -97,7 +97,7 @@ TEST_F(HostNeverWaitsTest, ForEachProgramOfAPage) {
   const Gate gate(control.tree);
   std::string page;
   for (char name = 'a'; name < 'f'; ++name) {
-    Program(std::string(1, name) + ".exe", kWaitsAtTheGate);
+    Program(std::string(1, name) + ".exe", kPassesTheGate);
     page += std::string("<!--#exec cgi=\"") + name + ".exe\"-->,";
   }
   control.Write("page.html", page);
@@ -106,7 +106,7 @@ TEST_F(HostNeverWaitsTest, ForEachProgramOfAPage) {
 
 TEST_F(HostNeverWaitsTest, ForAProgramOfAnIncludedPage) {
   const Gate gate(control.tree);
-  Program("slow.exe", kWaitsAtTheGate);
+  Program("slow.exe", kPassesTheGate);
   control.Write("inner.html", "(<!--#exec cgi=\"slow.exe\"-->)");
   control.Write("page.html", "[<!--#include=\"inner.html\"-->]");
   EXPECT_EQ(BodyOf(WhileIsMade(Request("/page.html"), [&] { gate.Open(); })), "[(done)]");
@@ -114,7 +114,7 @@ TEST_F(HostNeverWaitsTest, ForAProgramOfAnIncludedPage) {
 
 TEST_F(HostNeverWaitsTest, ForProgramsOfSeveralClients) {
   const Gate gate(control.tree);
-  Program("slow.exe", kWaitsAtTheGate);
+  Program("slow.exe", kPassesTheGate);
   std::vector<std::unique_ptr<RawClient>> others;
   for (int i = 0; i < 4; ++i) {
     others.push_back(std::make_unique<RawClient>(control.Port()));
@@ -185,7 +185,7 @@ TEST_F(HostNeverWaitsTest, ForThePasswordFileThatAFolderOfManyDoesNotHave) {
 
 TEST_F(HostNeverWaitsTest, AStopReturnsAtOnceAndLeavesNothing) {
   const Gate gate(control.tree);
-  Program("slow.exe", kWaitsAtTheGate);
+  Program("slow.exe", kPassesTheGate);
   const auto descriptors = Kit::CountDescriptors();
   {
     RawClient first(control.Port());
