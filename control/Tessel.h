@@ -10,10 +10,10 @@
 //   loop.Run();
 //
 // Thread:    everything on the thread that runs the loop; debug builds assert it. Several controls may share a loop.
-//            No request keeps the loop waiting: what takes long is made in turns, and what has to be waited for is waited
-//            for beside the loop. So other requests' events may come between two of one request: CallFunction and
-//            FileRequest of others, for example, between two programs of one page. What the host itself calls may wait;
-//            the member says so.
+//            No request keeps the loop waiting: what takes long is made in turns, and what has to be waited for is
+//            waited for beside the loop. So other requests' events may come between two of one request: CallFunction
+//            and FileRequest of others, for example, between two programs of one page. What the host itself calls may
+//            wait; the member says so.
 // Ownership: the loop outlives the control. The control may be destroyed at any time, also inside its own events.
 // Errors:    Error (number, source, description) comes from ServerPort, StartServer, TrapFileDataEX and HTTPHeader, as
 //            documented there, and from nothing else. Every other failure is reported through LogEvent. std::bad_alloc
@@ -224,9 +224,9 @@ class Tessel {
   //   PATH_INFO, PATH_TRANSLATED, QUERY_STRING, REMOTE_ADDR, REMOTE_HOST, REMOTE_USER, REQUEST_METHOD, SCRIPT_NAME,
   //   SERVER_NAME, SERVER_PORT, SERVER_PROTOCOL, SERVER_SOFTWARE, SERVER_IP, TIME, DATE, DATE_LOCAL, DATE_GMT,
   //   COUNTER, DAY_OF_WEEK, DOCUMENT_NAME, DOCUMENT_URI, DOCUMENT_URL
-  // REMOTE_HOST, alone or in the list, is looked up in the call where it is not remembered: about a second where no name
-  // server answers.
-  // REMOTE_USER is "" unless the password file, or the host by TrapFileData with Process True, has let the client in.
+  // REMOTE_HOST, alone or in the list, is looked up in the call where it is not remembered: about a second where no
+  // name server answers. REMOTE_USER is "" unless the password file, or the host by TrapFileData with Process True, has
+  // let the client in.
   std::string CGIValue(std::int32_t Index, const std::string& Variable, const std::string& Delimiter = ",");
 
   // The whole header block of the request, or the value of one header line, "" when there is none or it is empty. The

@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "net/NameSource.h"
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
+#include "net/NameSource.h"
 #include "platform/world/World.h"
 
 namespace TesselServer {
