@@ -19,6 +19,7 @@
 #include "platform/loop/EventLoop.h"
 #include "platform/loop/Timer.h"
 #include "platform/programs/ChildPrograms.h"
+#include "platform/programs/LeftOverChildren.h"
 #include "platform/tasks/Workers.h"
 #include "tests/kit/Await.h"
 #include "tests/kit/Descriptors.h"
@@ -92,6 +93,15 @@ class ChildProgramsLoopTest : public testing::Test {
   Running& Start(const std::string& file, std::int64_t waitMilliseconds = kAmple) {
     return running_.emplace_back(
         programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
+  }
+  // Lets time pass, so that children that nothing waits for are looked after.
+  ProgramResult RunAsTimePasses(const std::string& file) {
+    Running program(programs_->Run({.file = file, .waitMilliseconds = kAmple, .outputLimit = 1024}));
+    EXPECT_TRUE(TurnUntil([&] {
+      world_.Skip(100);
+      return program.IsDone();
+    }));
+    return program.Take();
   }
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = kAmple) {
     return Kit::Await(loop_, programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
@@ -351,15 +361,45 @@ TEST_F(ChildProgramsLoopTest, AtEachStageADestroyedTaskLeavesNoChildNoDescriptor
     std::filesystem::remove(tree_.Path() / "count");
     c.reach();
     running_.clear();
-    const ProgramResult next = Run(hello_);
-    EXPECT_EQ(next.output, "hello\n") << c.stage << ": the place is free";
-    EXPECT_TRUE(HaveBegun(c.begun)) << c.stage;
     if (c.begun > 0) gate_.Open(c.begun);
+    EXPECT_EQ(RunAsTimePasses(hello_).output, "hello\n") << c.stage << ": the place is free";
+    EXPECT_TRUE(HaveBegun(c.begun)) << c.stage;
     EXPECT_TRUE(Kit::Eventually([this] { return NothingIsLeft(); })) << c.stage;
     if (c.begun > 0) gate_.Clear();
     EXPECT_EQ(Kit::CountDescriptors(), descriptors) << c.stage;
     EXPECT_EQ(TaskPromise::living, 0) << c.stage;
   }
+}
+
+TEST_F(ChildProgramsLoopTest, AProgramThatNothingWaitsForKeepsItsPlaceUntilItHasEnded) {
+  programs_->MaxPrograms(1);
+  Start(held_);
+  ASSERT_TRUE(TurnUntil([&] { return HaveBegun(1); }));
+  running_.clear();
+  Running& next = Start(hello_);
+  for (int i = 0; i < 5; ++i) {
+    world_.Skip(LeftOverChildren::kTickMilliseconds);
+    loop_.RunOnce(0);
+  }
+  EXPECT_FALSE(next.IsDone());
+  gate_.Open();
+  EXPECT_TRUE(TurnUntil([&] {
+    world_.Skip(100);
+    return next.IsDone();
+  }));
+  EXPECT_EQ(next.Take().output, "hello\n");
+}
+
+TEST_F(ChildProgramsLoopTest, ItKeepsThePlaceNoLongerThanItsTimeLasts) {
+  programs_->MaxPrograms(1);
+  Start(held_, 5000);
+  ASSERT_TRUE(TurnUntil([&] { return HaveBegun(1); }));
+  running_.clear();
+  world_.Skip(6000);
+  EXPECT_EQ(RunAsTimePasses(hello_).output, "hello\n");
+  EXPECT_EQ(programs_->LeftOver(), 1u) << "it runs on";
+  gate_.Open();
+  EXPECT_TRUE(Kit::Eventually([this] { return NothingIsLeft(); }));
 }
 
 TEST_F(ChildProgramsLoopTest, AtAnyMomentADestroyedTaskLeavesNothing) {
