@@ -15,7 +15,7 @@ import subprocess
 import sys
 
 # Options that only GCC knows.
-GCC_ONLY = {"-fno-semantic-interposition", "-Wno-restrict"}
+GCC_ONLY = {"-fno-semantic-interposition", "-Wno-restrict", "-Wno-subobject-linkage"}
 
 
 def clang_command(entry):
