@@ -141,7 +141,7 @@ class HeldStartTest : public ProgramFaults {
   }
   // Until the child is gone that came after its task.
   void ExpectNobodyStays(std::size_t descriptors) {
-    EXPECT_TRUE(Kit::TurnUntil(loop_, [this] { return TaskPromise::living == 0; })) << "the start comes to its end";
+    EXPECT_TRUE(Kit::TurnUntil(loop_, [] { return TaskPromise::living == 0; })) << "the start comes to its end";
     EXPECT_TRUE(Kit::TurnUntil(loop_, [this] { return programs_.LeftOver() == 0 && Kit::HasNoChild(); }));
     EXPECT_EQ(Kit::CountDescriptors(), descriptors);
     ExpectWhole(Run());
@@ -274,7 +274,7 @@ TEST_P(ProgramMemoryTest, MayRunOutAnywhereAndNothingStays) {
   int nth = 1;
   for (; nth < 500 && RunWithout(nth); ++nth) {
     EXPECT_EQ(Kit::Await(loop_, Program()).output, "early late") << nth << ": the place is free";
-    EXPECT_TRUE(Kit::TurnUntil(loop_, [this] { return TaskPromise::living == 0; })) << nth;
+    EXPECT_TRUE(Kit::TurnUntil(loop_, [] { return TaskPromise::living == 0; })) << nth;
     EXPECT_TRUE(Kit::TurnUntil(loop_, [this] { return programs_.LeftOver() == 0 && Kit::HasNoChild(); })) << nth;
     EXPECT_EQ(Kit::CountDescriptors(), descriptors) << nth;
   }

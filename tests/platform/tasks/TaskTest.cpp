@@ -167,12 +167,13 @@ TEST_F(TaskTest, OneThatIsCancelledWhileItRunsGoesOnToItsNextWait) {
 TEST_F(TaskTest, LocalsAreDestroyedInTheOrderOfAFunction) {
   std::string order;
   struct Noted {
+    Noted(std::string& given, char ownName) : order(given), name(ownName) {}
+    ~Noted() { order += name; }
     std::string& order;
     char name;
-    ~Noted() { order += name; }
   };
   const auto waits = [&]() -> Task<void> {
-    const Noted a{order, 'a'};
+    const Noted a(order, 'a');
     const auto b = std::make_unique<Noted>(order, 'b');
     auto never = Awaited();
     co_await never;
