@@ -19,6 +19,7 @@
 #include "http/cls_CGI.h"
 #include "http/cls_ErrorFiles.h"
 #include "platform/world/AsciiCase.h"
+#include "platform/world/Error.h"
 #include "platform/world/SystemErrorText.h"
 #include "support/PathText.h"
 #include "support/Text.h"
@@ -159,8 +160,16 @@ Task<Answer> cls_HTTP::ErrorFilePage(std::string code) const {
   record.VirtualPath(settings_->applicationFolder + "\\html");
   record.CGIEnable(false);
   record.CGIWarningEnable(false);
-  auto answer = record.ProcessFile(std::move(found), std::move(error.path), "200", true, "", {}, "");
-  co_return co_await answer;
+  auto making = record.ProcessFile(std::move(found), std::move(error.path), "200", true, "", {}, "");
+  try {
+    Answer answer = co_await making;
+    co_return answer;
+  } catch (const Error&) {
+    // as if it were not there: an error in an error page asks for no other one
+  }
+  Answer none;
+  none.head = BuildHeader("404", 0, kHtmlType, true, "");
+  co_return none;
 }
 
 std::string cls_HTTP::ServerTooBusyPage() const { return cls_ErrorFiles().ServerTooBusyHtml(); }
@@ -219,6 +228,8 @@ Task<Answer> cls_HTTP::FileAnswer(FoundEntry found, std::string path, std::strin
     if (!page) {
       auto reading = ContentsInTurns(found.file, kMaxPageBytes, turns_);
       page = co_await reading;
+      // never as it is on disk: its tags are not for clients
+      if (!page) throw Error(ErrorNumber::kFileAccess, "Path/File access error");
     }
   }
   if (page && !IsShortAndPlain(*page, turns_)) {

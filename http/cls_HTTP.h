@@ -4,7 +4,8 @@
 // Thread:    the host's thread only.
 // Ownership: keeps copies of all texts. The world, the parent control and the program runner belong to others and
 //            outlive the record, and so do the turns and the source of names. The record outlives its tasks.
-// Errors:    none raised to the caller but those of memory running out; each member says what it returns instead.
+// Errors:    none raised to the caller but those of memory running out, and 75 by ProcessFile; each member says what it
+//            returns instead.
 #pragma once
 
 #include <cstdint>
@@ -208,7 +209,8 @@ class cls_HTTP {
 
   // The error answer for a code, or, with `UseErrorFiles`, the file "html/errors/http" code ".html" below
   // ApplicationFolder, or the one for 404 when there is none. The page of a file is processed by this record's switches
-  // for directives and function tags, without CGI. When neither file is there: a 404 header alone.
+  // for directives and function tags, without CGI. When neither file is there, or the page cannot be read: a 404
+  // header alone.
   // kept: the status line says 200 in either case, and the Content-Length of a built-in page is one too small.
   Task<Answer> ErrorPage(std::string StatusCode, bool UseErrorFiles);
 
@@ -230,6 +232,7 @@ class cls_HTTP {
   //  - A missing file is a 404 header alone, or nothing when no header is wanted.
   //  - A page of type exactly "text/html" and not above kMaxPageBytes is read and processed: its tags are normalised,
   //    then the switches of the record say which of them are obeyed, in the order echo and include, exec, functions.
+  //    Where it cannot be read Error 75 is raised.
   //  - Every other file is handed on open and unread; its length is the Content-Length.
   // A file without a type is sent as "application/octet-stream". `Body` is what the client sent after its headers;
   // pages and programs never see it.

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <string>
+#include <vector>
 
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FailNth.h"
@@ -67,6 +68,34 @@ TEST_P(ServingFaultsTest, HarmOneClientAtMost) {
     EXPECT_TRUE(control.tessel.StopServer());
   }
   EXPECT_GT(happened, 0) << function << " was never called";
+}
+
+TEST(UnreadPageTest, APageThatCannotBeReadIsAnErrorAndNeverItsSource) {
+  TestControl control;
+  control.tree.Write("page.html", "<!--#echo var=\"SERVER_NAME\"--> secret of the author");
+  control.tessel.SSIEnable(true);
+  control.Start();
+  {
+    const FailNth fault("preadv2", 1, EIO);
+    EXPECT_NE(control.Get("/page.html").find("HTPP 500: Internal Server Error"), std::string::npos);
+    EXPECT_TRUE(fault.Happened());
+  }
+  EXPECT_EQ(control.errors, std::vector<std::string>{"Error - SendWebPage. [75] Path/File access error"});
+  EXPECT_NE(control.Get("/page.html").find("secret of the author"), std::string::npos);
+}
+
+TEST(UnreadPageTest, AnErrorPageThatCannotBeReadIsAsIfItWereNotThere) {
+  TestControl control;
+  control.tree.Write("html/errors/http404.html", "page of the site");
+  control.tessel.ApplicationFolder(control.tree.Text());
+  control.tessel.ErrorFilesEnable(true);
+  control.Start();
+  {
+    const FailNth fault("preadv2", 1, EIO);
+    EXPECT_EQ(control.Get("/none").substr(0, 22), "HTTP/1.0 404 Not Found");
+    EXPECT_TRUE(fault.Happened());
+  }
+  EXPECT_EQ(BodyOf(control.Get("/none")), "page of the site");
 }
 
 INSTANTIATE_TEST_SUITE_P(
