@@ -242,11 +242,23 @@ LoopCore::TaskPlace LoopCore::Post(const void* owner, std::function<void()> task
   return std::prev(tasks_.end());
 }
 
-LoopCore::PreparedTask LoopCore::Prepare(std::function<void()> task) {
-  static constexpr char kLibrary = 0;  // the owner of those that nothing takes back
+LoopCore::PreparedTask LoopCore::Prepare(const void* owner, std::function<void()> task) {
   PreparedTask prepared;
-  prepared.push_back({&kLibrary, std::move(task)});
+  prepared.push_back({owner, std::move(task)});
   return prepared;
+}
+
+void LoopCore::WithdrawPosted(const void* owner) noexcept {
+  std::list<PostedTask> withdrawn;  // what they hold goes without the lock
+  {
+    const std::scoped_lock lock(postedMutex_);
+    for (auto each = posted_.begin(); each != posted_.end();) {
+      const auto next = std::next(each);
+      if (each->owner == owner) withdrawn.splice(withdrawn.end(), posted_, each);
+      each = next;
+    }
+  }
+  Withdraw(owner);
 }
 
 void LoopCore::Post(PreparedTask& task) noexcept {

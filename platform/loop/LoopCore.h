@@ -96,8 +96,10 @@ class LoopCore {
   void Withdraw(TaskPlace task) noexcept { tasks_.erase(task); }
   // One of the library's own that is made now and posted later, from any thread and without taking memory.
   using PreparedTask = std::list<PostedTask>;
-  static PreparedTask Prepare(std::function<void()> task);
+  static PreparedTask Prepare(const void* owner, std::function<void()> task);
   void Post(PreparedTask& task) noexcept;
+  // Withdraw, for those too that other threads have posted and the loop has not seen yet.
+  void WithdrawPosted(const void* owner) noexcept;
 
   // ---- Timers.
   void Arm(const std::shared_ptr<TimerState>& timer);

@@ -30,7 +30,10 @@ class Workers::Gate {
 
 Workers::Workers(EventLoop& loop) : loop_(loop), gate_(std::make_shared<Gate>(loop)) {}
 
-Workers::~Workers() { gate_->Close(); }
+Workers::~Workers() {
+  gate_->Close();
+  loop_.Core().WithdrawPosted(gate_.get());
+}
 
 void Workers::Count(std::int32_t count) { count_ = std::clamp(count, 0, kMaxThreads); }
 
@@ -41,7 +44,7 @@ bool Workers::Submit(Kind kind, const std::shared_ptr<Piece>& piece) {
     loop_.Core().KeepToTheEnd(threads_);  // the control may go at once; the loop waits for what is under way
   }
   // made before there is something to be lost for want of memory
-  auto done = std::make_shared<LoopCore::PreparedTask>(LoopCore::Prepare([piece] {
+  auto done = std::make_shared<LoopCore::PreparedTask>(LoopCore::Prepare(gate_.get(), [piece] {
     if (piece->resume) piece->resume();
   }));
   return threads_->Add(

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -150,6 +151,21 @@ TEST_F(WorkersTest, TheResultOfATaskThatIsGoneIsDropped) {
   }
   EXPECT_EQ(held.use_count(), 1);
   EXPECT_TRUE(texts.empty());
+}
+
+TEST(WorkersEndTest, WhatWasDoneForOneThatIsGoneIsNotDelivered) {
+  EventLoop loop;
+  {
+    Workers workers(loop);
+    const auto waits = [&]() -> Task<void> {
+      auto work = workers.Do(Kind::kFiles, [] { return 1; });
+      co_await work;
+    };
+    const RunningTask task = RunningTask::Start(waits());
+    pollfd posted{loop.Descriptor(), POLLIN, 0};
+    EXPECT_EQ(poll(&posted, 1, static_cast<int>(Kit::kTooLong.count())), 1) << "it is done and posted";
+  }
+  EXPECT_FALSE(loop.RunOnce(0));
 }
 
 TEST(WorkersEndTest, TheLoopWaitsForWorkUnderWay) {
