@@ -199,8 +199,8 @@ std::string cls_HTTP::FoundContentType(std::string_view extension) const {
 }
 
 // The request values go into no frame: they are many.
-Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, std::string File, std::string StatusCode, bool WantHeader,
-                                   std::string ExtraHeaders, RequestInfo info, std::string) {
+Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::string StatusCode, bool WantHeader,
+                                   std::string ExtraHeaders, RequestInfo info, const std::string&) {
   SetRequestInfo(std::move(info));
   return FileAnswer(std::move(found), LocalName(File), std::move(StatusCode), WantHeader, std::move(ExtraHeaders));
 }
@@ -432,7 +432,7 @@ bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
 
 // ---- Programs.
 
-Task<std::string> cls_HTTP::RunCGI(std::string CommandFile, std::string Arguments) {
+Task<std::string> cls_HTTP::RunCGI(const std::string& CommandFile, std::string Arguments) {
   return RunProgram(*this, {CommandFile, CommandFile}, std::move(Arguments));
 }
 

@@ -236,8 +236,8 @@ class cls_HTTP {
   //  - Every other file is handed on open and unread; its length is the Content-Length.
   // A file without a type is sent as "application/octet-stream". `Body` is what the client sent after its headers;
   // pages and programs never see it.
-  Task<Answer> ProcessFile(FoundEntry found, std::string File, std::string StatusCode, bool WantHeader,
-                           std::string ExtraHeaders, RequestInfo info, std::string Body);
+  Task<Answer> ProcessFile(FoundEntry found, const std::string& File, std::string StatusCode, bool WantHeader,
+                           std::string ExtraHeaders, RequestInfo info, const std::string& Body);
 
   // Whether the open `file`, whose name is `name`, goes out as it is on disk, for every client: it is a file, no
   // program, not of type "text/html", and its name is without "%20".
@@ -260,7 +260,7 @@ class cls_HTTP {
   // them. The 29 server variables are in its environment. Waits at most CGITimeout; a program that runs longer runs on.
   // For a `CommandFile` of "" nothing is run, and the text says so. A program that was not run, failed or was cut short
   // is reported to ParentControl.
-  Task<std::string> RunCGI(std::string CommandFile, std::string Arguments);
+  Task<std::string> RunCGI(const std::string& CommandFile, std::string Arguments);
 
   // Runs the exec directives of a page and puts the output in their places; see ExecDirectives.h.
   Task<void> ExecDirectives(Page& page);
