@@ -101,7 +101,7 @@ std::size_t FolderRecord::Bytes() const {
   const std::size_t lastNames = names_.empty() ? 0 : names_.back().capacity();
   const std::size_t lastEntries = entries_.empty() ? 0 : entries_.back().capacity() * sizeof(Entry);
   return sizeof *this + kHousekeeping + names_.capacity() * sizeof names_[0] +
-         entries_.capacity() * sizeof entries_[0] + fullBytes_ + lastNames + lastEntries +
+         entries_.capacity() * sizeof(std::vector<Entry>) + fullBytes_ + lastNames + lastEntries +
          count_ * sizeof(std::uint32_t);
 }
 
