@@ -160,7 +160,7 @@ Task<Answer> cls_HTTP::ErrorFilePage(std::string code) const {
   record.VirtualPath(settings_->applicationFolder + "\\html");
   record.CGIEnable(false);
   record.CGIWarningEnable(false);
-  auto making = record.ProcessFile(std::move(found), std::move(error.path), "200", true, "", {}, "");
+  auto making = record.ProcessFile(std::move(found), error.path, "200", true, "", {}, "");
   try {
     Answer answer = co_await making;
     co_return answer;
