@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/files/FolderPass.h"
+#include "platform/loop/LongMemory.h"
 #include "platform/tasks/Turns.h"
 #include "platform/world/Error.h"
 #include "support/Dates.h"
@@ -177,7 +178,8 @@ Task<std::optional<std::string>> cls_DirListing::ListInTurns(std::string& LocalD
                                                              const std::string& ServerName, Turns* turns) {
   if (!LocalDir.ends_with('\\')) LocalDir += '\\';
   const std::string heading = ServerName + " - " + UrlPath;
-  std::string page;
+  LongText text;
+  std::string& page = text.bytes;
   page.reserve(kUsualPageBytes);
   page.append(kBeforeTitle).append(heading).append(kBeforeHeading).append(heading).append(kBehindHeading);
   if (UrlPath.ends_with('/')) UrlPath.pop_back();

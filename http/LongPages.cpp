@@ -8,6 +8,7 @@
 
 #include "http/Pace.h"
 #include "http/TagNormaliser.h"
+#include "platform/loop/LongMemory.h"
 
 namespace TesselServer {
 namespace {
@@ -42,18 +43,17 @@ Task<void> AllSteps(Steps& work, Turns* turns) {
 
 class Copying final : public Steps {
  public:
-  explicit Copying(std::string_view text) : text_(text) { copy_.reserve(text.size()); }
+  Copying(std::string_view text, std::string& copy) : text_(text), copy_(copy) { copy_.reserve(text.size()); }
 
   std::size_t Step() override {
     const std::string_view part = text_.substr(copy_.size(), kSearchWindow);
     copy_ += part;
     return part.size();
   }
-  std::string Take() { return std::move(copy_); }
 
  private:
   std::string_view text_;
-  std::string copy_;
+  std::string& copy_;
 };
 
 class Normalising final : public Steps {
@@ -68,10 +68,9 @@ class Normalising final : public Steps {
 // The pieces of a page joined: first their length is added up, then they are copied.
 class Joining final : public Steps {
  public:
-  explicit Joining(const Page& page) : chunks_(page.Pieces().Chunks()) {}
+  Joining(const Page& page, std::string& text) : chunks_(page.Pieces().Chunks()), text_(text) {}
 
   std::size_t Step() override { return isMeasured_ ? Copy() : Measure(); }
-  std::string Take() { return std::move(text_); }
 
  private:
   static constexpr std::size_t kWorkOfAPiece = 16;
@@ -111,7 +110,7 @@ class Joining final : public Steps {
   std::size_t chunk_ = 0;
   std::size_t piece_ = 0;
   std::size_t offset_ = 0;
-  std::string text_;
+  std::string& text_;
 };
 
 Task<bool> FindTags(Page::SharedText text, Turns* turns) {
@@ -122,15 +121,15 @@ Task<bool> FindTags(Page::SharedText text, Turns* turns) {
 }
 
 Task<Page> MakePage(Page::SharedText text, Turns* turns) {
-  Copying copying(*text);
+  LongText compact;
+  Copying copying(*text, compact.bytes);
   auto copied = AllSteps(copying, turns);
   co_await copied;
   text.reset();  // so that no large page is in memory twice
-  std::string compact = copying.Take();
-  Normalising normaliser(compact);
+  Normalising normaliser(compact.bytes);
   auto normalised = AllSteps(normaliser, turns);
   co_await normalised;
-  const auto result = std::make_shared<const std::string>(std::move(compact));
+  const Page::SharedText result = ShareLong(std::move(compact.bytes));
   Scanning scanning(*result, false);
   auto scanned = AllSteps(scanning, turns);
   co_await scanned;
@@ -139,20 +138,21 @@ Task<Page> MakePage(Page::SharedText text, Turns* turns) {
 
 Task<Page::SharedText> Join(const Page& page, Turns* turns) {
   if (Page::SharedText unchanged = page.Unchanged()) co_return unchanged;
-  Joining joining(page);
+  LongText text;
+  Joining joining(page, text.bytes);
   auto joined = AllSteps(joining, turns);
   co_await joined;
-  co_return std::make_shared<const std::string>(joining.Take());
+  co_return ShareLong(std::move(text.bytes));
 }
 
 }  // namespace
 
 Task<Page::SharedText> ContentsInTurns(const OpenFile& file, std::int64_t limit, Turns* turns) {
-  auto bytes = std::make_shared<std::string>();
-  auto reading = ReadInTurns(file, *bytes, limit, turns);
+  LongText text;
+  auto reading = ReadInTurns(file, text.bytes, limit, turns);
   const bool isWhole = co_await reading;
   Page::SharedText contents;
-  if (isWhole) contents = std::move(bytes);
+  if (isWhole) contents = ShareLong(std::move(text.bytes));
   co_return contents;
 }
 

@@ -3,15 +3,17 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/loop/LongMemory.h"
+
 namespace TesselServer {
 
 std::pmr::monotonic_buffer_resource& PageTexts::Small() {
-  if (!small_) small_ = std::make_unique<std::pmr::monotonic_buffer_resource>(kFirstBlockBytes);
+  if (!small_) small_ = std::make_unique<std::pmr::monotonic_buffer_resource>(kFirstBlockBytes, LongBlocks());
   return *small_;
 }
 
 std::string_view PageTexts::Keep(std::string text) {
-  if (text.size() > kMaxSmallBytes) return Keep(std::make_shared<const std::string>(std::move(text)));
+  if (text.size() > kMaxSmallBytes) return Keep(ShareLong(std::move(text)));
   return Copy(text);
 }
 

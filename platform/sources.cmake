@@ -19,6 +19,7 @@ set(SOURCES
   files/SpellingWalk.cpp
   loop/EventLoop.cpp
   loop/HostedDescriptor.cpp
+  loop/LongMemory.cpp
   loop/LoopCore.cpp
   loop/Timer.cpp
   programs/ChildEnvironment.cpp

@@ -4,6 +4,7 @@
 
 #include "control/connection/HeaderFields.h"
 #include "control/connection/RequestLine.h"
+#include "platform/loop/LongMemory.h"
 #include "platform/world/AsciiCase.h"
 #include "support/Text.h"
 
@@ -38,7 +39,7 @@ Reception::Outcome Reception::OrGiveUp(const Step& step) {
   } catch (...) {
     Ignore();
     inputMayCome_ = true;
-    Release(fields_.RequestBody);
+    GiveBack(fields_.RequestBody);
     throw;
   }
 }
@@ -205,11 +206,11 @@ Reception::Outcome Reception::Bad() {
 
 void Reception::Body(BodyUse use) {
   bodyUse_ = use;
-  if (use == BodyUse::kDropped) Release(fields_.RequestBody);
+  if (use == BodyUse::kDropped) GiveBack(fields_.RequestBody);
 }
 
 Reception::Outcome Reception::Refuse() {
-  Release(fields_.RequestBody);
+  GiveBack(fields_.RequestBody);
   return Bad();
 }
 

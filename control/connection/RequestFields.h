@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/loop/LongMemory.h"
 #include "support/Text.h"
 
 namespace TesselServer {
@@ -42,7 +43,7 @@ struct RequestFields {
           &RequestReferer, &RequestUserAgent, &RequestContentType, &AuthUser, &AuthPassword, &ContentLengthText}) {
       Empty(*text, kKeptBytes);
     }
-    Release(RequestBody);
+    GiveBack(RequestBody);
     ExpectsContinue = false;
     BodyPending = false;
     BodyWritePos = 1;

@@ -11,6 +11,7 @@
 #include "control/connection/Reception.h"
 #include "http/cls_HTTP.h"
 #include "platform/files/FileSystem.h"
+#include "platform/loop/LongMemory.h"
 #include "platform/loop/Timer.h"
 #include "platform/tasks/Task.h"
 #include "support/Text.h"
@@ -70,7 +71,7 @@ struct Slot {
 
   // The body of the request is of no further use.
   void LetGoOfBody() {
-    Release(Fields().RequestBody);
+    GiveBack(Fields().RequestBody);
     BodyMemory.Release();
   }
 
@@ -91,7 +92,7 @@ struct Slot {
     TargetIsKnown = TargetIsInCGIDirectory = FunctionAnswered = false;
     Empty(ScriptName, RequestFields::kKeptBytes);
     for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
-      Release(*text);
+      GiveBack(*text);
     }
     cls_QueryString fresh;
     std::swap(QueryParser, fresh);  // its texts' memory goes as well

@@ -100,7 +100,7 @@ std::size_t FolderRecord::Bytes() const {
   constexpr std::size_t kHousekeeping = 192;  // what the cache needs to find it again
   const std::size_t lastNames = names_.empty() ? 0 : names_.back().capacity();
   const std::size_t lastEntries = entries_.empty() ? 0 : entries_.back().capacity() * sizeof(Entry);
-  return sizeof *this + kHousekeeping + names_.capacity() * sizeof names_[0] +
+  return sizeof *this + kHousekeeping + names_.capacity() * sizeof(std::string) +
          entries_.capacity() * sizeof(std::vector<Entry>) + fullBytes_ + lastNames + lastEntries +
          count_ * sizeof(std::uint32_t);
 }

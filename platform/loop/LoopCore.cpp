@@ -29,6 +29,7 @@ class LoopCore::Nesting {
  public:
   explicit Nesting(LoopCore& core) : core_(core) {
     if (++core_.depth_ > 1) core_.Announce();
+    LongMemory::OfThisTurn() = &core_.longMemory_;
   }
   Nesting(const Nesting&) = delete;
   Nesting& operator=(const Nesting&) = delete;
@@ -40,10 +41,12 @@ class LoopCore::Nesting {
       core_.thread_.EndTurn();
     }
     core_.Announce();
+    LongMemory::OfThisTurn() = outer_;
   }
 
  private:
   LoopCore& core_;
+  LongMemory* const outer_ = LongMemory::OfThisTurn();
 };
 
 LoopCore::LoopCore(World& world, std::function<void(std::string)> report)

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "platform/loop/HostedDescriptor.h"
+#include "platform/loop/LongMemory.h"
 #include "platform/loop/LoopThread.h"
 #include "platform/world/UniqueDescriptor.h"
 
@@ -160,6 +161,7 @@ class LoopCore {
   std::multimap<std::int64_t, std::shared_ptr<TimerState>> timers_;
   std::vector<std::shared_ptr<void>> deletions_;
   std::vector<std::shared_ptr<void>> kept_;
+  LongMemory longMemory_{*this};
 };
 
 }  // namespace TesselServer

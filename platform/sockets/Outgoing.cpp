@@ -13,6 +13,7 @@
 
 #include "platform/files/ContentsReading.h"
 #include "platform/files/FileCache.h"
+#include "platform/loop/LongMemory.h"
 
 namespace TesselServer {
 
@@ -56,6 +57,10 @@ Outgoing::Outgoing(Answer answer, bool closeFollows, DiskAccess* disk)
   if (std::holds_alternative<FileBody>(answer_.body)) Open(disk);
   headSize_ = static_cast<std::int64_t>(answer_.head.size());
   textSize_ = headSize_ + static_cast<std::int64_t>(TextOf(answer_).size());
+}
+
+Outgoing::~Outgoing() {
+  if (auto* text = std::get_if<std::string>(&answer_.body)) GiveBack(*text);
 }
 
 // A small file becomes text, where it is there at once: one read and one send are cheaper than a head and a sendfile.

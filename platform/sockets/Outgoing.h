@@ -34,6 +34,9 @@ class Outgoing {
   // With `disk`, which outlives it, no step waits for a file to be read; with none, it is read in the call.
   explicit Outgoing(Answer answer, bool closeFollows = false, DiskAccess* disk = nullptr);
 
+  Outgoing(Outgoing&&) = default;
+  ~Outgoing();
+
   // Sends what the kernel takes.
   Result Step(int socket);
 
