@@ -1,6 +1,7 @@
 #include "files/NameSet.h"
 
 #include <functional>
+#include <new>
 
 namespace TesselServer {
 
@@ -27,7 +28,9 @@ bool NameSet::Add(std::string_view name) {
 }
 
 std::uint64_t NameSet::NewNode() {
-  if (nodes_ == blocks_.size() * kNodesOfBlock) blocks_.push_back(std::make_unique<Block>());
+  if (nodes_ == blocks_.size() * kNodesOfBlock) {
+    blocks_.push_back(new (memory_.allocate(sizeof(Block), alignof(Block))) Block());
+  }
   return nodes_++;
 }
 

@@ -1,5 +1,5 @@
 // A set of names, for what may have any number of them and must not keep its caller: it grows by a few KiB at a time,
-// so no call takes longer than another, and destroying it takes little.
+// so no call takes longer than another, and goes in stretches.
 //
 // A name is kept as 63 bits of its hash. Of names with the same ones only the first is in the set: among a million
 // names chance has that happen once in ten million times.
@@ -12,9 +12,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <memory_resource>
 #include <string_view>
 #include <vector>
+
+#include "platform/loop/LongMemory.h"
 
 namespace TesselServer {
 
@@ -41,7 +43,9 @@ class NameSet {
   Node& At(std::uint64_t node) { return (*blocks_[node / kNodesOfBlock])[node % kNodesOfBlock]; }
   std::uint64_t NewNode();
 
-  std::vector<std::unique_ptr<Block>> blocks_;
+  // In pieces that double, so that a large set is given back in stretches.
+  std::pmr::monotonic_buffer_resource memory_{kBytesOfStep, LongBlocks()};
+  std::vector<Block*> blocks_;
   std::uint64_t nodes_ = 0;
 };
 

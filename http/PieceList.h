@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/loop/LongMemory.h"
+
 namespace TesselServer {
 
 // Where a piece of a page comes from.
@@ -28,6 +30,11 @@ class PieceList {
   static constexpr std::size_t kMaxInChunk = 1024;  // 24 KiB, moved in a microsecond or two
 
   using Chunk = std::vector<PagePiece>;  // never empty
+
+  PieceList() = default;
+  PieceList(PieceList&&) = default;
+  PieceList& operator=(PieceList&&) = default;
+  ~PieceList() { GiveBackPieces(chunks_); }
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/files/FolderStream.h"
+#include "platform/loop/LongMemory.h"
 #include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
@@ -94,6 +95,11 @@ std::uint32_t FolderRecord::AddName(std::string_view name) {
 void FolderRecord::FitToSize() {
   if (!names_.empty()) names_.back().shrink_to_fit();
   if (!entries_.empty()) entries_.back().shrink_to_fit();
+}
+
+FolderRecord::~FolderRecord() {
+  GiveBackPieces(names_);
+  GiveBackPieces(entries_);
 }
 
 std::size_t FolderRecord::Bytes() const {

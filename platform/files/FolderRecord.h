@@ -39,6 +39,10 @@ class FolderRecord {
     return RunNow(ReadInTurns(descriptor, reading, std::move(before), limit, nullptr));
   }
 
+  FolderRecord(const FolderRecord&) = delete;
+  FolderRecord& operator=(const FolderRecord&) = delete;
+  ~FolderRecord();
+
   const Reading& ReadAs() const { return reading_; }
 
   Number Count() const { return count_; }

@@ -71,7 +71,7 @@ LongMemory::~LongMemory() { loop_.Withdraw(this); }
 // Its whole pages are what goes in stretches.
 void LongMemory::Drop(std::shared_ptr<void> owner, void* memory, std::size_t bytes) noexcept {
   const std::size_t skipped = (kPage - reinterpret_cast<std::uintptr_t>(memory) % kPage) % kPage;
-  const std::size_t whole = (bytes - skipped) / kPage * kPage;
+  const std::size_t whole = (bytes - std::min(bytes, skipped)) / kPage * kPage;
   try {
     leftovers_.push_back({std::move(owner), static_cast<char*>(memory) + skipped, whole});
     if (leftovers_.size() == 1) GoOn();
@@ -80,15 +80,18 @@ void LongMemory::Drop(std::shared_ptr<void> owner, void* memory, std::size_t byt
   }
 }
 
+// A stretch at least, so that it keeps up with what is made meanwhile.
 void LongMemory::DropSome() {
-  do {
+  std::size_t dropped = 0;
+  while (!leftovers_.empty() && (dropped < kLongBytes || !loop_.TurnIsLong())) {
     Leftover& next = leftovers_.front();
     const std::size_t bytes = std::min(kLongBytes, next.bytes);
     madvise(next.memory, bytes, MADV_DONTNEED);  // where that is refused it goes with its owner
     next.memory += bytes;
     next.bytes -= bytes;
+    dropped += bytes;
     if (next.bytes == 0) leftovers_.pop_front();
-  } while (!leftovers_.empty() && !loop_.TurnIsLong());
+  }
   if (!leftovers_.empty()) GoOn();
 }
 

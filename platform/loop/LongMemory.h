@@ -10,7 +10,10 @@
 #include <deque>
 #include <memory>
 #include <memory_resource>
+#include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace TesselServer {
 
@@ -21,6 +24,11 @@ inline constexpr std::size_t kLongBytes = 1024 * 1024;
 
 // Empties `text` and gives its memory back.
 void GiveBack(std::string& text) noexcept;
+
+// Empties `pieces`, texts or vectors of what needs no destructor, and gives their memory back where they are long all
+// together.
+template <typename Piece>
+void GiveBackPieces(std::vector<Piece>& pieces) noexcept;
 
 // The text as a shared one that is given back when its last owner lets go of it.
 std::shared_ptr<const std::string> ShareLong(std::string text);
@@ -49,7 +57,7 @@ class LongMemory {
   LongMemory& operator=(const LongMemory&) = delete;
   ~LongMemory();
 
-  // At least kLongBytes of memory that belong to `owner`.
+  // Memory that belongs to `owner`.
   void Drop(std::shared_ptr<void> owner, void* memory, std::size_t bytes) noexcept;
 
  private:
@@ -65,5 +73,24 @@ class LongMemory {
   LoopCore& loop_;
   std::deque<Leftover> leftovers_;
 };
+
+template <typename Piece>
+void GiveBackPieces(std::vector<Piece>& pieces) noexcept {
+  std::vector<Piece> last;
+  last.swap(pieces);
+  const auto bytesOf = [](const Piece& piece) { return piece.capacity() * sizeof(typename Piece::value_type); };
+  std::size_t bytes = 0;
+  for (const Piece& piece : last) bytes += bytesOf(piece);
+  LongMemory* const memory = bytes < kLongBytes ? nullptr : LongMemory::OfThisTurn();
+  if (memory == nullptr) return;
+  try {
+    for (Piece& piece : last) {
+      const auto owner = std::make_shared<Piece>(std::move(piece));
+      memory->Drop(owner, owner->data(), bytesOf(*owner));
+    }
+  } catch (const std::bad_alloc&) {
+    // they go at once
+  }
+}
 
 }  // namespace TesselServer

@@ -89,8 +89,8 @@ TEST_F(LongMemoryTest, SeveralGoOneAfterTheOther) {
   });
   int turns = 0;
   while (loop.RunOnce(0)) ++turns;
-  EXPECT_GE(turns, 5);
-  EXPECT_LE(turns, 10);
+  EXPECT_GE(turns, 4);
+  EXPECT_LE(turns, 7);
 }
 
 TEST_F(LongMemoryTest, BlocksGoInStretchesToo) {
@@ -101,6 +101,22 @@ TEST_F(LongMemoryTest, BlocksGoInStretchesToo) {
   EXPECT_GE(BytesThere(block, kBytes), 2 * kMebibyte);
   for (int turn = 0; turn < 4; ++turn) loop.RunOnce(0);
   EXPECT_LE(BytesThere(block, kBytes), 8192u);
+}
+
+TEST_F(LongMemoryTest, PiecesThatAreLongAllTogetherGoInStretches) {
+  constexpr std::size_t kBytesOfPiece = 64 * 1024;
+  std::vector<std::string> texts(64, std::string(kBytesOfPiece, 'x'));
+  std::vector<std::vector<int>> few(2, std::vector<int>(100));
+  TurnWith([&] {
+    GiveBackPieces(texts);
+    GiveBackPieces(few);
+  });
+  EXPECT_TRUE(texts.empty());
+  EXPECT_TRUE(few.empty());
+  int turns = 0;
+  while (loop.RunOnce(0)) ++turns;
+  EXPECT_GE(turns, 3);
+  EXPECT_LE(turns, 5);
 }
 
 TEST_F(LongMemoryTest, WhatIsShortAndWhatNoTurnWaitsForGoesAtOnce) {
