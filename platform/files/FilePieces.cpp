@@ -13,7 +13,8 @@ namespace TesselServer {
 
 FilePieces::FilePieces(const OpenFile& file, std::int64_t limit, Turns* turns)
     : file_(file), limit_(limit), turns_(turns), isOver_(file.Kind() != EntryKind::kFile) {
-  if (!isOver_ && file.Cached() == nullptr && turns != nullptr) reader_.emplace(file.Descriptor(), *turns);
+  if (!isOver_ && file.Cached() == nullptr && turns != nullptr)
+    reader_.emplace(file.Descriptor(), *turns, file.MayWait());
 }
 
 std::size_t FilePieces::UsualRoom() const {

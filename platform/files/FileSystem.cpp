@@ -28,76 +28,136 @@ std::string SystemPath(std::string_view path) {
   return path.find('\0') == std::string_view::npos ? WithSlashes(path) : std::string();
 }
 
-// As OpenAnywhereOrRaise; raises the lack of permission as well.
+// As OpenAnywhereOrRaise and OpenHereOrRaise; these raise the lack of permission as well.
 int OpenPermittedOrRaise(int folder, const std::string& path, int flags) {
   const int opened = OpenAnywhereOrRaise(folder, path, flags);
   if (opened == -EACCES) throw SystemError(EACCES);
   return opened;
 }
-
-// What is open as `opened` by the path `text`. Closed where only a folder can be meant and it is a file.
-OpenFile OpenedByText(const std::string& text, int opened) {
-  if (opened < 0) return {};
-  OpenFile file(opened);
-  return file.Kind() == EntryKind::kFile && text.back() == '/' ? OpenFile() : std::move(file);
+int OpenPermittedHereOrRaise(int folder, const std::string& path, int flags) {
+  const int opened = OpenHereOrRaise(folder, path, flags);
+  if (opened == -EACCES) throw SystemError(EACCES);
+  return opened;
 }
 
-// What is at a path that no root holds, by its own spelling; nothing where another one may be there.
-std::optional<OpenFile> OpenAsSpelled(const std::string& text, int flags) {
-  if (text.empty()) return OpenFile();
-  const int opened = OpenAnywhere(AT_FDCWD, text, flags);
+// What is at a path that no root holds. Where `opening` does not go there it is not known.
+struct PathFile {
+  OpenFile file;
+  bool isElsewhere = false;
+};
+
+// What is open as `opened` by the path `text`. Closed where only a folder can be meant and it is a file.
+PathFile OpenedByText(const std::string& text, int opened) {
+  if (opened < 0) return {{}, opened == kElsewhere};
+  OpenFile file(opened);
+  const bool isNone = file.Kind() == EntryKind::kFile && text.back() == '/';
+  return {isNone ? OpenFile() : std::move(file)};
+}
+
+// The file by its own spelling; nothing where another one may be there.
+std::optional<PathFile> OpenAsSpelled(OpenFunction open, const std::string& text, int flags) {
+  if (text.empty()) return PathFile();
+  const int opened = open(AT_FDCWD, text, flags);
   if (opened == -ENOENT || opened == -ENOTDIR) return std::nullopt;
   return OpenedByText(text, opened);
 }
 
-Task<OpenFile> OpenOtherwise(std::string text, int flags, Turns* turns) {
-  auto walk = TrueSpellingInTurns(&OpenAnywhere, AT_FDCWD, text, nullptr, turns);
-  const auto spelling = co_await walk;
-  if (!spelling) co_return OpenFile();
-  co_return OpenedByText(text, OpenAnywhere(AT_FDCWD, *spelling, flags));
-}
-
-Task<OpenFile> OpenAnyCase(std::string path, int flags, Turns* turns) {
-  const std::string text = SystemPath(path);
-  if (auto file = OpenAsSpelled(text, flags)) co_return std::move(*file);
-  auto otherwise = OpenOtherwise(text, flags, turns);
-  co_return co_await otherwise;
+Task<PathFile> OpenOtherwise(OpenFunction open, std::string text, int flags, Turns* turns) {
+  auto walk = TrueSpellingInTurns(open, AT_FDCWD, text, nullptr, turns);
+  const Spelling spelling = co_await walk;
+  if (!spelling.path) co_return PathFile{{}, spelling.isElsewhere};
+  co_return OpenedByText(text, open(AT_FDCWD, *spelling.path, flags));
 }
 
 OpenFile OpenAnyCaseNow(std::string_view path, int flags) {
   const std::string text = SystemPath(path);
-  if (auto file = OpenAsSpelled(text, flags)) return std::move(*file);
-  return RunNow(OpenOtherwise(text, flags, nullptr));
+  if (auto opened = OpenAsSpelled(&OpenAnywhere, text, flags)) return std::move(opened->file);
+  return RunNow(OpenOtherwise(&OpenAnywhere, text, flags, nullptr)).file;
+}
+
+Task<OpenFile> OpenBeside(std::string path, int flags, Turns& turns) {
+  const std::function<OpenFile()> open = [path = std::move(path), flags] {
+    OpenFile file = OpenAnyCaseNow(path, flags);
+    if (file.IsOpen()) file.MayWait(MayWait(file.Descriptor()));
+    return file;
+  };
+  auto opening = turns.Beside().Do(Workers::Kind::kFiles, open);
+  co_return co_await opening;
+}
+
+Task<OpenFile> OpenAnyCase(std::string path, int flags, Turns* turns) {
+  if (turns == nullptr) co_return OpenAnyCaseNow(path, flags);
+  const std::string text = SystemPath(path);
+  auto opened = OpenAsSpelled(&OpenHere, text, flags);
+  if (!opened) {
+    auto otherwise = OpenOtherwise(&OpenHere, text, flags, turns);
+    opened = co_await otherwise;
+  }
+  if (opened->isElsewhere) {
+    auto beside = OpenBeside(std::move(path), flags, *turns);
+    co_return co_await beside;
+  }
+  opened->file.MayWait(false);
+  co_return std::move(opened->file);
 }
 
 constexpr int kFlagsForContents = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr int kFlagsForKind = O_PATH | O_CLOEXEC;
 
+using IdentityState = PathIdentity::State;
+
+bool IsLinkThere(const std::string& text) {
+  struct stat status;
+  return lstat(text.c_str(), &status) == 0;
+}
+
 // What is at the path by its own spelling; nothing where another one may be there.
 std::optional<PathIdentity> IdentifyAsSpelled(const std::string& text) {
-  using State = PathIdentity::State;
   if (text.empty()) return PathIdentity();
   struct stat status;
-  if (stat(text.c_str(), &status) == 0) return PathIdentity{State::kFound, StampOf(status).identity};
-  if (errno != ENOENT && errno != ENOTDIR) return PathIdentity{State::kUnknown, {}};
-  if (lstat(text.c_str(), &status) == 0) return PathIdentity{State::kDangling, {}};
+  if (stat(text.c_str(), &status) == 0) return PathIdentity{IdentityState::kFound, StampOf(status).identity};
+  if (errno != ENOENT && errno != ENOTDIR) return PathIdentity{IdentityState::kUnknown, {}};
+  if (IsLinkThere(text)) return PathIdentity{IdentityState::kDangling, {}};
+  return std::nullopt;
+}
+
+// The same in a turn. What has to be asked beside the loop isElsewhere; so it is done where no descriptor is left.
+struct PathIdentityHere {
+  PathIdentity identity;
+  bool isElsewhere = false;
+};
+std::optional<PathIdentityHere> IdentifyAsSpelledHere(const std::string& text) {
+  if (text.empty()) return PathIdentityHere();
+  const UniqueDescriptor file(OpenHere(AT_FDCWD, text, kFlagsForKind));
+  if (const auto stamp = StampOfDescriptor(file.Get()))
+    return PathIdentityHere{{IdentityState::kFound, stamp->identity}};
+  const int error = -file.Get();
+  if (error == -kElsewhere || error == EMFILE || error == ENFILE) return PathIdentityHere{{}, true};
+  if (error != ENOENT && error != ENOTDIR) return PathIdentityHere{{IdentityState::kUnknown, {}}};
+  if (IsLinkThere(text)) return PathIdentityHere{{IdentityState::kDangling, {}}};
   return std::nullopt;
 }
 
 PathIdentity IdentifySpelling(const std::optional<std::string>& spelling) {
   struct stat status;
   if (!spelling || stat(spelling->c_str(), &status) != 0) return {};
-  return {PathIdentity::State::kFound, StampOf(status).identity};
+  return {IdentityState::kFound, StampOf(status).identity};
 }
 
-Task<PathIdentity> IdentifyOtherwise(std::string text, Turns* turns) {
+Task<PathIdentityHere> IdentifyOtherwise(OpenFunction open, std::string text, Turns* turns) {
   try {
-    auto walk = TrueSpellingInTurns(&OpenPermittedOrRaise, AT_FDCWD, text, nullptr, turns);
-    const auto spelling = co_await walk;
-    co_return IdentifySpelling(spelling);
+    auto walk = TrueSpellingInTurns(open, AT_FDCWD, text, nullptr, turns);
+    const Spelling spelling = co_await walk;
+    co_return PathIdentityHere{IdentifySpelling(spelling.path), spelling.isElsewhere};
   } catch (const Error&) {
-    co_return PathIdentity{PathIdentity::State::kUnknown, {}};
+    co_return PathIdentityHere{{IdentityState::kUnknown, {}}};
   }
+}
+
+Task<PathIdentity> IdentifyBeside(std::string path, Turns& turns) {
+  const std::function<PathIdentity()> identify = [path = std::move(path)] { return IdentifyPath(path); };
+  auto identifying = turns.Beside().Do(Workers::Kind::kFiles, identify);
+  co_return co_await identifying;
 }
 
 // Whether no file system takes the name for another one, but for the case of its letters. Some take letters beyond
@@ -111,6 +171,15 @@ bool IsPlain(std::string_view name) {
          });
 }
 
+// How a look-up opens: in a turn, or where it may wait.
+struct Opening {
+  OpenFunction anywhere, directly, beneath;
+};
+constexpr Opening kHere = {&OpenHereOrRaise, &OpenDirectlyHereOrRaise, &OpenBeneathHereOrRaise};
+constexpr Opening kPatiently = {&OpenAnywhereOrRaise, &OpenDirectlyOrRaise, &OpenBeneathOrRaise};
+
+constexpr int kFlagsForRoot = O_PATH | O_DIRECTORY | O_CLOEXEC;
+
 }  // namespace
 
 OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
@@ -120,7 +189,7 @@ OpenFile::OpenFile(int descriptor) : descriptor_(descriptor) {
 }
 
 OpenFile::OpenFile(std::shared_ptr<const CachedFile> cached)
-    : cached_(std::move(cached)), stamp_(cached_->reading.Stamp()) {}
+    : cached_(std::move(cached)), stamp_(cached_->reading.Stamp()), mayWait_(false) {}
 
 bool OpenFile::ReadAll(std::string& bytes, std::int64_t limit) const {
   bytes.clear();
@@ -147,6 +216,8 @@ RootFolder::RootFolder(std::string path, const World& world) : RootFolder(std::m
   world_ = &world;
   folders_ = std::make_unique<FolderCache>(systemPath_, world);
   files_ = std::make_unique<FileCache>(systemPath_, world);
+  const UniqueDescriptor root(systemPath_.empty() ? -1 : OpenHere(AT_FDCWD, systemPath_, kFlagsForRoot));
+  if (root.Get() == kElsewhere) AskDisk();
 }
 
 RootFolder::RootFolder(RootFolder&&) noexcept = default;
@@ -156,33 +227,46 @@ RootFolder::~RootFolder() = default;
 // How far a look-up comes before other spellings are tried.
 struct RootFolder::Attempt {
   // Tries what takes no folder's names: the path as it is spelled, below the folder `root` as the system takes it.
-  Attempt(const std::string& rootPath, const CollapsedPath& path, bool isRootBehindLink);
+  Attempt(const Opening& opening, const std::string& rootPath, const CollapsedPath& path, Way known);
 
   std::optional<FoundEntry> found;  // what it comes to; nothing where other spellings are to be tried
   bool isDirect = false;            // it was opened without a link
-  bool isBehindLink;                // RootFolder::isBehindLink_
-  bool mayWait = false;             // RootFolder::mayWait_, where it was asked anew
+  Way way;
   UniqueDescriptor root{-1};
+
+ private:
+  void OpenRoot(const Opening& opening, const std::string& rootPath);
 };
 
 // The usual way asks the system for nothing but the file: the whole path at once, where no link is on it.
-RootFolder::Attempt::Attempt(const std::string& rootPath, const CollapsedPath& path, bool isRootBehindLink)
-    : isBehindLink(isRootBehindLink) {
+RootFolder::Attempt::Attempt(const Opening& opening, const std::string& rootPath, const CollapsedPath& path, Way known)
+    : way(known) {
   const int flags = FlagsForReading() | (path.text.empty() ? O_DIRECTORY : 0);
   int opened = -ELOOP;
-  if (!isBehindLink) opened = OpenDirectlyOrRaise(AT_FDCWD, JoinPath(rootPath, path.text), flags);
-  if (opened < 0) root = UniqueDescriptor(OpenAnywhereOrRaise(AT_FDCWD, rootPath, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (opened == -ELOOP && root.IsOpen()) {
-    opened = OpenDirectlyOrRaise(root.Get(), path.text, flags);
-    isBehindLink = isBehindLink || opened >= 0;
+  if (!way.beginsAtRoot) opened = opening.directly(AT_FDCWD, JoinPath(rootPath, path.text), flags);
+  if (opened < 0) OpenRoot(opening, rootPath);
+  if ((opened == -ELOOP || opened == kElsewhere) && root.IsOpen()) {
+    opened = opening.directly(root.Get(), path.text, flags);
+    way.beginsAtRoot = way.beginsAtRoot || opened >= 0;
   }
   if (opened >= 0) {
     found = EntryOpened(path, OpenFile(opened));
     isDirect = true;
   } else if (root.IsOpen()) {
-    found = FindAsSpelled(&OpenBeneathOrRaise, root.Get(), path, opened);
+    found = FindAsSpelled(opening.beneath, root.Get(), path, opened);
   } else {
     found = FoundEntry();
+    found->isElsewhere = root.Get() == kElsewhere;
+  }
+}
+
+void RootFolder::Attempt::OpenRoot(const Opening& opening, const std::string& rootPath) {
+  if (!way.isOnOtherMount || !way.isKnown) {
+    root = UniqueDescriptor(opening.anywhere(AT_FDCWD, rootPath, kFlagsForRoot));
+    way.isOnOtherMount = root.Get() == kElsewhere;
+  }
+  if (way.isOnOtherMount && way.isKnown) {
+    root = UniqueDescriptor(OpenAnywhereOrRaise(AT_FDCWD, rootPath, kFlagsForRoot));
   }
 }
 
@@ -198,72 +282,93 @@ std::optional<FoundEntry> RootFolder::Remembered(const CollapsedPath& path) cons
 }
 
 void RootFolder::Learn(Attempt& attempt) const {
-  isBehindLink_ = attempt.isBehindLink;
+  way_ = attempt.way;
   if (attempt.isDirect) attempt.found = Direct(std::move(*attempt.found));
 }
 
-// A file system that has kept a call waiting is asked beside the loop only whether it is still there.
-bool RootFolder::MayWait() const {
-  if (world_ != nullptr && whenAsked_) {
-    const bool isRecent = world_->MonotonicMilliseconds() - *whenAsked_ < Reading::kMaxAgeMilliseconds;
-    if (mayWait_ || isRecent) return mayWait_;
-  }
-  mayWait_ = MayWaitAt(systemPath_);
-  if (world_ != nullptr) whenAsked_ = world_->MonotonicMilliseconds();
-  return mayWait_;
+void RootFolder::AskDisk() {
+  mayWait_ = KeepsChangeTimesAt(systemPath_, ReadFrom::kNames) != true;
+  whenAsked_ = world_->MonotonicMilliseconds();
+}
+
+bool RootFolder::WasAsked() const {
+  return whenAsked_ && world_->MonotonicMilliseconds() - *whenAsked_ < Reading::kMaxAgeMilliseconds;
 }
 
 FoundEntry RootFolder::Find(std::string_view relative) const {
   const auto path = CollapsePath(relative);
   if (!path || systemPath_.empty()) return {};
   if (auto known = Remembered(*path)) return std::move(*known);
-  Attempt attempt(systemPath_, *path, isBehindLink_);
+  Attempt attempt(kPatiently, systemPath_, *path, way_);
   Learn(attempt);
   if (attempt.found) return std::move(*attempt.found);
-  return RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), *path, folders_.get(), nullptr));
+  return RunNow(FindOtherwise(kPatiently.beneath, attempt.root.Get(), *path, folders_.get(), nullptr));
+}
+
+// Looks in a turn. Where the root itself would have to be waited for, it counts as one that may wait from here on.
+RootFolder::Attempt RootFolder::LookHere(const CollapsedPath& path) const {
+  way_.isKnown = WasAsked();
+  Attempt attempt(kHere, systemPath_, path, way_);
+  Learn(attempt);
+  mayWait_ = attempt.root.Get() == kElsewhere;
+  if (attempt.found) attempt.found->file.MayWait(false);
+  return attempt;
 }
 
 std::optional<FoundEntry> RootFolder::FindAtOnce(std::string_view relative) const {
   const auto path = CollapsePath(relative);
   if (!path || systemPath_.empty()) return FoundEntry();
   if (auto known = Remembered(*path)) return known;
-  if (MayWait()) return std::nullopt;
-  Attempt attempt(systemPath_, *path, isBehindLink_);
-  Learn(attempt);
-  if (attempt.found) return std::move(attempt.found);
-  return FindOtherwiseAtOnce(&OpenBeneathOrRaise, attempt.root.Get(), *path, folders_.get());
+  if (mayWait_) return std::nullopt;
+  Attempt attempt = LookHere(*path);
+  auto found = attempt.found ? std::move(attempt.found)
+                             : FindOtherwiseAtOnce(kHere.beneath, attempt.root.Get(), *path, folders_.get());
+  if (!found || found->isElsewhere) return std::nullopt;
+  found->file.MayWait(false);
+  return found;
 }
 
 Task<FoundEntry> RootFolder::FindInTurns(std::string relative, Turns* turns) const {
+  if (turns == nullptr) co_return Find(relative);
   const auto path = CollapsePath(relative);
   if (!path || systemPath_.empty()) co_return FoundEntry();
   if (auto known = Remembered(*path)) co_return std::move(*known);
-  if (turns != nullptr && MayWait()) {
-    auto beside = FindBesideLoop(*path, *turns);
-    co_return co_await beside;
+  if (!mayWait_) {
+    Attempt attempt = LookHere(*path);
+    if (!attempt.found) {
+      auto otherwise = FindOtherwise(kHere.beneath, attempt.root.Get(), *path, folders_.get(), turns);
+      attempt.found = co_await otherwise;
+      attempt.found->file.MayWait(false);
+    }
+    if (!attempt.found->isElsewhere) co_return std::move(*attempt.found);
   }
-  Attempt attempt(systemPath_, *path, isBehindLink_);
-  Learn(attempt);
-  if (attempt.found) co_return std::move(*attempt.found);
-  auto found = FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), *path, folders_.get(), turns);
-  co_return co_await found;
+  auto beside = FindBesideLoop(*path, *turns);
+  co_return co_await beside;
 }
 
 // Looks beside the loop. Nothing of this object is touched there.
 Task<FoundEntry> RootFolder::FindBesideLoop(CollapsedPath path, Turns& turns) const {
-  const std::function<Attempt()> look = [root = systemPath_, path, isBehindLink = isBehindLink_] {
-    Attempt attempt(root, path, isBehindLink);
-    if (!attempt.found)
-      attempt.found = RunNow(FindOtherwise(&OpenBeneathOrRaise, attempt.root.Get(), path, nullptr, nullptr));
-    attempt.mayWait = MayWaitAt(root);
-    return attempt;
+  struct Result {
+    Attempt attempt;
+    bool mayWait;
   };
+  const std::function<Result()> look = [root = systemPath_, path, way = way_, asksRoot = mayWait_] {
+    Attempt attempt(kPatiently, root, path, way);
+    if (!attempt.found)
+      attempt.found = RunNow(FindOtherwise(kPatiently.beneath, attempt.root.Get(), path, nullptr, nullptr));
+    OpenFile& file = attempt.found->file;
+    if (file.IsOpen()) file.MayWait(TesselServer::MayWait(file.Descriptor()));
+    return Result{std::move(attempt), asksRoot && KeepsChangeTimesAt(root, ReadFrom::kNames) != true};
+  };
+  const bool asksRoot = mayWait_;
   auto looking = turns.Beside().Do(Workers::Kind::kFiles, look);
-  Attempt attempt = co_await looking;
-  mayWait_ = attempt.mayWait;
-  if (world_ != nullptr) whenAsked_ = world_->MonotonicMilliseconds();
-  Learn(attempt);
-  co_return std::move(*attempt.found);
+  Result result = co_await looking;
+  if (asksRoot) {
+    mayWait_ = result.mayWait;
+    if (world_ != nullptr) whenAsked_ = world_->MonotonicMilliseconds();
+  }
+  Learn(result.attempt);
+  co_return std::move(*result.attempt.found);
 }
 
 // What was opened without a link.
@@ -275,7 +380,7 @@ FoundEntry RootFolder::Direct(FoundEntry found) const {
 }
 
 void RootFolder::Remember(FoundEntry& found) const {
-  if (!files_ || !found.mayBeRemembered) return;
+  if (!files_ || !found.mayBeRemembered || mayWait_ || found.file.MayWait() == true) return;
   auto file = files_->Admit(found.name, found.file.Descriptor(), found.file.Stamp());
   if (file) found.file = OpenFile(std::move(file));
 }
@@ -286,7 +391,7 @@ std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) cons
 }
 
 Task<std::shared_ptr<FolderRecord>> RootFolder::NamesInTurns(const FoundEntry& folder, Turns* turns) const {
-  if (!folders_ || folder.file.Kind() != EntryKind::kDirectory) co_return nullptr;
+  if (!folders_ || folder.file.Kind() != EntryKind::kDirectory || folder.file.MayWait() == true) co_return nullptr;
   auto names = folders_->NamesOfInTurns(folder.name, folder.file.Descriptor(), FolderCache::Use::kListing, turns);
   co_return co_await names;
 }
@@ -308,27 +413,35 @@ Task<EntryKind> KindInTurns(std::string path, Turns* turns) {
 PathIdentity IdentifyPath(std::string_view path) {
   const std::string text = SystemPath(path);
   if (const auto found = IdentifyAsSpelled(text)) return *found;
-  return RunNow(IdentifyOtherwise(text, nullptr));
+  return RunNow(IdentifyOtherwise(&OpenPermittedOrRaise, text, nullptr)).identity;
 }
 
 std::optional<PathIdentity> IdentifyAtOnce(std::string_view path) {
   const std::string text = SystemPath(path);
-  if (const auto found = IdentifyAsSpelled(text)) return found;
+  if (const auto found = IdentifyAsSpelledHere(text)) {
+    return found->isElsewhere ? std::nullopt : std::optional(found->identity);
+  }
   try {
-    SpellingWalk walk(&OpenPermittedOrRaise, AT_FDCWD, text);
+    SpellingWalk walk(&OpenPermittedHereOrRaise, AT_FDCWD, text);
     const auto state = walk.Go();
-    if (state == SpellingWalk::State::kNeedsNames) return std::nullopt;
+    if (state == SpellingWalk::State::kNeedsNames || state == SpellingWalk::State::kLeadsElsewhere) return std::nullopt;
     return IdentifySpelling(state == SpellingWalk::State::kFound ? std::optional(walk.TakePath()) : std::nullopt);
   } catch (const Error&) {
-    return PathIdentity{PathIdentity::State::kUnknown, {}};
+    return PathIdentity{IdentityState::kUnknown, {}};
   }
 }
 
 Task<PathIdentity> IdentifyInTurns(std::string path, Turns* turns) {
+  if (turns == nullptr) co_return IdentifyPath(path);
   const std::string text = SystemPath(path);
-  if (const auto found = IdentifyAsSpelled(text)) co_return *found;
-  auto otherwise = IdentifyOtherwise(text, turns);
-  co_return co_await otherwise;
+  auto found = IdentifyAsSpelledHere(text);
+  if (!found) {
+    auto otherwise = IdentifyOtherwise(&OpenPermittedHereOrRaise, text, turns);
+    found = co_await otherwise;
+  }
+  if (!found->isElsewhere) co_return found->identity;
+  auto beside = IdentifyBeside(std::move(path), *turns);
+  co_return co_await beside;
 }
 
 Task<bool> ReadInTurns(const OpenFile& file, std::string& bytes, std::int64_t limit, Turns* turns) {
@@ -336,7 +449,7 @@ Task<bool> ReadInTurns(const OpenFile& file, std::string& bytes, std::int64_t li
     co_return file.ReadAll(bytes, limit);
   }
   ContentsReading reading(bytes, file.Size(), limit);
-  PatientReader reader(file.Descriptor(), *turns);
+  PatientReader reader(file.Descriptor(), *turns, file.MayWait());
   while (!reading.IsOver()) {
     if (turns->TimeIsUp()) {
       auto next = turns->Next();

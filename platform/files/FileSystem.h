@@ -2,8 +2,9 @@
 // In every path given to this layer "\" and "/" both separate.
 //
 // What takes long has a second form, a task that does it in turns: it goes on in the loop's next turn when the time of
-// this one is over, and reads beside the loop where a disk may keep it waiting. What changes on disk meanwhile is seen
-// or not. References that such a task is given stay good until it is done.
+// this one is over, and opens and reads beside the loop where a disk may keep it waiting (SlowDisk.h): in the turn no
+// path is followed to another mount (OpenHere), but for a root of which it is known that it does not wait. What changes
+// on disk meanwhile is seen or not. References that such a task is given stay good until it is done.
 //
 // Thread:    the host's thread only.
 // Ownership: an OpenFile owns its descriptor and closes it; descriptors are close-on-exec.
@@ -71,11 +72,16 @@ class OpenFile {
   const CachedFile* Cached() const { return cached_.get(); }
   // Platform only. What the system said of it when it was opened.
   const FileStamp& Stamp() const { return stamp_; }
+  // Platform only. Whether its disk may keep each call waiting (SlowDisk.h), where that is known already: asking the
+  // disk for it may have to wait as well. Known of what was opened in turns.
+  std::optional<bool> MayWait() const { return mayWait_; }
+  void MayWait(bool value) { mayWait_ = value; }
 
  private:
   UniqueDescriptor descriptor_{-1};
   std::shared_ptr<const CachedFile> cached_;
   FileStamp stamp_;
+  std::optional<bool> mayWait_;
 };
 
 // What a look-up found.
@@ -92,6 +98,8 @@ struct FoundEntry {
   bool isOwnName = false;
   // RootFolder::Remember can keep its contents: a file that was opened by exactly this name, without following a link.
   bool mayBeRemembered = false;
+  // Platform only: it is not known what is there, for it lies where it would have to be opened beside the loop.
+  bool isElsewhere = false;
 };
 
 // The document root: opens what lies beneath one folder, and nothing else.
@@ -110,7 +118,8 @@ class RootFolder {
 
   // A folder that caches what it knows, as long as the system says that it has not changed: the names in folders
   // (FolderCache), and small files with their contents (FileCache), as far as Remember was called for them. `world`
-  // outlives the object.
+  // outlives the object. Where the root lies on another mount than the system's root this asks its disk, and may have
+  // to wait for it.
   RootFolder(std::string path, const World& world);
   RootFolder(RootFolder&&) noexcept;
   RootFolder& operator=(RootFolder&&) noexcept;
@@ -130,12 +139,14 @@ class RootFolder {
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
   FoundEntry Find(std::string_view relative) const;
 
-  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted, or where the root
-  // lies on a file system that may keep each call waiting (SlowDisk.h). On which one it lies is asked once a minute.
+  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted; where the root lies
+  // on a file system that may keep each call waiting (SlowDisk.h), or on another mount than the system's root and that
+  // was not asked within the last minute; and where the path leads from the root's mount to another one. A link that is
+  // absolute or climbs out counts as one that does.
   std::optional<FoundEntry> FindAtOnce(std::string_view relative) const;
 
-  // The same in turns, all of it beside the loop where the root lies on such a file system. The object stays alive,
-  // where it is, until the task is done.
+  // The same in turns, all of it beside the loop where it is not known that the disk does not wait. The object stays
+  // alive, where it is, until the task is done.
   Task<FoundEntry> FindInTurns(std::string relative, Turns* turns) const;
 
   // To be called once for each request that is answered with the bytes of `found`, and for nothing that must not stay
@@ -149,11 +160,19 @@ class RootFolder {
 
  private:
   struct Attempt;
+  // How the root is reached, as the last look-up has found.
+  struct Way {
+    bool beginsAtRoot = false;  // a link or another mount leads to the root, so the whole path cannot be opened at once
+    bool isOnOtherMount = false;  // than the system's root
+    bool isKnown = false;         // that one does not wait
+  };
 
   std::optional<FoundEntry> Remembered(const CollapsedPath& path) const;
+  Attempt LookHere(const CollapsedPath& path) const;
   Task<FoundEntry> FindBesideLoop(CollapsedPath path, Turns& turns) const;
   void Learn(Attempt& attempt) const;
-  bool MayWait() const;
+  void AskDisk();
+  bool WasAsked() const;
   FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;
@@ -161,9 +180,9 @@ class RootFolder {
   std::unique_ptr<FolderCache> folders_;
   std::unique_ptr<FileCache> files_;
   const World* world_ = nullptr;
-  mutable bool mayWait_ = false;                   // it lies on a file system that may keep each call waiting
+  mutable Way way_;
+  mutable bool mayWait_ = false;                   // it may keep each call waiting, for all that is known
   mutable std::optional<std::int64_t> whenAsked_;  // for that, World::MonotonicMilliseconds
-  mutable bool isBehindLink_ = false;  // a link leads to the root, so the whole path cannot be opened without one
 };
 
 // Opens the file or directory at `path`, absolute or below the working folder: in the spelling given, else with the
@@ -192,7 +211,8 @@ struct PathIdentity {
 PathIdentity IdentifyPath(std::string_view path);
 Task<PathIdentity> IdentifyInTurns(std::string path, Turns* turns);
 
-// The same, at once: nothing where the names in a folder would have to be read for it.
+// The same, at once: nothing where the names in a folder would have to be read for it, or where it may lie on another
+// mount than the system's root.
 std::optional<PathIdentity> IdentifyAtOnce(std::string_view path);
 
 // OpenFile::ReadAll in turns.

@@ -39,7 +39,8 @@ ssize_t ImmediateReader::Ask(char* to, std::size_t bytes, std::int64_t offset) {
   if (got >= 0) return got;
   if (errno == EINTR) return -EAGAIN;
   if (errno != EOPNOTSUPP && errno != ENOSYS && errno != EPERM) return -errno;
-  manner_ = MayWait(descriptor_) ? ReadManner::kBeside : ReadManner::kAtOnce;
+  if (!mayWait_) mayWait_ = MayWait(descriptor_);
+  manner_ = *mayWait_ ? ReadManner::kBeside : ReadManner::kAtOnce;
   if (known_ != nullptr) known_->Learn(device_, manner_);
   return Read(to, bytes, offset);
 }

@@ -16,6 +16,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace TesselServer {
 
@@ -53,10 +54,13 @@ class ReadManners {
 
 class ImmediateReader {
  public:
-  explicit ImmediateReader(int descriptor) : descriptor_(descriptor) {}
+  // `mayWait`: whether its file system may keep each call waiting (SlowDisk.h), where that is known. Where it is not
+  // the system is asked, which may have to wait on such a one.
+  explicit ImmediateReader(int descriptor, std::optional<bool> mayWait = std::nullopt)
+      : descriptor_(descriptor), mayWait_(mayWait) {}
   // One that knows, and learns, how files on this device are read.
-  ImmediateReader(int descriptor, std::uint64_t device, ReadManners& known)
-      : descriptor_(descriptor), device_(device), known_(&known), manner_(known.Of(device)) {}
+  ImmediateReader(int descriptor, std::uint64_t device, ReadManners& known, std::optional<bool> mayWait = std::nullopt)
+      : descriptor_(descriptor), mayWait_(mayWait), device_(device), known_(&known), manner_(known.Of(device)) {}
 
   // Reads at byte `offset`: how many bytes have come, fewer than there are where the next one would have to be waited
   // for; 0 at the end, or a negative errno value; -EAGAIN where the first one would have to be waited for.
@@ -72,6 +76,7 @@ class ImmediateReader {
   ssize_t Ask(char* to, std::size_t bytes, std::int64_t offset);
 
   int descriptor_;
+  std::optional<bool> mayWait_;
   std::uint64_t device_ = 0;
   ReadManners* known_ = nullptr;
   ReadManner manner_ = ReadManner::kAsking;

@@ -5,6 +5,8 @@
 // Errors:    a negative errno value in place of a descriptor; errno itself means nothing afterwards.
 #pragma once
 
+#include <errno.h>
+
 #include <string>
 
 namespace TesselServer {
@@ -28,11 +30,29 @@ int OpenDirectly(int folder, const std::string& path, int flags);
 // ".." is never found.
 int OpenWithoutLinks(int folder, const std::string& path, int flags);
 
+// Opening in a turn of the loop: no other mount is entered (RESOLVE_NO_XDEV), for it may be a disk that keeps each call
+// waiting (SlowDisk.h). kElsewhere where the path leads to one, so that it has to be opened beside the loop; or where
+// it cannot be known whether it does: for a relative path below the working folder, where the system's root itself may
+// have to be waited for, and without openat2 for a path that no folder is given for.
+inline constexpr int kElsewhere = -EREMOTE;
+
+// Follows every link that stays on the mount.
+int OpenHere(int folder, const std::string& path, int flags);
+// As OpenBeneath; kElsewhere also for a link that is absolute or climbs out.
+int OpenBeneathHere(int folder, const std::string& path, int flags);
+// As OpenDirectly.
+int OpenDirectlyHere(int folder, const std::string& path, int flags);
+// As OpenWithoutLinks, for a kernel that has no openat2: what lies on the device of `folder` counts as its mount.
+int OpenWithoutLinksHere(int folder, const std::string& path, int flags);
+
 // These raise a lack of descriptors or memory as the socket errors 10024 and 10055: what they ask for may well be
 // there.
 int OpenAnywhereOrRaise(int folder, const std::string& path, int flags);
 int OpenBeneathOrRaise(int folder, const std::string& path, int flags);
 int OpenDirectlyOrRaise(int folder, const std::string& path, int flags);
+int OpenHereOrRaise(int folder, const std::string& path, int flags);
+int OpenBeneathHereOrRaise(int folder, const std::string& path, int flags);
+int OpenDirectlyHereOrRaise(int folder, const std::string& path, int flags);
 
 // The absolute path without links that leads to an open descriptor, "" when it cannot be determined (/proc is not
 // mounted, the path is too long or lies outside this process's root). " (deleted)" follows a name that has been

@@ -65,9 +65,16 @@ bool MayBeSpelledOtherwise(int opened) { return opened == -ENOENT || opened == -
 
 bool IsForbidden(int opened) { return opened == -EACCES || opened == -EPERM; }
 
+FoundEntry EntryElsewhere() {
+  FoundEntry entry;
+  entry.isElsewhere = true;
+  return entry;
+}
+
 // What is at `path`, where opening it for reading had the result `opened`.
 FoundEntry EntryAfter(OpenFunction open, int root, const CollapsedPath& path, int opened) {
   if (opened >= 0) return EntryOpened(path, OpenFile(opened));
+  if (opened == kElsewhere) return EntryElsewhere();
   if (!IsForbidden(opened)) return {};
   const EntryKind kind = OpenFile(open(root, path.text, O_PATH | O_CLOEXEC)).Kind();
   if (kind == EntryKind::kNone || (kind == EntryKind::kFile && path.asFolder)) return {};
@@ -124,8 +131,7 @@ const char* LastNameOf(const std::string& path) { return path.c_str() + path.rfi
 
 std::string FolderPathOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
-Task<std::optional<std::string>> TrueSpellingInTurns(OpenFunction open, int folder, std::string path,
-                                                     FolderCache* known, Turns* turns) {
+Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns) {
   SpellingWalk walk(open, folder, std::move(path));
   auto state = walk.Go();
   while (state == SpellingWalk::State::kNeedsNames) {
@@ -133,12 +139,14 @@ Task<std::optional<std::string>> TrueSpellingInTurns(OpenFunction open, int fold
     const std::string name = co_await spelling;
     state = walk.GoOn(name);
   }
-  if (state == SpellingWalk::State::kMissing) co_return std::nullopt;
-  co_return walk.TakePath();
+  Spelling spelling;
+  spelling.isElsewhere = state == SpellingWalk::State::kLeadsElsewhere;
+  if (state == SpellingWalk::State::kFound) spelling.path = walk.TakePath();
+  co_return spelling;
 }
 
 std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, FolderCache* known) {
-  return RunNow(TrueSpellingInTurns(open, folder, std::string(path), known, nullptr));
+  return RunNow(TrueSpellingInTurns(open, folder, std::string(path), known, nullptr)).path;
 }
 
 int FlagsForReading() { return O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC; }
@@ -161,15 +169,17 @@ std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const
   SpellingWalk walk(open, root, path.text);
   const auto state = GoByMemory(walk, known);
   if (state == SpellingWalk::State::kNeedsNames) return std::nullopt;
+  if (state == SpellingWalk::State::kLeadsElsewhere) return EntryElsewhere();
   if (state == SpellingWalk::State::kMissing) return FoundEntry();
   return OpenSpelling(open, root, {walk.TakePath(), path.asFolder});
 }
 
 Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns) {
   auto walk = TrueSpellingInTurns(open, root, path.text, known, turns);
-  auto spelling = co_await walk;
-  if (!spelling) co_return FoundEntry();
-  path.text = std::move(*spelling);
+  Spelling spelling = co_await walk;
+  if (spelling.isElsewhere) co_return EntryElsewhere();
+  if (!spelling.path) co_return FoundEntry();
+  path.text = std::move(*spelling.path);
   co_return OpenSpelling(open, root, path);
 }
 

@@ -51,14 +51,18 @@ std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::stri
                                         FolderCache* known = nullptr);
 
 // The same, reading folders in turns. `folder` stays open and `known` alive meanwhile.
-Task<std::optional<std::string>> TrueSpellingInTurns(OpenFunction open, int folder, std::string path,
-                                                     FolderCache* known, Turns* turns);
+struct Spelling {
+  std::optional<std::string> path;
+  bool isElsewhere = false;  // `open` does not go where it may be (kElsewhere); there is no path then
+};
+Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns);
 
 // The flags with which an entry is opened: non-blocking, so that a FIFO without a writer cannot hold the thread until
 // it is seen to be one.
 int FlagsForReading();
 
-// What was opened by exactly the name `path`: kNone for what is not to be served.
+// What was opened by exactly the name `path`: kNone for what is not to be served. In this and in what follows an entry
+// that isElsewhere is returned where `open` does not go where the path leads.
 FoundEntry EntryOpened(const CollapsedPath& path, OpenFile file);
 
 // What RootFolder::Find promises for the folder open as `root`, opened through `open`. `tried` is the error of an

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "platform/files/FileStamp.h"
+#include "platform/files/FileSystem.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -13,6 +14,11 @@ namespace TesselServer {
 bool MayWait(int descriptor) { return !KeepsChangeTimes(descriptor, ReadFrom::kNames); }
 
 bool MayWaitAt(const std::string& path) { return !KeepsChangeTimesAt(path, ReadFrom::kNames).value_or(true); }
+
+bool MayWait(const OpenFile& file) {
+  const auto known = file.MayWait();
+  return known ? *known : MayWait(file.Descriptor());
+}
 
 // What a thread works with. It may go on with it when the reader is gone.
 struct PatientReader::Shared {

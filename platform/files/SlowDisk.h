@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/files/ImmediateReader.h"
@@ -26,10 +27,15 @@
 
 namespace TesselServer {
 
+class OpenFile;
+
 // Whether reading what is open as `descriptor` may have to wait, and what lies at `path`. A path where nothing is does
 // not.
 bool MayWait(int descriptor);
 bool MayWaitAt(const std::string& path);
+
+// The same of an open file: what is known of it, or what the system says.
+bool MayWait(const OpenFile& file);
 
 // Reads an open file piece by piece.
 class PatientReader {
@@ -40,7 +46,9 @@ class PatientReader {
   static constexpr std::size_t kPieceBesideBytes = 128 * 1024;
 
   // The descriptor stays open, and `turns` alive, as long as this is.
-  PatientReader(int descriptor, Turns& turns) : descriptor_(descriptor), atOnce_(descriptor), turns_(turns) {}
+  // `mayWait`: as ImmediateReader has it.
+  PatientReader(int descriptor, Turns& turns, std::optional<bool> mayWait = std::nullopt)
+      : descriptor_(descriptor), atOnce_(descriptor, mayWait), turns_(turns) {}
   PatientReader(const PatientReader&) = delete;
   PatientReader& operator=(const PatientReader&) = delete;
 

@@ -55,6 +55,7 @@ SpellingWalk::State SpellingWalk::Step() {
 }
 
 SpellingWalk::State SpellingWalk::After(int probed) {
+  if (probed == kElsewhere) return State::kLeadsElsewhere;
   const bool isThere = probed == -EXDEV ? ReplaceByTarget() : probed == 0;
   return isThere ? State::kFound : State::kMissing;
 }

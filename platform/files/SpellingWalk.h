@@ -26,7 +26,8 @@ class SpellingWalk {
   enum class State {
     kFound,
     kMissing,
-    kNeedsNames,  // the folder Folder() has no entry that is spelled Wanted()
+    kNeedsNames,      // the folder Folder() has no entry that is spelled Wanted()
+    kLeadsElsewhere,  // the way of opening does not go where the path leads (OpenPaths.h, kElsewhere)
   };
 
   // `path` has "/" separators; `open` and `folder` as in TrueSpelling.

@@ -71,7 +71,7 @@ void Outgoing::Open(DiskAccess* disk) {
     return;
   }
   const int descriptor = file.Descriptor();
-  auto reader = disk != nullptr ? ImmediateReader(descriptor, file.Identity().device, disk->manners)
+  auto reader = disk != nullptr ? ImmediateReader(descriptor, file.Identity().device, disk->manners, file.MayWait())
                                 : ImmediateReader(descriptor);
   std::optional<std::string> whole;
   bool waits = false;
