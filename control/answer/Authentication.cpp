@@ -36,14 +36,17 @@ Task<Guard> SearchFile(const OpenFile& file, PasswordSearch& search, Turns* turn
 }
 
 Task<Guard> SearchSite(std::string path, PasswordSearch& search, Turns* turns) {
-  auto identifying = IdentifyInTurns(path, turns);
-  const PathIdentity identity = co_await identifying;
-  if (identity.state == PathIdentity::State::kMissing) co_return Guard::kNone;
-  auto asking = KindInTurns(path, turns);
-  const EntryKind kind = co_await asking;
-  if (kind == EntryKind::kDirectory) co_return Guard::kNone;
   auto opening = OpenPathInTurns(path, turns);
   const OpenFile file = co_await opening;
+  if (file.Kind() == EntryKind::kDirectory) co_return Guard::kNone;
+  if (!file.IsOpen()) {
+    auto identifying = IdentifyInTurns(path, turns);
+    const PathIdentity identity = co_await identifying;
+    if (identity.state == PathIdentity::State::kMissing) co_return Guard::kNone;
+    auto asking = KindInTurns(path, turns);
+    const EntryKind kind = co_await asking;
+    co_return kind == EntryKind::kDirectory ? Guard::kNone : Guard::kClosed;
+  }
   auto searching = SearchFile(file, search, turns);
   co_return co_await searching;
 }

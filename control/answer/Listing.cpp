@@ -22,9 +22,13 @@ struct LinkRule {
 };
 
 Task<bool> IsServed(const LinkRule& rule, std::string name, FileIdentity target) {
-  // a link that the names of its folder would have to be read for is none that its own name leads to
-  const auto entry = rule.root->FindAtOnce(rule.folder + "/" + name);
-  if (!entry || !entry->readable || entry->file.Identity() != target) co_return false;
+  const std::string path = rule.folder + "/" + name;
+  auto entry = rule.root->FindAtOnce(path);
+  if (!entry) {
+    auto search = rule.root->FindInTurns(path, rule.turns);
+    entry = co_await search;
+  }
+  if (!entry->readable || entry->file.Identity() != target) co_return false;
   auto check = rule.secrets->ContainsInTurns(*entry, rule.turns);
   const bool isSecret = co_await check;
   co_return !isSecret;

@@ -1,7 +1,9 @@
 #include "platform/files/DirectoryReader.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <utility>
 
@@ -9,11 +11,55 @@
 #include "platform/files/FileStamp.h"
 #include "platform/files/FolderRecord.h"
 #include "platform/files/FolderStream.h"
+#include "platform/files/OpenPaths.h"
 
 namespace TesselServer {
+namespace {
+
+using Step = DirectoryReader::Step;
+
+// What there is of the entry that is looked at, as far as it is shown.
+struct stat StatusOf(const struct statx& facts) {
+  struct stat status {};
+  status.st_dev = makedev(facts.stx_dev_major, facts.stx_dev_minor);
+  status.st_ino = facts.stx_ino;
+  status.st_mode = facts.stx_mode;
+  status.st_size = static_cast<off_t>(facts.stx_size);
+  status.st_mtim = {facts.stx_mtime.tv_sec, facts.stx_mtime.tv_nsec};
+  status.st_ctim = {facts.stx_ctime.tv_sec, facts.stx_ctime.tv_nsec};
+  return status;
+}
+
+Step Stat(int folder, const char* name, int flags, struct stat& status) {
+  return fstatat(folder, name, &status, flags) == 0 ? Step::kEntry : Step::kAsked;
+}
+
+// What a link leads to, where it stays on the mount.
+Step StatTargetHere(int folder, const char* name, struct stat& status) {
+  const UniqueDescriptor target(OpenHere(folder, name, O_PATH | O_CLOEXEC));
+  if (target.IsOpen()) return fstat(target.Get(), &status) == 0 ? Step::kEntry : Step::kAsked;
+  const int error = -target.Get();
+  return error == ENOENT || error == ENOTDIR || error == ELOOP ? Step::kAsked : Step::kElsewhere;
+}
+
+}  // namespace
+
+std::optional<NamedEntry> DescribeEntry(int directory, const std::string& name, EntryKind wanted) {
+  struct stat status;
+  if (Stat(directory, name.c_str(), AT_SYMLINK_NOFOLLOW, status) != Step::kEntry) return std::nullopt;
+  const bool isLink = S_ISLNK(status.st_mode);
+  if (isLink && Stat(directory, name.c_str(), 0, status) != Step::kEntry) return std::nullopt;
+  if (KindOf(status.st_mode) != wanted) return std::nullopt;
+  const bool isFile = wanted == EntryKind::kFile;
+  const std::uint32_t kept = isFile ? AskDosAttributes(directory, name.c_str()).attributes : 0;
+  return NamedEntry{name, FactsOfStatus(status, kept), isLink};
+}
 
 DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record)
-    : directory_(directory.Descriptor()), wanted_(wanted), record_(std::move(record)) {
+    : directory_(directory.Descriptor()),
+      wanted_(wanted),
+      device_(directory.Identity().device),
+      record_(std::move(record)) {
   if (record_ || directory.Kind() != EntryKind::kDirectory) return;
   stream_ = std::make_unique<FolderStream>(FolderStream::Of(directory_));
   if (!stream_->IsOpen()) stream_.reset();
@@ -60,13 +106,30 @@ DirectoryReader::Step DirectoryReader::AdvanceRemembered() {
 DirectoryReader::Step DirectoryReader::Describe(const char* name, unsigned char type) {
   const unsigned char otherType = wanted_ == EntryKind::kFile ? DT_DIR : DT_REG;
   if (type == otherType) return Step::kSkipped;
+  name_ = name;
   struct stat status;
-  if (fstatat(directory_, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return Step::kAsked;
+  const auto own = staysHere_ ? StatHere(name, status) : Stat(directory_, name, AT_SYMLINK_NOFOLLOW, status);
+  if (own != Step::kEntry) return own;
   const bool isLink = S_ISLNK(status.st_mode);
-  if (isLink && fstatat(directory_, name, &status, 0) != 0) return Step::kAsked;
+  if (isLink) {
+    const auto target = staysHere_ ? StatTargetHere(directory_, name, status) : Stat(directory_, name, 0, status);
+    if (target != Step::kEntry) return target;
+  }
   if (KindOf(status.st_mode) != wanted_) return Step::kAsked;
   const std::uint32_t kept = wanted_ == EntryKind::kFile ? KeptAttributes(name, status, isLink) : 0;
   entry_ = {name, FactsOfStatus(status, kept), isLink};
+  return Step::kEntry;
+}
+
+// What the disk of another mount would have to say for it is not asked for.
+DirectoryReader::Step DirectoryReader::StatHere(const char* name, struct stat& status) {
+  struct statx facts {};
+  const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+  if (statx(directory_, name, flags, STATX_BASIC_STATS, &facts) != 0) {
+    return errno == ENOENT ? Step::kAsked : Step::kElsewhere;
+  }
+  if (makedev(facts.stx_dev_major, facts.stx_dev_minor) != device_) return Step::kElsewhere;
+  status = StatusOf(facts);
   return Step::kEntry;
 }
 

@@ -72,12 +72,21 @@ class DirectoryReader {
 
   // As Next, one name at a time, since a folder may have any number of names that are not wanted.
   enum class Step {
-    kEntry,    // it is wanted: see Entry
-    kAsked,    // it is not, and the system was asked for that
-    kSkipped,  // it is not, by what the folder itself says of it, which costs next to nothing
-    kEnd,      // there is none any more
+    kEntry,      // it is wanted: see Entry
+    kAsked,      // it is not, and the system was asked for that
+    kSkipped,    // it is not, by what the folder itself says of it, which costs next to nothing
+    kElsewhere,  // it may have to be waited for (StayHere): see Name
+    kEnd,        // there is none any more
   };
   Step Advance();
+
+  // From here on no other mount is entered, so that nothing has to be waited for where the folder itself does not wait:
+  // what lies on another one, or is a link that may lead to one, is kElsewhere. DescribeEntry asks for that beside the
+  // loop.
+  void StayHere() { staysHere_ = true; }
+
+  // After kElsewhere, until the next call.
+  const char* Name() const { return name_; }
 
   // After kEntry, until the next call.
   const DirectoryEntry& Entry() const { return entry_; }
@@ -88,17 +97,25 @@ class DirectoryReader {
  private:
   Step AdvanceRemembered();
   Step Describe(const char* name, unsigned char type);
+  Step StatHere(const char* name, struct stat& status);
   std::uint32_t KeptAttributes(const char* name, const struct stat& status, bool isLink);
 
   UniqueDescriptor own_{-1};  // of the folder, where it was handed over
   int directory_;
   EntryKind wanted_;
   bool hasBegun_ = true;
+  bool staysHere_ = false;
+  std::uint64_t device_ = 0;  // of the folder, as long as it stays there
+  const char* name_ = "";
   DirectoryEntry entry_;
   std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
   std::unique_ptr<FolderStream> stream_;            // and where it is not
   std::size_t next_ = 0;                            // in the record
   std::optional<std::uint64_t> withoutAttributes_;  // a file system (st_dev) that is known to keep none
 };
+
+// The entry `name` of the open folder, as a reader that wants this kind has it; nothing where it is not wanted. Any
+// thread; may wait.
+std::optional<NamedEntry> DescribeEntry(int directory, const std::string& name, EntryKind wanted);
 
 }  // namespace TesselServer

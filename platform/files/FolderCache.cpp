@@ -27,6 +27,10 @@ std::shared_ptr<FolderRecord> FolderCache::Find(std::string_view folder) {
   const auto* known = records_.Find(folder);
   if (known == nullptr || !(*known)->ReadAs().IsFresh(world_)) return nullptr;
   const auto stamp = StampOfPath(JoinPath(rootPath_, folder), LastLink::kFollowed);
+  if (stamp && stamp->identity.device != (*known)->ReadAs().Stamp().identity.device) {
+    records_.Drop(folder);  // another disk, which may have to be waited for each time
+    return nullptr;
+  }
   if (!(*known)->ReadAs().Holds(stamp, world_)) return nullptr;
   records_.IsAskedAgain(folder, world_.MonotonicMilliseconds());
   return *known;

@@ -9,10 +9,13 @@
 #include "platform/tasks/Turns.h"
 
 namespace TesselServer {
+
 FolderPass::FolderPass(const OpenFile& directory, EntryKind wanted, std::shared_ptr<FolderRecord> record, Turns* turns)
-    : turns_(turns) {
-  if (turns_ == nullptr || turns_->Beside().Count() == 0 || record || !MayWait(directory.Descriptor())) {
+    : directory_(directory), wanted_(wanted), turns_(turns) {
+  const bool mayFetch = turns_ != nullptr && turns_->Beside().Count() > 0;
+  if (!mayFetch || record || !MayWait(directory)) {
     here_.emplace(directory, wanted, std::move(record));
+    if (mayFetch) here_->StayHere();
     return;
   }
   UniqueDescriptor own(fcntl(directory.Descriptor(), F_DUPFD_CLOEXEC, 0));
@@ -21,15 +24,33 @@ FolderPass::FolderPass(const OpenFile& directory, EntryKind wanted, std::shared_
 }
 
 std::optional<DirectoryReader::Step> FolderPass::Advance() {
-  if (here_) return here_->Advance();
-  if (next_ == fetched_.size()) return isOver_ ? std::optional(DirectoryReader::Step::kEnd) : std::nullopt;
-  const NamedEntry& entry = fetched_[next_++];
-  entry_ = {entry.name, entry.facts, entry.isLink};
-  return DirectoryReader::Step::kEntry;
+  isFetched_ = next_ < fetched_.size();
+  if (isFetched_) {
+    const NamedEntry& entry = fetched_[next_++];
+    entry_ = {entry.name, entry.facts, entry.isLink};
+    return DirectoryReader::Step::kEntry;
+  }
+  if (here_) return AdvanceHere();
+  return isOver_ ? std::optional(DirectoryReader::Step::kEnd) : std::nullopt;
+}
+
+std::optional<DirectoryReader::Step> FolderPass::AdvanceHere() {
+  const auto step = here_->Advance();
+  return step == DirectoryReader::Step::kElsewhere ? std::nullopt : std::optional(step);
 }
 
 Task<void> FolderPass::Fetch() {
   std::function<std::vector<NamedEntry>()> read = [reader = beside_] { return reader->NextBatch(kFetchedAtOnce); };
+  if (here_) {
+    if (!handedOver_) {
+      handedOver_ = std::make_shared<const UniqueDescriptor>(fcntl(directory_.Descriptor(), F_DUPFD_CLOEXEC, 0));
+    }
+    read = [folder = handedOver_, name = std::string(here_->Name()), wanted = wanted_] {
+      std::vector<NamedEntry> entries;
+      if (auto entry = DescribeEntry(folder->Get(), name, wanted)) entries.push_back(std::move(*entry));
+      return entries;
+    };
+  }
   auto next = turns_->Beside().Do(Workers::Kind::kFiles, std::move(read));
   fetched_ = co_await next;
   next_ = 0;

@@ -1,5 +1,6 @@
 // One pass over an open folder for one kind of entry, in turns of the loop: what DirectoryReader reads, one name after
-// the other, and batch by batch beside the loop where the folder's file system may wait.
+// the other, and batch by batch beside the loop where the folder's file system may wait. In a folder that does not, an
+// entry that lies on another mount, or a link that may lead to one, is asked for beside the loop by itself.
 //
 //   for (;;) {
 //     const auto step = pass.Advance();
@@ -45,18 +46,24 @@ class FolderPass {
   std::optional<DirectoryReader::Step> Advance();
 
   // After kEntry, until the next Advance.
-  const DirectoryEntry& Entry() const { return here_ ? here_->Entry() : entry_; }
+  const DirectoryEntry& Entry() const { return isFetched_ ? entry_ : here_->Entry(); }
 
   // Fetches the next entries beside the loop.
   Task<void> Fetch();
 
  private:
+  std::optional<DirectoryReader::Step> AdvanceHere();
+
+  const OpenFile& directory_;
+  EntryKind wanted_;
   Turns* turns_;
-  std::optional<DirectoryReader> here_;      // where the folder is read in the turn
-  std::shared_ptr<DirectoryReader> beside_;  // and where it is not; work under way shares it
+  std::optional<DirectoryReader> here_;                 // where the folder is read in the turn
+  std::shared_ptr<DirectoryReader> beside_;             // and where it is not; work under way shares it
+  std::shared_ptr<const UniqueDescriptor> handedOver_;  // the folder, for what is asked for one by one
   std::vector<NamedEntry> fetched_;
   std::size_t next_ = 0;
-  bool isOver_ = false;  // what was fetched last was the end
+  bool isOver_ = false;     // what was fetched last was the end
+  bool isFetched_ = false;  // the entry
   DirectoryEntry entry_;
 };
 

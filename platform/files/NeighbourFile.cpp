@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -13,6 +14,8 @@
 #include "platform/files/FolderStream.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
+#include "platform/files/SlowDisk.h"
+#include "platform/world/SystemErrors.h"
 #include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
@@ -21,6 +24,8 @@ namespace {
 using State = NeighbourFile::State;
 
 constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+constexpr int kNameFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kFileFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 // The folder of a file that is remembered: the one it was found in, or one that holds that very file now.
 UniqueDescriptor FolderOfCached(const CachedFile& file) {
@@ -54,33 +59,88 @@ Task<std::optional<std::string>> OtherSpelling(int folder, std::string name, Tur
   co_return found;
 }
 
-NeighbourFile OpenNamed(int folder, const std::string& name, const struct stat& status) {
-  if (KindOf(status.st_mode) == EntryKind::kDirectory) return {State::kMissing, {}};
-  return {State::kFound, OpenFile(OpenAnywhereOrRaise(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))};
+// What is found in a folder, in the spelling given or another one; nothing where `open` does not go there.
+Task<std::optional<NeighbourFile>> FindIn(OpenFunction open, int folder, std::string name, Turns* turns) {
+  UniqueDescriptor named(open(folder, name, kNameFlags));
+  if (named.Get() == -ENOENT) {
+    auto spelling = OtherSpelling(folder, std::move(name), turns);
+    auto other = co_await spelling;
+    if (!other) co_return NeighbourFile{State::kUnknown, {}};
+    if (other->empty()) co_return NeighbourFile{State::kMissing, {}};
+    name = std::move(*other);
+    named = UniqueDescriptor(open(folder, name, kNameFlags));
+  }
+  if (named.Get() == kElsewhere) co_return std::nullopt;
+  const auto stamp = StampOfDescriptor(named.Get());
+  if (!stamp) co_return NeighbourFile{State::kUnknown, {}};
+  if (KindOf(stamp->mode) == EntryKind::kDirectory) co_return NeighbourFile{State::kMissing, {}};
+  const int opened = open(folder, name, kFileFlags);
+  if (opened == kElsewhere) co_return std::nullopt;
+  co_return NeighbourFile{State::kFound, OpenFile(opened)};
+}
+
+// The folder that is `entry` or holds it, as it is handed to a thread: open, or by its path.
+struct HandedFolder {
+  std::shared_ptr<const UniqueDescriptor> open;
+  std::string path;
+};
+
+HandedFolder Opened(int folder) {
+  const int own = fcntl(folder, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) throw SystemError(errno);
+  return {std::make_shared<const UniqueDescriptor>(own), {}};
+}
+
+HandedFolder HandOver(const OpenFile& entry) {
+  if (entry.Kind() == EntryKind::kDirectory) return Opened(entry.Descriptor());
+  const std::string path = entry.CanonicalPath();
+  return {nullptr, path.empty() ? path : FolderPathOf(path)};
+}
+
+// On a thread.
+NeighbourFile FindPatiently(const HandedFolder& handed, const std::string& name) {
+  auto folder = handed.open;
+  if (!folder && !handed.path.empty()) {
+    folder = std::make_shared<const UniqueDescriptor>(OpenAnywhereOrRaise(AT_FDCWD, handed.path, kFolderFlags));
+  }
+  if (!folder || !folder->IsOpen()) return {State::kUnknown, {}};
+  NeighbourFile found = *RunNow(FindIn(&OpenAnywhereOrRaise, folder->Get(), name, nullptr));
+  if (found.file.IsOpen()) found.file.MayWait(MayWait(found.file.Descriptor()));
+  return found;
+}
+
+Task<NeighbourFile> FindBesideLoop(HandedFolder folder, std::string name, Turns& turns) {
+  const std::function<NeighbourFile()> find = [folder = std::move(folder), name = std::move(name)] {
+    return FindPatiently(folder, name);
+  };
+  auto finding = turns.Beside().Do(Workers::Kind::kFiles, find);
+  co_return co_await finding;
 }
 
 }  // namespace
 
 NeighbourFile FindBeside(const OpenFile& entry, const std::string& name) {
-  return RunNow(FindBesideInTurns(entry, name, nullptr));
+  const UniqueDescriptor folder = FolderOfEntry(entry);
+  if (!folder.IsOpen()) return {State::kUnknown, {}};
+  return *RunNow(FindIn(&OpenAnywhereOrRaise, folder.Get(), name, nullptr));
 }
 
 Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns* turns) {
+  if (turns == nullptr) co_return FindBeside(entry, name);
+  if (entry.IsOpen() && MayWait(entry)) {
+    auto beside = FindBesideLoop(HandOver(entry), std::move(name), *turns);
+    co_return co_await beside;
+  }
   const UniqueDescriptor folder = FolderOfEntry(entry);
   if (!folder.IsOpen()) co_return NeighbourFile{State::kUnknown, {}};
-  struct stat status;
-  if (fstatat(folder.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
-    co_return OpenNamed(folder.Get(), name, status);
+  auto search = FindIn(&OpenHereOrRaise, folder.Get(), name, turns);
+  auto found = co_await search;
+  if (!found) {
+    auto beside = FindBesideLoop(Opened(folder.Get()), std::move(name), *turns);
+    co_return co_await beside;
   }
-  if (errno != ENOENT) co_return NeighbourFile{State::kUnknown, {}};
-  auto spelling = OtherSpelling(folder.Get(), name, turns);
-  const auto other = co_await spelling;
-  if (!other) co_return NeighbourFile{State::kUnknown, {}};
-  if (other->empty()) co_return NeighbourFile{State::kMissing, {}};
-  if (fstatat(folder.Get(), other->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    co_return NeighbourFile{State::kUnknown, {}};
-  }
-  co_return OpenNamed(folder.Get(), *other, status);
+  found->file.MayWait(false);
+  co_return std::move(*found);
 }
 
 }  // namespace TesselServer

@@ -30,7 +30,8 @@ struct NeighbourFile {
 // does not exist is found. Of an entry that is not open the folder cannot be determined: kUnknown.
 NeighbourFile FindBeside(const OpenFile& entry, const std::string& name);
 
-// The same, reading the folder's names in turns.
+// The same, reading the folder's names in turns, and beside the loop where its disk, or another one that `name` leads
+// to, may have to be waited for.
 Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns* turns);
 
 }  // namespace TesselServer
