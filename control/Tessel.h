@@ -113,7 +113,7 @@ class Tessel {
 
   // The folder of programs: of execcgi directives, and of requested programs that are not below VirtualPath. "" becomes
   // VirtualPath & "\scripts" at the start. That is below the root, so a file there that is no ".exe" (the data of a
-  // script, a ".bat", an editor's backup copy) can be fetched like any other file. Default: "".
+  // script, a ".bat", an editor's backup copy) can be fetched like any other. Default: "". May wait, as VirtualPath.
   std::string CGIDirectory() const;
   void CGIDirectory(const std::string& value);
 
@@ -160,7 +160,7 @@ class Tessel {
   void ConnectionTimeout(std::int32_t value);
 
   // The document root. "" becomes the application folder at the start, which then publishes the program itself and all
-  // files in its folder: set it. Default: "".
+  // files in its folder: set it. Default: "". Setting it, and the start, may wait for its disk.
   std::string VirtualPath() const;
   void VirtualPath(const std::string& value);
 

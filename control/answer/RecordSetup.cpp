@@ -29,6 +29,7 @@ void ApplySettings(ControlState& state) {
   shared.ContentTypeLines(settings.ContentTypeLines);
   shared.ApplicationFolder(state.applicationFolder);
   shared.Root(state.Root());
+  state.Programs();  // its disk is asked now, in a call of the host
   shared.Secrets(state.Secrets());
 }
 

@@ -36,10 +36,10 @@ Step Stat(int folder, const char* name, int flags, struct stat& status) {
 
 // What a link leads to, where it stays on the mount.
 Step StatTargetHere(int folder, const char* name, struct stat& status) {
-  const UniqueDescriptor target(OpenHere(folder, name, O_PATH | O_CLOEXEC));
+  const UniqueDescriptor target(OpenTargetHere(folder, name, O_PATH | O_CLOEXEC));
   if (target.IsOpen()) return fstat(target.Get(), &status) == 0 ? Step::kEntry : Step::kAsked;
   const int error = -target.Get();
-  return error == ENOENT || error == ENOTDIR || error == ELOOP ? Step::kAsked : Step::kElsewhere;
+  return error == ENOENT || error == ENOTDIR || error == ELOOP ? Step::kAsked : Step::kOnOtherMount;
 }
 
 }  // namespace
@@ -126,9 +126,9 @@ DirectoryReader::Step DirectoryReader::StatHere(const char* name, struct stat& s
   struct statx facts {};
   const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
   if (statx(directory_, name, flags, STATX_BASIC_STATS, &facts) != 0) {
-    return errno == ENOENT ? Step::kAsked : Step::kElsewhere;
+    return errno == ENOENT ? Step::kAsked : Step::kOnOtherMount;
   }
-  if (makedev(facts.stx_dev_major, facts.stx_dev_minor) != device_) return Step::kElsewhere;
+  if (makedev(facts.stx_dev_major, facts.stx_dev_minor) != device_) return Step::kOnOtherMount;
   status = StatusOf(facts);
   return Step::kEntry;
 }

@@ -72,20 +72,20 @@ class DirectoryReader {
 
   // As Next, one name at a time, since a folder may have any number of names that are not wanted.
   enum class Step {
-    kEntry,      // it is wanted: see Entry
-    kAsked,      // it is not, and the system was asked for that
-    kSkipped,    // it is not, by what the folder itself says of it, which costs next to nothing
-    kElsewhere,  // it may have to be waited for (StayHere): see Name
-    kEnd,        // there is none any more
+    kEntry,         // it is wanted: see Entry
+    kAsked,         // it is not, and the system was asked for that
+    kSkipped,       // it is not, by what the folder itself says of it, which costs next to nothing
+    kOnOtherMount,  // or may be, and is not asked for (StayHere): see Name
+    kEnd,           // there is none any more
   };
   Step Advance();
 
   // From here on no other mount is entered, so that nothing has to be waited for where the folder itself does not wait:
-  // what lies on another one, or is a link that may lead to one, is kElsewhere. DescribeEntry asks for that beside the
-  // loop.
+  // what lies on another one, or is a link that may lead to one, is kOnOtherMount. DescribeEntry asks for that beside
+  // the loop.
   void StayHere() { staysHere_ = true; }
 
-  // After kElsewhere, until the next call.
+  // After kOnOtherMount, until the next call.
   const char* Name() const { return name_; }
 
   // After kEntry, until the next call.

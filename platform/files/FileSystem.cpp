@@ -252,11 +252,11 @@ RootFolder::Attempt::Attempt(const Opening& opening, const std::string& rootPath
   if (opened >= 0) {
     found = EntryOpened(path, OpenFile(opened));
     isDirect = true;
-  } else if (root.IsOpen()) {
+  } else if (root.IsOpen() && opened != kElsewhere) {
     found = FindAsSpelled(opening.beneath, root.Get(), path, opened);
   } else {
     found = FoundEntry();
-    found->isElsewhere = root.Get() == kElsewhere;
+    found->isElsewhere = opened == kElsewhere || root.Get() == kElsewhere;
   }
 }
 

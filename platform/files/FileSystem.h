@@ -141,8 +141,7 @@ class RootFolder {
 
   // The same, at once: nothing where the names in a folder would have to be read for it, or sorted; where the root lies
   // on a file system that may keep each call waiting (SlowDisk.h), or on another mount than the system's root and that
-  // was not asked within the last minute; and where the path leads from the root's mount to another one. A link that is
-  // absolute or climbs out counts as one that does.
+  // was not asked within the last minute; and where the path leads from the root's mount to another one.
   std::optional<FoundEntry> FindAtOnce(std::string_view relative) const;
 
   // The same in turns, all of it beside the loop where it is not known that the disk does not wait. The object stays

@@ -36,7 +36,7 @@ std::optional<DirectoryReader::Step> FolderPass::Advance() {
 
 std::optional<DirectoryReader::Step> FolderPass::AdvanceHere() {
   const auto step = here_->Advance();
-  return step == DirectoryReader::Step::kElsewhere ? std::nullopt : std::optional(step);
+  return step == DirectoryReader::Step::kOnOtherMount ? std::nullopt : std::optional(step);
 }
 
 Task<void> FolderPass::Fetch() {

@@ -129,6 +129,13 @@ int OpenHere(int folder, const std::string& path, int flags) {
   return IsNotOffered(opened) ? kElsewhere : opened;
 }
 
+int OpenTargetHere(int folder, const std::string& path, int flags) {
+  const int opened = OpenHere(folder, path, flags);
+  if (opened != kElsewhere || folder == AT_FDCWD) return opened;
+  const std::string base = PathOfDescriptor(folder);
+  return base.empty() ? kElsewhere : OpenHere(AT_FDCWD, base + "/" + path, flags);
+}
+
 int OpenBeneathHere(int folder, const std::string& path, int flags) {
   const int opened = OpenInKernelHere(folder, path, flags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
   return IsNotOffered(opened) ? OpenWithoutLinksHere(folder, path, flags) : opened;

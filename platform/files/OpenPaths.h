@@ -36,9 +36,13 @@ int OpenWithoutLinks(int folder, const std::string& path, int flags);
 // have to be waited for, and without openat2 for a path that no folder is given for.
 inline constexpr int kElsewhere = -EREMOTE;
 
-// Follows every link that stays on the mount.
+// Follows every link that stays on the mount; below an open folder no absolute one.
 int OpenHere(int folder, const std::string& path, int flags);
-// As OpenBeneath; kElsewhere also for a link that is absolute or climbs out.
+// Follows absolute links as well, by way of the path that the folder has now. It may be another folder's by then: what
+// is opened is good for questions only.
+int OpenTargetHere(int folder, const std::string& path, int flags);
+// As OpenBeneath, and kElsewhere in place of its -EXDEV: whether OpenHere goes where the path leads distinguishes a
+// link that is absolute or climbs out.
 int OpenBeneathHere(int folder, const std::string& path, int flags);
 // As OpenDirectly.
 int OpenDirectlyHere(int folder, const std::string& path, int flags);

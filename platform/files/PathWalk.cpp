@@ -61,7 +61,10 @@ bool IsHidden(int descriptor) {
   return (DosAttributesOf(descriptor) & (FileAttribute::kHidden | FileAttribute::kSystem)) != 0;
 }
 
-bool MayBeSpelledOtherwise(int opened) { return opened == -ENOENT || opened == -ENOTDIR || opened == -EXDEV; }
+// Of a link that must not be followed its end is looked at.
+bool MayBeSpelledOtherwise(int opened) {
+  return opened == -ENOENT || opened == -ENOTDIR || opened == -EXDEV || opened == kElsewhere;
+}
 
 bool IsForbidden(int opened) { return opened == -EACCES || opened == -EPERM; }
 

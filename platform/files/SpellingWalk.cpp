@@ -55,9 +55,9 @@ SpellingWalk::State SpellingWalk::Step() {
 }
 
 SpellingWalk::State SpellingWalk::After(int probed) {
-  if (probed == kElsewhere) return State::kLeadsElsewhere;
-  const bool isThere = probed == -EXDEV ? ReplaceByTarget() : probed == 0;
-  return isThere ? State::kFound : State::kMissing;
+  if (probed == -EXDEV) return ReplaceByTarget(&OpenAnywhere);
+  if (probed == kElsewhere) return ReplaceByTarget(&OpenTargetHere);
+  return probed == 0 ? State::kFound : State::kMissing;
 }
 
 // 0 when something exists where the walk has come to, else the negative errno value.
@@ -66,22 +66,24 @@ int SpellingWalk::Probe() const {
   return found.IsOpen() ? 0 : found.Get();
 }
 
-// Puts the link-free path of what the path leads to in its place, when that lies beneath the folder. Nothing is read
-// through the descriptor that the path is determined with; the caller opens the new path under the rule of its own.
-bool SpellingWalk::ReplaceByTarget() {
-  const UniqueDescriptor target(OpenAnywhere(folder_, walked_, O_PATH | O_CLOEXEC));
-  if (!target.IsOpen()) return false;
+// Puts the link-free path of what the path leads to, opened through `open`, in its place, when that lies beneath the
+// folder. Nothing is read through the descriptor that the path is determined with; the caller opens the new path under
+// the rule of its own.
+SpellingWalk::State SpellingWalk::ReplaceByTarget(OpenFunction open) {
+  const UniqueDescriptor target(open(folder_, walked_, O_PATH | O_CLOEXEC));
+  if (target.Get() == kElsewhere) return State::kLeadsElsewhere;
+  if (!target.IsOpen()) return State::kMissing;
   std::string base = PathOfDescriptor(folder_);
   std::string end = PathOfDescriptor(target.Get());
-  if (base.empty() || end.empty()) return false;
+  if (base.empty() || end.empty()) return State::kMissing;
   if (base == end) {
     walked_.clear();
-    return true;
+    return State::kFound;
   }
   if (base.back() != '/') base += '/';
-  if (!end.starts_with(base)) return false;
+  if (!end.starts_with(base)) return State::kMissing;
   walked_ = end.substr(base.size());
-  return true;
+  return State::kFound;
 }
 
 }  // namespace TesselServer

@@ -27,7 +27,7 @@ class SpellingWalk {
     kFound,
     kMissing,
     kNeedsNames,      // the folder Folder() has no entry that is spelled Wanted()
-    kLeadsElsewhere,  // the way of opening does not go where the path leads (OpenPaths.h, kElsewhere)
+    kLeadsElsewhere,  // where the way of opening does not go (OpenPaths.h, kElsewhere)
   };
 
   // `path` has "/" separators; `open` and `folder` as in TrueSpelling.
@@ -49,7 +49,7 @@ class SpellingWalk {
   State Step();
   State After(int probed);
   int Probe() const;
-  bool ReplaceByTarget();
+  State ReplaceByTarget(OpenFunction open);
 
   OpenFunction open_;
   int folder_;

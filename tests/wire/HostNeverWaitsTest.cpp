@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "platform/tasks/Task.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/Programs.h"
+#include "tests/kit/SlowDisk.h"
 #include "tests/wire/WireControl.h"
 
 namespace TesselServer {
@@ -24,7 +26,7 @@ using Kit::BodyOf;
 using Kit::Gate;
 using Kit::RawClient;
 using Kit::WithoutDate;
-using testing::ElementsAre;
+using testing::Each;
 using testing::HasSubstr;
 
 class HostNeverWaitsTest : public Kit::WireTest {
@@ -48,10 +50,11 @@ class HostNeverWaitsTest : public Kit::WireTest {
     return "GET " + url + " HTTP/1.0\r\n" + fields + "\r\n";
   }
 
-  // Asks for something that takes long, and while it is being made for a small file. `finish` lets it come to its end.
-  // Returns the answer to the first.
+  // Asks for something that takes long, and while it is being made for a small file, or something else that takes no
+  // time. `finish` lets it come to its end. Returns the answer to the first.
   std::string WhileIsMade(
-      const std::string& request, const std::function<void()>& finish = [] {}) {
+      const std::string& request, const std::function<void()>& finish = [] {}, const std::string& aside = "/small.txt",
+      const std::string& expected = "small") {
     RawClient first(control.Port());
     first.Send(loop, request);
     while (TaskPromise::living == 0) loop.RunOnce(100);
@@ -60,10 +63,10 @@ class HostNeverWaitsTest : public Kit::WireTest {
     timer.Interval(1);
     timer.OnTick([&] { ++ticks; });
     timer.Enabled(true);
-    EXPECT_EQ(BodyOf(control.Get("/small.txt")), "small");
+    EXPECT_EQ(BodyOf(control.Get(aside)), expected);
     while (ticks < 3) loop.RunOnce(10);
     EXPECT_GT(TaskPromise::living, 0) << "the first answer was not to be finished yet";
-    EXPECT_EQ(control.log.size(), 1u) << "the small file's line alone";
+    EXPECT_THAT(control.log, Each(HasSubstr(aside))) << "the first has no line yet";
     timer.Enabled(false);
     finish();
     return first.ReceiveAll(loop);
@@ -179,6 +182,120 @@ TEST_F(HostNeverWaitsTest, ForThePasswordFileThatAFolderOfManyDoesNotHave) {
   for (int i = 0; i < 3000; ++i) control.Write("files/" + std::to_string(i) + ".txt", std::to_string(i));
   control.tessel.AuthenticationSource(e_AuthSource::DirectoryFile);
   IsTheSameInTurns("/files/77.txt");
+}
+
+// ---- A disk of which every call waits, mounted below the root or where the host has its own files.
+
+class HostNeverWaitsForADiskTest : public HostNeverWaitsTest {
+ protected:
+  void SetUp() override {
+    if (!Kit::SlowDisk::IsPossible()) GTEST_SKIP() << "there is no /dev/fuse for a file system in user space";
+    Show("page.html", "[<!--#echo var=\"SERVER_PROTOCOL\"-->]");
+    Show("file.txt", "file");
+    Show("index.htm", "index");
+    disk.emplace(control.tree.Text() + "/shown", 0, control.root);
+  }
+  ~HostNeverWaitsForADiskTest() override {
+    if (disk) disk->Release();
+  }
+
+  void Show(const std::string& name, const std::string& bytes) const { control.tree.Write("shown/" + name, bytes); }
+  std::string At(const std::string& name) const { return disk->Path() + "/" + name; }
+  std::string Url(const std::string& name) const { return "/" + disk->Name() + "/" + name; }
+
+  // The answer that waits for the disk; it is the same as one that need not wait.
+  std::string WhileTheDiskIsHeld(const std::string& request, const std::string& aside = "/small.txt",
+                                 const std::string& expected = "small") {
+    const std::string before = WithoutDate(control.Ask(request));
+    control.log.clear();
+    disk->HoldAll();
+    std::string answer = WhileIsMade(
+        request, [&] { disk->Release(); }, aside, expected);
+    EXPECT_EQ(WithoutDate(answer), before);
+    return answer;
+  }
+  std::string BodyWhileTheDiskIsHeld(const std::string& url) { return BodyOf(WhileTheDiskIsHeld(Request(url))); }
+
+  std::optional<Kit::SlowDisk> disk;
+};
+
+TEST_F(HostNeverWaitsForADiskTest, ForAFileOnIt) {
+  for (int time = 0; time < 3; ++time) {
+    EXPECT_EQ(BodyWhileTheDiskIsHeld(Url("file.txt")), "file");
+    EXPECT_EQ(BodyWhileTheDiskIsHeld(Url("FILE.txt")), "file");
+    EXPECT_EQ(BodyWhileTheDiskIsHeld(Url("page.html")), "[HTTP/1.0]");
+  }
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForAnIndexPageOnIt) {
+  control.tessel.IndexPageNames("none.htm,index.htm");
+  EXPECT_EQ(BodyWhileTheDiskIsHeld(Url("")), "index");
+  std::filesystem::create_symlink(At("index.htm"), control.root + "/none.htm");
+  EXPECT_EQ(BodyWhileTheDiskIsHeld("/"), "index") << "by a link in a folder that need not be waited for";
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForAFileOnItThatIsMissing) {
+  EXPECT_THAT(WhileTheDiskIsHeld(Request(Url("missing.txt"))), HasSubstr("404"));
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForItsListing) {
+  EXPECT_THAT(BodyWhileTheDiskIsHeld(Url("")), HasSubstr(">file.txt<"));
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForAListingThatShowsIt) {
+  std::filesystem::create_symlink(disk->Name() + "/file.txt", control.root + "/link.txt");
+  std::filesystem::create_symlink(At("file.txt"), control.root + "/far.txt");
+  for (int time = 0; time < 3; ++time) {
+    const std::string page = BodyWhileTheDiskIsHeld("/");
+    for (const std::string& name : {disk->Name(), std::string("link.txt"), std::string("far.txt")}) {
+      EXPECT_THAT(page, HasSubstr(">" + name + "<"));
+    }
+  }
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForAnIncludeFromIt) {
+  control.Write("with.html", "(<!--#include=\"" + disk->Name() + "/file.txt\"-->)");
+  EXPECT_EQ(BodyWhileTheDiskIsHeld("/with.html"), "(file)");
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForAProgramOnIt) {
+  Kit::WriteProgram(control.tree, "shown/print.exe", "printf printed");
+  control.tessel.CGIDirectory(disk->Path());
+  control.Write("exec.html", "(<!--#exec cgi=\"print.exe\"-->)");
+  EXPECT_EQ(BodyWhileTheDiskIsHeld("/print.exe"), "printed");
+  EXPECT_EQ(BodyWhileTheDiskIsHeld("/exec.html"), "(printed)");
+  EXPECT_EQ(BodyWhileTheDiskIsHeld(Url("print.exe")), "printed");
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForTheSitesPasswordFileOnIt) {
+  Show("passwords.txt", "realm:Members\nann:secret\n");
+  control.tessel.AuthenticationSourceFile(At("passwords.txt"));
+  control.EchoTrapped();
+  const std::string fromHost = "GET /host.trp?\n";
+  EXPECT_THAT(WhileTheDiskIsHeld(Request("/small.txt"), "/host.trp", fromHost), HasSubstr("HTTP/1.0 401"));
+  const std::string member = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
+  EXPECT_EQ(BodyOf(WhileTheDiskIsHeld(Request("/small.txt", member), "/host.trp", fromHost)), "small");
+  EXPECT_THAT(WhileTheDiskIsHeld(Request("/", member), "/host.trp", fromHost), HasSubstr(">small.txt<"));
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForThePasswordFileOfAFolderOnIt) {
+  Show("htaccess.txt", "realm:Members\nann:secret\n");
+  control.tessel.AuthenticationSource(e_AuthSource::DirectoryFile);
+  EXPECT_THAT(WhileTheDiskIsHeld(Request(Url("file.txt"))), HasSubstr("HTTP/1.0 401"));
+  const std::string member = "Authorization: Basic YW5uOnNlY3JldA==\r\n";
+  EXPECT_EQ(BodyOf(WhileTheDiskIsHeld(Request(Url("file.txt"), member))), "file");
+  control.Write("guarded/a.txt", "guarded");
+  std::filesystem::create_symlink(At("htaccess.txt"), control.root + "/guarded/htaccess.txt");
+  EXPECT_EQ(BodyOf(WhileTheDiskIsHeld(Request("/guarded/a.txt", member))), "guarded") << "a link leads there";
+}
+
+TEST_F(HostNeverWaitsForADiskTest, ForAnErrorPageOnIt) {
+  Show("html/errors/http404.html", "not here: <!--#include=\"inner.txt\"-->");
+  Show("html/inner.txt", "inner");
+  Show("html/errors/inner.txt", "inner");
+  control.tessel.ApplicationFolder(disk->Path());
+  control.tessel.ErrorFilesEnable(true);
+  EXPECT_THAT(BodyWhileTheDiskIsHeld("/missing.txt"), HasSubstr("not here: inner"));
 }
 
 // ---- What the host does meanwhile.

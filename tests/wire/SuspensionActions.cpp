@@ -195,6 +195,7 @@ Plain PlainRun(const Kind& kind, Site& site) {
 
 void CheckRemains(Stage& stage, const Plain& plain, bool keepsDescriptors) {
   EXPECT_EQ(TaskPromise::living, 0);
+  stage.site.ReleaseDisk();
   stage.first.reset();
   stage.other.reset();
   stage.before.clear();

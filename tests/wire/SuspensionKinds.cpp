@@ -41,6 +41,16 @@ void SomeFiles(const Site& site) {
 
 void HoldNames(Stage& stage) { stage.site.names.AreHeld(true); }
 
+void MountedDisk(const Site& site) {
+  site.MountDisk();
+  site.File("guarded.txt", "guarded");
+  if (site.disk) std::filesystem::create_symlink(site.disk->Name() + "/page.html", site.root + "/link.html");
+}
+
+void HoldDisk(Stage& stage) {
+  if (stage.site.disk) stage.site.disk->HoldAll();
+}
+
 void TrapPages(Stage& stage) {
   stage.tessel->TrapFileEnable(true);
   stage.tessel->TrapFileTypes("html");
@@ -110,6 +120,13 @@ const std::vector<Kind>& Kinds() {
                          "<!--#echo var=\"DOCUMENT_URI\"--> is not here" + std::string(64 * 1024, '.'));
        },
        [](Stage& stage) { stage.tessel->ErrorFilesEnable(true); }},
+      {"FileOnASlowDisk", "/*/page.html", MountedDisk, Nothing, HoldDisk},
+      {"ListingThatShowsASlowDisk", "/", MountedDisk, Nothing, HoldDisk},
+      {"PasswordFileOnASlowDisk", "/guarded.txt", MountedDisk,
+       [](Stage& stage) {
+         if (stage.site.disk) stage.tessel->AuthenticationSourceFile(stage.site.disk->Path() + "/passwords.txt");
+       },
+       HoldDisk, kMember, "/nothing.txt"},
       {"RequestHandedBackLater", "/page.html", TwoPrograms, TrapPages},
       {"RequestHandedBackAtOnce", "/page.html", PageWithTags,
        [](Stage& stage) {

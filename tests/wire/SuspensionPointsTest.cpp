@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/tasks/Task.h"
@@ -39,7 +40,10 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
     plains_.clear();
   }
 
-  SuspensionPointsTest() {
+  void SetUp() override {
+    if (std::string_view(kind.name).ends_with("SlowDisk") && !Kit::SlowDisk::IsPossible()) {
+      GTEST_SKIP() << "there is no /dev/fuse for a file system in user space";
+    }
     EXPECT_GT(plain.points, 0) << "it is to wait";
     EXPECT_THAT(plain.answer, testing::StartsWith("HTTP/1.0 "));
   }

@@ -37,6 +37,16 @@ void Site::Folder(const std::string& name, int files) const {
   for (int i = 0; i < files; ++i) File(name + "/" + std::to_string(i) + ".txt", std::to_string(i));
 }
 
+void Site::MountDisk() const {
+  tree.Write("shown/page.html", "[<!--#echo var=\"SERVER_PROTOCOL\"-->]");
+  tree.Write("shown/passwords.txt", "realm:Members\nann:secret\n");
+  if (Kit::SlowDisk::IsPossible()) disk.emplace(tree.Text() + "/shown", 0, root);
+}
+
+void Site::ReleaseDisk() const {
+  if (disk) disk->Release();
+}
+
 void Site::CopyRoot() const {
   namespace fs = std::filesystem;
   fs::copy(root, otherRoot, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
@@ -73,6 +83,7 @@ Stage::~Stage() {
   onEvent = nullptr;
   tessel.reset();
   site.names.Answer();
+  site.ReleaseDisk();
   EndChildren();
 }
 
@@ -102,6 +113,13 @@ void Stage::Connect() {
     stage.loop.DoEvents();
     if (stage.tessel) stage.tessel->ReturnData(asks, answer);
   };
+}
+
+std::string Stage::Url() const {
+  std::string url = kind.url;
+  const std::size_t mark = url.find('*');
+  if (mark != std::string::npos && site.disk) url.replace(mark, 1, site.disk->Name());
+  return url;
 }
 
 void Stage::Raised(const std::string& text) {
@@ -145,11 +163,13 @@ bool Stage::ComesToNothing() {
   constexpr std::int64_t kBeside = 2;
   if (!Kit::RunUntil(loop, [this] { return TaskPromise::living <= framesOfOthers + kBeside; })) return false;
   site.names.Answer();
+  site.ReleaseDisk();
   return Kit::RunUntil(loop, [this] { return TaskPromise::living <= framesOfOthers; });
 }
 
 void Stage::Release() {
   site.names.Answer();
+  site.ReleaseDisk();
   site.gate.Open();
   if (offered == 0 || !tessel) return;
   const std::int32_t index = offered;

@@ -2,8 +2,8 @@
 // waits to the next.
 //
 // Each look at the clock takes time here, so that long work waits after each of its steps; programs wait at a gate, and
-// names on a thread, until the test lets them come. A point is what lies between two turns that deliver something, and
-// between the last of them and letting go what is waited for.
+// names and a disk on a thread, until the test lets them come. A point is what lies between two turns that deliver
+// something, and between the last of them and letting go what is waited for.
 #pragma once
 
 #include <condition_variable>
@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -23,6 +24,7 @@
 #include "tests/kit/Programs.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/SkippingWorld.h"
+#include "tests/kit/SlowDisk.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer::Suspension {
@@ -49,6 +51,9 @@ struct Site {
   void Program(const std::string& name, std::string_view script) const {
     Kit::WriteProgram(tree, "cgi/" + name, script);
   }
+  // Mounts the disk, which has one file, a page. Nothing where this machine has no file systems in user space.
+  void MountDisk() const;
+  void ReleaseDisk() const;
   // Makes the other root.
   void CopyRoot() const;
   // A folder with so many files.
@@ -59,6 +64,7 @@ struct Site {
   const std::string otherRoot = tree.Text() + "/other";  // has other files of the same names
   const Kit::Gate gate{tree};
   SilentNames names;
+  mutable std::optional<Kit::SlowDisk> disk;  // mounted below the root, where the kind needs one
 };
 
 class Stage;
@@ -66,7 +72,7 @@ class Stage;
 // One kind of answer that is not made in one go.
 struct Kind {
   const char* name;
-  const char* url;
+  const char* url;  // a "*" in it is the name of the disk
   void (*write)(const Site& site);
   void (*configure)(Stage& stage);          // before the start
   void (*prepare)(Stage& stage) = nullptr;  // before the request
@@ -103,7 +109,8 @@ class Stage {
   // Lets one program pass, names come, and answers as the host.
   void Release();
 
-  std::string Request() const { return Get(kind.url); }
+  std::string Request() const { return Get(Url()); }
+  std::string Url() const;
   std::string Get(const std::string& url) const { return "GET " + url + " HTTP/1.0\r\n" + kind.fields + "\r\n"; }
   std::string Exchange(const std::string& request);
 

@@ -1,6 +1,7 @@
 // slow_disk FOLDER MOUNTPOINT MILLISECONDS: a file system in user space that shows FOLDER, for reading only, at
 // MOUNTPOINT, and sleeps in each reading of a file and of a folder's names; after that for as long as there is a file
-// FOLDER.held, ten seconds at most. In the foreground, until SIGTERM or `fusermount3 -u`.
+// FOLDER.held, ten seconds at most. As long as there is a file FOLDER.held-all, every call waits so. The kernel
+// remembers nothing of what it was told. In the foreground, until SIGTERM or `fusermount3 -u`.
 #define FUSE_USE_VERSION 31
 #include <dirent.h>
 #include <fcntl.h>
@@ -24,20 +25,38 @@ std::chrono::milliseconds delay;
 
 std::string At(const char* path) { return root + path; }
 
-void Wait() {
-  std::this_thread::sleep_for(delay);
+void WaitWhileThereIs(const std::string& file) {
   const auto start = std::chrono::steady_clock::now();
-  while (access((root + ".held").c_str(), F_OK) == 0 &&
-         std::chrono::steady_clock::now() - start < std::chrono::seconds(10)) {
+  while (access(file.c_str(), F_OK) == 0 && std::chrono::steady_clock::now() - start < std::chrono::seconds(10)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
 
+void WaitAsAll() { WaitWhileThereIs(root + ".held-all"); }
+
+void Wait() {
+  std::this_thread::sleep_for(delay);
+  WaitWhileThereIs(root + ".held");
+  WaitAsAll();
+}
+
+void* Begin(fuse_conn_info*, fuse_config* configuration) {
+  configuration->entry_timeout = configuration->attr_timeout = configuration->negative_timeout = 0;
+  return nullptr;
+}
+
 int Attributes(const char* path, struct stat* status, fuse_file_info*) {
+  WaitAsAll();
   return lstat(At(path).c_str(), status) == 0 ? 0 : -errno;
 }
 
+int OfWhole(const char* path, struct statvfs* facts) {
+  WaitAsAll();
+  return statvfs(At(path).c_str(), facts) == 0 ? 0 : -errno;
+}
+
 int Open(const char* path, fuse_file_info* file) {
+  WaitAsAll();
   const int opened = open(At(path).c_str(), O_RDONLY | O_CLOEXEC);
   if (opened < 0) return -errno;
   file->fh = static_cast<std::uint64_t>(opened);
@@ -65,6 +84,7 @@ int ReadNames(const char* path, void* names, fuse_fill_dir_t fill, off_t, fuse_f
 }
 
 int ReadLink(const char* path, char* target, std::size_t size) {
+  WaitAsAll();
   const ssize_t length = readlink(At(path).c_str(), target, size - 1);
   if (length < 0) return -errno;
   target[length] = '\0';
@@ -81,7 +101,9 @@ int main(int count, char** arguments) {
   root = arguments[1];
   delay = std::chrono::milliseconds(std::atoi(arguments[3]));
   fuse_operations operations{};
+  operations.init = Begin;
   operations.getattr = Attributes;
+  operations.statfs = OfWhole;
   operations.open = Open;
   operations.read = Read;
   operations.release = Release;
