@@ -170,7 +170,11 @@ const std::vector<Change>& Changes() {
       {"MaxUnsentPageBytes", [](T& t, const S&) { t.MaxUnsentPageBytes(20'000); }},
       {"MaxPrograms", [](T& t, const S&) { t.MaxPrograms(1); }},
       {"MaxPrograms", [](T& t, const S&) { t.MaxPrograms(1000); }},
-      {"Workers", [](T& t, const S&) { t.Workers(0); }},
+      {"Workers",
+       [](T& t, const S& s) {
+         s.ReleaseDisk();  // the loop itself waits for it from here on
+         t.Workers(0);
+       }},
       {"Workers", [](T& t, const S&) { t.Workers(1); }},
   };
   return changes;
