@@ -40,21 +40,31 @@ std::optional<DirectoryReader::Step> FolderPass::AdvanceHere() {
 }
 
 Task<void> FolderPass::Fetch() {
-  std::function<std::vector<NamedEntry>()> read = [reader = beside_] { return reader->NextBatch(kFetchedAtOnce); };
-  if (here_) {
-    if (!handedOver_) {
-      handedOver_ = std::make_shared<const UniqueDescriptor>(fcntl(directory_.Descriptor(), F_DUPFD_CLOEXEC, 0));
-    }
-    read = [folder = handedOver_, name = std::string(here_->Name()), wanted = wanted_] {
-      std::vector<NamedEntry> entries;
-      if (auto entry = DescribeEntry(folder->Get(), name, wanted)) entries.push_back(std::move(*entry));
-      return entries;
-    };
-  }
-  auto next = turns_->Beside().Do(Workers::Kind::kFiles, std::move(read));
+  const std::function<std::vector<NamedEntry>()> read = here_ ? ReadingOfOne() : ReadingOfSome();
+  auto next = turns_->Beside().Do(Workers::Kind::kFiles, read);
   fetched_ = co_await next;
   next_ = 0;
   isOver_ = fetched_.empty();
+}
+
+std::function<std::vector<NamedEntry>()> FolderPass::ReadingOfSome() const {
+  return [reader = beside_] { return reader->NextBatch(kFetchedAtOnce); };
+}
+
+// Without a descriptor left for it the entry is asked for here, and the loop waits.
+std::function<std::vector<NamedEntry>()> FolderPass::ReadingOfOne() {
+  if (!handedOver_) {
+    handedOver_ = std::make_shared<const UniqueDescriptor>(fcntl(directory_.Descriptor(), F_DUPFD_CLOEXEC, 0));
+  }
+  const auto describe = [name = std::string(here_->Name()), wanted = wanted_](int folder) {
+    std::vector<NamedEntry> entries;
+    if (auto entry = DescribeEntry(folder, name, wanted)) entries.push_back(std::move(*entry));
+    return entries;
+  };
+  if (!handedOver_->IsOpen()) {
+    return [found = describe(directory_.Descriptor())] { return found; };
+  }
+  return [folder = handedOver_, describe] { return describe(folder->Get()); };
 }
 
 }  // namespace TesselServer

@@ -19,6 +19,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -53,6 +54,8 @@ class FolderPass {
 
  private:
   std::optional<DirectoryReader::Step> AdvanceHere();
+  std::function<std::vector<NamedEntry>()> ReadingOfOne();
+  std::function<std::vector<NamedEntry>()> ReadingOfSome() const;
 
   const OpenFile& directory_;
   EntryKind wanted_;

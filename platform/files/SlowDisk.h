@@ -7,8 +7,7 @@
 //
 // What such a disk may keep waiting is not called in a turn: a path that leads to another mount than the system's root,
 // or than a root of which it was asked within the last minute, is opened beside the loop, together with the question
-// which file system it is (OpenPaths.h, OpenHere; FileSystem.h). That the system's own root does not wait is asked
-// once.
+// which file system it is (OpenPaths.h, OpenHere; FileSystem.h). Whether the system's root waits is asked once.
 //
 // What may wait all the same: what the host itself calls; the first look, by a path that is remembered, at what a disk
 // that was mounted within the last minute now covers (FileCache.h, FolderCache.h); the closing of a file, where its
