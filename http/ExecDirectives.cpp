@@ -1,11 +1,12 @@
 #include "http/ExecDirectives.h"
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "http/Pace.h"
 #include "http/RunCGI.h"
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
@@ -20,51 +21,103 @@ std::string DocumentFolder(const cls_HTTP& record) {
   return record.VirtualPath() + "/" + std::string(FolderOf(record.DocumentName()));
 }
 
+constexpr TagKind kExecTags[] = {TagKind::kExecCommand, TagKind::kExecCGI};
+
 // The file is open for no longer than this.
-Task<ProgramFile> FindTarget(cls_HTTP& record, std::string folder, std::string name) {
+Task<void> FindTarget(const cls_HTTP& record, std::string folder, std::string name, ProgramFile& program) {
   auto search = record.FindFile(std::move(folder), name);
   const FoundEntry found = co_await search;
-  co_return FoundProgram(record, found, name);
+  program = FoundProgram(record, found, name);
 }
 
-Task<std::string> RunTarget(cls_HTTP& record, std::string folder, std::string_view target) {
-  const std::size_t mark = target.find('?');
-  std::string program(Trim(target.substr(0, mark)));
-  std::string arguments(mark == std::string_view::npos ? std::string_view() : Trim(target.substr(mark + 1)));
-  if (IsBatchFile(program)) {
-    std::replace_if(
-        arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
+Task<void> Await(Task<ProgramResult> running, ProgramResult& result) { result = co_await running; }
+
+class ExecPass final : public PageProcessor {
+ public:
+  ExecPass(cls_HTTP& record, Page& page)
+      : record_(record), page_(page), search_(record.Turns()), documentFolder_(DocumentFolder(record)) {}
+
+  Task<void> Go() override {
+    switch (std::exchange(waitsFor_, WaitsFor::kNothing)) {
+      case WaitsFor::kTarget:
+        if (AwaitsName(record_, program_)) {
+          waitsFor_ = WaitsFor::kName;
+          return record_.FindRemoteHost();
+        }
+        [[fallthrough]];
+      case WaitsFor::kName:
+        return Run();
+      case WaitsFor::kProgram:
+        TakeOutput();
+        break;
+      case WaitsFor::kNothing:
+        break;
+    }
+    for (; kind_ != std::end(kExecTags); ++kind_, tags_.reset()) {
+      if (!page_.Holds(*kind_)) continue;
+      if (!tags_) tags_.emplace(page_, TagForm{OpenerOf(*kind_), "", "--"});
+      if (Task<void> wait = ReplaceAll()) return wait;
+    }
+    return {};
   }
-  auto search = FindTarget(record, std::move(folder), std::move(program));
-  ProgramFile file = co_await search;
-  auto running = RunProgram(record, std::move(file), std::move(arguments));
-  co_return co_await running;
-}
+
+ private:
+  enum class WaitsFor { kNothing, kTarget, kName, kProgram };
+
+  // All tags of one kind.
+  Task<void> ReplaceAll() {
+    Task<void> wait;
+    while (search_.Find(*tags_, wait, [this] { return tags_->Search(); })) {
+      if (!tags_->IsKnown()) return Find();
+      tags_->Replace();
+    }
+    return wait;
+  }
+
+  std::string_view Target() const { return tags_->Content(); }
+
+  // Settings are asked for each tag: those of a record may change while a program runs.
+  Task<void> Find() {
+    waitsFor_ = WaitsFor::kTarget;
+    const bool isOfDocument = *kind_ == TagKind::kExecCommand;
+    std::string name(Trim(Target().substr(0, Target().find('?'))));
+    return FindTarget(record_, isOfDocument ? documentFolder_ : record_.CGIDirectory(), std::move(name), program_);
+  }
+
+  Task<void> Run() {
+    waitsFor_ = WaitsFor::kProgram;
+    const std::size_t mark = Target().find('?');
+    std::string arguments(mark == std::string_view::npos ? std::string_view() : Trim(Target().substr(mark + 1)));
+    if (IsBatchFile(Trim(Target().substr(0, mark)))) {
+      std::replace_if(
+          arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
+    }
+    auto running = StartProgram(record_, program_, arguments);
+    return Await(std::move(running), result_);
+  }
+
+  void TakeOutput() {
+    tags_->Value(TesselServer::ReplaceAll(OutputOf(record_, program_.name, std::move(result_)), kLineEnd, "<br>"));
+    tags_->Replace();
+  }
+
+  cls_HTTP& record_;
+  Page& page_;
+  PacedSearch search_;
+  const std::string documentFolder_;
+  const TagKind* kind_ = std::begin(kExecTags);
+  std::optional<TagReplacement> tags_;
+  WaitsFor waitsFor_ = WaitsFor::kNothing;
+  ProgramFile program_;
+  ProgramResult result_;
+};
 
 }  // namespace
 
-Task<void> RunExecDirectives(cls_HTTP& record, Page& page) {
-  const std::string documentFolder = DocumentFolder(record);
-  Pace pace(record.Turns());
-  for (const TagKind kind : {TagKind::kExecCommand, TagKind::kExecCGI}) {
-    if (!page.Holds(kind)) continue;
-    TagReplacement tags(page, {OpenerOf(kind), "", "--"});
-    for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
-      if (pace.IsOver(tags.TakeWork())) {
-        auto next = pace.Next();
-        co_await next;
-      }
-      if (found == TagReplacement::Found::kNotYet) continue;
-      if (!tags.IsKnown()) {
-        // asked for each tag: the settings of a record may change while a program runs
-        const bool isOfDocument = kind == TagKind::kExecCommand;
-        auto running = RunTarget(record, isOfDocument ? documentFolder : record.CGIDirectory(), tags.Content());
-        const std::string output = co_await running;
-        tags.Value(ReplaceAll(output, kLineEnd, "<br>"));
-      }
-      tags.Replace();
-    }
-  }
+std::unique_ptr<PageProcessor> ExecProcessor(cls_HTTP& record, Page& page) {
+  return std::make_unique<ExecPass>(record, page);
 }
+
+Task<void> RunExecDirectives(cls_HTTP& record, Page& page) { return RunToEnd(ExecProcessor(record, page)); }
 
 }  // namespace TesselServer

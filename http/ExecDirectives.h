@@ -4,7 +4,10 @@
 // Errors:    none; a program that cannot be run leaves a text that says so.
 #pragma once
 
+#include <memory>
+
 #include "http/Page.h"
+#include "http/PageProcessor.h"
 #include "platform/tasks/Task.h"
 
 namespace TesselServer {
@@ -19,5 +22,6 @@ class cls_HTTP;
 // each CR LF becomes "<br>". A program is run once for all directives of a page that are equal without regard to case.
 // A directive ends at the next ">", which "--" must precede.
 Task<void> RunExecDirectives(cls_HTTP& record, Page& page);
+std::unique_ptr<PageProcessor> ExecProcessor(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

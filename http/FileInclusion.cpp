@@ -1,10 +1,11 @@
 #include "http/FileInclusion.h"
 
+#include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "http/Pace.h"
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
 #include "support/PathText.h"
@@ -26,38 +27,78 @@ std::string NameBelowRoot(const cls_HTTP& record, bool fromRoot, std::string_vie
   return std::string(FolderOf(record.DocumentName())) + name;
 }
 
-Task<void> IncludeAll(cls_HTTP& record, Page& page) {
-  Pace pace(record.Turns());
-  for (const TagKind kind : {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude}) {
-    if (!page.Holds(kind) || record.VirtualPath().empty() || record.DocumentName().empty()) continue;
-    TagReplacement tags(page, {OpenerOf(kind), "", "--"});
-    for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
-      if (pace.IsOver(tags.TakeWork())) {
-        auto next = pace.Next();
-        co_await next;
+constexpr TagKind kIncludeTags[] = {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude};
+
+class IncludePass final : public PageProcessor {
+ public:
+  IncludePass(cls_HTTP& record, Page& page) : record_(record), page_(page), search_(record.Turns()) {}
+
+  Task<void> Go() override {
+    if (std::exchange(inclusion_.isPending, false)) Put();
+    for (; kind_ != std::end(kIncludeTags); ++kind_, tags_.reset()) {
+      if (!tags_ && !Begin()) continue;
+      if (Task<void> wait = ReplaceAll()) return wait;
+    }
+    return {};
+  }
+
+ private:
+  bool Begin() {
+    if (!page_.Holds(*kind_) || record_.VirtualPath().empty() || record_.DocumentName().empty()) return false;
+    tags_.emplace(page_, TagForm{OpenerOf(*kind_), "", "--"});
+    return true;
+  }
+
+  // All tags of one kind.
+  Task<void> ReplaceAll() {
+    Task<void> wait;
+    while (!wait && search_.Find(*tags_, wait, [this] { return tags_->Search(); })) wait = Replace();
+    return wait;
+  }
+
+  Task<void> Replace() {
+    std::string name;
+    if (!tags_->IsKnown()) name = NameBelowRoot(record_, *kind_ != TagKind::kIncludeFile, tags_->Content());
+    if (!name.empty()) {
+      cls_HTTP::Inclusion inclusion = record_.Include(std::move(name));
+      if (inclusion.isPending) {
+        inclusion_ = std::move(inclusion);
+        return record_.FinishInclusion(inclusion_);
       }
-      if (found == TagReplacement::Found::kNotYet) continue;
-      std::string name;
-      if (!tags.IsKnown()) name = NameBelowRoot(record, kind != TagKind::kIncludeFile, tags.Content());
-      if (!name.empty()) {
-        cls_HTTP::Inclusion inclusion = record.Include(std::move(name));
-        if (inclusion.isPending) {
-          auto making = record.IncludedText(inclusion);
-          inclusion.text = co_await making;
-        }
-        tags.Value(std::move(inclusion.text));
-      }
-      if (tags.Value() && record.TakeIncludeRoom(tags.Value()->size())) {
-        tags.Replace();
-      } else {
-        tags.Keep();
-      }
+      tags_->Value(std::move(inclusion.text));
+    }
+    PutValue();
+    return {};
+  }
+
+  void Put() {
+    tags_->Value(std::move(inclusion_.text));
+    inclusion_ = {};  // its file is open no longer
+    PutValue();
+  }
+
+  void PutValue() {
+    if (tags_->Value() && record_.TakeIncludeRoom(tags_->Value()->size())) {
+      tags_->Replace();
+    } else {
+      tags_->Keep();
     }
   }
-}
+
+  cls_HTTP& record_;
+  Page& page_;
+  PacedSearch search_;
+  const TagKind* kind_ = std::begin(kIncludeTags);
+  std::optional<TagReplacement> tags_;
+  cls_HTTP::Inclusion inclusion_;  // that of the tag found last, while it is waited for
+};
 
 }  // namespace
 
-Task<void> IncludeFiles(cls_HTTP& record, Page& page) { return IncludeAll(record, page); }
+std::unique_ptr<PageProcessor> IncludeProcessor(cls_HTTP& record, Page& page) {
+  return std::make_unique<IncludePass>(record, page);
+}
+
+Task<void> IncludeFiles(cls_HTTP& record, Page& page) { return RunToEnd(IncludeProcessor(record, page)); }
 
 }  // namespace TesselServer

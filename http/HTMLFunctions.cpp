@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "http/Pace.h"
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
 #include "support/Text.h"
@@ -29,21 +28,32 @@ std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
   return control->FunctionWasAnswered(index) ? answer : std::string();
 }
 
+class FunctionPass final : public PageProcessor {
+ public:
+  FunctionPass(cls_HTTP& record, Page& page)
+      : record_(record), search_(record.Turns()), tags_(page, {"<%=", "Function", "%"}) {}
+
+  Task<void> Go() override {
+    Task<void> wait;
+    while (search_.Find(tags_, wait, [this] { return tags_.Search(); })) {
+      if (!tags_.IsKnown()) tags_.Value(AnswerOf(record_, tags_.Content()));
+      tags_.Replace();
+    }
+    return wait;
+  }
+
+ private:
+  cls_HTTP& record_;
+  PacedSearch search_;
+  TagReplacement tags_;
+};
+
 }  // namespace
 
-Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page) {
-  if (!page.Holds(TagKind::kFunction)) co_return;
-  Pace pace(record.Turns());
-  TagReplacement tags(page, {"<%=", "Function", "%"});
-  for (auto found = tags.Search(); found != TagReplacement::Found::kNone; found = tags.Search()) {
-    if (pace.IsOver(tags.TakeWork())) {
-      auto next = pace.Next();
-      co_await next;
-    }
-    if (found == TagReplacement::Found::kNotYet) continue;
-    if (!tags.IsKnown()) tags.Value(AnswerOf(record, tags.Content()));
-    tags.Replace();
-  }
+std::unique_ptr<PageProcessor> FunctionProcessor(cls_HTTP& record, Page& page) {
+  return std::make_unique<FunctionPass>(record, page);
 }
+
+Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page) { return RunToEnd(FunctionProcessor(record, page)); }
 
 }  // namespace TesselServer

@@ -4,7 +4,10 @@
 // Errors:    none; what the host does not answer is replaced by nothing.
 #pragma once
 
+#include <memory>
+
 #include "http/Page.h"
+#include "http/PageProcessor.h"
 #include "platform/tasks/Task.h"
 
 namespace TesselServer {
@@ -15,5 +18,6 @@ class cls_HTTP;
 // all tags of the page that are equal without regard to case. Without a ParentControl the answer is "". A tag ends at
 // the next ">", which "%" must precede; other "<%" tags stay.
 Task<void> ReplaceFunctionTags(cls_HTTP& record, Page& page);
+std::unique_ptr<PageProcessor> FunctionProcessor(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

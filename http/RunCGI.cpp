@@ -7,7 +7,6 @@
 #include "http/ProgramReport.h"
 #include "http/ServerVariables.h"
 #include "http/cls_HTTP.h"
-#include "platform/programs/ProgramRunner.h"
 #include "platform/world/AsciiCase.h"
 
 namespace TesselServer {
@@ -51,42 +50,25 @@ std::string ErrorText(const cls_HTTP& record, ProgramResult::Failure failure, st
   return text;
 }
 
-ProgramResult NotStarted(std::errc reason) {
-  ProgramResult result;
-  result.failure = ProgramResult::Failure::kStart;
-  result.error = static_cast<std::int32_t>(reason);
-  return result;
-}
-
-ProgramStart StartOf(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
+ProgramStart StartOf(cls_HTTP& record, std::string path, std::string_view arguments) {
   ProgramStart start;
-  start.file = program.path;
-  if (IsBatchFile(program.path)) {
-    start.file = kBatchInterpreter;
-    start.arguments.push_back(program.path);
+  if (IsBatchFile(path)) {
+    start.arguments.push_back(std::move(path));
+    path = kBatchInterpreter;
   }
+  start.file = std::move(path);
   AppendWords(arguments, start.arguments);
-  start.environment = Environment(record);
+  start.makeEnvironment = [&record] { return Environment(record); };
   start.waitMilliseconds = record.CGITimeoutMilliseconds();
   start.outputLimit = kMaxCGIOutputBytes;
   return start;
 }
 
-Task<ProgramResult> Run(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
-  if (program.path.empty()) co_return NotStarted(program.reason);
-  if (record.Runner() == nullptr) co_return NotStarted(std::errc::function_not_supported);
-  if (record.AwaitsRemoteHost()) {
-    auto name = record.FindRemoteHost();
-    co_await name;
-  }
-  auto running = record.Runner()->Run(StartOf(record, program, arguments));
-  co_return co_await running;
-}
-
-void Report(const cls_HTTP& record, const ProgramFile& program, const ProgramResult& result) {
-  if (record.ParentControl() == nullptr) return;
-  const std::string text = ProgramReport(program.name, result);
-  if (!text.empty()) record.ParentControl()->ReportProgram(text);
+Task<ProgramResult> Fail(std::errc reason) {
+  ProgramResult result;
+  result.failure = ProgramResult::Failure::kStart;
+  result.error = static_cast<std::int32_t>(reason);
+  co_return result;
 }
 
 }  // namespace
@@ -103,12 +85,33 @@ ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::s
   return program;
 }
 
+bool AwaitsName(const cls_HTTP& record, const ProgramFile& program) {
+  return !program.path.empty() && record.Runner() != nullptr && record.AwaitsRemoteHost();
+}
+
+Task<ProgramResult> StartProgram(cls_HTTP& record, ProgramFile& program, std::string_view arguments) {
+  if (program.path.empty()) return Fail(program.reason);
+  if (record.Runner() == nullptr) return Fail(std::errc::function_not_supported);
+  return record.Runner()->Run(StartOf(record, std::exchange(program.path, {}), arguments));
+}
+
+std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult result) {
+  if (record.ParentControl() != nullptr) {
+    const std::string report = ProgramReport(program, result);
+    if (!report.empty()) record.ParentControl()->ReportProgram(report);
+  }
+  if (result.failure != ProgramResult::Failure::kNone) return ErrorText(record, result.failure, result.error);
+  return std::move(result.output);
+}
+
 Task<std::string> RunProgram(cls_HTTP& record, ProgramFile program, std::string arguments) {
-  auto running = Run(record, program, arguments);
+  if (AwaitsName(record, program)) {
+    auto name = record.FindRemoteHost();
+    co_await name;
+  }
+  auto running = StartProgram(record, program, arguments);
   ProgramResult result = co_await running;
-  Report(record, program, result);
-  if (result.failure != ProgramResult::Failure::kNone) co_return ErrorText(record, result.failure, result.error);
-  co_return std::move(result.output);
+  co_return OutputOf(record, program.name, std::move(result));
 }
 
 }  // namespace TesselServer

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "platform/files/FileSystem.h"
+#include "platform/programs/ProgramRunner.h"
 #include "platform/tasks/Task.h"
 
 namespace TesselServer {
@@ -38,7 +39,17 @@ struct ProgramFile {
 // The program that a look-up for `name` has found. One that this process may not read is permission_denied.
 ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name);
 
-// See cls_HTTP::RunCGI. What does not go well is reported to the record's ParentControl as well.
+// Whether FindRemoteHost is to be awaited before the program is started: its name is in the environment.
+bool AwaitsName(const cls_HTTP& record, const ProgramFile& program);
+
+// Starts it; takes the path. The record outlives the task.
+Task<ProgramResult> StartProgram(cls_HTTP& record, ProgramFile& program, std::string_view arguments);
+
+// What the result leaves in an answer: the output, or a text that says what failed. `program` is its name for reports,
+// which go to the record's ParentControl.
+std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult result);
+
+// All of it: see cls_HTTP::RunCGI. What does not go well is reported to the record's ParentControl as well.
 Task<std::string> RunProgram(cls_HTTP& record, ProgramFile program, std::string arguments);
 
 }  // namespace TesselServer

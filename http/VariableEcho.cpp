@@ -1,9 +1,10 @@
 #include "http/VariableEcho.h"
 
+#include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 
-#include "http/Pace.h"
 #include "http/PageRewriter.h"
 #include "http/TagSearch.h"
 #include "http/cls_HTTP.h"
@@ -53,43 +54,62 @@ std::string ValueOf(cls_HTTP& record, const EchoTag& tag, std::string_view name)
   return tag.isQueryItem ? QueryItem(record.Request().QueryString, name) : record.ServerVariable(name);
 }
 
-Task<void> EchoAll(cls_HTTP& record, Page& page) {
-  Pace pace(record.Turns());
-  PageTexts::Values* variables = nullptr;
-  PageTexts::Values* items = nullptr;
-  for (const EchoTag& tag : kEchoTags) {
-    if (!page.Holds(tag.kind)) continue;
-    PageRewriter pass(page);
-    for (auto found = pass.Search(tag.opener, tag.end); found != PageRewriter::Found::kNone;
-         found = pass.Search(tag.opener, tag.end)) {
-      if (pace.IsOver(pass.TakeWork())) {
-        auto next = pace.Next();
-        co_await next;
-      }
-      if (found == PageRewriter::Found::kNotYet) continue;
-      if (tag.isPlain && pass.ContentBeginsWith("Function")) break;
-      if (tag.isQueryItem && pass.Opener() != tag.opener) {
-        pass.Keep();
-        continue;
-      }
-      if (IsTooLong(record, tag, pass.Content())) {
-        pass.ReplaceByKept("");
-        continue;
-      }
-      const auto [value, isNew] = page.FindValue(tag.isQueryItem ? items : variables, pass.Content());
-      if (isNew && AwaitsName(record, tag, pass.Content())) {
-        auto name = record.FindRemoteHost();
-        co_await name;
-      }
-      if (isNew) *value = page.Keep(ValueOf(record, tag, pass.Content()));
-      if (isNew) pass.AddWork(kWorkOfAnEcho);
-      pass.ReplaceByKept(**value);
+class EchoPass final : public PageProcessor {
+ public:
+  EchoPass(cls_HTTP& record, Page& page) : record_(record), page_(page), search_(record.Turns()) {}
+
+  Task<void> Go() override {
+    for (; tag_ != std::end(kEchoTags); ++tag_, pass_.reset()) {
+      if (!page_.Holds(tag_->kind)) continue;
+      if (!pass_) pass_.emplace(page_);
+      if (Task<void> wait = ReplaceAll()) return wait;
     }
+    return {};
   }
-}
+
+ private:
+  // All tags of one kind; a tag that has to wait for its value is found once more.
+  Task<void> ReplaceAll() {
+    Task<void> wait;
+    while (search_.Find(*pass_, wait, [this] { return pass_->Search(tag_->opener, tag_->end); })) {
+      if (tag_->isPlain && pass_->ContentBeginsWith("Function")) break;
+      if (!hasAskedName_ && AwaitsName(record_, *tag_, pass_->Content())) {
+        hasAskedName_ = true;
+        return record_.FindRemoteHost();
+      }
+      Replace();
+    }
+    return wait;
+  }
+
+  void Replace() {
+    const std::string_view name = pass_->Content();
+    if (tag_->isQueryItem && pass_->Opener() != tag_->opener) return pass_->Keep();
+    if (IsTooLong(record_, *tag_, name)) return pass_->ReplaceByKept("");
+    const auto [value, isNew] = page_.FindValue(tag_->isQueryItem ? items_ : variables_, name);
+    if (isNew) {
+      *value = page_.Keep(ValueOf(record_, *tag_, name));
+      pass_->AddWork(kWorkOfAnEcho);
+    }
+    pass_->ReplaceByKept(**value);
+  }
+
+  cls_HTTP& record_;
+  Page& page_;
+  PacedSearch search_;
+  const EchoTag* tag_ = std::begin(kEchoTags);
+  std::optional<PageRewriter> pass_;
+  PageTexts::Values* variables_ = nullptr;
+  PageTexts::Values* items_ = nullptr;
+  bool hasAskedName_ = false;
+};
 
 }  // namespace
 
-Task<void> EchoVariables(cls_HTTP& record, Page& page) { return EchoAll(record, page); }
+std::unique_ptr<PageProcessor> EchoProcessor(cls_HTTP& record, Page& page) {
+  return std::make_unique<EchoPass>(record, page);
+}
+
+Task<void> EchoVariables(cls_HTTP& record, Page& page) { return RunToEnd(EchoProcessor(record, page)); }
 
 }  // namespace TesselServer

@@ -4,7 +4,10 @@
 // Errors:    none; an unknown variable or item is replaced by nothing.
 #pragma once
 
+#include <memory>
+
 #include "http/Page.h"
+#include "http/PageProcessor.h"
 #include "platform/tasks/Task.h"
 
 namespace TesselServer {
@@ -21,5 +24,6 @@ class cls_HTTP;
 // kept: the fourth kind ends for good at the first function tag.
 // Each value is asked for once in a page.
 Task<void> EchoVariables(cls_HTTP& record, Page& page);
+std::unique_ptr<PageProcessor> EchoProcessor(cls_HTTP& record, Page& page);
 
 }  // namespace TesselServer

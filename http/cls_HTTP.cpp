@@ -8,14 +8,12 @@
 #include "http/ContentTypes.h"
 #include "http/ErrorPages.h"
 #include "http/ExecDirectives.h"
-#include "http/FileInclusion.h"
 #include "http/HTMLFunctions.h"
 #include "http/LongPages.h"
 #include "http/ResponseHeader.h"
 #include "http/RunCGI.h"
 #include "http/ServerVariables.h"
 #include "http/TagSearch.h"
-#include "http/VariableEcho.h"
 #include "http/cls_CGI.h"
 #include "http/cls_ErrorFiles.h"
 #include "platform/world/AsciiCase.h"
@@ -35,6 +33,8 @@ constexpr std::string_view kFallbackType = "application/octet-stream";
 
 constexpr std::string_view kEncodedBlank = "%20";
 
+constexpr cls_HTTP::AnswerHead kNoHead{"200", "", false};
+
 // A requested name as the file system knows it. "%20" is the only encoding undone here.
 std::string LocalName(std::string_view file) {
   std::string name =
@@ -49,7 +49,7 @@ const std::shared_ptr<RecordSettings>& NewSettings() {
   return settings;
 }
 
-// A text that may have to be processed, as it is unless ProcessPage is needed.
+// A text that may have to be processed: whether it stays as it is.
 bool IsShortAndPlain(const std::string& text, const Turns* turns) {
   return !IsLong(text.size(), turns) && !HoldsTags(text);
 }
@@ -202,53 +202,52 @@ std::string cls_HTTP::FoundContentType(std::string_view extension) const {
 Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, std::string StatusCode, bool WantHeader,
                                    std::string ExtraHeaders, RequestInfo info, const std::string&) {
   SetRequestInfo(std::move(info));
-  return FileAnswer(std::move(found), LocalName(File), std::move(StatusCode), WantHeader, std::move(ExtraHeaders));
+  return WholeAnswer(std::move(found), File, std::move(StatusCode), WantHeader, std::move(ExtraHeaders));
 }
 
-Task<Answer> cls_HTTP::FileAnswer(FoundEntry found, std::string path, std::string statusCode, bool wantHeader,
-                                  std::string extraHeaders) {
-  if (!found.file.IsOpen()) {
-    auto opening = OpenPathInTurns(path, turns_);
-    found.file = co_await opening;
-  }
-  documentName_ = found.name;
-  if (IsProgramName(path)) {
-    auto output = ProgramAnswer(found, std::move(statusCode), wantHeader, std::move(extraHeaders));
-    co_return co_await output;
-  }
+Task<Answer> cls_HTTP::WholeAnswer(FoundEntry found, std::string file, std::string statusCode, bool wantHeader,
+                                   std::string extraHeaders) {
   Answer answer;
-  if (found.file.Kind() != EntryKind::kFile) {
-    if (wantHeader) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
-    co_return answer;
-  }
-  const std::string type = ContentTypeOf(path);
-  Page::SharedText page;
-  if (type == kHtmlType && found.file.Size() <= kMaxPageBytes) {
-    page = KnownContents(found.file, kMaxPageBytes);
-    if (!page) {
-      auto reading = ContentsInTurns(found.file, kMaxPageBytes, turns_);
-      page = co_await reading;
-      // never as it is on disk: its tags are not for clients
-      if (!page) throw Error(ErrorNumber::kFileAccess, "Path/File access error");
-    }
-  }
-  if (page && !IsShortAndPlain(*page, turns_)) {
-    auto processing = ProcessPage(std::move(page), found.file.Identity());
-    page = co_await processing;
-  }
-  if (page) {
-    answer.body = std::move(page);
-  } else {
-    const std::int64_t size = found.file.Size();
-    answer.body = FileBody{std::move(found.file), size};
-  }
-  if (wantHeader) answer.head = HeadOf(answer, type, statusCode, extraHeaders);
+  auto making = MakeAnswer(std::move(found), file, {statusCode, extraHeaders, wantHeader}, answer);
+  if (making) co_await making;
   co_return answer;
 }
 
-std::string cls_HTTP::HeadOf(const Answer& answer, std::string_view type, std::string_view code,
-                             std::string_view extraHeaders) const {
-  return BuildHeader(code, answer.BodySize(), Trim(type).empty() ? kFallbackType : type, true, extraHeaders);
+Task<void> cls_HTTP::MakeAnswer(FoundEntry found, std::string_view File, AnswerHead head, Answer& answer) {
+  std::string path = LocalName(File);
+  if (!found.file.IsOpen()) return OpenedFile(std::move(found), std::move(path), head, answer);
+  return FileAnswer(std::move(found), path, head, answer);
+}
+
+Task<void> cls_HTTP::OpenedFile(FoundEntry found, std::string path, AnswerHead head, Answer& answer) {
+  auto opening = OpenPathInTurns(path, turns_);
+  found.file = co_await opening;
+  auto making = FileAnswer(std::move(found), path, head, answer);
+  if (making) co_await making;
+}
+
+Task<void> cls_HTTP::FileAnswer(FoundEntry found, std::string_view path, AnswerHead head, Answer& answer) {
+  documentName_ = found.name;
+  if (IsProgramName(path)) return ProgramAnswer(found, head, answer);
+  if (found.file.Kind() != EntryKind::kFile) {
+    if (head.isWanted) answer.head = BuildHeader("404", 0, kHtmlType, true, "");
+    return {};
+  }
+  const std::string type = ContentTypeOf(path);
+  const std::int64_t size = found.file.Size();
+  if (type == kHtmlType && size <= kMaxPageBytes) {
+    auto page = KnownContents(found.file, kMaxPageBytes);
+    if (page) return MakePage(std::move(page), found.file.Identity(), head, answer);
+    return ReadPage(std::move(found.file), head, answer);
+  }
+  answer.body = FileBody{std::move(found.file), size};
+  if (head.isWanted) answer.head = HeadOf(answer, type, head);
+  return {};
+}
+
+std::string cls_HTTP::HeadOf(const Answer& answer, std::string_view type, const AnswerHead& head) const {
+  return BuildHeader(head.statusCode, answer.BodySize(), Trim(type).empty() ? kFallbackType : type, true,
+                     head.extraHeaders);
 }
 
 // The content type of a file that is IsPlain; nothing for any other.
@@ -271,56 +270,75 @@ std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name,
   Answer answer;
   const std::int64_t size = file.Size();
   answer.body = FileBody{std::move(file), size};
-  answer.head = HeadOf(answer, *type, StatusCode, "");
+  answer.head = HeadOf(answer, *type, {StatusCode});
   return answer;
 }
 
 // ---- Pages.
 
-struct cls_HTTP::Processor {
-  bool (cls_HTTP::*isOn)() const;
-  Task<void> (*run)(cls_HTTP& record, Page& page);
-  TagKinds kinds;  // what it looks for
-};
-// In the order in which they run.
-const cls_HTTP::Processor cls_HTTP::kProcessors[4] = {
-    {&cls_HTTP::SSIEnable, EchoVariables, {TagKind::kEcho, TagKind::kScript}},
-    {&cls_HTTP::SSIEnable, IncludeFiles, {TagKind::kIncludeFile, TagKind::kIncludeVirtual, TagKind::kInclude}},
-    {&cls_HTTP::CGIEnable, RunExecDirectives, {TagKind::kExecCommand, TagKind::kExecCGI}},
-    {&cls_HTTP::HTMLFunctionsEnable, ReplaceFunctionTags, {TagKind::kFunction}},
-};
+void cls_HTTP::TakePage(Page::SharedText text, const AnswerHead& head, Answer& answer) const {
+  answer.body = std::move(text);
+  if (head.isWanted) answer.head = HeadOf(answer, kHtmlType, head);
+}
 
-// Runs the processors on the text of a page; it stays where it holds no tags.
-Task<Page::SharedText> cls_HTTP::ProcessPage(Page::SharedText text, FileIdentity file) {
-  Page page;
-  if (IsLong(text->size(), turns_)) {
-    auto looking = HoldsTagsInTurns(text, turns_);
-    if (!co_await looking) co_return text;
-    auto making = PageInTurns(std::move(text), turns_);
-    page = co_await making;
-  } else {
-    page = PageOf(std::move(text));
+Task<void> cls_HTTP::ReadPage(OpenFile file, AnswerHead head, Answer& answer) {
+  auto reading = ContentsInTurns(file, kMaxPageBytes, turns_);
+  Page::SharedText text = co_await reading;
+  // never as it is on disk: its tags are not for clients
+  if (!text) throw Error(ErrorNumber::kFileAccess, "Path/File access error");
+  const FileIdentity identity = std::exchange(file, {}).Identity();
+  auto making = MakePage(std::move(text), identity, head, answer);
+  if (making) co_await making;
+}
+
+// A page stays where it holds no tags.
+Task<void> cls_HTTP::MakePage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer) {
+  if (IsLong(text->size(), turns_)) return MakeLongPage(std::move(text), file, head, answer);
+  if (HoldsTags(*text)) return ProcessPage(PageOf(std::move(text)), file, head, answer);
+  TakePage(std::move(text), head, answer);
+  return {};
+}
+
+Task<void> cls_HTTP::MakeLongPage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer) {
+  auto looking = HoldsTagsInTurns(text, turns_);
+  const bool holdsTags = co_await looking;
+  if (!holdsTags) {
+    TakePage(std::move(text), head, answer);
+    co_return;
   }
-  IncludeRoom room;
-  IncludeTrail trail{file, outerTrail_, 0, &room};
-  if (outerTrail_ != nullptr) {
-    trail.depth = outerTrail_->depth + 1;
-    trail.room = outerTrail_->room;
+  auto making = PageInTurns(std::move(text), turns_);
+  Page page = co_await making;
+  auto processing = ProcessPage(std::move(page), file, head, answer);
+  if (processing) co_await processing;
+}
+
+// Most pages wait for nothing.
+Task<void> cls_HTTP::ProcessPage(Page page, FileIdentity file, AnswerHead head, Answer& answer) {
+  auto making = std::make_unique<PageMaking>(*this, std::move(page), file, outerTrail_, trail_);
+  Task<void> wait = making->Go();
+  if (wait || IsLong(making->ThePage().MaxSize(), turns_)) {
+    return EndPage(std::move(making), std::move(wait), head, answer);
   }
-  const LaidTrail laid(trail_, trail);
-  // each switch as it is when its turn comes: the host may change them inside an event
-  for (const Processor& processor : kProcessors) {
-    if (!(this->*processor.isOn)() || !page.Kinds().HasAnyOf(processor.kinds)) continue;
+  TakePage(making->ThePage().Result(), head, answer);
+  return {};
+}
+
+Task<void> cls_HTTP::EndPage(std::unique_ptr<PageMaking> making, Task<void> wait, AnswerHead head, Answer& answer) {
+  Task<void> waiting = std::move(wait);  // destroyed before what it works with
+  for (; waiting; waiting = making->Go()) {
     try {
-      auto run = processor.run(*this, page);
-      co_await run;
+      co_await waiting;
     } catch (const std::exception&) {
-      // kept: a failing processor costs its own replacements, never the page or the processors after it
+      making->Failed();
     }
   }
-  if (!IsLong(page.MaxSize(), turns_)) co_return page.Result();
-  auto joining = ResultInTurns(page, turns_);
-  co_return co_await joining;
+  if (!IsLong(making->ThePage().MaxSize(), turns_)) {
+    TakePage(making->ThePage().Result(), head, answer);
+    co_return;
+  }
+  auto joining = ResultInTurns(making->ThePage(), turns_);
+  Page::SharedText text = co_await joining;
+  TakePage(std::move(text), head, answer);
 }
 
 Task<void> cls_HTTP::ExecDirectives(Page& page) { return RunExecDirectives(*this, page); }
@@ -379,18 +397,19 @@ cls_HTTP::Inclusion cls_HTTP::Include(std::string name) {
   return inclusion;
 }
 
-Task<Page::SharedText> cls_HTTP::IncludedText(Inclusion& inclusion) {
+Task<void> cls_HTTP::FinishInclusion(Inclusion& inclusion) {
   if (!inclusion.found) {
     auto search = FindFile(settings_->virtualPath, inclusion.name);
     inclusion.found = co_await search;
-    if (!MayInclude(*inclusion.found)) co_return nullptr;
+    if (!MayInclude(*inclusion.found)) co_return;
     if (settings_->root && !IsProgramName(inclusion.found->name)) settings_->root->Remember(*inclusion.found);
   }
   const FoundEntry& found = *inclusion.found;
   Page::SharedText text;
   if (IsProgramName(found.name)) {
-    auto running = ProgramAnswer(found, "200", false, "");
-    Answer output = co_await running;
+    Answer output;
+    auto running = ProgramAnswer(found, kNoHead, output);
+    if (running) co_await running;
     text = std::make_shared<const std::string>(std::get<std::string>(std::move(output.body)));
   } else {
     text = KnownContents(found.file, trail_->room->bytes);
@@ -399,17 +418,18 @@ Task<Page::SharedText> cls_HTTP::IncludedText(Inclusion& inclusion) {
       text = co_await reading;
     }
     if (text && !IsShortAndPlain(*text, turns_) && ContentTypeOf(LocalName(found.name)) == kHtmlType) {
-      auto page = ProcessedInside(found, std::move(text));
-      text = co_await page;
+      Answer page;
+      auto processing = ProcessInside(found, std::move(text), page);
+      co_await processing;
+      text = std::get<Answer::SharedBytes>(std::move(page.body));
     }
   }
-  if (text && static_cast<std::int64_t>(text->size()) > trail_->room->bytes) text = nullptr;
-  co_return text;
+  if (text && static_cast<std::int64_t>(text->size()) <= trail_->room->bytes) inclusion.text = std::move(text);
 }
 
 // A page that takes in its own includes. What they take does not count further: what the page has become counts where
 // it is put in.
-Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::SharedText text) {
+Task<void> cls_HTTP::ProcessInside(const FoundEntry& found, Page::SharedText text, Answer& answer) {
   const RoomForPage restored(*trail_->room, found.file.Size());
   cls_HTTP record(world_);
   record.TakeAfter(*this);
@@ -417,10 +437,9 @@ Task<Page::SharedText> cls_HTTP::ProcessedInside(const FoundEntry& found, Page::
   record.documentName_ = found.name;
   record.outerTrail_ = trail_;
   record.IncludeChild(true);
-  auto page = record.ProcessPage(std::move(text), found.file.Identity());
-  Page::SharedText result = co_await page;
+  auto making = record.MakePage(std::move(text), found.file.Identity(), kNoHead, answer);
+  if (making) co_await making;
   if (names_ != nullptr) Info().RemoteHost = record.Request().RemoteHost;  // asked for once for the request
-  co_return result;
 }
 
 bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
@@ -440,26 +459,36 @@ std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {
   return found.file.Kind() == EntryKind::kFile ? found.file.CanonicalPath() : std::string();
 }
 
-Task<Answer> cls_HTTP::ProgramAnswer(const FoundEntry& found, std::string statusCode, bool wantHeader,
-                                     std::string extraHeaders) {
-  Answer answer;
+// The file is open for no longer than this.
+Task<void> cls_HTTP::ProgramAnswer(const FoundEntry& found, AnswerHead head, Answer& answer) {
   if (!settings_->cgiEnable) {
-    if (wantHeader) answer.head = cls_CGI().CGIWarningPage();
-    co_return answer;
+    if (head.isWanted) answer.head = cls_CGI().CGIWarningPage();
+    return {};
   }
-  auto running = RunProgram(*this, FoundProgram(*this, found, found.name), "");
-  const std::string printed = co_await running;
-  CGIOutput output = ParseCGIOutput(printed);
+  return RunForAnswer(FoundProgram(*this, found, found.name), head, answer);
+}
+
+Task<void> cls_HTTP::RunForAnswer(ProgramFile program, AnswerHead head, Answer& answer) {
+  if (AwaitsName(*this, program)) {
+    auto name = FindRemoteHost();
+    co_await name;
+  }
+  auto running = StartProgram(*this, program, "");
+  ProgramResult result = co_await running;
+  TakeOutput(OutputOf(*this, program.name, std::move(result)), head, answer);
+}
+
+void cls_HTTP::TakeOutput(std::string printed, const AnswerHead& head, Answer& answer) const {
+  CGIOutput output = ParseCGIOutput(std::move(printed));
   if (output.statusCode == "204" || output.statusCode == "304") output.body.clear();  // RFC 9110: these have none
-  if (wantHeader && output.isWholeResponse) {
+  if (head.isWanted && output.isWholeResponse) {
     answer.head = std::move(output.wholeHead);
-  } else if (wantHeader) {
-    const std::string_view code = output.statusCode.empty() ? statusCode : std::string_view(output.statusCode);
+  } else if (head.isWanted) {
+    const std::string_view code = output.statusCode.empty() ? head.statusCode : std::string_view(output.statusCode);
     answer.head = BuildHeader(code, static_cast<std::int64_t>(output.body.size()), output.contentType, true,
-                              output.extraHeaders.append(extraHeaders));
+                              output.extraHeaders.append(head.extraHeaders));
   }
   answer.body = std::move(output.body);
-  co_return answer;
 }
 
 }  // namespace TesselServer

@@ -19,6 +19,7 @@
 #include "http/Enumerations.h"
 #include "http/IncludeTrail.h"
 #include "http/Page.h"
+#include "http/PageMaking.h"
 #include "http/ParentControl.h"
 #include "http/RecordSettings.h"
 #include "http/RequestInfo.h"
@@ -32,6 +33,8 @@
 #include "platform/world/World.h"
 
 namespace TesselServer {
+
+struct ProgramFile;
 
 //   cls_HTTP record(SystemWorld());
 //   record.ServerSoftware("Orvane Tessel/1.1");
@@ -239,6 +242,16 @@ class cls_HTTP {
   Task<Answer> ProcessFile(FoundEntry found, const std::string& File, std::string StatusCode, bool WantHeader,
                            std::string ExtraHeaders, RequestInfo info, const std::string& Body);
 
+  // What the header of an answer has beside what its body says. Literals, or texts that outlive the task.
+  struct AnswerHead {
+    std::string_view statusCode;
+    std::string_view extraHeaders = {};
+    bool isWanted = true;
+  };
+
+  // The same for the request values that there are: an empty task where the `answer`, which outlives it, is made.
+  Task<void> MakeAnswer(FoundEntry found, std::string_view File, AnswerHead head, Answer& answer);
+
   // Whether the open `file`, whose name is `name`, goes out as it is on disk, for every client: it is a file, no
   // program, not of type "text/html", and its name is without "%20".
   bool IsPlain(const OpenFile& file, std::string_view name) const { return PlainType(file, name).has_value(); }
@@ -291,7 +304,7 @@ class cls_HTTP {
   // a record with these settings and request values. Null when there is no such file, when the document or a page that
   // includes it is that file already, when includes are nested deeper than IncludeTrail::kMaxDepth, or when the room
   // for includes is taken.
-  // Most of them are known at once; where one IsPending, await its IncludedText.
+  // Most of them are known at once; where one IsPending, await FinishInclusion.
   struct Inclusion {
     std::string name;
     std::optional<FoundEntry> found;  // nothing: not looked for yet
@@ -299,7 +312,7 @@ class cls_HTTP {
     bool isPending = false;
   };
   Inclusion Include(std::string name);
-  Task<Page::SharedText> IncludedText(Inclusion& inclusion);
+  Task<void> FinishInclusion(Inclusion& inclusion);
 
   // Takes room for `size` bytes of an included file. False, and nothing is taken, when there is less.
   bool TakeIncludeRoom(std::size_t size);
@@ -319,19 +332,24 @@ class cls_HTTP {
 
   std::string FoundContentType(std::string_view extension) const;
   std::optional<std::string> PlainType(const OpenFile& file, std::string_view name) const;
-  std::string HeadOf(const Answer& answer, std::string_view type, std::string_view code,
-                     std::string_view extraHeaders) const;
+  std::string HeadOf(const Answer& answer, std::string_view type, const AnswerHead& head) const;
   Task<Answer> ErrorFilePage(std::string code) const;
-  Task<Answer> FileAnswer(FoundEntry found, std::string path, std::string statusCode, bool wantHeader,
-                          std::string extraHeaders);
-  Task<Answer> ProgramAnswer(const FoundEntry& found, std::string statusCode, bool wantHeader,
-                             std::string extraHeaders);
-  Task<Page::SharedText> ProcessPage(Page::SharedText text, FileIdentity file);
+  Task<Answer> WholeAnswer(FoundEntry found, std::string file, std::string statusCode, bool wantHeader,
+                           std::string extraHeaders);
+  Task<void> OpenedFile(FoundEntry found, std::string path, AnswerHead head, Answer& answer);
+  Task<void> FileAnswer(FoundEntry found, std::string_view path, AnswerHead head, Answer& answer);
+  Task<void> ProgramAnswer(const FoundEntry& found, AnswerHead head, Answer& answer);
+  Task<void> RunForAnswer(ProgramFile program, AnswerHead head, Answer& answer);
+  void TakeOutput(std::string printed, const AnswerHead& head, Answer& answer) const;
+  void TakePage(Page::SharedText text, const AnswerHead& head, Answer& answer) const;
+  Task<void> ReadPage(OpenFile file, AnswerHead head, Answer& answer);
+  Task<void> MakePage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer);
+  Task<void> MakeLongPage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer);
+  Task<void> ProcessPage(Page page, FileIdentity file, AnswerHead head, Answer& answer);
+  Task<void> EndPage(std::unique_ptr<PageMaking> making, Task<void> wait, AnswerHead head, Answer& answer);
   std::shared_ptr<const RootFolder> FolderAt(const std::string& path) const;
   bool MayInclude(const FoundEntry& found);
-  Task<Page::SharedText> ProcessedInside(const FoundEntry& found, Page::SharedText text);
-  struct Processor;
-  static const Processor kProcessors[4];
+  Task<void> ProcessInside(const FoundEntry& found, Page::SharedText text, Answer& answer);
 
   World& world_;
   std::shared_ptr<RecordSettings> settings_;  // never null; changed by Set only

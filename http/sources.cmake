@@ -9,6 +9,8 @@ set(SOURCES
   HTMLFunctions.cpp
   LongPages.cpp
   Page.cpp
+  PageMaking.cpp
+  PageProcessor.cpp
   PageRewriter.cpp
   PageTexts.cpp
   PieceList.cpp

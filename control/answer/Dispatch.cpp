@@ -158,7 +158,7 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
 // Delivers what is decided, or starts what has to come before.
 void Dispatch::Take(Call& call, Step step) {
   if (auto* decision = std::get_if<Decision>(&step)) {
-    Deliver(call, std::move(*decision));
+    Deliver(call, *decision);
     Finish(call);
   } else {
     Start(call.index, call.slot, AnswerInTurns(call, std::move(step)));
@@ -181,57 +181,35 @@ bool Dispatch::CanStillAnswer(const Call& call) const { return !call.handedOver 
 Task<void> Dispatch::AnswerInTurns(Call call, Step step) {
   const AnswerCalls calls(state_, call.index, call.generation, *call.record);
   bool hasFailed = false;
-  try {
-    auto making = Made(call, std::move(step));
-    Decision decision = co_await making;
-    Deliver(call, std::move(decision));
-  } catch (...) {
-    state_.reporter.ReportCurrent(ErrorPrefix::kSendWebPage);
-    hasFailed = true;
-  }
-  if (hasFailed && CanStillAnswer(call)) {
+  for (;;) {
     try {
-      auto making = Made(call, StepAfterFailure(call));
-      Decision decision = co_await making;
-      Deliver(call, std::move(decision));
+      if (hasFailed) step = StepAfterFailure(call);
+      for (Task<void> work = WorkFor(call, step); work; work = WorkFor(call, step)) co_await work;
+      Deliver(call, std::get<Decision>(step));
+      break;
     } catch (...) {
       state_.reporter.ReportCurrent(ErrorPrefix::kSendWebPage);
     }
+    if (std::exchange(hasFailed, true) || !CanStillAnswer(call)) break;
   }
   Finish(call);
 }
 
-// Goes from one step to the next until the answer is there.
-Task<Dispatch::Decision> Dispatch::Made(Call& call, Step step) {
-  for (;;) {
-    if (auto* decision = std::get_if<Decision>(&step)) co_return std::move(*decision);
-    if (auto* page = std::get_if<ErrorPageFor>(&step)) {
-      auto making = ErrorPage(call, std::move(*page));
-      co_return co_await making;
-    }
-    switch (std::get<Need>(step)) {
-      case Need::kTarget: {
-        auto search = FindTarget(state_, call.slot);
-        co_await search;
-        break;
-      }
-      case Need::kAdmission: {
-        auto asking = AskAdmission(call);
-        Admission admission = co_await asking;
-        call.admission = std::move(admission);
-        break;
-      }
-      case Need::kListing: {
-        auto making = DirectoryAnswer(call);
-        co_return co_await making;
-      }
-      case Need::kPage: {
-        auto making = PageAnswer(call);
-        co_return co_await making;
-      }
-    }
-    step = NextStep(call);
+// What has to be waited for before `step` is the next one; empty when it is the decision.
+Task<void> Dispatch::WorkFor(Call& call, Step& step) {
+  if (std::holds_alternative<Decision>(step)) return {};
+  if (std::holds_alternative<ErrorPageFor>(step)) return ErrorPage(call, step);
+  switch (std::get<Need>(step)) {
+    case Need::kTarget:
+      return LookForTarget(call, step);
+    case Need::kAdmission:
+      return AskAdmission(call, step);
+    case Need::kListing:
+      return DirectoryAnswer(call, step);
+    case Need::kPage:
+      return PageAnswer(call, step);
   }
+  return {};
 }
 
 // ---- What the answer is.
@@ -308,9 +286,18 @@ Dispatch::Step Dispatch::FileStep(Call& call) const {
 
 // ---- What takes longer.
 
-Task<Admission> Dispatch::AskAdmission(Call& call) {
+Task<void> Dispatch::LookForTarget(Call& call, Step& step) {
+  auto search = FindTarget(state_, call.slot);
+  co_await search;
+  step = NextStep(call);
+}
+
+Task<void> Dispatch::AskAdmission(Call& call, Step& step) {
   const RequestFields& request = call.slot.Fields();
-  return AdmissionTo(call.slot.Target, SourceOf(state_), request.AuthUser, request.AuthPassword, &state_.turns);
+  auto asking = AdmissionTo(call.slot.Target, SourceOf(state_), request.AuthUser, request.AuthPassword, &state_.turns);
+  Admission admission = co_await asking;
+  call.admission = std::move(admission);
+  step = NextStep(call);
 }
 
 Dispatch::Decision Dispatch::TooLarge() {
@@ -319,40 +306,43 @@ Dispatch::Decision Dispatch::TooLarge() {
   return decision;
 }
 
-Task<Dispatch::Decision> Dispatch::ErrorPage(Call& call, ErrorPageFor page) {
+Task<void> Dispatch::ErrorPage(Call& call, Step& step) {
+  ErrorPageFor page = std::get<ErrorPageFor>(step);
   auto making = call.record->ErrorPage(page.status, true);
   Answer answer = co_await making;
-  co_return Decision{std::move(answer), std::move(page.status), page.logged};
+  step = Decision{std::move(answer), std::move(page.status), page.logged};
 }
 
-Task<Dispatch::Decision> Dispatch::DirectoryAnswer(Call& call) {
+Task<void> Dispatch::DirectoryAnswer(Call& call, Step& step) {
   auto making = ListingOf(state_, call.slot);
   std::optional<std::string> page = co_await making;
-  if (!page) co_return TooLarge();
+  if (!page) {
+    step = TooLarge();
+    co_return;
+  }
   const auto size = static_cast<std::int64_t>(page->size());
   std::string head = call.record->BuildHeader("200", size, "text/html", true, "");
-  co_return Decision{{std::move(head), std::move(*page)}, "200", true};
+  step = Decision{{std::move(head), std::move(*page)}, "200", true};
 }
 
 // Its text counts as memory for pages from here on: many may be in the making at once.
-Task<Dispatch::Decision> Dispatch::PageAnswer(Call& call) {
+Task<void> Dispatch::PageAnswer(Call& call, Step& step) {
   FoundEntry& target = call.slot.Target;
   if (!call.slot.PageMemory.Resize(state_.pageMemory, call.record->PageBytes(target.file, target.name))) {
-    co_return TooLarge();
+    step = TooLarge();
+    return {};
   }
   const std::string file = MappedFileOf(state_, call.slot);
-  RequestInfo info = RequestInfoOf(state_, call.slot, call.index, file);
+  call.record->SetRequestInfo(RequestInfoOf(state_, call.slot, call.index, file));
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
-  auto making = call.record->ProcessFile(std::move(found), file, "200", true, "", std::move(info),
-                                         call.slot.Fields().RequestBody);
-  Answer answer = co_await making;
-  co_return Decision{std::move(answer), "200", true};
+  Decision& decision = step.emplace<Decision>(Decision{{}, "200", true});
+  return call.record->MakeAnswer(std::move(found), file, {"200"}, decision.answer);
 }
 
 // ---- The end.
 
-// Sends and logs.
-void Dispatch::Deliver(Call& call, Decision decision) {
+// Sends and logs; takes the answer.
+void Dispatch::Deliver(Call& call, Decision& decision) {
   if (IsOver(call)) return;
   const std::int64_t size = decision.answer.Size();
   if (size == 0 && !decision.isTooLarge) return;

@@ -66,7 +66,7 @@ class Dispatch {
   bool IsOver(const Call& call) const;
   bool CanStillAnswer(const Call& call) const;
   Task<void> AnswerInTurns(Call call, Step step);
-  Task<Decision> Made(Call& call, Step step);
+  Task<void> WorkFor(Call& call, Step& step);
 
   Step NextStep(Call& call);
   Step ErrorStep(Call& call, std::string_view statusCode, bool logged) const;
@@ -77,12 +77,14 @@ class Dispatch {
   Decision Challenge(const Call& call, std::string_view field) const;
 
   static Decision TooLarge();
-  Task<Admission> AskAdmission(Call& call);
-  Task<Decision> ErrorPage(Call& call, ErrorPageFor page);
-  Task<Decision> DirectoryAnswer(Call& call);
-  Task<Decision> PageAnswer(Call& call);
+  // Each makes the next step of its `step`.
+  Task<void> LookForTarget(Call& call, Step& step);
+  Task<void> AskAdmission(Call& call, Step& step);
+  Task<void> ErrorPage(Call& call, Step& step);
+  Task<void> DirectoryAnswer(Call& call, Step& step);
+  Task<void> PageAnswer(Call& call, Step& step);
 
-  void Deliver(Call& call, Decision decision);
+  void Deliver(Call& call, Decision& decision);
   void Finish(Call& call);
 
   ControlState& state_;

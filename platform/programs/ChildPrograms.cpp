@@ -51,27 +51,34 @@ void ChildPrograms::MaxPrograms(std::int32_t most) {
   inside_->places.Most(std::clamp<std::int32_t>(most, 1, kHighestMaxPrograms));
 }
 
-Task<ProgramResult> ChildPrograms::Run(ProgramStart start) { return RunIn(inside_, std::move(start)); }
+Task<ProgramResult> ChildPrograms::Run(ProgramStart start) { return RunInTurn(inside_, std::move(start)); }
 
-Task<ProgramResult> ChildPrograms::RunIn(std::shared_ptr<Inside> inside, ProgramStart start) {
-  constexpr auto kStart = ProgramResult::Failure::kStart;
+// Many may wait for a place: what is needed only afterwards is in the frame of RunIn.
+Task<ProgramResult> ChildPrograms::RunInTurn(std::shared_ptr<Inside> inside, ProgramStart start) {
   TimeLimit limit(inside->loop, start.waitMilliseconds);
-  const std::size_t outputLimit = start.outputLimit;
-
   ProgramPlaces::Arrival arrival(inside->places, limit);
   ProgramPlaces::Place place = co_await arrival;
   inside->leftOver.Collect();
-  if (!place || inside->leftOver.Count() >= kMaxLeftOver) co_return ProgramResult{.failure = kStart, .error = EAGAIN};
+  if (!place || inside->leftOver.Count() >= kMaxLeftOver) {
+    co_return ProgramResult{.failure = ProgramResult::Failure::kStart, .error = EAGAIN};
+  }
+  start.Complete();
+  auto running = RunIn(*inside, std::move(start), std::move(place), limit);
+  co_return co_await running;
+}
 
-  ProgramStarts::Start starting(inside->starts, std::move(start), place, limit);
+Task<ProgramResult> ChildPrograms::RunIn(Inside& inside, ProgramStart start, std::shared_ptr<void> place,
+                                         TimeLimit& limit) {
+  const std::size_t outputLimit = start.outputLimit;
+  ProgramStarts::Start starting(inside.starts, std::move(start), place, limit);
   StartedProgram program = co_await starting;
   if (program.failure != ProgramResult::Failure::kNone) {
     co_return ProgramResult{.failure = program.failure, .error = program.error};
   }
   if (program.child.Number() < 0) co_return ProgramResult{.milliseconds = limit.Passed()};
 
-  const WaitedFor child(std::move(program.child), std::move(place), limit, inside->leftOver);
-  ChildWait wait(inside->loop, child.Number(), program.output.Get(), outputLimit, limit);
+  const WaitedFor child(std::move(program.child), std::move(place), limit, inside.leftOver);
+  ChildWait wait(inside.loop, child.Number(), program.output.Get(), outputLimit, limit);
   co_return co_await wait;
 }
 

@@ -32,6 +32,7 @@
 namespace TesselServer {
 
 class EventLoop;
+class TimeLimit;
 class Workers;
 
 class ChildPrograms : public ProgramRunner {
@@ -71,7 +72,8 @@ class ChildPrograms : public ProgramRunner {
   struct Inside;
   class WaitedFor;
 
-  static Task<ProgramResult> RunIn(std::shared_ptr<Inside> inside, ProgramStart start);
+  static Task<ProgramResult> RunInTurn(std::shared_ptr<Inside> inside, ProgramStart start);
+  static Task<ProgramResult> RunIn(Inside& inside, ProgramStart start, std::shared_ptr<void> place, TimeLimit& limit);
 
   std::shared_ptr<Inside> inside_;  // the tasks' too
 };

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -26,6 +27,15 @@ struct ProgramStart {
 
   std::int64_t waitMilliseconds = 0;  // how long its end is waited for, from the call on; 0: not at all
   std::size_t outputLimit = 0;        // how many bytes of its standard output count; what follows is read and dropped
+
+  // Makes the environment; empty: it is there already. Many that wait for their turn need no memory for it. What it
+  // works with outlives the runner's task.
+  std::function<std::vector<std::pair<std::string, std::string>>()> makeEnvironment = {};
+
+  // To be called by the runner when nothing has to be waited for any more before the start.
+  void Complete() {
+    if (makeEnvironment) environment = std::exchange(makeEnvironment, nullptr)();
+  }
 };
 
 struct ProgramResult {

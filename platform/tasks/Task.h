@@ -86,6 +86,9 @@ class [[nodiscard]] Task {
   }
   ~Task() { Destroy(); }
 
+  // False for one that was made without a coroutine: what it would have done is done, and it is not awaited.
+  explicit operator bool() const { return frame_ != nullptr; }
+
   // Waits until it is done and gives its value, once.
   auto operator co_await() & noexcept;
 

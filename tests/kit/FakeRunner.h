@@ -28,6 +28,7 @@ class FakeRunner : public ProgramRunner {
   }
 
   Task<ProgramResult> Run(ProgramStart start) override {
+    start.Complete();
     started.push_back(std::move(start));
     co_return answer;
   }

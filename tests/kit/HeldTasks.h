@@ -62,6 +62,7 @@ class HeldPrograms : public ProgramRunner {
   }
 
   Task<ProgramResult> Run(ProgramStart start) override {
+    start.Complete();
     starts.push_back(std::move(start));
     return result.Wanted();
   }

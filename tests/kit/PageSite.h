@@ -54,6 +54,7 @@ class NotedPrograms : public ProgramRunner {
   std::vector<ProgramStart> starts;
 
   Task<ProgramResult> Run(ProgramStart start) override {
+    start.Complete();
     starts.push_back(std::move(start));
     ProgramResult result;
     result.ended = true;
