@@ -243,15 +243,18 @@ Task<bool> cls_DirListing::AppendInTurns(const Rows& rows, EntryKind kind, Turns
     const Stretch stretch = AppendSome(pass);
     isOver = stretch == Stretch::kEnd;
     if (stretch == Stretch::kMustFetch) {
+      hasWaited_ = true;
       auto fetched = pass.entries.Fetch();
       co_await fetched;
     } else if (stretch == Stretch::kLink) {
+      hasWaited_ = true;
       auto served = LinkIsServed(std::string(pass.entries.Entry().name), pass.entries.Entry().facts.identity);
       const bool isServed = co_await served;
       isOver = isServed && !AppendRow(pass);
     }
     if (!MayGoOn(rows)) co_return false;
     if (turns != nullptr && turns->TimeIsUp()) {
+      hasWaited_ = true;
       auto next = turns->Next();
       co_await next;
     }
@@ -293,7 +296,7 @@ bool cls_DirListing::AppendRow(Pass& pass) {
   const bool isFolder = pass.kind == EntryKind::kDirectory;
   fileInfo_.SetEntry({}, entry.name, entry.facts);  // its folder is on no row
   if (!isFolder && fileInfo_.attrHidden()) return true;
-  if (rows.shown != nullptr && !rows.shown->Add(entry.name)) return true;
+  if (rows.shown != nullptr && MayHaveRow(pass.kind) && !rows.shown->Add(entry.name)) return true;
   rows.MakeRoom(rows.begin.size() + kMaxRowBytes);
   const std::size_t start = rows.page.size();
   rows.page.append(rows.begin);
@@ -303,6 +306,9 @@ bool cls_DirListing::AppendRow(Pass& pass) {
   rows.page.append(pass.end.For(entry.facts));
   return Fits(rows.page, start, rows.limit);
 }
+
+// Remembered names are all different: only a folder that has become a file meanwhile may come again.
+bool cls_DirListing::MayHaveRow(EntryKind kind) const { return !names_ || kind == EntryKind::kDirectory || hasWaited_; }
 
 // A link that cannot be followed just now, for want of descriptors, is not listed.
 Task<bool> cls_DirListing::LinkIsServed(std::string name, FileIdentity target) {

@@ -109,7 +109,7 @@ class cls_DirListing {
     std::string& page;
     std::string begin;         // of each row, up to the entry's own address
     std::size_t limit;         // length of `page` that no row may pass
-    NameSet* shown = nullptr;  // the names that have a row; null where the folder is read in the call
+    NameSet* shown = nullptr;  // names that have a row; null where the folder is read in the call
   };
   class RowEnd;
   class Pass;
@@ -119,6 +119,7 @@ class cls_DirListing {
   Stretch AppendSome(Pass& pass);
   bool IsListed(const DirectoryEntry& entry, EntryKind kind) const;
   bool AppendRow(Pass& pass);
+  bool MayHaveRow(EntryKind kind) const;
   bool MayAskOfLink() const { return rules_.linkIsServed && links_ < kMaxLinks; }
   Task<bool> LinkIsServed(std::string name, FileIdentity target);
   bool MayGoOn(const Rows& rows) const;
@@ -129,6 +130,7 @@ class cls_DirListing {
   std::function<bool(std::size_t bytes)> mayHold_;
   CFileInfo fileInfo_;      // points at each entry in turn
   std::int32_t links_ = 0;  // how many have been examined
+  bool hasWaited_ = false;  // the folder may have changed since the first row
 };
 
 }  // namespace TesselServer

@@ -95,7 +95,7 @@ Task<ProgramResult> StartProgram(cls_HTTP& record, ProgramFile& program, std::st
   return record.Runner()->Run(StartOf(record, std::exchange(program.path, {}), arguments));
 }
 
-std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult result) {
+std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult&& result) {
   if (record.ParentControl() != nullptr) {
     const std::string report = ProgramReport(program, result);
     if (!report.empty()) record.ParentControl()->ReportProgram(report);

@@ -47,7 +47,7 @@ Task<ProgramResult> StartProgram(cls_HTTP& record, ProgramFile& program, std::st
 
 // What the result leaves in an answer: the output, or a text that says what failed. `program` is its name for reports,
 // which go to the record's ParentControl.
-std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult result);
+std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult&& result);
 
 // All of it: see cls_HTTP::RunCGI. What does not go well is reported to the record's ParentControl as well.
 Task<std::string> RunProgram(cls_HTTP& record, ProgramFile program, std::string arguments);

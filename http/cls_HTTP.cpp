@@ -475,11 +475,11 @@ Task<void> cls_HTTP::RunForAnswer(ProgramFile program, AnswerHead head, Answer& 
   }
   auto running = StartProgram(*this, program, "");
   ProgramResult result = co_await running;
-  TakeOutput(OutputOf(*this, program.name, std::move(result)), head, answer);
+  TakeResult(program.name, std::move(result), head, answer);
 }
 
-void cls_HTTP::TakeOutput(std::string printed, const AnswerHead& head, Answer& answer) const {
-  CGIOutput output = ParseCGIOutput(std::move(printed));
+void cls_HTTP::TakeResult(std::string_view program, ProgramResult&& result, const AnswerHead& head, Answer& answer) {
+  CGIOutput output = ParseCGIOutput(OutputOf(*this, program, std::move(result)));
   if (output.statusCode == "204" || output.statusCode == "304") output.body.clear();  // RFC 9110: these have none
   if (head.isWanted && output.isWholeResponse) {
     answer.head = std::move(output.wholeHead);

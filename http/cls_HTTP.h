@@ -340,7 +340,7 @@ class cls_HTTP {
   Task<void> FileAnswer(FoundEntry found, std::string_view path, AnswerHead head, Answer& answer);
   Task<void> ProgramAnswer(const FoundEntry& found, AnswerHead head, Answer& answer);
   Task<void> RunForAnswer(ProgramFile program, AnswerHead head, Answer& answer);
-  void TakeOutput(std::string printed, const AnswerHead& head, Answer& answer) const;
+  void TakeResult(std::string_view program, ProgramResult&& result, const AnswerHead& head, Answer& answer);
   void TakePage(Page::SharedText text, const AnswerHead& head, Answer& answer) const;
   Task<void> ReadPage(OpenFile file, AnswerHead head, Answer& answer);
   Task<void> MakePage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer);
