@@ -79,20 +79,21 @@ bool IsBatchFile(std::string_view path) { return EndsWithNoCase(path, ".bat"); }
 
 ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::string_view name) {
   ProgramFile program;
-  program.path = record.ProgramPath(found);
-  program.name = program.path.empty() ? std::string(name) : program.path;
+  program.name = record.ProgramPath(found);
+  program.isFound = !program.name.empty();
+  if (!program.isFound) program.name = name;
   if (found.kind == EntryKind::kFile && !found.readable) program.reason = std::errc::permission_denied;
   return program;
 }
 
 bool AwaitsName(const cls_HTTP& record, const ProgramFile& program) {
-  return !program.path.empty() && record.Runner() != nullptr && record.AwaitsRemoteHost();
+  return program.isFound && record.Runner() != nullptr && record.AwaitsRemoteHost();
 }
 
-Task<ProgramResult> StartProgram(cls_HTTP& record, ProgramFile& program, std::string_view arguments) {
-  if (program.path.empty()) return Fail(program.reason);
+Task<ProgramResult> StartProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
+  if (!program.isFound) return Fail(program.reason);
   if (record.Runner() == nullptr) return Fail(std::errc::function_not_supported);
-  return record.Runner()->Run(StartOf(record, std::exchange(program.path, {}), arguments));
+  return record.Runner()->Run(StartOf(record, program.name, arguments));
 }
 
 std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult&& result) {

@@ -31,9 +31,9 @@ bool IsBatchFile(std::string_view path);
 
 // A program to run.
 struct ProgramFile {
-  std::string path;                                         // "" when there is none that can be run
-  std::string name;                                         // for reports: its path, or what was looked for
-  std::errc reason = std::errc::no_such_file_or_directory;  // why it has no path
+  std::string name;  // its path, or what was looked for
+  bool isFound = false;
+  std::errc reason = std::errc::no_such_file_or_directory;  // why it cannot be run where it is not
 };
 
 // The program that a look-up for `name` has found. One that this process may not read is permission_denied.
@@ -42,8 +42,8 @@ ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::s
 // Whether FindRemoteHost is to be awaited before the program is started: its name is in the environment.
 bool AwaitsName(const cls_HTTP& record, const ProgramFile& program);
 
-// Starts it; takes the path. The record outlives the task.
-Task<ProgramResult> StartProgram(cls_HTTP& record, ProgramFile& program, std::string_view arguments);
+// Starts it. The record outlives the task.
+Task<ProgramResult> StartProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments);
 
 // What the result leaves in an answer: the output, or a text that says what failed. `program` is its name for reports,
 // which go to the record's ParentControl.

@@ -452,7 +452,7 @@ bool cls_HTTP::TakeIncludeRoom(std::size_t size) {
 // ---- Programs.
 
 Task<std::string> cls_HTTP::RunCGI(const std::string& CommandFile, std::string Arguments) {
-  return RunProgram(*this, {CommandFile, CommandFile}, std::move(Arguments));
+  return RunProgram(*this, {CommandFile, !CommandFile.empty()}, std::move(Arguments));
 }
 
 std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {

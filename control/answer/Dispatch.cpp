@@ -47,9 +47,11 @@ struct Dispatch::Call {
   std::string statusCode;  // of a forced answer
   bool isForced;
   std::shared_ptr<cls_HTTP> record = nullptr;
-  bool isTargetTaken = false;               // the path has lost its leading separator
-  std::optional<Admission> admission = {};  // once it is known
-  bool handedOver = false;                  // the socket has taken an answer: there is never a second one
+  std::shared_ptr<const Admission> admission = nullptr;  // once it is known; null where nothing may guard the target
+  bool isTargetTaken = false;                            // the path has lost its leading separator
+  bool handedOver = false;                               // the socket has taken an answer: there is never a second one
+
+  bool IsGranted() const { return !admission || admission->granted; }
 };
 
 // ---- The target.
@@ -230,8 +232,7 @@ Dispatch::Step Dispatch::NextStep(Call& call) {
   if (!call.admission && MayGuard(state_.settings.AuthenticationSource, state_.settings.AuthenticationSourceFile)) {
     return Need::kAdmission;
   }
-  if (!call.admission) call.admission = Admission();
-  if (call.admission->byPassword) call.slot.AuthenticatedUser = request.AuthUser;
+  if (call.admission && call.admission->byPassword) call.slot.AuthenticatedUser = request.AuthUser;
   return target.kind == EntryKind::kDirectory ? DirectoryStep(call) : FileStep(call);
 }
 
@@ -269,12 +270,12 @@ Dispatch::Decision Dispatch::Challenge(const Call& call, std::string_view field)
 Dispatch::Step Dispatch::DirectoryStep(Call& call) const {
   if (!state_.settings.DirectoryBrowseEnable) return ErrorStep(call, "403", true);
   // kept: written otherwise than for a file
-  if (!call.admission->granted) return Challenge(call, "WWW-authenticate");
+  if (!call.IsGranted()) return Challenge(call, "WWW-authenticate");
   return Need::kListing;
 }
 
 Dispatch::Step Dispatch::FileStep(Call& call) const {
-  if (!call.admission->granted) return Challenge(call, "WWW-Authenticate");
+  if (!call.IsGranted()) return Challenge(call, "WWW-Authenticate");
   FoundEntry& target = call.slot.Target;
   if (!target.readable) return ErrorStep(call, "403", true);
   if (!IsProgramName(target.name)) call.slot.TargetRoot->Remember(target);
@@ -296,7 +297,7 @@ Task<void> Dispatch::AskAdmission(Call& call, Step& step) {
   const RequestFields& request = call.slot.Fields();
   auto asking = AdmissionTo(call.slot.Target, SourceOf(state_), request.AuthUser, request.AuthPassword, &state_.turns);
   Admission admission = co_await asking;
-  call.admission = std::move(admission);
+  call.admission = std::make_shared<const Admission>(std::move(admission));
   step = NextStep(call);
 }
 

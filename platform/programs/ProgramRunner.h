@@ -39,11 +39,12 @@ struct ProgramStart {
 };
 
 struct ProgramResult {
-  enum class Failure { kNone, kPipe, kStart, kRead };
+  enum class Failure : std::uint8_t { kNone, kPipe, kStart, kRead };
 
   Failure failure = Failure::kNone;  // what could not be done
-  std::int32_t error = 0;            // the system's number for it (errno(3))
+  bool outputWasCut = false;         // it has written more than outputLimit
   bool ended = false;                // False: it was not started, or still ran when the time was over, and runs on
+  std::int32_t error = 0;            // the system's number for what could not be done (errno(3))
   std::string output = {};           // the beginning of its standard output
 
   // How it ended: what it returned (0 to 255), or the signal that ended it (signal(7)). Neither is known of one that
@@ -51,7 +52,6 @@ struct ProgramResult {
   std::optional<std::int32_t> exitCode = {};
   std::optional<std::int32_t> signal = {};
   std::int64_t milliseconds = 0;  // from the call until it had ended or was waited for no longer
-  bool outputWasCut = false;      // it has written more than outputLimit
 };
 
 class ProgramRunner {
