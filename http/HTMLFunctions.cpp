@@ -25,7 +25,8 @@ std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
   const std::int16_t index = record.ConnectionIndex();
   const std::string name(Trim(call.substr(0, call.find('('))));
   std::string answer = control->RaiseCallFunction(index, name, "", Arguments(call));
-  return control->FunctionWasAnswered(index) ? answer : std::string();
+  if (!control->FunctionWasAnswered(index)) answer.clear();
+  return answer;
 }
 
 class FunctionPass final : public PageProcessor {

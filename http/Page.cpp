@@ -16,7 +16,13 @@ Page::Page(SharedText authorText, const TagKinds& kinds) : authorText_(std::move
   if (!authorText_->empty()) pieces_.Append({Source::kAuthor, *authorText_});
 }
 
-bool Page::AppendInserted(SharedText text) { return Takes(text->size()) && AppendKept(Keep(std::move(text))); }
+bool Page::AppendInserted(SharedText text) { return HasRoomFor(text->size()) && AppendKept(Keep(std::move(text))); }
+
+bool Page::MayGrow(std::size_t size) {
+  if (!mayGrow_) return true;
+  unaskedBytes_ += size;
+  return unaskedBytes_ < kAskedBytes || mayGrow_(std::exchange(unaskedBytes_, 0));
+}
 
 bool Page::AppendKept(std::string_view text) {
   if (!Takes(text.size())) return false;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -70,6 +71,10 @@ class Page {
   // The place of the value that a tag of the page has, see PageTexts::Find.
   auto FindValue(PageTexts::Values*& values, std::string_view key) { return texts_.Find(values, key); }
 
+  // From here on what is put in is only taken as `mayGrow` allows: it is asked from time to time, with the bytes that
+  // came since.
+  void MayGrow(std::function<bool(std::size_t bytes)> mayGrow) { mayGrow_ = std::move(mayGrow); }
+
   // AppendInserted for a text that the page keeps.
   bool AppendKept(std::string_view text);
 
@@ -88,13 +93,18 @@ class Page {
  private:
   friend class PageRewriter;
 
-  bool Takes(std::size_t size) const { return HasRoomFor(size) && pieces_.size() < kMaxPieces; }
+  static constexpr std::size_t kAskedBytes = 64 * 1024;
+
+  bool Takes(std::size_t size) { return HasRoomFor(size) && pieces_.size() < kMaxPieces && MayGrow(size); }
+  bool MayGrow(std::size_t size);
 
   PieceList pieces_;
   SharedText authorText_;  // what the author's pieces look into
   PageTexts texts_;        // what the others look into
   TagKinds kinds_;
   std::size_t insertedBytes_ = 0;
+  std::function<bool(std::size_t bytes)> mayGrow_;
+  std::size_t unaskedBytes_ = 0;
 };
 
 }  // namespace TesselServer

@@ -28,6 +28,7 @@ const PageMaking::Processor PageMaking::kProcessors[4] = {
 PageMaking::PageMaking(cls_HTTP& record, Page page, const FileIdentity& file, const IncludeTrail* outer,
                        const IncludeTrail*& place)
     : record_(record), page_(std::move(page)), trail_{file, outer, 0, &room_}, laid_(place, trail_) {
+  page_.MayGrow([&record](std::size_t bytes) { return record.PageMayTake(static_cast<std::int64_t>(bytes)); });
   if (outer == nullptr) return;
   trail_.depth = outer->depth + 1;
   trail_.room = outer->room;

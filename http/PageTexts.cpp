@@ -7,6 +7,20 @@
 
 namespace TesselServer {
 
+// Many that are not long by themselves go in stretches as well; the long ones see to that (ShareLong).
+PageTexts::~PageTexts() {
+  const auto isOwn = [](const Shared& text) { return text.use_count() == 1 && text->capacity() < kLongBytes; };
+  std::size_t bytes = 0;
+  for (const Shared& text : large_) bytes += isOwn(text) ? text->capacity() : 0;
+  LongMemory* const memory = bytes < kLongBytes ? nullptr : LongMemory::OfThisTurn();
+  if (memory == nullptr) return;
+  for (Shared& text : large_) {
+    if (!isOwn(text)) continue;
+    const auto last = std::const_pointer_cast<std::string>(std::move(text));
+    memory->Drop(last, last->data(), last->capacity());
+  }
+}
+
 std::pmr::monotonic_buffer_resource& PageTexts::Small() {
   if (!small_) small_ = std::make_unique<std::pmr::monotonic_buffer_resource>(kFirstBlockBytes, LongBlocks());
   return *small_;

@@ -27,6 +27,11 @@ class PageTexts {
   using Value = std::optional<std::string_view>;  // nothing: there is none
   using Values = std::pmr::map<std::string_view, Value>;
 
+  PageTexts() = default;
+  PageTexts(PageTexts&&) = default;
+  PageTexts& operator=(PageTexts&&) = default;
+  ~PageTexts();
+
   // The text at its place, where it stays.
   std::string_view Keep(std::string text);
   std::string_view Keep(Shared text);

@@ -19,6 +19,10 @@ class ParentControl {
   // Whether the host answered the latest CallFunction of connection `Index`, and its handler came to its end.
   virtual bool FunctionWasAnswered(std::int32_t Index) const = 0;
 
+  // Whether the page in the making may take `bytes` more of memory, for its file, what is put into it, or what that is
+  // read from. Once this says no the page is of no use any more.
+  virtual bool PageMayTake(std::int64_t /*bytes*/) { return true; }
+
   // Called for a program that was not run, failed or was cut short: one line, see ProgramReport.h.
   virtual void ReportProgram(const std::string& text) = 0;
 };

@@ -20,7 +20,7 @@ TagReplacement::Found TagReplacement::Search() {
   if (isKeyed_) {
     const Found found = pass_.Search(form_.opener, ">");
     if (found != Found::kTag) return found;
-    if (!IsOfTheForm()) {
+    if (pass_.Content().size() > kMaxContentBytes || !IsOfTheForm()) {
       pass_.Keep();
       return Found::kNotYet;
     }

@@ -5,6 +5,7 @@
 // Errors:    none but those of memory running out.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,6 +31,9 @@ struct TagForm {
 class TagReplacement {
  public:
   using Found = PageRewriter::Found;
+
+  // A tag with a longer content stays: what a host, a program or a look-up gets is handed over in one go.
+  static constexpr std::size_t kMaxContentBytes = 64 * 1024;
 
   TagReplacement(Page& page, const TagForm& form) : page_(page), pass_(page), form_(form) {}
 

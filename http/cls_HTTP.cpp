@@ -259,11 +259,6 @@ std::optional<std::string> cls_HTTP::PlainType(const OpenFile& file, std::string
   return type;
 }
 
-std::int64_t cls_HTTP::PageBytes(const OpenFile& file, std::string_view name) const {
-  const bool isPage = !file.Contents() && file.Size() <= kMaxPageBytes && !IsProgramName(name);
-  return isPage && ContentTypeOf(LocalName(name)) == kHtmlType ? file.Size() : 0;
-}
-
 std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name, std::string_view StatusCode) const {
   const auto type = PlainType(file, name);
   if (!type) return std::nullopt;
@@ -276,12 +271,17 @@ std::optional<Answer> cls_HTTP::PlainFile(OpenFile& file, std::string_view name,
 
 // ---- Pages.
 
+bool cls_HTTP::PageMayTake(std::int64_t bytes) const {
+  return ParentControl() == nullptr || ParentControl()->PageMayTake(bytes);
+}
+
 void cls_HTTP::TakePage(Page::SharedText text, const AnswerHead& head, Answer& answer) const {
   answer.body = std::move(text);
   if (head.isWanted) answer.head = HeadOf(answer, kHtmlType, head);
 }
 
 Task<void> cls_HTTP::ReadPage(OpenFile file, AnswerHead head, Answer& answer) {
+  if (!PageMayTake(file.Size())) co_return;
   auto reading = ContentsInTurns(file, kMaxPageBytes, turns_);
   Page::SharedText text = co_await reading;
   // never as it is on disk: its tags are not for clients
@@ -414,6 +414,7 @@ Task<void> cls_HTTP::FinishInclusion(Inclusion& inclusion) {
   } else {
     text = KnownContents(found.file, trail_->room->bytes);
     if (!text) {
+      if (!PageMayTake(found.file.Size())) co_return;
       auto reading = ContentsInTurns(found.file, trail_->room->bytes, turns_);
       text = co_await reading;
     }

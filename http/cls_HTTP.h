@@ -256,9 +256,8 @@ class cls_HTTP {
   // program, not of type "text/html", and its name is without "%20".
   bool IsPlain(const OpenFile& file, std::string_view name) const { return PlainType(file, name).has_value(); }
 
-  // What the text of the page takes of memory that is made of the open `file`, whose name is `name`: its bytes, 0 for a
-  // file that is remembered, and for what is no page.
-  std::int64_t PageBytes(const OpenFile& file, std::string_view name) const;
+  // Whether a page in the making may take so many bytes more; see ParentControl.
+  bool PageMayTake(std::int64_t bytes) const;
 
   // The same answer, header included, for a file that goes out as it is on disk and for which no request values are
   // needed: it takes the open `file`, whose name is `name`. Nothing, and `file` stays, when ProcessFile must make the

@@ -16,8 +16,9 @@ Task<ProgramResult> Refused() {
 
 }  // namespace
 
-AnswerCalls::AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, cls_HTTP& record)
-    : state_(state), index_(Index), generation_(generation), record_(record) {
+AnswerCalls::AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, Slot& slot,
+                         cls_HTTP& record)
+    : state_(state), index_(Index), generation_(generation), slot_(slot), record_(record) {
   record_.Runner(this);
   record_.ParentControl(this);
 }
@@ -27,7 +28,7 @@ AnswerCalls::~AnswerCalls() {
   record_.ParentControl(nullptr);
 }
 
-bool AnswerCalls::IsWanted() const { return state_.sckWS.Generation(index_) == generation_; }
+bool AnswerCalls::IsWanted() const { return !isTooLarge_ && state_.sckWS.Generation(index_) == generation_; }
 
 Task<ProgramResult> AnswerCalls::Run(ProgramStart start) {
   return IsWanted() ? state_.programs.Run(std::move(start)) : Refused();
@@ -43,6 +44,11 @@ std::string AnswerCalls::RaiseCallFunction(std::int32_t Index, const std::string
 bool AnswerCalls::FunctionWasAnswered(std::int32_t Index) const {
   const ParentControl* const control = Control();
   return control != nullptr && IsWanted() && control->FunctionWasAnswered(Index);
+}
+
+bool AnswerCalls::PageMayTake(std::int64_t bytes) {
+  if (IsWanted()) isTooLarge_ = !slot_.PageMemory.Grow(state_.pageMemory, bytes);
+  return IsWanted();
 }
 
 void AnswerCalls::ReportProgram(const std::string& text) { state_.reporter.RaiseStatusLine(text); }

@@ -82,7 +82,10 @@ Task<void> Dispatch::FindAndProceed(std::int32_t Index, Slot& slot) {
   } catch (const std::exception&) {
     // SendWebPage looks again, and answers for what it meets
   }
-  Proceed(Index, slot);
+  const std::uint64_t generation = state_.sckWS.Generation(Index);
+  if (state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] { Proceed(Index, slot); })) co_return;
+  if (state_.sckWS.Generation(Index) != generation || slot.Phase() != RequestPhase::kAnswering) co_return;
+  state_.reporter.Trap(ErrorPrefix::kDataArrival, [&] { sending_.CloseConnection(Index); });
 }
 
 void Dispatch::Proceed(std::int32_t Index, Slot& slot) {
@@ -181,12 +184,13 @@ bool Dispatch::IsOver(const Call& call) const { return state_.sckWS.Generation(c
 bool Dispatch::CanStillAnswer(const Call& call) const { return !call.handedOver && call.record && !IsOver(call); }
 
 Task<void> Dispatch::AnswerInTurns(Call call, Step step) {
-  const AnswerCalls calls(state_, call.index, call.generation, *call.record);
+  const AnswerCalls calls(state_, call.index, call.generation, call.slot, *call.record);
   bool hasFailed = false;
   for (;;) {
     try {
       if (hasFailed) step = StepAfterFailure(call);
       for (Task<void> work = WorkFor(call, step); work; work = WorkFor(call, step)) co_await work;
+      if (calls.IsTooLarge()) step = TooLarge();
       Deliver(call, std::get<Decision>(step));
       break;
     } catch (...) {
@@ -326,13 +330,8 @@ Task<void> Dispatch::DirectoryAnswer(Call& call, Step& step) {
   step = Decision{{std::move(head), std::move(*page)}, "200", true};
 }
 
-// Its text counts as memory for pages from here on: many may be in the making at once.
 Task<void> Dispatch::PageAnswer(Call& call, Step& step) {
   FoundEntry& target = call.slot.Target;
-  if (!call.slot.PageMemory.Resize(state_.pageMemory, call.record->PageBytes(target.file, target.name))) {
-    step = TooLarge();
-    return {};
-  }
   const std::string file = MappedFileOf(state_, call.slot);
   call.record->SetRequestInfo(RequestInfoOf(state_, call.slot, call.index, file));
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
@@ -349,6 +348,8 @@ void Dispatch::Deliver(Call& call, Decision& decision) {
   if (size == 0 && !decision.isTooLarge) return;
   const std::int64_t pageBytes = decision.isHostsData ? 0 : OwnTextBytes(decision.answer);
   if (decision.isTooLarge || !call.slot.PageMemory.Resize(state_.pageMemory, pageBytes)) {
+    call.slot.PageMemory.Release();  // for those that are still being made
+    decision.answer = {};
     const std::int64_t sent = sending_.ServerTooBusy(call.index);
     call.handedOver = sent > 0;
     state_.statistics.BytesSent += static_cast<double>(sent);

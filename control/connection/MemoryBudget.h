@@ -60,6 +60,9 @@ class MemoryShare {
     return true;
   }
 
+  // Makes it so much larger.
+  bool Grow(MemoryBudget& budget, std::int64_t bytes) { return Resize(budget, bytes_ + bytes); }
+
   // Gives everything back.
   void Release() {
     if (budget_ != nullptr) budget_->used_ -= bytes_;

@@ -78,8 +78,12 @@ void Reporter::ReportError(std::string_view prefix, const CaughtError& error) {
   RaiseLogEvent(std::string(prefix) + std::to_string(error.number) + "] " + error.description);
 }
 
-void Reporter::ReportCurrent(std::string_view prefix) {
-  ReportError(prefix, DescribeException(std::current_exception()));
+void Reporter::ReportCurrent(std::string_view prefix) noexcept {
+  try {
+    ReportError(prefix, DescribeException(std::current_exception()));
+  } catch (const std::bad_alloc&) {
+    statistics_.ErrorCount += 1;  // what is left of it
+  }
 }
 
 }  // namespace TesselServer

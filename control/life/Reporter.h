@@ -63,7 +63,7 @@ class Reporter {
   // prefix, number, "] ", description.
   void ReportError(std::string_view prefix, const CaughtError& error);
   // Reports the exception being handled.
-  void ReportCurrent(std::string_view prefix);
+  void ReportCurrent(std::string_view prefix) noexcept;
 
   // Runs `procedure` and reports what it throws. False when it threw.
   template <typename Procedure>

@@ -16,10 +16,14 @@ namespace TesselServer::Pretended {
 
 class HeldPool final : public WorkerThreads {
  public:
-  bool Add(Workers::Kind, std::function<void()> work, std::int32_t) override {
+  bool Add(Workers::Kind, const void* owner, std::function<void()> work, std::int32_t) override {
     if (Faults::The().Fails(Call::kThread)) return false;
-    pieces_.push_back(std::move(work));
+    pieces_.push_back({owner, std::move(work)});
     return true;
+  }
+
+  void Withdraw(const void* owner) noexcept override {
+    std::erase_if(pieces_, [owner](const Piece& piece) { return piece.owner == owner; });
   }
 
   std::size_t Count() const { return pieces_.size(); }
@@ -28,13 +32,18 @@ class HeldPool final : public WorkerThreads {
   void Do(std::size_t which) {
     if (pieces_.empty()) return;
     const auto place = pieces_.begin() + static_cast<std::ptrdiff_t>(which % pieces_.size());
-    const auto work = std::move(*place);
+    const auto piece = std::move(*place);
     pieces_.erase(place);
-    work();
+    piece.work();
   }
 
  private:
-  std::vector<std::function<void()>> pieces_;
+  struct Piece {
+    const void* owner;
+    std::function<void()> work;
+  };
+
+  std::vector<Piece> pieces_;
 };
 
 }  // namespace TesselServer::Pretended

@@ -38,7 +38,7 @@ class EventLoop {
   // When a turn has taken so long it delivers no more: the rest comes in the next, after the timers and whatever else
   // the host does between turns. One event and one task are delivered in any case, and neither is cut short.
   static constexpr std::int64_t kMicrosecondsPerTurn = 250;
-  // How many timers one turn serves; the rest come in the next.
+  // How many timers one turn serves, as far as its time goes but one in any case; the rest come in the next.
   static constexpr int kTimersPerTurn = 256;
 
   // A loop on the real clock.

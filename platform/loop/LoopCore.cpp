@@ -341,6 +341,7 @@ bool LoopCore::ServeTimers() {
     served = true;
     const auto handler = timer->handler;  // outlives its own replacement
     if (handler) Guard("Timer", *handler);
+    if (TurnIsLong()) break;
   }
   return served;
 }

@@ -1,6 +1,5 @@
 #include "platform/programs/LeftOverChildren.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -20,25 +19,31 @@ LeftOverChildren::~LeftOverChildren() {
   OwnedChild::CollectAbandoned();
 }
 
+// Looks at this one only: many may be left at once.
 void LeftOverChildren::Add(OwnedChild child, std::shared_ptr<void> place, std::int64_t until) noexcept {
   const pid_t number = child.Number();
   child.MoveTo(children_);
   try {
-    if (place && number > 0) held_.push_back({number, std::move(place), until});
-    Collect();
+    if (place && number > 0) held_.insert_or_assign(number, Held{std::move(place), until});
+    if (number > 0 && IsCollected(number)) children_.pop_back();
+    if (!children_.empty()) timer_.Enabled(true);
   } catch (const std::bad_alloc&) {
     // it is in the list, and the next look at it comes with the next program
   }
 }
 
 void LeftOverChildren::Collect() {
-  children_.remove_if(CollectChild);
+  children_.remove_if([this](pid_t child) { return IsCollected(child); });
   const std::int64_t now = loop_.TheWorld().MonotonicMicroseconds();
-  held_.remove_if([&](const Held& held) {
-    return now >= held.until || std::find(children_.begin(), children_.end(), held.child) == children_.end();
-  });
+  std::erase_if(held_, [now](const auto& held) { return now >= held.second.until; });
   const bool othersAreLeft = OwnedChild::CollectAbandoned();
   timer_.Enabled(othersAreLeft || !children_.empty());
+}
+
+bool LeftOverChildren::IsCollected(pid_t child) noexcept {
+  if (!CollectChild(child)) return false;
+  held_.erase(child);
+  return true;
 }
 
 }  // namespace TesselServer

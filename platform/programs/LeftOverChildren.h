@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 
 #include "platform/loop/Timer.h"
@@ -43,14 +44,15 @@ class LeftOverChildren {
 
  private:
   struct Held {
-    pid_t child;
     std::shared_ptr<void> place;
     std::int64_t until;
   };
 
+  bool IsCollected(pid_t child) noexcept;
+
   EventLoop& loop_;
   std::list<pid_t> children_;
-  std::list<Held> held_;
+  std::map<pid_t, Held> held_;  // by child
   Timer timer_;
 };
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/programs/ChildEnvironment.h"
 #include "platform/programs/LeftOverChildren.h"
 #include "platform/programs/StartChild.h"
 #include "platform/programs/TimeLimit.h"
@@ -23,7 +24,7 @@ StartedProgram NotStarted(Failure failure, std::int32_t error) {
 }
 
 // On any thread.
-StartedProgram StartProgram(const ProgramStart& start) {
+StartedProgram StartProgram(const ProgramStart& start, const std::vector<std::string>& environment) {
   StartedProgram program;
   program.child.MakeRoom();
   int ends[2];
@@ -32,7 +33,7 @@ StartedProgram StartProgram(const ProgramStart& start) {
   const UniqueDescriptor writeEnd(ends[1]);
   const UniqueDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!nothing.IsOpen()) return NotStarted(Failure::kStart, errno);
-  const StartedChild child = StartChild(start, nothing.Get(), writeEnd.Get());
+  const StartedChild child = StartChild(start, environment, nothing.Get(), writeEnd.Get());
   if (child.number < 0) return NotStarted(Failure::kStart, child.error);
   program.child.Own(child.number);
   fcntl(program.output.Get(), F_SETFL, O_NONBLOCK);  // of this end only: the child's own is as programs expect it
@@ -42,7 +43,7 @@ StartedProgram StartProgram(const ProgramStart& start) {
 }  // namespace
 
 StartedProgram ProgramStarts::Work::operator()() const {
-  return *isWanted ? StartProgram(start) : NotStarted(Failure::kStart, ECANCELED);
+  return *isWanted ? StartProgram(start, environment) : NotStarted(Failure::kStart, ECANCELED);
 }
 
 ProgramStarts::~ProgramStarts() {
@@ -54,7 +55,8 @@ Task<void> ProgramStarts::Carry(Entry own, ProgramStart start) {
   StartedProgram program;
   std::exception_ptr thrown;
   try {
-    auto started = workers_.Do(Workers::Kind::kPrograms, Work{std::move(start), own->isWanted});
+    std::vector<std::string> environment = ChildEnvironment(environ, start.environment);
+    auto started = workers_.Do(Workers::Kind::kPrograms, Work{std::move(start), std::move(environment), own->isWanted});
     program = co_await started;
   } catch (...) {
     thrown = std::current_exception();

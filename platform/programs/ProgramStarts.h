@@ -14,6 +14,8 @@
 #include <exception>
 #include <list>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "platform/programs/OwnedChild.h"
 #include "platform/programs/ProgramPlaces.h"
@@ -57,6 +59,7 @@ class ProgramStarts {
   // The work of a thread.
   struct Work {
     ProgramStart start;
+    std::vector<std::string> environment;
     std::shared_ptr<std::atomic<bool>> isWanted;
     StartedProgram operator()() const;
   };

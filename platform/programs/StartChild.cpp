@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/programs/ChildEnvironment.h"
 #include "platform/world/AllSignalsBlocked.h"
 
 namespace TesselServer {
@@ -138,15 +137,15 @@ void WaitForTheEndOf(pid_t child) {
 
 }  // namespace
 
-StartedChild StartChild(const ProgramStart& start, int nothing, int output) {
+StartedChild StartChild(const ProgramStart& start, const std::vector<std::string>& environment, int nothing,
+                        int output) {
   if (start.file.find('\0') != std::string::npos) return {-1, ENOENT};
   std::vector<char*> arguments = Pointers(start.arguments);
   arguments.insert(arguments.begin(), const_cast<char*>(start.file.c_str()));
-  const std::vector<std::string> lines = ChildEnvironment(environ, start.environment);
-  const std::vector<char*> environment = Pointers(lines);
+  const std::vector<char*> lines = Pointers(environment);
   const auto stack = std::make_unique_for_overwrite<ChildStack>();
 
-  ChildPlan plan{start.file.c_str(), arguments.data(), environment.data(), nothing, output, {}};
+  ChildPlan plan{start.file.c_str(), arguments.data(), lines.data(), nothing, output, {}};
   sigemptyset(&plan.noSignals);
   const AllSignalsBlocked quiet;
   const pid_t child =

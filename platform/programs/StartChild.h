@@ -13,6 +13,9 @@
 
 #include <sys/types.h>
 
+#include <string>
+#include <vector>
+
 #include "platform/programs/ProgramRunner.h"
 
 namespace TesselServer {
@@ -22,9 +25,11 @@ struct StartedChild {
   int error = 0;      // then errno(3) of what failed
 };
 
-// Starts start.file, with its name as the first word in front of start.arguments and the environment as
-// ChildEnvironment makes it. Words are cut at their first NUL; a file name with NUL is ENOENT. A file that the kernel
-// cannot execute is an error: no shell tries it. Of a failed start no process is left.
-StartedChild StartChild(const ProgramStart& start, int nothing, int output);
+// Starts start.file, with its name as the first word in front of start.arguments and the lines that ChildEnvironment
+// has made of start.environment; this process's own is not looked at, for the host may change it meanwhile. Words are
+// cut at their first NUL; a file name with NUL is ENOENT. A file that the kernel cannot execute is an error: no shell
+// tries it. Of a failed start no process is left.
+StartedChild StartChild(const ProgramStart& start, const std::vector<std::string>& environment, int nothing,
+                        int output);
 
 }  // namespace TesselServer

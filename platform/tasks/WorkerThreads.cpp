@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <condition_variable>
+#include <iterator>
 #include <list>
 #include <system_error>
 #include <utility>
@@ -15,6 +16,7 @@ namespace TesselServer {
 struct WorkerThreads::Shelf {
   struct Piece {
     Workers::Kind kind;
+    const void* owner;
     std::function<void()> work;
   };
 
@@ -106,15 +108,25 @@ WorkerThreads::~WorkerThreads() {
   }
 }
 
-bool WorkerThreads::Add(Workers::Kind kind, std::function<void()> work, std::int32_t most) {
+bool WorkerThreads::Add(Workers::Kind kind, const void* owner, std::function<void()> work, std::int32_t most) {
   std::list<Shelf::Piece> piece;
-  piece.push_back({kind, std::move(work)});
+  piece.push_back({kind, owner, std::move(work)});
   const std::scoped_lock ownLock(mutex_);
   if (!HasThread(most)) return false;
   const std::scoped_lock lock(shelf_->mutex);
   shelf_->pieces.splice(shelf_->pieces.end(), piece);
   shelf_->changed.notify_one();
   return true;
+}
+
+void WorkerThreads::Withdraw(const void* owner) noexcept {
+  std::list<Shelf::Piece> withdrawn;  // declared first: what they hold goes without the lock
+  const std::scoped_lock lock(shelf_->mutex);
+  for (auto each = shelf_->pieces.begin(); each != shelf_->pieces.end();) {
+    const auto next = std::next(each);
+    if (each->owner == owner) withdrawn.splice(withdrawn.end(), shelf_->pieces, each);
+    each = next;
+  }
 }
 
 // Makes one more where it is of use.

@@ -39,7 +39,11 @@ class WorkerThreads {
 
   // Has `work`, which does not throw, done by a thread, in the order of adding. Makes a thread where all are at work
   // and there are fewer than `most` of them. False, and nothing is added, when there is none and none can be made.
-  virtual bool Add(Workers::Kind kind, std::function<void()> work, std::int32_t most);
+  // `owner` can take the work back.
+  virtual bool Add(Workers::Kind kind, const void* owner, std::function<void()> work, std::int32_t most);
+
+  // Drops the work of that owner which no thread has begun.
+  virtual void Withdraw(const void* owner) noexcept;
 
  private:
   struct Shelf;

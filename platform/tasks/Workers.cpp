@@ -48,12 +48,14 @@ bool Workers::Submit(Kind kind, const std::shared_ptr<Piece>& piece) {
     if (piece->resume) piece->resume();
   }));
   return threads_->Add(
-      kind,
+      kind, piece.get(),
       [piece, done, gate = gate_] {
         piece->Run();
         gate->Post(*done);
       },
       count_);
 }
+
+void Workers::Withdraw(const Piece& piece) noexcept { threads_->Withdraw(&piece); }
 
 }  // namespace TesselServer

@@ -9,8 +9,9 @@
 // the host. At most kMaxOfAKind do work of one kind, so that a silent name server does not keep a disk waiting.
 //
 // Thread:    the loop's thread.
-// Ownership: the loop outlives it. Each piece of work owns what it works with, for it goes on, and its result is
-//            dropped on either thread, when the task that waits for it is destroyed meanwhile.
+// Ownership: the loop outlives it. When the task that waits for a piece of work is destroyed, the work is dropped where
+//            no thread has begun with it; where one has, it goes on with what it owns, and its result is dropped on
+//            either thread.
 // Errors:    what the work throws comes out of the co_await. Where no thread can be started, and where the host wants
 //            none (Count 0), the work is done in the call, and the loop waits for it.
 #pragma once
@@ -78,6 +79,8 @@ class Workers {
 
   // Hands the piece over to a thread. False where there is none, and nothing has happened.
   bool Submit(Kind kind, const std::shared_ptr<Piece>& piece);
+  // Drops it, unless a thread has begun with it.
+  void Withdraw(const Piece& piece) noexcept;
 
   EventLoop& loop_;
   std::shared_ptr<Gate> gate_;
@@ -93,7 +96,10 @@ class Workers::Result final : public Wait<std::invoke_result_t<Work&>> {
   template <typename Given>
   Result(Workers& workers, Kind kind, Given&& work)
       : workers_(workers), kind_(kind), piece_(std::make_shared<WorkPiece>(std::forward<Given>(work))) {}
-  ~Result() { piece_->resume = nullptr; }
+  ~Result() {
+    piece_->resume = nullptr;
+    if (isSubmitted_) workers_.Withdraw(*piece_);
+  }
 
  private:
   struct WorkPiece final : Piece {
@@ -112,11 +118,13 @@ class Workers::Result final : public Wait<std::invoke_result_t<Work&>> {
 
   bool MustWait() override {
     piece_->resume = [this] { this->Resume(); };
-    if (workers_.Submit(kind_, piece_)) return true;
+    isSubmitted_ = workers_.Submit(kind_, piece_);
+    if (isSubmitted_) return true;
     piece_->Run();
     return false;
   }
   Value Take() override {
+    isSubmitted_ = false;
     if (piece_->failure) std::rethrow_exception(piece_->failure);
     return std::move(*piece_->value);
   }
@@ -124,6 +132,7 @@ class Workers::Result final : public Wait<std::invoke_result_t<Work&>> {
   Workers& workers_;
   Kind kind_;
   std::shared_ptr<WorkPiece> piece_;
+  bool isSubmitted_ = false;
 };
 
 }  // namespace TesselServer

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -282,8 +283,28 @@ TEST_F(TimerTest, ATimerDoesNotTickInsideItsOwnHandler) {
   timer.Interval(10);
   timer.Enabled(true);
   Start(other, 10);
-  EXPECT_EQ(After(10), 1);
+  EXPECT_EQ(After(10), 0) << "that handler took the time of its turn";
+  EXPECT_EQ(After(0), 1);
   EXPECT_EQ(deepest, 1);
+}
+
+TEST_F(TimerTest, ATurnThatIsLongLeavesTimersForTheNext) {
+  std::string ticked;
+  std::list<Timer> timers;
+  for (const char* name : {"a", "b", "c"}) {
+    timers.emplace_back(loop).OnTick([&ticked, name, this] {
+      ticked += name;
+      world.microseconds += EventLoop::kMicrosecondsPerTurn / 2;
+    });
+    timers.back().Interval(10);
+    timers.back().Enabled(true);
+  }
+  world.Advance(10);
+  EXPECT_TRUE(loop.RunOnce(0));
+  EXPECT_EQ(ticked, "ab");
+  EXPECT_TRUE(loop.RunOnce(0));
+  EXPECT_EQ(ticked, "abc");
+  EXPECT_FALSE(loop.RunOnce(0));
 }
 
 TEST_F(TimerTest, ATurnSaysWhetherItTicked) {

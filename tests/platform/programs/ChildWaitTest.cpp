@@ -15,6 +15,7 @@
 #include <string>
 
 #include "platform/loop/EventLoop.h"
+#include "platform/programs/ChildEnvironment.h"
 #include "platform/programs/ChildWait.h"
 #include "platform/programs/StartChild.h"
 #include "platform/programs/TimeLimit.h"
@@ -42,7 +43,9 @@ class ChildWaitTest : public testing::Test {
     const UniqueDescriptor writeEnd(ends[1]);
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     const UniqueDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-    child_ = StartChild({.file = Kit::WriteProgram(tree_, "program", script)}, nothing.Get(), writeEnd.Get()).number;
+    child_ = StartChild({.file = Kit::WriteProgram(tree_, "program", script)}, ChildEnvironment(environ, {}),
+                        nothing.Get(), writeEnd.Get())
+                 .number;
     ASSERT_GT(child_, 0);
   }
   Task<ProgramResult> Waiting(int output, std::int64_t milliseconds, std::size_t limit) {

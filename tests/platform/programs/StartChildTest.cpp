@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/programs/ChildEnvironment.h"
 #include "platform/programs/StartChild.h"
 #include "platform/world/UniqueDescriptor.h"
 #include "tests/kit/Child.h"
@@ -38,7 +39,8 @@ class StartChildTest : public testing::Test {
     const UniqueDescriptor readEnd(ends[0]);
     UniqueDescriptor writeEnd(ends[1]);
     const UniqueDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-    const StartedChild child = StartChild(start, nothing.Get(), writeEnd.Get());
+    const StartedChild child =
+        StartChild(start, ChildEnvironment(environ, start.environment), nothing.Get(), writeEnd.Get());
     if (child.number < 0) return "error " + std::to_string(child.error);
     writeEnd = UniqueDescriptor(-1);
     std::string output;

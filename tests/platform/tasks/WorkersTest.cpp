@@ -183,14 +183,38 @@ TEST(WorkersEndTest, TheLoopWaitsForWorkUnderWay) {
       });
       co_await work;
     };
-    { const RunningTask task = RunningTask::Start(waits()); }
+    auto task = std::make_optional(RunningTask::Start(waits()));
     ASSERT_TRUE(barrier.Holds(1));
+    task.reset();
     workers.reset();
     EXPECT_FALSE(isDone) << "a control that goes waits for nothing";
     opener = std::thread([&] { barrier.Open(); });
   }
   EXPECT_TRUE(isDone);
   opener.join();
+}
+
+TEST(WorkersEndTest, WorkThatNobodyWaitsForAnyMoreIsDropped) {
+  EventLoop loop;
+  Workers workers(loop);
+  Barrier barrier;
+  const auto held = std::make_shared<int>(0);
+  const auto waits = [&]() -> Task<void> {
+    auto work = workers.Do(Kind::kNames, [&barrier, held] { barrier.Pass(); });
+    co_await work;
+  };
+  std::vector<RunningTask> begun;
+  for (int i = 0; i < Workers::kMaxOfAKind; ++i) begun.push_back(RunningTask::Start(waits()));
+  ASSERT_TRUE(barrier.Holds(Workers::kMaxOfAKind));
+  const long before = held.use_count();
+  std::vector<RunningTask> queued;
+  for (int i = 0; i < 10; ++i) queued.push_back(RunningTask::Start(waits()));
+  EXPECT_GT(held.use_count(), before);
+  queued.clear();
+  EXPECT_EQ(held.use_count(), before) << "what it held is free, though no thread has come to it";
+  barrier.Open();
+  for (const RunningTask& each : begun) EXPECT_TRUE(Kit::RunUntil(loop, [&] { return each.IsDone(); }));
+  EXPECT_TRUE(barrier.Holds(0)) << "and no thread did it";
 }
 
 TEST(WorkersEndTest, SeveralLoopsShareTheThreads) {
