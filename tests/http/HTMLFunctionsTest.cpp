@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "http/TagReplacement.h"
 #include "tests/kit/PageSite.h"
 
 namespace TesselServer {
@@ -173,6 +174,13 @@ TEST_F(HTMLFunctionsTest, TwentyThousandTagsAreAnswered) {
   }
   EXPECT_EQ(site_.Page(page), expected);
   EXPECT_EQ(site_.host.calls.size(), 20'001u);
+}
+
+TEST_F(HTMLFunctionsTest, ATagOfMoreThan64KiBStays) {
+  const std::string most(TagReplacement::kMaxContentBytes - std::string("FunctionF()%").size(), 'a');
+  EXPECT_EQ(site_.Page("<%=FunctionF(" + most + ")%>"), "{F:" + most + "}");
+  const std::string longer = "<%=FunctionF(" + most + "a)%>";
+  EXPECT_EQ(site_.Page(longer + "<%=FunctionF()%>"), longer + "{F:}");
 }
 
 TEST_F(HTMLFunctionsTest, TheRecordsOwnMemberDoesTheSame) {

@@ -121,6 +121,25 @@ TEST_F(PageMemoryTest, ErrorPagesCount) {
   EXPECT_THAT(BodyOf(control.Get("/missing")), HasSubstr(kBusyText));
 }
 
+TEST_F(PageMemoryTest, WhatIsPutIntoAPageCountsWhileItIsMade) {
+  constexpr int kTags = 20;
+  constexpr std::size_t kBytesOfEach = 100'000;
+  std::string page;
+  for (int i = 0; i < kTags; ++i) page += "<%=Function" + std::to_string(i) + "()%>";
+  control.tree.Write("growing.html", page);
+  tessel.HTMLFunctionsEnable(true);
+  int calls = 0;
+  tessel.CallFunction = [&](std::int32_t& index, std::string&) {
+    ++calls;
+    tessel.ReturnData(index, std::string(kBytesOfEach, 'f'));
+  };
+  tessel.MaxUnsentPageBytes(5 * kBytesOfEach);
+  EXPECT_THAT(BodyOf(control.Get("/growing.html")), HasSubstr(kBusyText));
+  EXPECT_LE(calls, 7) << "no more is asked for a page that nobody gets";
+  tessel.MaxUnsentPageBytes(2 * kTags * kBytesOfEach);
+  EXPECT_EQ(BodyOf(control.Get("/growing.html")).size(), kTags * kBytesOfEach) << "the one before gave its room back";
+}
+
 TEST_F(PageMemoryTest, BuiltInErrorPagesCount) {
   const std::size_t usual = BodyOf(control.Get("/missing")).size();
   tessel.MaxUnsentPageBytes(static_cast<std::int64_t>(usual));
