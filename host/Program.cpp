@@ -117,6 +117,7 @@ void Serve(const Options& options) {
   console.Release();
   loop.Run();
   tessel.StopServer();
+  WaitForNoThread();
 }
 
 void Save(const Options& options) {

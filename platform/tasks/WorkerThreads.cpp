@@ -99,7 +99,7 @@ WorkerThreads::~WorkerThreads() {
   shelf_->isOver = true;
   dropped.swap(shelf_->pieces);
   shelf_->changed.notify_all();
-  shelf_->changed.wait_for(lock, kPatience, [this] { return shelf_->living.empty(); });
+  shelf_->changed.wait_for(lock, patience_, [this] { return shelf_->living.empty(); });
   const auto heldUp = shelf_->living;
   lock.unlock();
   for (std::thread& thread : threads_) {
@@ -117,6 +117,11 @@ bool WorkerThreads::Add(Workers::Kind kind, const void* owner, std::function<voi
   shelf_->pieces.splice(shelf_->pieces.end(), piece);
   shelf_->changed.notify_one();
   return true;
+}
+
+void WorkerThreads::WaitForNone() {
+  const std::scoped_lock lock(mutex_);
+  patience_ = {};
 }
 
 void WorkerThreads::Withdraw(const void* owner) noexcept {

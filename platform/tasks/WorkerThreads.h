@@ -42,6 +42,9 @@ class WorkerThreads {
   // `owner` can take the work back.
   virtual bool Add(Workers::Kind kind, const void* owner, std::function<void()> work, std::int32_t most);
 
+  // For a process that ends: work under way is not waited for.
+  void WaitForNone();
+
   // Drops the work of that owner which no thread has begun.
   virtual void Withdraw(const void* owner) noexcept;
 
@@ -53,6 +56,7 @@ class WorkerThreads {
   std::shared_ptr<Shelf> shelf_;  // what the threads work from; theirs too
   std::mutex mutex_;              // for the threads themselves
   std::vector<std::thread> threads_;
+  std::chrono::milliseconds patience_ = kPatience;
 };
 
 }  // namespace TesselServer

@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/tasks/WorkerThreads.h"
 #include "platform/world/AllSignalsBlocked.h"
 #include "platform/world/World.h"
 
@@ -49,5 +50,7 @@ void RunDetached(std::function<void()> work) {
   const AllSignalsBlocked inTheNewThreadToo;
   std::thread(std::move(work)).detach();
 }
+
+void WaitForNoThread() { WorkerThreads::Shared()->WaitForNone(); }
 
 }  // namespace TesselServer

@@ -15,7 +15,9 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/tasks/Workers.h"
+#include "platform/world/HostProcess.h"
 #include "tests/kit/LoopTools.h"
+#include "tests/kit/Programs.h"
 
 namespace TesselServer {
 namespace {
@@ -192,6 +194,29 @@ TEST(WorkersEndTest, TheLoopWaitsForWorkUnderWay) {
   }
   EXPECT_TRUE(isDone);
   opener.join();
+}
+
+TEST(WorkersEndTest, AProcessThatEndsWaitsForNone) {
+  const auto barrier = std::make_shared<Barrier>();
+  const auto isDone = std::make_shared<std::atomic<bool>>(false);
+  {
+    EventLoop loop;
+    Workers workers(loop);
+    const auto waits = [&]() -> Task<void> {
+      auto work = workers.Do(Kind::kNames, [barrier, isDone] {
+        barrier->Pass();
+        *isDone = true;
+        return 1;
+      });
+      co_await work;
+    };
+    const RunningTask task = RunningTask::Start(waits());
+    ASSERT_TRUE(barrier->Holds(1));
+    WaitForNoThread();
+  }
+  EXPECT_FALSE(*isDone);
+  barrier->Open();
+  EXPECT_TRUE(Kit::Eventually([&] { return isDone->load(); })) << "it goes on by itself";
 }
 
 TEST(WorkersEndTest, WorkThatNobodyWaitsForAnyMoreIsDropped) {
