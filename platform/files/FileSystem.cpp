@@ -15,7 +15,6 @@
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
 #include "platform/files/SlowDisk.h"
-#include "platform/files/SpellingWalk.h"
 #include "platform/world/AsciiCase.h"
 #include "platform/world/SystemErrors.h"
 #include "platform/world/World.h"
@@ -422,10 +421,9 @@ std::optional<PathIdentity> IdentifyAtOnce(std::string_view path) {
     return found->isElsewhere ? std::nullopt : std::optional(found->identity);
   }
   try {
-    SpellingWalk walk(&OpenPermittedHereOrRaise, AT_FDCWD, text);
-    const auto state = walk.Go();
-    if (state == SpellingWalk::State::kNeedsNames || state == SpellingWalk::State::kLeadsElsewhere) return std::nullopt;
-    return IdentifySpelling(state == SpellingWalk::State::kFound ? std::optional(walk.TakePath()) : std::nullopt);
+    const auto spelling = TrueSpellingAtOnce(&OpenPermittedHereOrRaise, AT_FDCWD, text, nullptr);
+    if (!spelling || spelling->isElsewhere) return std::nullopt;
+    return IdentifySpelling(spelling->path);
   } catch (const Error&) {
     return PathIdentity{IdentityState::kUnknown, {}};
   }

@@ -139,9 +139,10 @@ class RootFolder {
   // the kernel or a sandbox does not offer that call, no link below the root is followed.
   FoundEntry Find(std::string_view relative) const;
 
-  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted; where the root lies
-  // on a file system that may keep each call waiting (SlowDisk.h), or on another mount than the system's root and that
-  // was not asked within the last minute; and where the path leads from the root's mount to another one.
+  // The same, at once: nothing where the names in a folder would have to be read for it, or sorted, or hundreds of
+  // components be looked at; where the root lies on a file system that may keep each call waiting (SlowDisk.h), or on
+  // another mount than the system's root and that was not asked within the last minute; and where the path leads from
+  // the root's mount to another one.
   std::optional<FoundEntry> FindAtOnce(std::string_view relative) const;
 
   // The same in turns, all of it beside the loop where it is not known that the disk does not wait. The object stays
@@ -210,8 +211,8 @@ struct PathIdentity {
 PathIdentity IdentifyPath(std::string_view path);
 Task<PathIdentity> IdentifyInTurns(std::string path, Turns* turns);
 
-// The same, at once: nothing where the names in a folder would have to be read for it, or where it may lie on another
-// mount than the system's root.
+// The same, at once: nothing where the names in a folder would have to be read for it, or hundreds of components be
+// looked at, or where it may lie on another mount than the system's root.
 std::optional<PathIdentity> IdentifyAtOnce(std::string_view path);
 
 // OpenFile::ReadAll in turns.

@@ -20,18 +20,18 @@ namespace {
 
 constexpr int kFlagsForNames = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 
-// The smallest name in the folder `path` that is equal to `name` without regard to case, "" when there is none.
-Task<std::string> FirstSpelling(OpenFunction open, int root, std::string path, std::string name, FolderCache* known,
-                                Turns* turns) {
-  auto names = known != nullptr ? known->Find(path) : nullptr;
+// What the walk needs: the smallest name in its folder that is equal to the wanted one without regard to case, "" when
+// there is none.
+Task<std::string> FirstSpelling(const SpellingWalk& walk, FolderCache* known, Turns* turns) {
+  auto names = known != nullptr ? known->Find(walk.Folder()) : nullptr;
   if (!names) {
-    UniqueDescriptor folder(open(root, path, kFlagsForNames));
+    UniqueDescriptor folder = walk.OpenFolder(kFlagsForNames);
     if (known != nullptr && folder.IsOpen()) {
-      auto read = known->NamesOfInTurns(path, folder.Get(), FolderCache::Use::kLookUp, turns);
+      auto read = known->NamesOfInTurns(walk.Folder(), folder.Get(), FolderCache::Use::kLookUp, turns);
       names = co_await read;
     }
     if (!names) {
-      auto first = FirstEqualIn(std::make_shared<FolderStream>(std::move(folder)), std::move(name), turns);
+      auto first = FirstEqualIn(std::make_shared<FolderStream>(std::move(folder)), walk.Wanted(), turns);
       co_return co_await first;
     }
   }
@@ -40,21 +40,40 @@ Task<std::string> FirstSpelling(OpenFunction open, int root, std::string path, s
     auto next = turns->Next();
     co_await next;
   }
-  co_return std::string(names->FirstEqual(name));
+  co_return std::string(names->FirstEqual(walk.Wanted()));
 }
 
 // Names that are sorted in some microseconds.
 constexpr FolderRecord::Number kFewNames = 256;
 
-// Goes on as long as the names that it needs are remembered.
-SpellingWalk::State GoByMemory(SpellingWalk& walk, FolderCache* known) {
-  auto state = walk.Go();
-  while (state == SpellingWalk::State::kNeedsNames && known != nullptr) {
+// What a walk at once may take (SpellingWalk::Effort): some 40 microseconds.
+constexpr std::size_t kEffortAtOnce = 512;
+
+// Goes on as long as the names that it needs are remembered, and it takes little.
+SpellingWalk::State WalkAtOnce(SpellingWalk& walk, FolderCache* known) {
+  auto state = SpellingWalk::State::kHasMore;
+  while (walk.Effort() <= kEffortAtOnce) {
+    if (state == SpellingWalk::State::kHasMore) {
+      state = walk.Step();
+      continue;
+    }
+    if (state != SpellingWalk::State::kNeedsNames || known == nullptr) break;
     const auto names = known->Find(walk.Folder());
     if (!names || (!names->IsSorted() && names->Count() > kFewNames)) break;
     state = walk.GoOn(names->FirstEqual(walk.Wanted()));
   }
   return state;
+}
+
+bool IsUnderWay(SpellingWalk::State state) {
+  return state == SpellingWalk::State::kHasMore || state == SpellingWalk::State::kNeedsNames;
+}
+
+Spelling EndOf(SpellingWalk& walk, SpellingWalk::State state) {
+  Spelling spelling;
+  spelling.isElsewhere = state == SpellingWalk::State::kLeadsElsewhere;
+  if (state == SpellingWalk::State::kFound) spelling.path = walk.TakePath();
+  return spelling;
 }
 
 bool IsHidden(int descriptor) {
@@ -136,16 +155,27 @@ std::string FolderPathOf(const std::string& path) { return path.substr(0, path.r
 
 Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns) {
   SpellingWalk walk(open, folder, std::move(path));
-  auto state = walk.Go();
-  while (state == SpellingWalk::State::kNeedsNames) {
-    auto spelling = FirstSpelling(open, folder, walk.Folder(), walk.Wanted(), known, turns);
+  auto state = SpellingWalk::State::kHasMore;
+  while (IsUnderWay(state)) {
+    if (turns != nullptr && turns->TimeIsUp()) {
+      auto next = turns->Next();
+      co_await next;
+    }
+    if (state == SpellingWalk::State::kHasMore) {
+      state = walk.Step();
+      continue;
+    }
+    auto spelling = FirstSpelling(walk, known, turns);
     const std::string name = co_await spelling;
     state = walk.GoOn(name);
   }
-  Spelling spelling;
-  spelling.isElsewhere = state == SpellingWalk::State::kLeadsElsewhere;
-  if (state == SpellingWalk::State::kFound) spelling.path = walk.TakePath();
-  co_return spelling;
+  co_return EndOf(walk, state);
+}
+
+std::optional<Spelling> TrueSpellingAtOnce(OpenFunction open, int folder, std::string path, FolderCache* known) {
+  SpellingWalk walk(open, folder, std::move(path));
+  const auto state = WalkAtOnce(walk, known);
+  return IsUnderWay(state) ? std::nullopt : std::optional(EndOf(walk, state));
 }
 
 std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path, FolderCache* known) {
@@ -169,12 +199,11 @@ std::optional<FoundEntry> FindAsSpelled(OpenFunction open, int root, const Colla
 
 std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const CollapsedPath& path,
                                               FolderCache* known) {
-  SpellingWalk walk(open, root, path.text);
-  const auto state = GoByMemory(walk, known);
-  if (state == SpellingWalk::State::kNeedsNames) return std::nullopt;
-  if (state == SpellingWalk::State::kLeadsElsewhere) return EntryElsewhere();
-  if (state == SpellingWalk::State::kMissing) return FoundEntry();
-  return OpenSpelling(open, root, {walk.TakePath(), path.asFolder});
+  auto spelling = TrueSpellingAtOnce(open, root, path.text, known);
+  if (!spelling) return std::nullopt;
+  if (spelling->isElsewhere) return EntryElsewhere();
+  if (!spelling->path) return FoundEntry();
+  return OpenSpelling(open, root, {std::move(*spelling->path), path.asFolder});
 }
 
 Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns) {

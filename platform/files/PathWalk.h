@@ -50,12 +50,16 @@ std::string FolderPathOf(const std::string& path);
 std::optional<std::string> TrueSpelling(OpenFunction open, int folder, std::string_view path,
                                         FolderCache* known = nullptr);
 
-// The same, reading folders in turns. `folder` stays open and `known` alive meanwhile.
+// The same in turns: some steps, or some names of a folder, in each. `folder` stays open and `known` alive meanwhile.
 struct Spelling {
   std::optional<std::string> path;
   bool isElsewhere = false;  // `open` does not go where it may be (kElsewhere); there is no path then
 };
 Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns);
+
+// The same at once: nothing where the names in a folder would have to be read or sorted for it, or where it would take
+// more than some 40 microseconds: for a path of hundreds of components, or of dozens that are spelled otherwise.
+std::optional<Spelling> TrueSpellingAtOnce(OpenFunction open, int folder, std::string path, FolderCache* known);
 
 // The flags with which an entry is opened: non-blocking, so that a FIFO without a writer cannot hold the thread until
 // it is seen to be one.
@@ -71,7 +75,7 @@ FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, F
                        int tried = 0);
 
 // Its parts: what is there in the spelling given, or nothing where other spellings are to be tried; then those, at once
-// where all names that it takes are remembered, else nothing; or in turns, while `root` stays open and `known` alive.
+// as TrueSpellingAtOnce has it, else nothing; or in turns, while `root` stays open and `known` alive.
 std::optional<FoundEntry> FindAsSpelled(OpenFunction open, int root, const CollapsedPath& path, int tried);
 std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const CollapsedPath& path,
                                               FolderCache* known);
