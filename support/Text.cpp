@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+#include "support/NoCaseSearch.h"
+
 namespace TesselServer {
 namespace {
 
@@ -12,6 +14,13 @@ constexpr char kBlank = ' ';
 // How far FindNoCase looks for one case of a letter before it looks for the other. A bound, so that a text with only
 // one of the two costs no pass to its end at each place where that one is.
 constexpr std::size_t kSearchWindow = 256;
+
+// What FindNoCase spends on places where only the beginning of the needle is, before it goes on in one pass: some
+// nanoseconds each. In what people write the first letter is rare enough for less than this, and a long pass over
+// letters that cannot begin the needle costs a tenth of a pass that looks at each by itself.
+constexpr std::size_t kEffortOfPlace = 16;
+constexpr std::size_t kMostEffort = 256;
+constexpr std::size_t kMostEffortOfByte = 2;
 
 // The first `wanted` in text[begin, end), `end` when there is none.
 std::size_t FindByte(std::string_view text, char wanted, std::size_t begin, std::size_t end) {
@@ -32,6 +41,20 @@ std::size_t FindByteNoCase(std::string_view text, char wanted, std::size_t begin
     begin = windowEnd;
   }
   return end;
+}
+
+// How many bytes `text` and `needle` begin with alike, in either case.
+std::size_t CountEqualNoCase(std::string_view text, std::string_view needle) {
+  const std::size_t most = std::min(text.size(), needle.size());
+  std::size_t equal = 0;
+  while (equal < most && LowerAscii(text[equal]) == LowerAscii(needle[equal])) ++equal;
+  return equal;
+}
+
+// FindNoCase, each byte looked at by itself.
+std::size_t FindInOnePass(std::string_view text, std::string_view needle, std::size_t from) {
+  const std::size_t end = NoCaseSearch(needle).Take(text.substr(from));
+  return end == kNpos ? kNpos : from + end - needle.size();
 }
 
 }  // namespace
@@ -60,15 +83,20 @@ std::string Lower(std::string_view text) {
 }
 
 std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size_t from) {
-  if (from > text.size() || needle.size() > text.size() - from) return std::string_view::npos;
+  if (from > text.size() || needle.size() > text.size() - from) return kNpos;
   if (needle.empty()) return from;
   const std::size_t end = text.size() - needle.size() + 1;  // after the last place where the needle fits
   const char first = UpperAscii(needle.front());
+  std::size_t effort = 0;
   for (std::size_t at = from; at < end; ++at) {
     if (UpperAscii(text[at]) != first) at = FindByteNoCase(text, needle.front(), at, end);
-    if (at < end && EqualNoCase(text.substr(at, needle.size()), needle)) return at;
+    if (at == end) break;
+    if (effort > kMostEffort + kMostEffortOfByte * (at - from)) return FindInOnePass(text, needle, at);
+    const std::size_t equal = CountEqualNoCase(text.substr(at), needle);
+    if (equal == needle.size()) return at;
+    effort += kEffortOfPlace + equal;
   }
-  return std::string_view::npos;
+  return kNpos;
 }
 
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {

@@ -49,8 +49,8 @@ std::string Upper(std::string_view text);
 std::string Lower(std::string_view text);
 
 // The first position at or after `from` where `needle` is in `text`, ASCII letters being equal in either case.
-// npos when there is none or `from` is after the end. An empty needle is found at `from`. Costs one pass over the
-// text, plus the length of the needle at each place of the needle's first byte.
+// npos when there is none or `from` is after the end. An empty needle is found at `from`. Linear whatever both are:
+// costs one pass over the text up to the place, and one over the needle.
 std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size_t from = 0);
 
 // `text` with every `from` (byte for byte, left to right, no overlap) replaced by `to`. What was put in is not looked

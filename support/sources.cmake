@@ -1,6 +1,7 @@
 set(SOURCES
   Dates.cpp
   Format.cpp
+  NoCaseSearch.cpp
   Printable.cpp
   Text.cpp
   Wipe.cpp

@@ -16,29 +16,16 @@ bool EndsLine(char c) { return c == '\r' || c == '\n'; }
 
 }  // namespace
 
-PasswordSearch::PasswordSearch(const std::string& user, const std::string& password)
-    : hasUser_(!user.empty()), wanted_(Lower(user + ":" + password)), search_(wanted_.cbegin(), wanted_.cend()) {}
-
-PasswordSearch::~PasswordSearch() {
-  Wipe(wanted_);
-  Wipe(tail_);
+PasswordSearch::PasswordSearch(const std::string& user, const std::string& password) {
+  if (user.empty()) return;
+  std::string wanted = user + ":" + password;
+  const WipeAtEnd wantedGoes(wanted);
+  pair_.emplace(wanted);
 }
 
 void PasswordSearch::Take(std::string_view stretch) {
-  SearchUser(stretch);
+  if (pair_ && !holds_) holds_ = pair_->Take(stretch) != kNpos;
   SearchRealm(stretch);
-}
-
-void PasswordSearch::SearchUser(std::string_view stretch) {
-  if (holds_ || !hasUser_) return;
-  std::string searched;
-  const WipeAtEnd searchedGoes(searched);
-  searched.reserve(tail_.size() + stretch.size());
-  searched += tail_;
-  for (const char c : stretch) searched += LowerAscii(c);
-  holds_ = std::search(searched.cbegin(), searched.cend(), search_) != searched.cend();
-  Wipe(tail_);
-  tail_.assign(searched, searched.size() - std::min(searched.size(), wanted_.size() - 1));
 }
 
 void PasswordSearch::SearchRealm(std::string_view stretch) {

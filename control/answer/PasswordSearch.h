@@ -8,13 +8,16 @@
 //   search.Realm();                          // "Members"
 //
 // Thread:    one.
-// Ownership: keeps what it needs; what it keeps of the text is overwritten before its memory is given back.
+// Ownership: keeps what it needs; the pair is overwritten before its memory is given back. Of the text only the realm
+//            is kept.
 // Errors:    none but those of memory running out.
 #pragma once
 
-#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "support/NoCaseSearch.h"
 
 namespace TesselServer {
 
@@ -29,7 +32,6 @@ class PasswordSearch {
   PasswordSearch(const std::string& user, const std::string& password);
   PasswordSearch(const PasswordSearch&) = delete;
   PasswordSearch& operator=(const PasswordSearch&) = delete;
-  ~PasswordSearch();
 
   // The next bytes of the text.
   void Take(std::string_view stretch);
@@ -45,15 +47,10 @@ class PasswordSearch {
  private:
   enum class Line { kStart, kOther, kRealm, kAfterRealm };
 
-  void SearchUser(std::string_view stretch);
   void SearchRealm(std::string_view stretch);
   void StepInLine(char c);
 
-  const bool hasUser_;
-  std::string wanted_;                                             // in lower case
-  std::boyer_moore_searcher<std::string::const_iterator> search_;  // linear whatever the client sends; a plain search
-                                                                   // is not, where the file repeats itself
-  std::string tail_;  // the end of the text so far, in lower case, in which what is wanted may begin
+  std::optional<NoCaseSearch> pair_;  // "user:password"; none without a user
   bool holds_ = false;
   Line line_ = Line::kStart;
   std::size_t matched_ = 0;  // how much of the realm's key the line has begun with

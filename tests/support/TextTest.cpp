@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <limits>
+#include <random>
 
 #include "platform/world/AsciiCase.h"
 #include "support/Text.h"
@@ -94,6 +95,43 @@ TEST(TextTest, FindNoCaseAgreesWithASlowSearchAtAnyDistance) {
       }
     }
   }
+}
+
+TEST(TextTest, FindNoCaseAgreesWithASlowSearchWhereBothTextsRepeatThemselves) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 3000; ++round) {
+    const std::string_view alphabet = round % 3 == 0 ? "aaaaaaB" : round % 3 == 1 ? "abAB" : "nNamE=&";
+    const auto make = [&](std::size_t size) {
+      std::string text;
+      while (text.size() < size) text += alphabet[random() % alphabet.size()];
+      return text;
+    };
+    const std::string text = make(random() % 1200);
+    const std::string needle = make(1 + random() % (round % 5 == 0 ? 100 : 12));
+    const std::size_t from = random() % (text.size() + 2);
+    ASSERT_EQ(FindNoCase(text, needle, from), FindSlowly(text, needle, from)) << needle << " in " << text << from;
+    const std::string_view inside = std::string_view(text).substr(text.size() / 2, 1 + random() % 100);
+    if (!inside.empty()) {
+      ASSERT_EQ(FindNoCase(text, inside), FindSlowly(text, inside, 0)) << inside << " in " << text;
+    }
+  }
+}
+
+// Each place of a search that tried the needle at every one of them would take a million steps: none would ever be
+// over.
+TEST(TextTest, FindNoCaseIsLinearWhateverBothTextsAre) {
+  constexpr std::size_t kBytes = 8 * 1024 * 1024;
+  const std::string text(kBytes, 'i');
+  const std::string most(kBytes / 3, 'I');
+  EXPECT_EQ(FindNoCase(text, most + "b"), kNone);
+  EXPECT_EQ(FindNoCase(text, "b" + most), kNone);
+  EXPECT_EQ(FindNoCase(text, most + "b" + most), kNone);
+  EXPECT_EQ(FindNoCase(text + "B" + most, most + "b" + most), kBytes - most.size());
+  std::size_t count = 0;
+  const std::string key = most.substr(0, 1000) + "=";
+  const std::string pairs = ReplaceAll(text, text.substr(0, 2000), most.substr(0, 1999) + "=");
+  for (std::size_t at = FindNoCase(pairs, key); at != kNone; at = FindNoCase(pairs, key, at + key.size())) ++count;
+  EXPECT_EQ(count, kBytes / 2000);
 }
 
 TEST(TextTest, FindNoCaseFindsEachByteInItsPlace) {

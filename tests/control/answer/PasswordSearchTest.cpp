@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
 #include <string_view>
 
 #include "control/answer/PasswordSearch.h"
@@ -34,6 +36,49 @@ TEST(PasswordSearchTest, LooksForThePairAnywhereInAnyCase) {
       for (const std::string_view piece : pieces) search.Take(piece);
       EXPECT_EQ(search.Holds(), c.holds) << c.why << ", pieces: " << pieces.size();
     }
+  }
+}
+
+TEST(PasswordSearchTest, FindsAPairThatRepeatsItself) {
+  const std::string hashes(100, '#');
+  const struct {
+    std::string text, user, password;
+    bool holds;
+  } cases[] = {
+      {hashes + ":#", "#", "#", true},
+      {hashes + ":" + hashes, "##", hashes, true},
+      {hashes + ":##", "#", "###", false},
+      {"#:#:#", "#:#", "#", true},
+      {"a:a:b:a:a:c", "a:a", "c", true},
+      {"a:a:b:a:a:c", "a:a", "d", false},
+      {"aB:aB:aaB:aB:c", "ab", "aab:ab:C", true},
+      {"aB:aB:aaB:aB:c", "ab", "aab:abC", false},
+  };
+  for (const auto& c : cases) {
+    for (const Kit::Pieces& pieces : Kit::AllCuts(c.text)) {
+      PasswordSearch search(c.user, c.password);
+      for (const std::string_view piece : pieces) search.Take(piece);
+      EXPECT_EQ(search.Holds(), c.holds) << c.user << ":" << c.password << ", pieces: " << pieces.size();
+    }
+  }
+}
+
+// A search that goes back for each byte would take a million steps for each of these: none would ever be over.
+TEST(PasswordSearchTest, IsLinearWhateverTheClientSends) {
+  const std::string hashes(4 * 1024 * 1024, '#');
+  const std::string file = hashes + ":" + hashes;
+  const struct {
+    std::string user, password;
+    bool holds;
+  } cases[] = {{"#", hashes, true}, {hashes, "#", true}, {"#", hashes + "x", false}, {"x" + hashes, hashes, false}};
+  for (const auto& c : cases) {
+    PasswordSearch search(c.user, c.password);
+    for (std::string_view left = file; !left.empty();) {
+      const std::size_t bytes = std::min(left.size(), PasswordSearch::kStretchBytes);
+      search.Take(left.substr(0, bytes));
+      left.remove_prefix(bytes);
+    }
+    EXPECT_EQ(search.Holds(), c.holds);
   }
 }
 
