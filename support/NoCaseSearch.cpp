@@ -1,5 +1,6 @@
 #include "support/NoCaseSearch.h"
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
@@ -21,6 +22,8 @@ NoCaseSearch::~NoCaseSearch() { Wipe(wanted_); }
 std::size_t NoCaseSearch::Take(std::string_view stretch) {
   if (wanted_.empty()) return kNpos;
   for (std::size_t at = 0; at < stretch.size(); ++at) {
+    if (matched_ == 0) at += CountOther(stretch.substr(at));
+    if (at == stretch.size()) break;
     matched_ = Step(matched_, LowerAscii(stretch[at]));
     if (matched_ == wanted_.size()) {
       matched_ = borders_.back();
@@ -28,6 +31,15 @@ std::size_t NoCaseSearch::Take(std::string_view stretch) {
     }
   }
   return kNpos;
+}
+
+// How many bytes there are before one that what is wanted begins with.
+std::size_t NoCaseSearch::CountOther(std::string_view text) {
+  const char first = wanted_.front();
+  std::size_t count = 0;
+  while (count < text.size() && LowerAscii(text[count]) != first) ++count;
+  compared_ += std::min(count + 1, text.size());
+  return count;
 }
 
 // What is wanted is searched for in itself.

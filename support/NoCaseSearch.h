@@ -38,6 +38,7 @@ class NoCaseSearch {
 
  private:
   void MakeBorders();
+  std::size_t CountOther(std::string_view text);
   std::size_t Step(std::size_t matched, char c);
 
   std::string wanted_;                  // in lower case
