@@ -54,6 +54,11 @@ std::string ValueOf(cls_HTTP& record, const EchoTag& tag, std::string_view name)
   return tag.isQueryItem ? QueryItem(record.Request().QueryString, name) : record.ServerVariable(name);
 }
 
+// Of the value; each byte of the query was looked at.
+std::size_t WorkOf(const cls_HTTP& record, const EchoTag& tag, std::string_view name) {
+  return kWorkOfAnEcho + (tag.isQueryItem ? name.size() + record.Request().QueryString.size() : 0);
+}
+
 class EchoPass final : public PageProcessor {
  public:
   EchoPass(cls_HTTP& record, Page& page) : record_(record), page_(page), search_(record.Turns()) {}
@@ -89,7 +94,7 @@ class EchoPass final : public PageProcessor {
     const auto [value, isNew] = page_.FindValue(tag_->isQueryItem ? items_ : variables_, name);
     if (isNew) {
       *value = page_.Keep(ValueOf(record_, *tag_, name));
-      pass_->AddWork(kWorkOfAnEcho);
+      pass_->AddWork(WorkOf(record_, *tag_, name));
     }
     pass_->ReplaceByKept(**value);
   }

@@ -114,6 +114,23 @@ TEST_F(LongPageTest, AShortPageIsMadeInItsFirstTurnWithoutALookAtTheClock) {
   EXPECT_LE(clock_.looks - before, 4) << "for its beginning, the include and the function";
 }
 
+TEST_F(LongPageTest, AfterEachSearchOfALongQueryTheClockIsLookedAt) {
+  std::string page;
+  for (const char* name : {"name", "number", "note", "nation", "nick", "news", "night", "north"}) {
+    page += std::string("<%=Request.QueryString(") + name + ")%>|";
+  }
+  const auto looksWith = [&](const std::string& query) {
+    site_.request.QueryString = query;
+    const std::string expected = AtOnce(page);
+    clock_.looks = 0;
+    TurnsOf(Begin());
+    EXPECT_EQ(answer_, expected);
+    return clock_.looks;
+  };
+  const auto usual = looksWith("name=n&north=s");
+  EXPECT_GE(looksWith(std::string(63'000, 'n')), usual + 8);
+}
+
 TEST_F(LongPageTest, TheRecordServesTheNextRequestWhereverOneWasLeft) {
   site_.tree.Write("a.exe", "");
   const std::string page = TextWithTags(100'000, 120);
