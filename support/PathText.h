@@ -13,8 +13,9 @@ constexpr bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // The text after the last separator, the whole path when it has none.
 constexpr std::string_view LastComponent(std::string_view path) {
-  const std::size_t separator = path.find_last_of("/\\");
-  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+  std::size_t start = path.size();
+  while (start > 0 && !IsSeparator(path[start - 1])) --start;
+  return path.substr(start);
 }
 
 // The text before LastComponent, its separator included.

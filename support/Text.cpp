@@ -57,6 +57,30 @@ std::size_t FindInOnePass(std::string_view text, std::string_view needle, std::s
   return end == kNpos ? kNpos : from + end - needle.size();
 }
 
+// As starts_with, for texts of a few bytes.
+bool BeginsWith(std::string_view text, std::string_view start) {
+  if (text.size() < start.size()) return false;
+  std::size_t same = 0;
+  while (same < start.size() && text[same] == start[same]) ++same;
+  return same == start.size();
+}
+
+// Appends the rest of `text`, `result` being its beginning, with `to`, which is no longer, in place of every `from`.
+void ReplaceInto(std::string& result, std::string_view text, std::string_view from, std::string_view to) {
+  std::size_t out = result.size();
+  std::size_t in = out;
+  result.resize(text.size());
+  while (in < text.size()) {
+    if (BeginsWith(text.substr(in), from)) {
+      for (const char c : to) result[out++] = c;
+      in += from.size();
+    } else {
+      result[out++] = text[in++];
+    }
+  }
+  result.resize(out);
+}
+
 }  // namespace
 
 std::size_t FindLineEnd(std::string_view text) {
@@ -99,16 +123,23 @@ std::size_t FindNoCase(std::string_view text, std::string_view needle, std::size
   return kNpos;
 }
 
+// Byte by byte from the first place on where the text does not grow: a client's text may be full of such places.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
-  if (from.empty()) return std::string(text);
-  std::string result;
-  result.reserve(text.size());
-  std::size_t begin = 0;
-  for (std::size_t at = text.find(from); at != std::string_view::npos; at = text.find(from, begin)) {
-    result.append(text, begin, at - begin).append(to);
-    begin = at + from.size();
+  std::size_t at = from.empty() ? kNpos : text.find(from);
+  std::string result(text.substr(0, at));
+  if (at == kNpos) return result;
+  if (to.size() <= from.size()) {
+    ReplaceInto(result, text, from, to);
+    return result;
   }
-  return result.append(text, begin);
+  result.reserve(text.size());
+  for (;;) {
+    result.append(to);
+    const std::size_t begin = at + from.size();
+    at = text.find(from, begin);
+    result.append(text.substr(begin, at - begin));
+    if (at == kNpos) return result;
+  }
 }
 
 std::optional<std::int64_t> LeadingNumber(std::string_view text) {

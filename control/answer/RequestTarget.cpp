@@ -1,5 +1,6 @@
 #include "control/answer/RequestTarget.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "http/RunCGI.h"
@@ -31,7 +32,11 @@ int DecodeAt(std::string_view path, std::size_t position) {
 
 std::string WithBlanks(std::string_view requestPath) { return ReplaceAll(requestPath, "%20", " "); }
 
+// Whether a path is so long that nothing is found at it, however it is read: decoded it is a third as long at least.
+bool IsTooLong(std::string_view requestPath) { return requestPath.size() > 3 * RootFolder::kMaxPathBytes; }
+
 Task<FoundEntry> FindOnce(const RootFolder& root, std::string requestPath, Turns* turns) {
+  if (IsTooLong(requestPath)) co_return FoundEntry();
   auto asItIs = root.FindInTurns(WithBlanks(requestPath), turns);
   FoundEntry entry = co_await asItIs;
   if (entry.kind != EntryKind::kNone) co_return entry;
@@ -77,8 +82,11 @@ std::optional<FoundEntry> IndexPageAtOnce(const RootFolder& root, const FoundEnt
 std::string MapPath(std::string_view virtualPath, std::string_view requestPath) {
   if (!virtualPath.empty() && IsSeparator(virtualPath.back())) virtualPath.remove_suffix(1);
   if (!requestPath.empty() && IsSeparator(requestPath.front())) requestPath.remove_prefix(1);
-  const std::string joined = std::string(virtualPath) + "\\" + std::string(requestPath);
-  return Upper(ReplaceAll(ReplaceAll(joined, "/", "\\"), "%20", " "));
+  std::string path;
+  path.reserve(virtualPath.size() + 1 + requestPath.size());
+  path.append(virtualPath).append("\\").append(requestPath);
+  std::transform(path.begin(), path.end(), path.begin(), [](char c) { return c == '/' ? '\\' : UpperAscii(c); });
+  return path.find('%') == std::string::npos ? path : WithBlanks(path);
 }
 
 std::string DecodePath(std::string_view path) {
@@ -109,8 +117,8 @@ std::string ScriptNameOf(const FoundEntry& target, std::string_view requestPath)
 }
 
 bool IsProgramRequest(std::string_view requestPath, std::string_view query) {
-  const std::string asked = std::string(requestPath) + "?" + std::string(query);
-  return IsProgramName(requestPath) || FindNoCase(asked, ".exe?") != std::string::npos;
+  if (IsProgramName(requestPath)) return true;  // or the "?" is the one after the path
+  return FindNoCase(requestPath, ".exe?") != kNpos || FindNoCase(query, ".exe?") != kNpos;
 }
 
 Task<FoundEntry> FindProgram(const RootFolder& folder, std::string requestPath, const SecretFiles& secrets,
@@ -143,6 +151,7 @@ Task<FoundEntry> ResolveTarget(const RootFolder& root, std::string requestPath, 
 
 std::optional<FoundEntry> ResolveAtOnce(const RootFolder& root, std::string_view requestPath,
                                         std::span<const std::string> indexPages, const SecretFiles& secrets) {
+  if (IsTooLong(requestPath)) return FoundEntry();
   auto entry = root.FindAtOnce(WithBlanks(requestPath));
   if (!entry) return entry;
   switch (entry->kind) {

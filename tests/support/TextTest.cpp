@@ -166,6 +166,10 @@ TEST(TextTest, ReplaceAllReplacesWithoutLookingAtWhatItPutIn) {
       {"aAa", "a", "x", "xAx"},
       {"a%20b%20", "%20", " ", "a b "},
       {"....//", "..", ".", "..//"},
+      {"%%20%2", "%20", " ", "% %2"},
+      {"x%20%20y%2", "%20", " ", "x  y%2"},
+      {"a\\b\\", "\\", "/", "a/b/"},
+      {"a\r\n\r\nb", "\r\n", "<br>", "a<br><br>b"},
   };
   for (const auto& c : cases) EXPECT_EQ(ReplaceAll(c.text, c.from, c.to), c.result) << c.text;
 }

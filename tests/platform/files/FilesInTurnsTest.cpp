@@ -134,6 +134,48 @@ TEST_F(FilesInTurnsTest, AtOnceALookUpFindsTheSameOrNothing) {
   }
 }
 
+// So deep that each of its folders, spelled otherwise, is a step or more.
+std::string DeepPath(std::string_view name, int depth) {
+  std::string path(name);
+  for (int i = 1; i < depth; ++i) path.append("/").append(name);
+  return path;
+}
+
+TEST_F(FilesInTurnsTest, ADeepPathIsWalkedInTurns) {
+  constexpr int kDepth = 200;
+  tree_.Write("Site/" + DeepPath("x", kDepth) + "/Page.htm", "page");
+  const RootFolder root(At("Site"), world_);
+  const std::string asked = DeepPath("X", kDepth) + "/PAGE.htm";
+  const std::string found = DeepPath("x", kDepth) + "/Page.htm";
+  EXPECT_EQ(Await(root.FindInTurns(asked, &turns_)).name, found);
+  EXPECT_GE(turnsTaken_, kDepth);
+  EXPECT_EQ(root.Find(asked).name, found);
+  EXPECT_EQ(Await(IdentifyInTurns(At("Site/" + asked), &turns_)).identity, IdentifyPath(At("Site/" + found)).identity);
+  EXPECT_GE(turnsTaken_, kDepth);
+}
+
+TEST_F(FilesInTurnsTest, AtOnceNoDeepPathIsWalked) {
+  fs::create_symlink(At("Site"), tree_.Path() / "Site/1");
+  tree_.Write("Site/" + DeepPath("2", 700) + "/3", "");
+  const RootFolder root(At("Site"), world_);
+  struct {
+    std::string path;
+    bool isKnown;
+    const char* why;
+  } const cases[] = {
+      {DeepPath("1", 5) + "/4", true, "a few links"},
+      {DeepPath("1", 300) + "/4", false, "hundreds of links, each a step"},
+      {DeepPath("2", 100) + "/4", true, "a hundred folders are one step"},
+      {DeepPath("2", 700) + "/4", false, "seven hundred are too much"},
+      {DeepPath("2", 700) + "/3", true, "as it is spelled"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(root.FindAtOnce(c.path).has_value(), c.isKnown) << c.why;
+    EXPECT_EQ(IdentifyAtOnce(At("Site/" + c.path)).has_value(), c.isKnown || c.path.starts_with('1')) << c.why;
+    ExpectSame(Await(root.FindInTurns(c.path, &turns_)), root.Find(c.path), c.path);
+  }
+}
+
 // A listing remembers names without sorting them.
 TEST_F(FilesInTurnsTest, ManyNamesAreSortedInTurns) {
   WriteMany();

@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 
@@ -115,6 +117,69 @@ TEST_F(TrueSpellingTest, WalksOnFromTheEndOfALinkThatComesBack) {
   std::filesystem::create_symlink("Real", tree_.Path() / "Near");
   EXPECT_EQ(Spell("LINK/PAGE.HTM"), "Real/Page.htm") << "absolute";
   EXPECT_EQ(Spell("NEAR/PAGE.HTM"), "Near/Page.htm") << "relative";
+}
+
+TEST_F(TrueSpellingTest, FindsEachMixtureOfSpellingsOnALongPath) {
+  std::string real;
+  for (int i = 0; i < 9; ++i) real += i == 0 ? "x" : "/x";
+  tree_.Write(real + "/page", "x");
+  for (unsigned other = 0; other < 512; ++other) {
+    std::string asked = real;
+    for (unsigned i = 0; i < 9; ++i) {
+      if ((other >> i & 1) != 0) asked[2 * i] = 'X';
+    }
+    EXPECT_EQ(Spell(asked), real);
+    EXPECT_EQ(Spell(asked + "/PAGE"), real + "/page");
+    EXPECT_EQ(Spell(asked + "/none"), "nothing");
+    EXPECT_EQ(Spell(asked + "/1"), "nothing");
+    EXPECT_EQ(Spell(asked + "/page/x/x"), "nothing") << "a file is no folder";
+  }
+}
+
+TEST_F(TrueSpellingTest, FollowsALinkThatClimbsWithinTheFolder) {
+  tree_.Write("a/b/c/Page.htm", "x");
+  tree_.Write("d/e/f/Other.htm", "x");
+  std::filesystem::create_symlink("../../../d/e", tree_.Path() / "a/b/c/up");
+  std::filesystem::create_symlink("../../../../d", tree_.Path() / "a/b/c/out");
+  EXPECT_EQ(Spell("a/b/c/up/f/OTHER.htm"), "a/b/c/up/f/Other.htm");
+  EXPECT_EQ(Spell("A/b/c/UP/F/other.htm"), "a/b/c/up/f/Other.htm");
+  EXPECT_EQ(Spell("a/b/c/out/e/f/OTHER.htm"), "nothing") << "it leaves the folder";
+}
+
+// What is opened in one call is counted in components.
+struct CountedOpening {
+  static inline std::size_t calls = 0, components = 0;
+  static int Open(int folder, const std::string& path, int flags) {
+    calls += 1;
+    components += static_cast<std::size_t>(std::count(path.begin(), path.end(), '/')) + 1;
+    return OpenBeneath(folder, path, flags);
+  }
+};
+
+TEST_F(TrueSpellingTest, WalksADeepPathOnce) {
+  constexpr std::size_t kDepth = 300;
+  std::string folder = "x";
+  for (std::size_t i = 1; i < kDepth; ++i) folder += "/x";
+  tree_.Write(folder + "/page", "x");
+  std::string other = folder;
+  std::replace(other.begin(), other.end(), 'x', 'X');
+  struct {
+    std::string asked;
+    bool isFound;
+    std::size_t mostCalls, mostComponents;
+  } const cases[] = {
+      {folder + "/PAGE", true, 5, kDepth + 5},
+      {folder + "/none", false, 5, kDepth + 5},
+      {folder + "/1", false, 5, kDepth + 5},
+      {folder.substr(0, kDepth + 1) + folder.substr(1) + "/1", false, 40, 8 * kDepth},
+      {other + "/page", true, 4 * kDepth, 6 * kDepth},
+  };
+  for (const auto& c : cases) {
+    CountedOpening::calls = CountedOpening::components = 0;
+    EXPECT_EQ(TrueSpelling(&CountedOpening::Open, root_, c.asked).has_value(), c.isFound) << c.asked;
+    EXPECT_LE(CountedOpening::calls, c.mostCalls) << c.asked;
+    EXPECT_LE(CountedOpening::components, c.mostComponents) << c.asked;
+  }
 }
 
 TEST(WithSlashesTest, TurnsEveryBackslash) {
