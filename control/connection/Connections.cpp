@@ -6,15 +6,6 @@
 
 namespace TesselServer {
 
-namespace {
-
-// What a body takes of memory beside its slot.
-std::int64_t BodyBytes(const std::string& body) {
-  return body.capacity() > std::string().capacity() ? static_cast<std::int64_t>(body.capacity()) : 0;
-}
-
-}  // namespace
-
 void Connections::ConnectionRequest(std::int32_t Index, std::int32_t requestID) {
   state_.reporter.Trap(ErrorPrefix::kConnectionRequest, [&] {
     if (state_.holdConnections) return;
@@ -128,14 +119,13 @@ void Connections::Follow(std::int32_t Index, Slot& slot, Reception::Outcome outc
 // would exceed the limit.
 Reception::Outcome Connections::BoundBody(Slot& slot, Reception::Outcome outcome) {
   Reception& request = slot.Request;
-  const auto bytes = [&] { return BodyBytes(slot.Fields().RequestBody); };
-  const bool isDue = slot.Fields().BodyPending || !slot.BodyMemory.Fits(state_.bodyMemory, bytes());
+  const bool isDue = slot.Fields().BodyPending || !slot.BodyMemory.Fits(state_.bodyMemory, request.BodyBytes());
   if (request.Body() == Reception::BodyUse::kUndecided && isDue) {
     const bool isRead = dispatch_.BodyIsRead(slot);
     request.Body(isRead ? Reception::BodyUse::kKept : Reception::BodyUse::kDropped);
     if (isRead && !slot.BodyMemory.Fits(state_.bodyMemory, request.AnnouncedBytes())) return request.Refuse();
   }
-  return slot.BodyMemory.Resize(state_.bodyMemory, bytes()) ? outcome : request.Refuse();
+  return slot.BodyMemory.Resize(state_.bodyMemory, request.BodyBytes()) ? outcome : request.Refuse();
 }
 
 // The time runs from the first outcome of its kind; later ones do not prolong it.

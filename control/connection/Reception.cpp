@@ -1,6 +1,7 @@
 #include "control/connection/Reception.h"
 
 #include <algorithm>
+#include <new>
 
 #include "control/connection/HeaderFields.h"
 #include "control/connection/RequestLine.h"
@@ -174,16 +175,33 @@ void Reception::Store(std::string_view bytes) {
   auto& body = fields_.RequestBody;
   const auto length = static_cast<std::size_t>(length_);
   const auto kept = bytes.substr(0, length - body.size());
-  const std::size_t needed = body.size() + kept.size();
-  if (needed > body.capacity()) {
-    // Doubles where that is not beyond what was announced. Growing in place might take more than was asked for.
-    std::string grown;
-    grown.reserve(std::max(needed, std::min(length, 2 * body.capacity())));
-    grown += body;
-    body.swap(grown);
-  }
+  MakeRoom(body.size() + kept.size());
   body += kept;
   fields_.BodyWritePos = static_cast<std::int64_t>(body.size()) + 1;
+}
+
+// Room for so many bytes of the body. It doubles where that is not beyond what was announced, as long as little is
+// moved for it; then there is room for all that was announced, which takes no memory before it is written to. Where the
+// system does not give so much, it goes on to double.
+void Reception::MakeRoom(std::size_t needed) {
+  auto& body = fields_.RequestBody;
+  if (needed <= body.capacity()) return;
+  const auto length = static_cast<std::size_t>(length_);
+  const std::size_t doubled = std::max(needed, std::min(length, 2 * body.capacity()));
+  std::string grown;  // for one that grows in place might take more than was asked for
+  try {
+    grown.reserve(doubled > kMovedAtMost ? length : doubled);
+  } catch (const std::bad_alloc&) {
+    grown.reserve(doubled);
+  }
+  grown += body;
+  body.swap(grown);
+}
+
+std::int64_t Reception::BodyBytes() const {
+  const auto& body = fields_.RequestBody;
+  if (body.capacity() <= std::string().capacity()) return 0;
+  return static_cast<std::int64_t>(body.capacity() > kMovedAtMost ? body.size() : body.capacity());
 }
 
 Reception::Outcome Reception::BodyOutcome() {

@@ -43,6 +43,9 @@ class Reception {
   // No limit of the host's goes beyond this: the announced length is kept as a number of 32 bits.
   static constexpr std::int64_t kMaxBodyBytes = 2147483647;
 
+  // So much of a body is moved at most, in 50 us, where room for more of it is needed.
+  static constexpr std::size_t kMovedAtMost = 256 * 1024;
+
   enum class Outcome {
     kWaiting,   // more must arrive; nothing to do until then, however long it takes
     kHolding,   // more must arrive; call TimeUp() kHoldMilliseconds after the first outcome of this kind
@@ -72,6 +75,10 @@ class Reception {
 
   // The length of the body as announced, 0 while it is not known.
   std::int64_t AnnouncedBytes() const { return length_; }
+
+  // What the body takes of memory beside this object: the room it has, and of a room above kMovedAtMost the part that
+  // is written to, for the system gives no memory to the rest.
+  std::int64_t BodyBytes() const;
 
   // The caller has no room for the body: the request is bad, even one that was complete. Always kBad.
   Outcome Refuse();
@@ -118,6 +125,7 @@ class Reception {
   Outcome TakeHeader(std::string_view start);
   Outcome TakeBody(std::string_view bytes);
   void Store(std::string_view bytes);
+  void MakeRoom(std::size_t needed);
   Outcome BodyOutcome();
 
   Outcome Complete();

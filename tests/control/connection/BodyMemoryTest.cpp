@@ -143,6 +143,21 @@ TEST(BodyShareTest, CountsWhatABodyTakesOfMemoryAndNotWhatIsInIt) {
   }
 }
 
+TEST(BodyShareTest, CountsOfALongBodyWhatHasComeOfIt) {
+  Kit::TestCore kit;
+  kit.core.state.settings.TrapFileEnable = true;
+  kit.owner.FileRequest = [](std::int32_t&, std::string&, std::string&) {};
+  RawClient client(kit.Start());
+  client.Send(kit.loop, PostTo("/form", 9'000'000, ""));
+  for (const std::size_t sent : {300'000u, 600'000u, 3'000'000u}) {
+    const std::size_t before = kit.SlotAt(2).Fields().RequestBody.size();
+    ASSERT_TRUE(client.Send(kit.loop, std::string(sent - before, 'b')));
+    Settle(kit.loop);
+    ASSERT_EQ(kit.SlotAt(2).Fields().RequestBody.size(), sent);
+    EXPECT_EQ(kit.core.state.bodyMemory.Used(), static_cast<std::int64_t>(sent));
+  }
+}
+
 // ---- Bodies that no host can read.
 
 class UnreadBodyTest : public testing::Test {

@@ -1,10 +1,12 @@
 // How announced bodies are collected.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "control/connection/Reception.h"
+#include "tests/kit/Memory.h"
 #include "tests/kit/Receptions.h"
 
 namespace TesselServer {
@@ -245,9 +247,40 @@ TEST(ReceptionBodyTest, MemoryGrowsByWhatArrives) {
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(reception.Data(piece), Outcome::kWaiting);
     all += piece;
-    EXPECT_LE(reception.Fields().RequestBody.capacity(), 2 * all.size());
+    EXPECT_LE(reception.BodyBytes(), static_cast<std::int64_t>(2 * all.size()));
+    EXPECT_GE(reception.BodyBytes(), static_cast<std::int64_t>(all.size()));
   }
   EXPECT_EQ(reception.Fields().RequestBody, all);
+}
+
+TEST(ReceptionBodyTest, OnlyTheBeginningOfALongBodyIsEverMoved) {
+  Reception reception;
+  ASSERT_EQ(reception.Data(Header(20'000'000)), Outcome::kWaiting);
+  const auto& body = reception.Fields().RequestBody;
+  const std::string piece = Body(10'000);
+  std::size_t longestMoved = 0;
+  while (body.size() + piece.size() < 20'000'000) {
+    const auto* before = body.data();
+    const std::size_t size = body.size();
+    ASSERT_EQ(reception.Data(piece), Outcome::kWaiting);
+    if (body.data() != before) longestMoved = std::max(longestMoved, size);
+  }
+  EXPECT_LE(longestMoved, Reception::kMovedAtMost);
+  EXPECT_GE(longestMoved, Reception::kMovedAtMost / 4) << "room is made as it comes before that";
+  EXPECT_EQ(reception.Data(piece), Outcome::kComplete);
+  EXPECT_EQ(reception.BodyBytes(), 20'000'000);
+}
+
+TEST(ReceptionBodyTest, WhatIsAnnouncedTakesNoMemoryBeforeItComes) {
+  Reception reception;
+  const std::string start = Header(60'000'000) + Body(400'000);
+  const std::int64_t before = Kit::ResidentBytes();
+  ASSERT_GT(before, 0);
+  ASSERT_EQ(reception.Data(start.substr(0, 200'000)), Outcome::kWaiting);
+  ASSERT_EQ(reception.Data(start.substr(200'000)), Outcome::kWaiting);
+  ASSERT_GE(reception.Fields().RequestBody.capacity(), 60'000'000u);
+  EXPECT_LT(Kit::ResidentBytes(), before + 20'000'000);
+  EXPECT_EQ(reception.BodyBytes(), 400'000);
 }
 
 TEST(ReceptionBodyTest, MemoryNeverGoesBeyondWhatWasAnnounced) {
