@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kProgram = "printf \"hello $REMOTE_HOST, \"\nread line < $here/gate\nprintf done";
 constexpr const char* kMember = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
 constexpr int kSome = 300;                                                    // each of which is looked at
-constexpr int kMany = 1500;                                                   // whose names are gone through
+constexpr int kMany = 6000;                                                   // whose names are gone through
 
 void Nothing(Stage&) {}
 
