@@ -332,6 +332,10 @@ Task<FoundEntry> RootFolder::FindInTurns(std::string relative, Turns* turns) con
   const auto path = CollapsePath(relative);
   if (!path || systemPath_.empty()) co_return FoundEntry();
   if (auto known = Remembered(*path)) co_return std::move(*known);
+  if (turns->TimeIsUp()) {  // a path of 2,000 folders takes a turn to be opened
+    auto next = turns->Next();
+    co_await next;
+  }
   if (!mayWait_) {
     Attempt attempt = LookHere(*path);
     if (!attempt.found) {

@@ -212,6 +212,10 @@ Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, 
   if (spelling.isElsewhere) co_return EntryElsewhere();
   if (!spelling.path) co_return FoundEntry();
   path.text = std::move(*spelling.path);
+  if (turns != nullptr && turns->TimeIsUp()) {
+    auto next = turns->Next();
+    co_await next;
+  }
   co_return OpenSpelling(open, root, path);
 }
 

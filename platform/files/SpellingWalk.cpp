@@ -23,9 +23,15 @@ void AppendName(std::string& path, std::string_view name) {
   path += name;
 }
 
-// How many components a path has, more or less: doubled separators count as well.
+// How many components a path has.
 std::size_t CountNames(std::string_view path) {
-  return static_cast<std::size_t>(std::count(path.begin(), path.end(), '/')) + 1;
+  std::size_t count = 0;
+  char before = '/';
+  for (const char c : path) {
+    if (before == '/' && c != '/') ++count;
+    before = c;
+  }
+  return count;
 }
 
 }  // namespace
@@ -39,7 +45,8 @@ SpellingWalk::SpellingWalk(OpenFunction open, int folder, std::string path)
 SpellingWalk::State SpellingWalk::Step() {
   Stretch next = Next();
   if (next.count == 0) return State::kFound;
-  return stride_ > 1 ? TryStretch(std::move(next)) : TryOne(std::move(next));
+  stride_ = next.count;
+  return next.count > 1 ? TryStretch(std::move(next)) : TryOne(std::move(next));
 }
 
 SpellingWalk::State SpellingWalk::GoOn(std::string_view name) {

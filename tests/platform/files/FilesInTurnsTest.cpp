@@ -154,6 +154,25 @@ TEST_F(FilesInTurnsTest, ADeepPathIsWalkedInTurns) {
   EXPECT_GE(turnsTaken_, kDepth);
 }
 
+// Whether nothing but folders leads to a file that is remembered is asked of each of them.
+TEST_F(FilesInTurnsTest, NoDeepFileIsRemembered) {
+  const std::string deep = DeepPath("x", 40) + "/Page.htm", shallow = DeepPath("x", 4) + "/Page.htm";
+  tree_.Write("Site/" + deep, "page");
+  tree_.Write("Site/" + shallow, "page");
+  world_.LetFilesSettle();
+  const RootFolder root(At("Site"), world_);
+  FoundEntry found, near;
+  for (int time = 0; time < 3; ++time) {
+    found = root.Find(deep);
+    root.Remember(found);
+    near = root.Find(shallow);
+    root.Remember(near);
+  }
+  EXPECT_EQ(found.name, deep);
+  EXPECT_EQ(found.file.Cached(), nullptr);
+  EXPECT_NE(near.file.Cached(), nullptr);
+}
+
 TEST_F(FilesInTurnsTest, AtOnceNoDeepPathIsWalked) {
   fs::create_symlink(At("Site"), tree_.Path() / "Site/1");
   tree_.Write("Site/" + DeepPath("2", 700) + "/3", "");
