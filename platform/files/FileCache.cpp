@@ -78,7 +78,7 @@ std::shared_ptr<const CachedFile> FileCache::Find(std::string_view name) {
 }
 
 std::shared_ptr<const CachedFile> FileCache::Admit(std::string_view name, int descriptor, const FileStamp& stamp) {
-  if (stamp.size > kMaxFileBytes || std::count(name.begin(), name.end(), '/') > kMaxFolders) return nullptr;
+  if (stamp.size > kMaxFileBytes) return nullptr;
   try {
     if (!files_.IsAskedAgain(name, world_.MonotonicMilliseconds())) return nullptr;
     auto file = Read(name, descriptor, stamp);

@@ -44,8 +44,8 @@ class FileCache {
   static constexpr std::size_t kMaxBytes = 16 * 1024 * 1024;
   // The length up to which contents are kept: beyond it, what the calls cost is little beside sending the bytes.
   static constexpr std::int64_t kMaxFileBytes = 64 * 1024;
-  // A file below more folders is not remembered: each of them is asked about at each look-up, which soon costs more
-  // than opening the file, and 150 ms in a folder 2,000 deep.
+  // For callers: a file below more folders is better not remembered. Each of them is asked about at each look-up, which
+  // soon costs more than opening the file, and 150 ms in a folder 2,000 deep.
   static constexpr std::ptrdiff_t kMaxFolders = 16;
 
   // `rootPath` as the system takes it.

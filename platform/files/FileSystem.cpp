@@ -378,7 +378,8 @@ Task<FoundEntry> RootFolder::FindBesideLoop(CollapsedPath path, Turns& turns) co
 FoundEntry RootFolder::Direct(FoundEntry found) const {
   if (found.kind != EntryKind::kFile) return found;
   found.isOwnName = IsPlain(std::string_view(found.name).substr(found.name.rfind('/') + 1));
-  found.mayBeRemembered = files_ != nullptr;
+  found.mayBeRemembered =
+      files_ != nullptr && std::count(found.name.begin(), found.name.end(), '/') <= FileCache::kMaxFolders;
   return found;
 }
 
