@@ -32,8 +32,8 @@ std::size_t WriteWhole(StandardStream stream, std::string_view bytes);
 // while it is at work, so `work` owns what it uses. Raises std::system_error when no thread can be had.
 void RunDetached(std::function<void()> work);
 
-// For a process that ends now: the last loop to be destroyed does not wait for what the library's threads are at work on
-// (a look-up of a name, a disk), which is two seconds at most otherwise.
+// For a process that ends now: the last loop to be destroyed does not wait for what the library's threads are at work
+// on (a look-up of a name, a disk), which is two seconds at most otherwise.
 void WaitForNoThread();
 
 }  // namespace TesselServer
