@@ -141,6 +141,14 @@ std::string DeepPath(std::string_view name, int depth) {
   return path;
 }
 
+TEST_F(FilesInTurnsTest, APathOfManyLinksIsWalkedInTurns) {
+  constexpr int kLinks = 300;
+  fs::create_symlink(At("Site"), tree_.Path() / "Site/1");
+  const RootFolder root(At("Site"), world_);
+  EXPECT_EQ(Await(root.FindInTurns(DeepPath("1", kLinks) + "/Page.htm", &turns_)).name, "Page.htm");
+  EXPECT_GE(turnsTaken_, kLinks);
+}
+
 TEST_F(FilesInTurnsTest, ADeepPathIsWalkedInTurns) {
   constexpr int kDepth = 200;
   tree_.Write("Site/" + DeepPath("x", kDepth) + "/Page.htm", "page");
