@@ -46,7 +46,7 @@ SpellingWalk::State SpellingWalk::Step() {
   Stretch next = Next();
   if (next.count == 0) return State::kFound;
   stride_ = next.count;
-  return next.count > 1 ? TryStretch(std::move(next)) : TryOne(std::move(next));
+  return next.count > 1 ? TryStretch(next) : TryOne(std::move(next));
 }
 
 SpellingWalk::State SpellingWalk::GoOn(std::string_view name) {
@@ -74,7 +74,7 @@ SpellingWalk::Stretch SpellingWalk::Next() const {
 }
 
 // Whatever keeps a stretch from being opened is found again at the component that it comes from.
-SpellingWalk::State SpellingWalk::TryStretch(Stretch stretch) {
+SpellingWalk::State SpellingWalk::TryStretch(const Stretch& stretch) {
   UniqueDescriptor opened = Open(stretch.text, stretch.count);
   if (!opened.IsOpen()) {
     stride_ = isFirst_ ? 1 : stride_ / 2;
@@ -88,7 +88,7 @@ SpellingWalk::State SpellingWalk::TryStretch(Stretch stretch) {
   return After(std::move(opened), stretch.text);
 }
 
-SpellingWalk::State SpellingWalk::TryOne(Stretch one) {
+SpellingWalk::State SpellingWalk::TryOne(Stretch&& one) {
   isFirst_ = false;
   next_ = one.end;
   wanted_ = std::move(one.text);

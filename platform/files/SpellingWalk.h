@@ -78,8 +78,8 @@ class SpellingWalk {
   };
 
   Stretch Next() const;
-  State TryStretch(Stretch stretch);
-  State TryOne(Stretch one);
+  State TryStretch(const Stretch& stretch);
+  State TryOne(Stretch&& one);
   State After(UniqueDescriptor opened, std::string_view name);
   std::string Joined(std::string_view rest) const;
   UniqueDescriptor Open(const std::string& rest, std::size_t count);
