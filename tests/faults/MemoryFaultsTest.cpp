@@ -29,16 +29,26 @@ using Kit::FailNthMemory;
 using Kit::RawClient;
 using Kit::TestControl;
 
-class MemoryFaultsTest : public testing::TestWithParam<const char*> {};
+struct FaultyRequest {
+  const char* line;
+  bool isForHost = false;  // which answers every request then
+};
+
+class MemoryFaultsTest : public testing::TestWithParam<FaultyRequest> {};
 
 TEST_P(MemoryFaultsTest, TheOnlySlotIsFreeAgain) {
   constexpr int kMost = 2000;  // no request below needs nearly as many
   const std::string request =
-      std::string(GetParam()) + " HTTP/1.0\r\nUser-Agent: " + std::string(100, 'u') + "\r\n\r\n";
+      std::string(GetParam().line) + " HTTP/1.0\r\nUser-Agent: " + std::string(100, 'u') + "\r\n\r\n";
   TestControl control;
   control.tree.Write("index.html", "page");
   control.tree.Write("Folder/file.txt", "file");
+  control.tree.Write("Folder/Its name is long enough to need memory.txt", "file");
   control.tessel.MaxConnections(1);
+  control.tessel.TrapFileEnable(GetParam().isForHost);
+  control.tessel.FileRequest = [&](std::int32_t& index, std::string&, std::string&) {
+    control.tessel.TrapFileData(index, "page", false);
+  };
   control.tessel.DirectoryBrowseEnable(true);
   const std::int32_t port = control.Start();
   const auto letTimePass = [&control] {  // until no connection lingers
@@ -72,9 +82,12 @@ TEST_P(MemoryFaultsTest, TheOnlySlotIsFreeAgain) {
   EXPECT_GT(nth, 5) << "a request needs memory";
 }
 
-INSTANTIATE_TEST_SUITE_P(Requests, MemoryFaultsTest,
-                         testing::Values("GET /", "GET /FOLDER/FILE.TXT", "GET /Folder/", "GET /missing", "POST /"),
-                         [](const auto& each) { return "Number" + std::to_string(each.index); });
+INSTANTIATE_TEST_SUITE_P(
+    Requests, MemoryFaultsTest,
+    testing::Values(FaultyRequest{"GET /"}, FaultyRequest{"GET /FOLDER/FILE.TXT"}, FaultyRequest{"GET /Folder/"},
+                    FaultyRequest{"GET /missing"}, FaultyRequest{"POST /"}, FaultyRequest{"GET /Folder/file.txt", true},
+                    FaultyRequest{"GET /FOLDER/ITS%20name%20is%20long%20enough%20to%20need%20memory.txt", true}),
+    [](const auto& each) { return "Number" + std::to_string(each.index); });
 
 TEST(BodyMemoryFaultsTest, ARequestThatIsGivenUpIsClosedAndGivesItsShareBack) {
   constexpr int kMost = 2000;
