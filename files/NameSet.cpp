@@ -1,16 +1,14 @@
 #include "files/NameSet.h"
 
-#include <functional>
 #include <new>
 
 namespace TesselServer {
 
 bool NameSet::Add(std::string_view name) {
-  constexpr unsigned kFirstShift = 64 - kBitsOfStep;
-  const std::uint64_t hash = std::hash<std::string_view>()(name) | 1;
+  const std::uint64_t hash = HashOf(name);
   if (nodes_ == 0) NewNode();
   std::uint64_t node = 0;
-  for (unsigned shift = kFirstShift;; shift -= kBitsOfStep) {
+  for (unsigned shift = kHashBits - kBitsOfStep;; shift -= kBitsOfStep) {
     std::uint64_t& place = At(node)[StepOf(hash, shift)];
     if (place == hash) return false;
     if (place == 0) {
@@ -25,6 +23,17 @@ bool NameSet::Add(std::string_view name) {
     }
     node = place / 2;
   }
+}
+
+bool NameSet::Has(std::string_view name) const {
+  if (nodes_ == 0) return false;
+  const std::uint64_t hash = HashOf(name);
+  std::uint64_t place = 0;
+  for (unsigned shift = kHashBits - kBitsOfStep; place % 2 == 0; shift -= kBitsOfStep) {
+    place = At(place / 2)[StepOf(hash, shift)];
+    if (place == 0) return false;
+  }
+  return place == hash;
 }
 
 std::uint64_t NameSet::NewNode() {

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory_resource>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,8 @@ class NameSet {
   // Adds the name. False when it was there.
   bool Add(std::string_view name);
 
+  bool Has(std::string_view name) const;
+
   static constexpr std::size_t kBytesOfStep = 4096;  // how it grows
 
   // What the set takes of memory, some 40 bytes for each name.
@@ -33,6 +36,7 @@ class NameSet {
  private:
   // A tree: the hash chooses the way four bits at a time. A place is 0, or a hash (odd), or twice the number of the
   // node where the way goes on (the first node, number 0, is never that).
+  static constexpr unsigned kHashBits = 64;
   static constexpr unsigned kBitsOfStep = 4;
   static constexpr std::size_t kNodesOfBlock = 32;
   using Node = std::array<std::uint64_t, 1U << kBitsOfStep>;
@@ -40,7 +44,8 @@ class NameSet {
   static_assert(sizeof(Block) == kBytesOfStep);
 
   static std::size_t StepOf(std::uint64_t hash, unsigned shift) { return (hash >> shift) % (1U << kBitsOfStep); }
-  Node& At(std::uint64_t node) { return (*blocks_[node / kNodesOfBlock])[node % kNodesOfBlock]; }
+  static std::uint64_t HashOf(std::string_view name) { return std::hash<std::string_view>()(name) | 1; }
+  Node& At(std::uint64_t node) const { return (*blocks_[node / kNodesOfBlock])[node % kNodesOfBlock]; }
   std::uint64_t NewNode();
 
   // In pieces that double, so that a large set is given back in stretches.

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/files/FolderPass.h"
+#include "platform/files/FolderRecord.h"
 #include "platform/loop/LongMemory.h"
 #include "platform/tasks/Turns.h"
 #include "platform/world/Error.h"
@@ -243,18 +244,15 @@ Task<bool> cls_DirListing::AppendInTurns(const Rows& rows, EntryKind kind, Turns
     const Stretch stretch = AppendSome(pass);
     isOver = stretch == Stretch::kEnd;
     if (stretch == Stretch::kMustFetch) {
-      hasWaited_ = true;
       auto fetched = pass.entries.Fetch();
       co_await fetched;
     } else if (stretch == Stretch::kLink) {
-      hasWaited_ = true;
       auto served = LinkIsServed(std::string(pass.entries.Entry().name), pass.entries.Entry().facts.identity);
       const bool isServed = co_await served;
       isOver = isServed && !AppendRow(pass);
     }
     if (!MayGoOn(rows)) co_return false;
     if (turns != nullptr && turns->TimeIsUp()) {
-      hasWaited_ = true;
       auto next = turns->Next();
       co_await next;
     }
@@ -296,7 +294,7 @@ bool cls_DirListing::AppendRow(Pass& pass) {
   const bool isFolder = pass.kind == EntryKind::kDirectory;
   fileInfo_.SetEntry({}, entry.name, entry.facts);  // its folder is on no row
   if (!isFolder && fileInfo_.attrHidden()) return true;
-  if (rows.shown != nullptr && MayHaveRow(pass.kind) && !rows.shown->Add(entry.name)) return true;
+  if (rows.shown != nullptr && HasRow(pass)) return true;
   rows.MakeRoom(rows.begin.size() + kMaxRowBytes);
   const std::size_t start = rows.page.size();
   rows.page.append(rows.begin);
@@ -307,8 +305,12 @@ bool cls_DirListing::AppendRow(Pass& pass) {
   return Fits(rows.page, start, rows.limit);
 }
 
-// Remembered names are all different: only a folder that has become a file meanwhile may come again.
-bool cls_DirListing::MayHaveRow(EntryKind kind) const { return !names_ || kind == EntryKind::kDirectory || hasWaited_; }
+// Of names that differ only a folder that has become a file meanwhile comes again.
+bool cls_DirListing::HasRow(const Pass& pass) const {
+  const std::string_view name = pass.entries.Entry().name;
+  const bool differ = names_ && names_->NamesDiffer();
+  return differ && pass.kind == EntryKind::kFile ? pass.rows.shown->Has(name) : !pass.rows.shown->Add(name);
+}
 
 // A link that cannot be followed just now, for want of descriptors, is not listed.
 Task<bool> cls_DirListing::LinkIsServed(std::string name, FileIdentity target) {

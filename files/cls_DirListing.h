@@ -119,7 +119,7 @@ class cls_DirListing {
   Stretch AppendSome(Pass& pass);
   bool IsListed(const DirectoryEntry& entry, EntryKind kind) const;
   bool AppendRow(Pass& pass);
-  bool MayHaveRow(EntryKind kind) const;
+  bool HasRow(const Pass& pass) const;
   bool MayAskOfLink() const { return rules_.linkIsServed && links_ < kMaxLinks; }
   Task<bool> LinkIsServed(std::string name, FileIdentity target);
   bool MayGoOn(const Rows& rows) const;
@@ -130,7 +130,6 @@ class cls_DirListing {
   std::function<bool(std::size_t bytes)> mayHold_;
   CFileInfo fileInfo_;      // points at each entry in turn
   std::int32_t links_ = 0;  // how many have been examined
-  bool hasWaited_ = false;  // the folder may have changed since the first row
 };
 
 }  // namespace TesselServer

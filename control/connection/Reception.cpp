@@ -190,10 +190,11 @@ void Reception::MakeRoom(std::size_t needed) {
   const std::size_t doubled = std::max(needed, std::min(length, 2 * body.capacity()));
   std::string grown;  // for one that grows in place might take more than was asked for
   try {
-    grown.reserve(doubled > kMovedAtMost ? length : doubled);
+    if (doubled > kMovedAtMost) grown.reserve(length);
   } catch (const std::bad_alloc&) {
-    grown.reserve(doubled);
+    // then only as much as is needed
   }
+  grown.reserve(std::max(doubled, grown.capacity()));
   grown += body;
   body.swap(grown);
 }

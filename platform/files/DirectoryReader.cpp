@@ -19,9 +19,9 @@ namespace {
 using Step = DirectoryReader::Step;
 
 // What there is of the entry that is looked at, as far as it is shown.
-struct stat StatusOf(const struct statx& facts) {
+struct stat StatusOf(const struct statx& facts, std::uint64_t device) {
   struct stat status {};
-  status.st_dev = makedev(facts.stx_dev_major, facts.stx_dev_minor);
+  status.st_dev = device;
   status.st_ino = facts.stx_ino;
   status.st_mode = facts.stx_mode;
   status.st_size = static_cast<off_t>(facts.stx_size);
@@ -59,6 +59,8 @@ DirectoryReader::DirectoryReader(const OpenFile& directory, EntryKind wanted, st
     : directory_(directory.Descriptor()),
       wanted_(wanted),
       device_(directory.Identity().device),
+      deviceMajor_(major(device_)),
+      deviceMinor_(minor(device_)),
       record_(std::move(record)) {
   if (record_ || directory.Kind() != EntryKind::kDirectory) return;
   stream_ = std::make_unique<FolderStream>(FolderStream::Of(directory_));
@@ -123,13 +125,13 @@ DirectoryReader::Step DirectoryReader::Describe(const char* name, unsigned char 
 
 // What the disk of another mount would have to say for it is not asked for.
 DirectoryReader::Step DirectoryReader::StatHere(const char* name, struct stat& status) {
-  struct statx facts {};
+  struct statx facts;
   const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
   if (statx(directory_, name, flags, STATX_BASIC_STATS, &facts) != 0) {
     return errno == ENOENT ? Step::kAsked : Step::kOnOtherMount;
   }
-  if (makedev(facts.stx_dev_major, facts.stx_dev_minor) != device_) return Step::kOnOtherMount;
-  status = StatusOf(facts);
+  if (facts.stx_dev_major != deviceMajor_ || facts.stx_dev_minor != deviceMinor_) return Step::kOnOtherMount;
+  status = StatusOf(facts, device_);
   return Step::kEntry;
 }
 

@@ -106,6 +106,8 @@ class DirectoryReader {
   bool hasBegun_ = true;
   bool staysHere_ = false;
   std::uint64_t device_ = 0;  // of the folder, as long as it stays there
+  std::uint32_t deviceMajor_ = 0;
+  std::uint32_t deviceMinor_ = 0;
   const char* name_ = "";
   DirectoryEntry entry_;
   std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered

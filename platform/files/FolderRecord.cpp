@@ -55,6 +55,7 @@ Task<std::shared_ptr<FolderRecord>> FolderRecord::ReadInTurns(int descriptor, Re
     auto filled = FillInTurns(stream, turns);
     const bool hasMore = co_await filled;
     if (!hasMore) break;
+    ++record->batches_;
     while (const dirent* each = stream->NextOfBatch()) {
       Entry entry = heir.Find(each->d_name);
       entry.type = each->d_type;

@@ -46,6 +46,8 @@ class FolderRecord {
   const Reading& ReadAs() const { return reading_; }
 
   Number Count() const { return count_; }
+  // Whether no name can be there twice: the system gave them all at once, and not while they changed.
+  bool NamesDiffer() const { return batches_ <= 1; }
   std::size_t Bytes() const;  // of memory, as many as it takes in all
 
   // Both until the record goes. The name ends in NUL. The type is one of the DT_ values of readdir(3).
@@ -104,6 +106,7 @@ class FolderRecord {
   std::vector<std::string> names_;  // NUL after each name; kNameBytes at most in each piece, full but for the last
   std::vector<std::vector<Entry>> entries_;  // kEntries in each piece but the last
   Number count_ = 0;
+  std::size_t batches_ = 0;                              // in how many the system gave them
   std::size_t fullBytes_ = 0;                            // of the pieces but the last ones
   std::vector<std::uint32_t> sorted_;                    // entries without regard to case, equal ones in byte order
   std::unique_ptr<SortInSteps<std::uint32_t>> sorting_;  // once asked for, until they are sorted
