@@ -1,5 +1,5 @@
-// Memory of many MiB, given back to the system a stretch in each turn of the loop: all at once it takes 0.1 ms for each
-// MiB, whoever waits meanwhile.
+// Memory of many MiB, given back to the system a stretch in each turn of the loop: all at once it holds the loop for
+// 0.1 ms for each MiB.
 //
 // Thread:    any; what is given back while no turn of a loop runs on the thread goes at once.
 // Ownership: takes over what it is given. A loop that is destroyed drops what is left at once.
