@@ -25,17 +25,6 @@ bool NameSet::Add(std::string_view name) {
   }
 }
 
-bool NameSet::Has(std::string_view name) const {
-  if (nodes_ == 0) return false;
-  const std::uint64_t hash = HashOf(name);
-  std::uint64_t place = 0;
-  for (unsigned shift = kHashBits - kBitsOfStep; place % 2 == 0; shift -= kBitsOfStep) {
-    place = At(place / 2)[StepOf(hash, shift)];
-    if (place == 0) return false;
-  }
-  return place == hash;
-}
-
 std::uint64_t NameSet::NewNode() {
   if (nodes_ == blocks_.size() * kNodesOfBlock) {
     blocks_.push_back(new (memory_.allocate(sizeof(Block), alignof(Block))) Block());

@@ -26,8 +26,6 @@ class NameSet {
   // Adds the name. False when it was there.
   bool Add(std::string_view name);
 
-  bool Has(std::string_view name) const;
-
   static constexpr std::size_t kBytesOfStep = 4096;  // how it grows
 
   // What the set takes of memory, some 40 bytes for each name.

@@ -217,9 +217,7 @@ cls_DirListing::Rows::Rows(std::string& rowsGoTo, std::string_view urlPath, std:
 
 // A string moves its bytes whenever it grows. One that outgrows a small page gets room for the longest there is, which
 // takes no memory before it is written to. Where the system does not give so much, it grows as strings do.
-void cls_DirListing::Rows::MakeRoom(std::size_t bytes) const {
-  const std::size_t wanted = page.size() + bytes;
-  if (wanted <= page.capacity()) return;
+void cls_DirListing::Rows::Grow(std::size_t wanted) const {
   const std::size_t doubled = std::max(wanted, 2 * page.capacity());
   if (doubled <= kMovedAtMost) {
     page.reserve(doubled);
@@ -305,11 +303,10 @@ bool cls_DirListing::AppendRow(Pass& pass) {
   return Fits(rows.page, start, rows.limit);
 }
 
-// Of names that differ only a folder that has become a file meanwhile comes again.
+// Of names that differ only one that either pass may take for its own kind can come again.
 bool cls_DirListing::HasRow(const Pass& pass) const {
-  const std::string_view name = pass.entries.Entry().name;
-  const bool differ = names_ && names_->NamesDiffer();
-  return differ && pass.kind == EntryKind::kFile ? pass.rows.shown->Has(name) : !pass.rows.shown->Add(name);
+  if (names_ && names_->NamesDiffer() && pass.entries.KindIsRecorded()) return false;
+  return !pass.rows.shown->Add(pass.entries.Entry().name);
 }
 
 // A link that cannot be followed just now, for want of descriptors, is not listed.

@@ -103,8 +103,11 @@ class cls_DirListing {
     // Makes room for so many bytes, and for the rows of so many entries, as far as they may go. No more than
     // kMovedAtMost bytes of the page are ever moved for it.
     static constexpr std::size_t kMovedAtMost = 256 * 1024;
-    void MakeRoom(std::size_t bytes) const;
+    void MakeRoom(std::size_t bytes) const {
+      if (page.size() + bytes > page.capacity()) Grow(page.size() + bytes);
+    }
     void Expect(std::size_t entries) const;
+    void Grow(std::size_t wanted) const;
 
     std::string& page;
     std::string begin;         // of each row, up to the entry's own address

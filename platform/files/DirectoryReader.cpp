@@ -18,16 +18,14 @@ namespace {
 
 using Step = DirectoryReader::Step;
 
-// What there is of the entry that is looked at, as far as it is shown.
-struct stat StatusOf(const struct statx& facts, std::uint64_t device) {
-  struct stat status {};
+// What counts of an entry on this device; the rest of `status` stays as it is.
+void Take(const struct statx& facts, std::uint64_t device, struct stat& status) {
   status.st_dev = device;
   status.st_ino = facts.stx_ino;
   status.st_mode = facts.stx_mode;
   status.st_size = static_cast<off_t>(facts.stx_size);
   status.st_mtim = {facts.stx_mtime.tv_sec, facts.stx_mtime.tv_nsec};
   status.st_ctim = {facts.stx_ctime.tv_sec, facts.stx_ctime.tv_nsec};
-  return status;
 }
 
 Step Stat(int folder, const char* name, int flags, struct stat& status) {
@@ -108,6 +106,7 @@ DirectoryReader::Step DirectoryReader::AdvanceRemembered() {
 DirectoryReader::Step DirectoryReader::Describe(const char* name, unsigned char type) {
   const unsigned char otherType = wanted_ == EntryKind::kFile ? DT_DIR : DT_REG;
   if (type == otherType) return Step::kSkipped;
+  kindIsRecorded_ = record_ && (type == DT_REG || type == DT_DIR);
   name_ = name;
   struct stat status;
   const auto own = staysHere_ ? StatHere(name, status) : Stat(directory_, name, AT_SYMLINK_NOFOLLOW, status);
@@ -131,7 +130,7 @@ DirectoryReader::Step DirectoryReader::StatHere(const char* name, struct stat& s
     return errno == ENOENT ? Step::kAsked : Step::kOnOtherMount;
   }
   if (facts.stx_dev_major != deviceMajor_ || facts.stx_dev_minor != deviceMinor_) return Step::kOnOtherMount;
-  status = StatusOf(facts, device_);
+  Take(facts, device_, status);
   return Step::kEntry;
 }
 

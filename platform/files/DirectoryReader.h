@@ -91,6 +91,9 @@ class DirectoryReader {
   // After kEntry, until the next call.
   const DirectoryEntry& Entry() const { return entry_; }
 
+  // After kEntry, until the next call: the record says which kind it is, so no pass for the other kind has this entry.
+  bool KindIsRecorded() const { return kindIsRecorded_; }
+
   // The next entries, up to `most` of them; none at the end.
   std::vector<NamedEntry> NextBatch(std::size_t most);
 
@@ -110,6 +113,7 @@ class DirectoryReader {
   std::uint32_t deviceMinor_ = 0;
   const char* name_ = "";
   DirectoryEntry entry_;
+  bool kindIsRecorded_ = false;
   std::shared_ptr<FolderRecord> record_;            // what the pass goes through, where it is remembered
   std::unique_ptr<FolderStream> stream_;            // and where it is not
   std::size_t next_ = 0;                            // in the record

@@ -48,6 +48,7 @@ class FolderPass {
 
   // After kEntry, until the next Advance.
   const DirectoryEntry& Entry() const { return isFetched_ ? entry_ : here_->Entry(); }
+  bool KindIsRecorded() const { return !isFetched_ && here_->KindIsRecorded(); }
 
   // Fetches the next entries beside the loop.
   Task<void> Fetch();

@@ -103,6 +103,14 @@ class ListingInTurnsTest : public testing::Test {
     return making.page;
   }
 
+  std::shared_ptr<FolderRecord> RememberedNames() {
+    world_.LetFilesSettle();
+    FolderCache cache(folder_, world_);
+    const OpenFile folder = OpenPath(folder_);
+    cache.NamesOf("", folder.Descriptor());
+    return cache.NamesOf("", folder.Descriptor());
+  }
+
   static std::vector<std::string> NamesOn(const std::string& page) {
     const std::string before = "&nbsp;<a href = /docs/";
     std::vector<std::string> names;
@@ -165,15 +173,42 @@ TEST_F(ListingInTurnsTest, ThePageIsTheSameAsInOneGo) {
 
 TEST_F(ListingInTurnsTest, FromRememberedNamesThePageIsTheSame) {
   Fill(300);
-  world_.LetFilesSettle();
-  FolderCache cache(folder_, world_);
-  const OpenFile folder = OpenPath(folder_);
-  cache.NamesOf("", folder.Descriptor());
-  world_.each = kAWholeTurn;
-  const auto names = cache.NamesOf("", folder.Descriptor());
+  const auto names = RememberedNames();
   ASSERT_NE(names, nullptr);
+  world_.each = kAWholeTurn;
   EXPECT_EQ(PageInTurns(names), PageInOneGo());
   EXPECT_GE(turnsTaken_, 30);
+}
+
+TEST_F(ListingInTurnsTest, OfRememberedNamesWhatChangesItsKindMeanwhileIsListedOnce) {
+  rules_.linkIsServed = [](std::string, FileIdentity) -> Task<bool> { co_return true; };
+  Fill(11);
+  int listed = 0;
+  for (int before = 0; before == 0 || turnsTaken_ >= before; ++before) {
+    for (const char* name : {"10", "link"}) fs::remove(At(name));
+    fs::create_directory(At("10"));
+    fs::create_symlink("0", At("link"));
+    world_.each = 0;
+    const auto names = RememberedNames();
+    ASSERT_TRUE(names && names->NamesDiffer());
+    world_.each = kAWholeTurn;
+    turnsTaken_ = 0;
+    Making making(*this, names);
+    making.Start(&turns_);
+    while (turnsTaken_ < before && Turn(making)) {
+    }
+    for (const char* name : {"10", "link"}) fs::remove(At(name));
+    WriteFile("10");
+    fs::create_symlink("1", At("link"));
+    while (Turn(making)) {
+    }
+    ASSERT_TRUE(making.page);
+    const auto rows = NamesOn(*making.page);
+    EXPECT_EQ(std::count(rows.begin(), rows.end(), "link"), 1) << before;
+    EXPECT_LE(std::count(rows.begin(), rows.end(), "10"), 1) << before;
+    listed += static_cast<int>(std::count(rows.begin(), rows.end(), "10"));
+  }
+  EXPECT_GT(listed, 0);
 }
 
 // The clock is looked at after each stretch, and each stretch asks whether the page may go on.

@@ -14,13 +14,6 @@ TEST(NameSetTest, ANameIsNewOnce) {
   for (const char* name : {"\xFF", "a ", "", "A", "b", "a"}) EXPECT_FALSE(names.Add(name)) << name;
 }
 
-TEST(NameSetTest, SaysWhatItHas) {
-  NameSet names;
-  EXPECT_FALSE(names.Has("a"));
-  for (int i = 0; i < 10'000; i += 2) names.Add(std::to_string(i));
-  for (int i = 0; i < 10'000; ++i) EXPECT_EQ(names.Has(std::to_string(i)), i % 2 == 0) << i;
-}
-
 TEST(NameSetTest, HoldsAsManyAsAFolderHas) {
   constexpr int kNames = 200'000;
   NameSet names;
