@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <condition_variable>
-#include <iterator>
 #include <list>
+#include <map>
 #include <system_error>
 #include <utility>
 
@@ -32,7 +32,7 @@ struct WorkerThreads::Shelf {
         continue;
       }
       std::list<Piece> mine;
-      mine.splice(mine.end(), pieces, next);
+      Take(next, mine);
       std::int32_t& atWork = AtWork(mine.front().kind);
       ++atWork;
       lock.unlock();
@@ -46,6 +46,12 @@ struct WorkerThreads::Shelf {
     changed.notify_all();
   }
 
+  // Moves a piece to the end of another list.
+  void Take(std::list<Piece>::iterator piece, std::list<Piece>& to) {
+    placeOf.erase(piece->owner);
+    to.splice(to.end(), pieces, piece);
+  }
+
   std::int32_t& AtWork(Workers::Kind kind) { return atWorkOf[static_cast<std::size_t>(kind)]; }
 
   std::list<Piece>::iterator FirstAllowed() {
@@ -56,6 +62,7 @@ struct WorkerThreads::Shelf {
   std::mutex mutex;
   std::condition_variable changed;
   std::list<Piece> pieces;
+  std::map<const void*, std::list<Piece>::iterator> placeOf;  // each owner's one, so that thousands may leave at once
   std::array<std::int32_t, Workers::kKinds> atWorkOf{};
   std::size_t idle = 0;
   std::vector<std::thread::id> living;
@@ -98,6 +105,7 @@ WorkerThreads::~WorkerThreads() {
   std::unique_lock lock(shelf_->mutex);
   shelf_->isOver = true;
   dropped.swap(shelf_->pieces);
+  shelf_->placeOf.clear();
   shelf_->changed.notify_all();
   shelf_->changed.wait_for(lock, patience_, [this] { return shelf_->living.empty(); });
   const auto heldUp = shelf_->living;
@@ -114,6 +122,7 @@ bool WorkerThreads::Add(Workers::Kind kind, const void* owner, std::function<voi
   const std::scoped_lock ownLock(mutex_);
   if (!HasThread(most)) return false;
   const std::scoped_lock lock(shelf_->mutex);
+  shelf_->placeOf.emplace(owner, piece.begin());
   shelf_->pieces.splice(shelf_->pieces.end(), piece);
   shelf_->changed.notify_one();
   return true;
@@ -125,13 +134,10 @@ void WorkerThreads::WaitForNone() {
 }
 
 void WorkerThreads::Withdraw(const void* owner) noexcept {
-  std::list<Shelf::Piece> withdrawn;  // declared first: what they hold goes without the lock
+  std::list<Shelf::Piece> withdrawn;  // declared first: what it holds goes without the lock
   const std::scoped_lock lock(shelf_->mutex);
-  for (auto each = shelf_->pieces.begin(); each != shelf_->pieces.end();) {
-    const auto next = std::next(each);
-    if (each->owner == owner) withdrawn.splice(withdrawn.end(), shelf_->pieces, each);
-    each = next;
-  }
+  const auto place = shelf_->placeOf.find(owner);
+  if (place != shelf_->placeOf.end()) shelf_->Take(place->second, withdrawn);
 }
 
 // Makes one more where it is of use.

@@ -39,7 +39,7 @@ class WorkerThreads {
 
   // Has `work`, which does not throw, done by a thread, in the order of adding. Makes a thread where all are at work
   // and there are fewer than `most` of them. False, and nothing is added, when there is none and none can be made.
-  // `owner` can take the work back.
+  // `owner`, which has no other work here, can take it back.
   virtual bool Add(Workers::Kind kind, const void* owner, std::function<void()> work, std::int32_t most);
 
   // For a process that ends: work under way is not waited for.
