@@ -1,5 +1,6 @@
 #include "http/HTMLFunctions.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -19,14 +20,14 @@ std::string Arguments(std::string_view call) {
 }
 
 // `call` is the text of the tag after the word "Function": a name, and arguments in parentheses.
-std::string AnswerOf(const cls_HTTP& record, std::string_view call) {
+Page::SharedText AnswerOf(const cls_HTTP& record, std::string_view call) {
+  static const auto none = std::make_shared<const std::string>();
   ParentControl* const control = record.ParentControl();
-  if (control == nullptr) return {};
+  if (control == nullptr) return none;
   const std::int16_t index = record.ConnectionIndex();
   const std::string name(Trim(call.substr(0, call.find('('))));
-  std::string answer = control->RaiseCallFunction(index, name, "", Arguments(call));
-  if (!control->FunctionWasAnswered(index)) answer.clear();
-  return answer;
+  auto answer = control->RaiseCallFunction(index, name, "", Arguments(call));
+  return answer && control->FunctionWasAnswered(index) ? answer : none;
 }
 
 class FunctionPass final : public PageProcessor {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace TesselServer {
@@ -10,11 +11,12 @@ class ParentControl {
  public:
   virtual ~ParentControl() = default;
 
-  // Raises the control's CallFunction event for connection `Index` and returns the text that the host answers.
-  // `FunctionName` is the name in the page's tag, `Params` the text inside its parentheses. `Unused` is passed on.
-  // kept: a host that does not answer leaves the text of its answer before.
-  virtual std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
-                                        const std::string& Params) = 0;
+  // Raises the control's CallFunction event for connection `Index` and returns the text that the host answers, null for
+  // none. `FunctionName` is the name in the page's tag, `Params` the text inside its parentheses. `Unused` is passed
+  // on. kept: a host that does not answer leaves the text of its answer before.
+  virtual std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                               const std::string& Unused,
+                                                               const std::string& Params) = 0;
 
   // Whether the host answered the latest CallFunction of connection `Index`, and its handler came to its end.
   virtual bool FunctionWasAnswered(std::int32_t Index) const = 0;

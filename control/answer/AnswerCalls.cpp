@@ -34,8 +34,9 @@ Task<ProgramResult> AnswerCalls::Run(ProgramStart start) {
   return IsWanted() ? state_.programs.Run(std::move(start)) : Refused();
 }
 
-std::string AnswerCalls::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
-                                           const std::string& Unused, const std::string& Params) {
+std::shared_ptr<const std::string> AnswerCalls::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                                  const std::string& Unused,
+                                                                  const std::string& Params) {
   ParentControl* const control = Control();
   if (control == nullptr || !IsWanted()) return {};
   return control->RaiseCallFunction(Index, FunctionName, Unused, Params);

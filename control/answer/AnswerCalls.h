@@ -25,8 +25,8 @@ class AnswerCalls final : public ProgramRunner, public ParentControl {
   ~AnswerCalls() override;
 
   Task<ProgramResult> Run(ProgramStart start) override;
-  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
-                                const std::string& Params) override;
+  std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                       const std::string& Unused, const std::string& Params) override;
   bool FunctionWasAnswered(std::int32_t Index) const override;
   bool PageMayTake(std::int64_t bytes) override;
   void ReportProgram(const std::string& text) override;

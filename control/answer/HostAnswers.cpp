@@ -4,6 +4,7 @@
 
 #include "control/answer/RecordSetup.h"
 #include "control/answer/SlotTarget.h"
+#include "platform/loop/LongMemory.h"
 #include "platform/world/Error.h"
 #include "support/Text.h"
 
@@ -57,7 +58,7 @@ Slot& HostAnswers::Require(std::int32_t Index) {
 void HostAnswers::ReturnData(std::int32_t Index, const std::string& mData) {
   Slot* slot = Find(Index);
   if (slot == nullptr) return;
-  slot->FunctionResult = mData;
+  slot->FunctionResult = ShareLong(mData);
   slot->FunctionAnswered = true;
 }
 
@@ -126,8 +127,8 @@ std::uint64_t HostAnswers::RequestNumber(std::int32_t Index) {
   return isOffered ? state_.sckWS.Generation(Index) : 0;
 }
 
-std::string HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
-                                           const std::string& Params) {
+std::shared_ptr<const std::string> HostAnswers::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                                  const std::string& Params) {
   const auto slots = state_.slots;
   Slot* slot = slots ? slots->At(Index) : nullptr;
   if (slot == nullptr || slot->Phase() != RequestPhase::kAnswering) return {};

@@ -42,7 +42,8 @@ class HostAnswers {
   std::uint64_t RequestNumber(std::int32_t Index);
 
   // See ParentControl. Only a connection whose page is being made right now has function tags to raise.
-  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Params);
+  std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                       const std::string& Params);
   bool FunctionWasAnswered(std::int32_t Index) const;
 
  private:

@@ -33,11 +33,11 @@ struct Slot {
   MemoryShare PageMemory;         // what the text of the page takes that is on its way
   std::string AuthenticatedUser;  // admitted by a password file, or by the host in FileRequest; "" for none
   std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
-  std::string FunctionResult;     // what the host returned for the latest function tag
-  bool FunctionAnswered = false;  // it returned something for that one, and not only for one before
-  FoundEntry Target;              // what the path of the request leads to
-  std::shared_ptr<const RootFolder> TargetRoot;  // where it was found, whatever the settings say by now
-  bool TargetIsKnown = false;                    // Target was looked for, though nothing may have been there
+  std::shared_ptr<const std::string> FunctionResult;  // what the host returned for the latest function tag, if anything
+  bool FunctionAnswered = false;                      // it returned something for that one, and not only for one before
+  FoundEntry Target;                                  // what the path of the request leads to
+  std::shared_ptr<const RootFolder> TargetRoot;       // where it was found, whatever the settings say by now
+  bool TargetIsKnown = false;                         // Target was looked for, though nothing may have been there
   bool TargetIsInCGIDirectory = false;
   std::string ScriptName;          // the file part of the request; stays when Target is let go
   bool NotTrapped = true;          // the control answers by itself, not with the host's data
@@ -90,8 +90,9 @@ struct Slot {
     Release(Target.name);  // an assignment would keep its memory
     LetGoOfTarget();
     TargetIsKnown = TargetIsInCGIDirectory = FunctionAnswered = false;
+    FunctionResult.reset();
     Empty(ScriptName, RequestFields::kKeptBytes);
-    for (std::string* text : {&FunctionResult, &TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
+    for (std::string* text : {&TrapData, &TrapContentType, &TrapHeaderField, &TrapStatusCode}) {
       GiveBack(*text);
     }
     cls_QueryString fresh;

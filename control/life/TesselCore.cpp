@@ -30,8 +30,8 @@ void TesselCore::SocketError(std::int32_t Index, std::int32_t Number, const std:
   if (Index == kListener) state.reporter.ReportError(ErrorPrefix::kListen, {Number, Description});
 }
 
-std::string TesselCore::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string&,
-                                          const std::string& Params) {
+std::shared_ptr<const std::string> TesselCore::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                                 const std::string&, const std::string& Params) {
   return hostAnswers.RaiseCallFunction(Index, FunctionName, Params);
 }
 

@@ -43,8 +43,8 @@ class TesselCore : private SocketNotifications, private ParentControl {
   void SendComplete(std::int32_t Index) override;
   void Close(std::int32_t Index) override;
   void SocketError(std::int32_t Index, std::int32_t Number, const std::string& Description) override;
-  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string& Unused,
-                                const std::string& Params) override;
+  std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                       const std::string& Unused, const std::string& Params) override;
   bool FunctionWasAnswered(std::int32_t Index) const override;
   void ReportProgram(const std::string& text) override;
 };

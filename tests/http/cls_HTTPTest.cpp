@@ -12,7 +12,8 @@ namespace {
 
 class NoControl : public ParentControl {
  public:
-  std::string RaiseCallFunction(std::int32_t, const std::string&, const std::string&, const std::string&) override {
+  std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t, const std::string&, const std::string&,
+                                                       const std::string&) override {
     return {};
   }
   bool FunctionWasAnswered(std::int32_t) const override { return false; }

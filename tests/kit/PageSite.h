@@ -31,13 +31,13 @@ class FunctionHost : public ParentControl {
   std::vector<Call> calls;
   std::vector<std::string> reports;  // of programs
 
-  std::string RaiseCallFunction(std::int32_t Index, const std::string& FunctionName, const std::string&,
-                                const std::string& Params) override {
+  std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
+                                                       const std::string&, const std::string& Params) override {
     calls.push_back({Index, FunctionName, Params});
     const auto text = answer(calls.back());
     answered_ = text.has_value();
     if (text) latest_ = *text;
-    return latest_;
+    return std::make_shared<const std::string>(latest_);
   }
   bool FunctionWasAnswered(std::int32_t) const override { return answered_; }
   void ReportProgram(const std::string& text) override { reports.push_back(text); }

@@ -318,7 +318,8 @@ class RaiseCallFunctionTest : public testing::Test {
   }
 
   std::string Raise(std::int32_t index, const std::string& name, const std::string& params = "") {
-    return control.core.hostAnswers.RaiseCallFunction(index, name, params);
+    const auto answer = control.core.hostAnswers.RaiseCallFunction(index, name, params);
+    return answer ? *answer : std::string();
   }
 
   Kit::TestCore control;
@@ -351,6 +352,14 @@ TEST_F(RaiseCallFunctionTest, AnEarlierAnswerStays) {
   EXPECT_EQ(Raise(2, "F"), "") << "none yet";
   control.core.hostAnswers.ReturnData(2, "before");
   EXPECT_EQ(Raise(2, "F"), "before");
+}
+
+TEST_F(RaiseCallFunctionTest, ALongAnswerIsNotCopiedForThePage) {
+  control.core.hostAnswers.ReturnData(2, std::string(2 * kLongBytes, 'x'));
+  const auto answer = control.core.hostAnswers.RaiseCallFunction(2, "F", "");
+  ASSERT_NE(answer, nullptr);
+  EXPECT_EQ(answer->size(), 2 * kLongBytes);
+  EXPECT_EQ(control.core.hostAnswers.RaiseCallFunction(2, "F", ""), answer);
 }
 
 TEST_F(RaiseCallFunctionTest, NothingIsRaisedWithoutANameOrAConnection) {
@@ -405,7 +414,7 @@ TEST_F(RaiseCallFunctionTest, BeforeTheFirstStartNothingIsRaised) {
   Kit::TestCore fresh;
   int calls = 0;
   fresh.owner.CallFunction = [&](std::int32_t&, std::string&) { ++calls; };
-  EXPECT_EQ(fresh.core.hostAnswers.RaiseCallFunction(2, "F", ""), "");
+  EXPECT_EQ(fresh.core.hostAnswers.RaiseCallFunction(2, "F", ""), nullptr);
   EXPECT_EQ(calls, 0);
 }
 

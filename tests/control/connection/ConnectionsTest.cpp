@@ -172,7 +172,7 @@ TEST_F(ConnectionsTest, ASlotBeginsAnewWithEachClient) {
   slot.Request.Data(
       "POST /old?q HTTP/1.0\r\nAccept: a\r\nReferer: r\r\nUser-Agent: u\r\nContent-Type: t\r\n"
       "Authorization: Basic dTpw\r\nContent-Length: 4\r\n\r\nbod");
-  slot.FunctionResult = "old";
+  slot.FunctionResult = std::make_shared<const std::string>("old");
   slot.ScriptName = "old";
   slot.NotTrapped = false;
   slot.SecondaryAccepted = true;
@@ -185,15 +185,14 @@ TEST_F(ConnectionsTest, ASlotBeginsAnewWithEachClient) {
   const auto client = Connect("G");
   ASSERT_EQ(&slot, &control.SlotAt(2));
   RequestFields& fields = slot.Fields();
-  for (std::string* text : {&fields.RequestLine,        &fields.DocumentURI,    &fields.RequestPath,
-                            &fields.RequestQuery,       &fields.RequestMethod,  &fields.RequestHeader,
-                            &fields.RequestAccept,      &fields.RequestReferer, &fields.RequestUserAgent,
-                            &fields.RequestContentType, &fields.AuthUser,       &fields.AuthPassword,
-                            &fields.ContentLengthText,  &fields.RequestBody,    &slot.FunctionResult,
-                            &slot.ScriptName,           &slot.TrapData,         &slot.TrapContentType,
-                            &slot.TrapHeaderField,      &slot.TrapStatusCode}) {
+  for (std::string* text : {&fields.RequestLine, &fields.DocumentURI, &fields.RequestPath, &fields.RequestQuery,
+                            &fields.RequestMethod, &fields.RequestHeader, &fields.RequestAccept, &fields.RequestReferer,
+                            &fields.RequestUserAgent, &fields.RequestContentType, &fields.AuthUser,
+                            &fields.AuthPassword, &fields.ContentLengthText, &fields.RequestBody, &slot.ScriptName,
+                            &slot.TrapData, &slot.TrapContentType, &slot.TrapHeaderField, &slot.TrapStatusCode}) {
     EXPECT_EQ(*text, "");
   }
+  EXPECT_EQ(slot.FunctionResult, nullptr);
   EXPECT_FALSE(fields.BodyPending);
   EXPECT_EQ(fields.BodyWritePos, 1);
   EXPECT_EQ(fields.HeaderEndPos, 1);

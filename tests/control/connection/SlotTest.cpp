@@ -19,7 +19,7 @@ TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
   slot.SecondaryAccepted = true;
   slot.LastActivity = 5;
   slot.Fields().RequestQuery = "a=1";
-  slot.FunctionResult = "answer";
+  slot.FunctionResult = std::make_shared<const std::string>("answer");
   slot.FunctionAnswered = true;
   slot.Enter(RequestPhase::kOfferedToHost);
   slot.TrapData = "data";
@@ -29,7 +29,8 @@ TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
   EXPECT_FALSE(slot.NotTrapped);
   EXPECT_TRUE(slot.SecondaryAccepted);
   EXPECT_EQ(slot.LastActivity, 5);
-  EXPECT_EQ(slot.Fields().RequestQuery + slot.FunctionResult + slot.TrapData, "");
+  EXPECT_EQ(slot.Fields().RequestQuery + slot.TrapData, "");
+  EXPECT_EQ(slot.FunctionResult, nullptr);
   EXPECT_FALSE(slot.FunctionAnswered || slot.TargetIsKnown || slot.TargetIsInCGIDirectory);
 }
 
@@ -37,13 +38,12 @@ TEST(SlotTest, AResetGivesLargeMemoryBack) {
   const std::string large(RequestFields::kKeptBytes + 1, 'x');
   Slot slot;
   RequestFields& fields = slot.Fields();
-  for (std::string* text : {&fields.RequestLine,        &fields.DocumentURI,    &fields.RequestPath,
-                            &fields.RequestQuery,       &fields.RequestMethod,  &fields.RequestHeader,
-                            &fields.RequestAccept,      &fields.RequestReferer, &fields.RequestUserAgent,
-                            &fields.RequestContentType, &fields.AuthUser,       &fields.AuthPassword,
-                            &fields.ContentLengthText,  &fields.RequestBody,    &slot.FunctionResult,
-                            &slot.ScriptName,           &slot.TrapData,         &slot.TrapContentType,
-                            &slot.TrapHeaderField,      &slot.TrapStatusCode,   &slot.Target.name}) {
+  for (std::string* text :
+       {&fields.RequestLine,       &fields.DocumentURI,        &fields.RequestPath,   &fields.RequestQuery,
+        &fields.RequestMethod,     &fields.RequestHeader,      &fields.RequestAccept, &fields.RequestReferer,
+        &fields.RequestUserAgent,  &fields.RequestContentType, &fields.AuthUser,      &fields.AuthPassword,
+        &fields.ContentLengthText, &fields.RequestBody,        &slot.ScriptName,      &slot.TrapData,
+        &slot.TrapContentType,     &slot.TrapHeaderField,      &slot.TrapStatusCode,  &slot.Target.name}) {
     *text = large;
     slot.Reset(0);
     EXPECT_EQ(*text, "");
