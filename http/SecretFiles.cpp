@@ -25,11 +25,6 @@ std::optional<bool> SecretFiles::ContainsByName(const FoundEntry& entry) const {
   return sourceFile_.empty() ? std::optional(false) : std::nullopt;
 }
 
-bool SecretFiles::Contains(const FoundEntry& entry) const {
-  if (const auto contains = ContainsByName(entry)) return *contains;
-  return IsOrMayBe(IdentifyPath(sourceFile_), entry.file.Identity());
-}
-
 std::optional<bool> SecretFiles::ContainsAtOnce(const FoundEntry& entry) const {
   if (const auto contains = ContainsByName(entry)) return contains;
   const auto passwords = IdentifyAtOnce(sourceFile_);

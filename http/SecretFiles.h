@@ -29,11 +29,8 @@ class SecretFiles {
   }
 
   // Whether `entry` is a folder's password file, by its own name or that of a link to it, in any case, or the control's
-  // by any name.
-  bool Contains(const FoundEntry& entry) const;
-
-  // The same, at once: nothing where the names in a folder would have to be read for it. And in turns; the object and
-  // `entry` stay good until the task is done.
+  // by any name. At once: nothing where the names in a folder would have to be read for it. And in turns; the object
+  // and `entry` stay good until the task is done.
   std::optional<bool> ContainsAtOnce(const FoundEntry& entry) const;
   Task<bool> ContainsInTurns(const FoundEntry& entry, Turns* turns) const;
 

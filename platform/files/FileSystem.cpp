@@ -389,11 +389,6 @@ void RootFolder::Remember(FoundEntry& found) const {
   if (file) found.file = OpenFile(std::move(file));
 }
 
-std::shared_ptr<FolderRecord> RootFolder::NamesIn(const FoundEntry& folder) const {
-  if (!folders_ || folder.file.Kind() != EntryKind::kDirectory) return nullptr;
-  return folders_->NamesOf(folder.name, folder.file.Descriptor());
-}
-
 Task<std::shared_ptr<FolderRecord>> RootFolder::NamesInTurns(const FoundEntry& folder, Turns* turns) const {
   if (!folders_ || folder.file.Kind() != EntryKind::kDirectory || folder.file.MayWait() == true) co_return nullptr;
   auto names = folders_->NamesOfInTurns(folder.name, folder.file.Descriptor(), FolderCache::Use::kListing, turns);

@@ -155,7 +155,6 @@ class RootFolder {
   void Remember(FoundEntry& found) const;
 
   // The names in `folder`, which was found by this object, where they are remembered; else nullptr.
-  std::shared_ptr<FolderRecord> NamesIn(const FoundEntry& folder) const;
   Task<std::shared_ptr<FolderRecord>> NamesInTurns(const FoundEntry& folder, Turns* turns) const;
 
  private:

@@ -214,7 +214,7 @@ TEST_F(FilesInTurnsTest, ManyNamesAreSortedInTurns) {
   ASSERT_NE(names, nullptr);
   EXPECT_GT(turnsTaken_, 1);
   EXPECT_EQ(names->Count(), static_cast<std::size_t>(kMany) + 2);
-  EXPECT_EQ(root.NamesIn(folder), names);
+  EXPECT_EQ(RunNow(root.NamesInTurns(folder, nullptr)), names);
   EXPECT_FALSE(names->IsSorted());
   EXPECT_FALSE(root.FindAtOnce("many/NAME-7.txt").has_value()) << "they would have to be sorted";
   EXPECT_EQ(Await(root.FindInTurns("many/NAME-7.txt", &turns_)).name, "many/name-7.txt");
@@ -256,7 +256,7 @@ TEST_F(FilesInTurnsTest, AFolderThatChangesWhileItIsReadIsNotTakenForKnown) {
   world_.LetFilesSettle();
   const RootFolder root(At("Site"), world_);
   const FoundEntry folder = root.Find("many");
-  EXPECT_EQ(root.NamesIn(folder), nullptr) << "the first request";
+  EXPECT_EQ(RunNow(root.NamesInTurns(folder, nullptr)), nullptr) << "the first request";
   turns_.Begin();
   Kit::TaskUnderWay<std::shared_ptr<FolderRecord>> reading(root.NamesInTurns(folder, &turns_));
   ASSERT_FALSE(reading.IsDone());
@@ -295,16 +295,17 @@ TEST_F(FilesInTurnsTest, OneFolderAtATimeIsReadToBeRemembered) {
   world_.LetFilesSettle();
   const RootFolder root(At("Site"), world_);
   const FoundEntry many = root.Find("many"), docs = root.Find("Docs");
-  for (const FoundEntry* folder : {&many, &docs}) EXPECT_EQ(root.NamesIn(*folder), nullptr) << "the first request";
+  for (const FoundEntry* folder : {&many, &docs})
+    EXPECT_EQ(RunNow(root.NamesInTurns(*folder, nullptr)), nullptr) << "the first request";
   {
     turns_.Begin();
     const Kit::TaskUnderWay<std::shared_ptr<FolderRecord>> reading(root.NamesInTurns(many, &turns_));
     ASSERT_FALSE(reading.IsDone());
-    EXPECT_EQ(root.NamesIn(docs), nullptr) << "another one is being read";
+    EXPECT_EQ(RunNow(root.NamesInTurns(docs, nullptr)), nullptr) << "another one is being read";
     EXPECT_EQ(root.Find("docs/DEEP.htm").name, "Docs/Deep.htm") << "as if there were no cache";
   }
-  EXPECT_NE(root.NamesIn(docs), nullptr) << "the reading was cancelled";
-  EXPECT_NE(root.NamesIn(many), nullptr);
+  EXPECT_NE(RunNow(root.NamesInTurns(docs, nullptr)), nullptr) << "the reading was cancelled";
+  EXPECT_NE(RunNow(root.NamesInTurns(many, nullptr)), nullptr);
 }
 
 TEST_F(FilesInTurnsTest, ATaskThatIsDestroyedLeavesNothing) {
@@ -318,7 +319,7 @@ TEST_F(FilesInTurnsTest, ATaskThatIsDestroyedLeavesNothing) {
     {
       const RootFolder root(At("Site"), world_);
       const FoundEntry many = root.Find("many");
-      root.NamesIn(many);
+      RunNow(root.NamesInTurns(many, nullptr));
       turns_.Begin();
       const Kit::TaskUnderWay<FoundEntry> find(root.FindInTurns("many/NAME-1.txt", &turns_));
       const Kit::TaskUnderWay<std::shared_ptr<FolderRecord>> names(root.NamesInTurns(many, &turns_));

@@ -158,12 +158,12 @@ TEST_F(FolderCacheTest, AFileThatIsThereCostsNoMoreWhereItsFolderIsRemembered) {
 TEST_F(FolderCacheTest, AListingAndALookUpShareOneReading) {
   const RootFolder root = Root();
   const FoundEntry folder = root.Find("");
-  EXPECT_EQ(root.NamesIn(folder), nullptr);
-  const auto names = root.NamesIn(folder);
+  EXPECT_EQ(RunNow(root.NamesInTurns(folder, nullptr)), nullptr);
+  const auto names = RunNow(root.NamesInTurns(folder, nullptr));
   ASSERT_NE(names, nullptr);
   EXPECT_EQ(NameOf(root, "PAGE.htm"), "Page.htm");
   EXPECT_TRUE(names->IsSorted()) << "the look-up took them from there";
-  EXPECT_EQ(root.NamesIn(folder), names);
+  EXPECT_EQ(RunNow(root.NamesInTurns(folder, nullptr)), names);
 }
 
 TEST_F(FolderCacheTest, ANewNameIsSeenAtOnceAndEachTime) {
