@@ -30,12 +30,9 @@ Task<void> FindTarget(const cls_HTTP& record, std::string folder, std::string na
   program = FoundProgram(record, found, name);
 }
 
-Task<void> Await(Task<ProgramResult> running, ProgramResult& result) { result = co_await running; }
-
 class ExecPass final : public PageProcessor {
  public:
-  ExecPass(cls_HTTP& record, Page& page)
-      : record_(record), page_(page), search_(record.Turns()), documentFolder_(DocumentFolder(record)) {}
+  ExecPass(cls_HTTP& record, Page& page) : record_(record), page_(page), search_(record.Turns()) {}
 
   Task<void> Go() override {
     switch (std::exchange(waitsFor_, WaitsFor::kNothing)) {
@@ -46,7 +43,8 @@ class ExecPass final : public PageProcessor {
         }
         [[fallthrough]];
       case WaitsFor::kName:
-        return Run();
+        if (Task<void> running = Run()) return running;
+        [[fallthrough]];
       case WaitsFor::kProgram:
         TakeOutput();
         break;
@@ -81,19 +79,21 @@ class ExecPass final : public PageProcessor {
     waitsFor_ = WaitsFor::kTarget;
     const bool isOfDocument = *kind_ == TagKind::kExecCommand;
     std::string name(Trim(Target().substr(0, Target().find('?'))));
-    return FindTarget(record_, isOfDocument ? documentFolder_ : record_.CGIDirectory(), std::move(name), program_);
+    return FindTarget(record_, isOfDocument ? DocumentFolder(record_) : record_.CGIDirectory(), std::move(name),
+                      program_);
   }
 
   Task<void> Run() {
-    waitsFor_ = WaitsFor::kProgram;
     const std::size_t mark = Target().find('?');
     std::string arguments(mark == std::string_view::npos ? std::string_view() : Trim(Target().substr(mark + 1)));
     if (IsBatchFile(Trim(Target().substr(0, mark)))) {
       std::replace_if(
           arguments.begin(), arguments.end(), [](char c) { return c == '?' || c == '&'; }, ' ');
     }
-    auto running = StartProgram(record_, program_, arguments);
-    return Await(std::move(running), result_);
+    result_ = {};
+    Task<void> running = StartProgram(record_, program_, arguments, result_);
+    if (running) waitsFor_ = WaitsFor::kProgram;
+    return running;
   }
 
   void TakeOutput() {
@@ -104,7 +104,6 @@ class ExecPass final : public PageProcessor {
   cls_HTTP& record_;
   Page& page_;
   PacedSearch search_;
-  const std::string documentFolder_;
   const TagKind* kind_ = std::begin(kExecTags);
   std::optional<TagReplacement> tags_;
   WaitsFor waitsFor_ = WaitsFor::kNothing;

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "http/RequestInfo.h"
+
 namespace TesselServer {
 
 class ParentControl {
@@ -24,6 +26,9 @@ class ParentControl {
   // Whether the page in the making may take `bytes` more of memory, for its file, what is put into it, or what that is
   // read from. Once this says no the page is of no use any more.
   virtual bool PageMayTake(std::int64_t /*bytes*/) { return true; }
+
+  // The values of the request that an answer is made for: asked for when the first of them is needed.
+  virtual RequestInfo Request() const { return {}; }
 
   // Called for a program that was not run, failed or was cut short: one line, see ProgramReport.h.
   virtual void ReportProgram(const std::string& text) = 0;

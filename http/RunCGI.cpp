@@ -64,13 +64,6 @@ ProgramStart StartOf(cls_HTTP& record, std::string path, std::string_view argume
   return start;
 }
 
-Task<ProgramResult> Fail(std::errc reason) {
-  ProgramResult result;
-  result.failure = ProgramResult::Failure::kStart;
-  result.error = static_cast<std::int32_t>(reason);
-  co_return result;
-}
-
 }  // namespace
 
 bool IsProgramName(std::string_view path) { return EndsWithNoCase(path, ".exe"); }
@@ -90,10 +83,14 @@ bool AwaitsName(const cls_HTTP& record, const ProgramFile& program) {
   return program.isFound && record.Runner() != nullptr && record.AwaitsRemoteHost();
 }
 
-Task<ProgramResult> StartProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments) {
-  if (!program.isFound) return Fail(program.reason);
-  if (record.Runner() == nullptr) return Fail(std::errc::function_not_supported);
-  return record.Runner()->Run(StartOf(record, program.name, arguments));
+Task<void> StartProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments,
+                        ProgramResult& result) {
+  if (program.isFound && record.Runner() != nullptr) {
+    return record.Runner()->Run(StartOf(record, program.name, arguments), result);
+  }
+  result.failure = ProgramResult::Failure::kStart;
+  result.error = static_cast<std::int32_t>(program.isFound ? std::errc::function_not_supported : program.reason);
+  return {};
 }
 
 std::string OutputOf(const cls_HTTP& record, std::string_view program, ProgramResult&& result) {
@@ -110,8 +107,9 @@ Task<std::string> RunProgram(cls_HTTP& record, ProgramFile program, std::string 
     auto name = record.FindRemoteHost();
     co_await name;
   }
-  auto running = StartProgram(record, program, arguments);
-  ProgramResult result = co_await running;
+  ProgramResult result;
+  auto running = StartProgram(record, program, arguments, result);
+  if (running) co_await running;
   co_return OutputOf(record, program.name, std::move(result));
 }
 

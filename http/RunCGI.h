@@ -42,8 +42,9 @@ ProgramFile FoundProgram(const cls_HTTP& record, const FoundEntry& found, std::s
 // Whether FindRemoteHost is to be awaited before the program is started: its name is in the environment.
 bool AwaitsName(const cls_HTTP& record, const ProgramFile& program);
 
-// Starts it. The record outlives the task.
-Task<ProgramResult> StartProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments);
+// Starts it; see ProgramRunner::Run. The record outlives the task.
+Task<void> StartProgram(cls_HTTP& record, const ProgramFile& program, std::string_view arguments,
+                        ProgramResult& result);
 
 // What the result leaves in an answer: the output, or a text that says what failed. `program` is its name for reports,
 // which go to the record's ParentControl.

@@ -75,14 +75,12 @@ void cls_HTTP::TakeAfter(const cls_HTTP& outer) {
   names_ = outer.names_;
 }
 
-RequestInfo& cls_HTTP::Info() {
-  if (!request_) request_ = std::make_unique<RequestInfo>();
+RequestInfo& cls_HTTP::Info() const {
+  if (!request_) {
+    request_ = std::make_unique<RequestInfo>(NewInfo());
+    request_->RemoteHost = remoteHost_;
+  }
   return *request_;
-}
-
-const RequestInfo& cls_HTTP::Request() const {
-  static const RequestInfo none;
-  return request_ ? *request_ : none;
 }
 
 void cls_HTTP::CGITimeout(std::int32_t seconds) {
@@ -92,6 +90,7 @@ void cls_HTTP::CGITimeout(std::int32_t seconds) {
 
 void cls_HTTP::EndRequest() {
   request_.reset();
+  Release(remoteHost_);
   Release(documentName_);
 }
 
@@ -101,8 +100,9 @@ std::string cls_HTTP::ServerVariable(std::string_view Name) {
 
 Task<void> cls_HTTP::FindRemoteHost() {
   if (!AwaitsRemoteHost()) co_return;
-  auto asking = names_->NameOf(Request().RemoteAddr);
-  Info().RemoteHost = co_await asking;
+  auto asking = names_->NameOf(request_ ? request_->RemoteAddr : NewInfo().RemoteAddr);
+  std::string name = co_await asking;
+  RemoteHost() = std::move(name);
 }
 
 std::string cls_HTTP::ServerVariables(std::string_view Name, std::string_view Separator) {
@@ -208,25 +208,26 @@ Task<Answer> cls_HTTP::ProcessFile(FoundEntry found, const std::string& File, st
 Task<Answer> cls_HTTP::WholeAnswer(FoundEntry found, std::string file, std::string statusCode, bool wantHeader,
                                    std::string extraHeaders) {
   Answer answer;
-  auto making = MakeAnswer(std::move(found), file, {statusCode, extraHeaders, wantHeader}, answer);
+  const AnswerHead head{statusCode, extraHeaders, wantHeader};
+  auto making = MakeAnswer(std::move(found), file, head, answer);
   if (making) co_await making;
   co_return answer;
 }
 
-Task<void> cls_HTTP::MakeAnswer(FoundEntry found, std::string_view File, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::MakeAnswer(FoundEntry found, std::string_view File, const AnswerHead& head, Answer& answer) {
   std::string path = LocalName(File);
   if (!found.file.IsOpen()) return OpenedFile(std::move(found), std::move(path), head, answer);
   return FileAnswer(std::move(found), path, head, answer);
 }
 
-Task<void> cls_HTTP::OpenedFile(FoundEntry found, std::string path, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::OpenedFile(FoundEntry found, std::string path, const AnswerHead& head, Answer& answer) {
   auto opening = OpenPathInTurns(path, turns_);
   found.file = co_await opening;
   auto making = FileAnswer(std::move(found), path, head, answer);
   if (making) co_await making;
 }
 
-Task<void> cls_HTTP::FileAnswer(FoundEntry found, std::string_view path, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::FileAnswer(FoundEntry found, std::string_view path, const AnswerHead& head, Answer& answer) {
   documentName_ = found.name;
   if (IsProgramName(path)) return ProgramAnswer(found, head, answer);
   if (found.file.Kind() != EntryKind::kFile) {
@@ -280,7 +281,7 @@ void cls_HTTP::TakePage(Page::SharedText text, const AnswerHead& head, Answer& a
   if (head.isWanted) answer.head = HeadOf(answer, kHtmlType, head);
 }
 
-Task<void> cls_HTTP::ReadPage(OpenFile file, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::ReadPage(OpenFile file, const AnswerHead& head, Answer& answer) {
   if (!PageMayTake(file.Size())) co_return;
   auto reading = ContentsInTurns(file, kMaxPageBytes, turns_);
   Page::SharedText text = co_await reading;
@@ -292,14 +293,14 @@ Task<void> cls_HTTP::ReadPage(OpenFile file, AnswerHead head, Answer& answer) {
 }
 
 // A page stays where it holds no tags.
-Task<void> cls_HTTP::MakePage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::MakePage(Page::SharedText text, FileIdentity file, const AnswerHead& head, Answer& answer) {
   if (IsLong(text->size(), turns_)) return MakeLongPage(std::move(text), file, head, answer);
   if (HoldsTags(*text)) return ProcessPage(PageOf(std::move(text)), file, head, answer);
   TakePage(std::move(text), head, answer);
   return {};
 }
 
-Task<void> cls_HTTP::MakeLongPage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::MakeLongPage(Page::SharedText text, FileIdentity file, const AnswerHead& head, Answer& answer) {
   auto looking = HoldsTagsInTurns(text, turns_);
   const bool holdsTags = co_await looking;
   if (!holdsTags) {
@@ -313,7 +314,7 @@ Task<void> cls_HTTP::MakeLongPage(Page::SharedText text, FileIdentity file, Answ
 }
 
 // Most pages wait for nothing.
-Task<void> cls_HTTP::ProcessPage(Page page, FileIdentity file, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::ProcessPage(Page page, FileIdentity file, const AnswerHead& head, Answer& answer) {
   auto making = std::make_unique<PageMaking>(*this, std::move(page), file, outerTrail_, trail_);
   Task<void> wait = making->Go();
   if (wait || IsLong(making->ThePage().MaxSize(), turns_)) {
@@ -323,7 +324,8 @@ Task<void> cls_HTTP::ProcessPage(Page page, FileIdentity file, AnswerHead head, 
   return {};
 }
 
-Task<void> cls_HTTP::EndPage(std::unique_ptr<PageMaking> making, Task<void> wait, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::EndPage(std::unique_ptr<PageMaking> making, Task<void> wait, const AnswerHead& head,
+                             Answer& answer) {
   Task<void> waiting = std::move(wait);  // destroyed before what it works with
   for (; waiting; waiting = making->Go()) {
     try {
@@ -461,7 +463,7 @@ std::string cls_HTTP::ProgramPath(const FoundEntry& found) const {
 }
 
 // The file is open for no longer than this.
-Task<void> cls_HTTP::ProgramAnswer(const FoundEntry& found, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::ProgramAnswer(const FoundEntry& found, const AnswerHead& head, Answer& answer) {
   if (!settings_->cgiEnable) {
     if (head.isWanted) answer.head = cls_CGI().CGIWarningPage();
     return {};
@@ -469,13 +471,14 @@ Task<void> cls_HTTP::ProgramAnswer(const FoundEntry& found, AnswerHead head, Ans
   return RunForAnswer(FoundProgram(*this, found, found.name), head, answer);
 }
 
-Task<void> cls_HTTP::RunForAnswer(ProgramFile program, AnswerHead head, Answer& answer) {
+Task<void> cls_HTTP::RunForAnswer(ProgramFile program, const AnswerHead& head, Answer& answer) {
   if (AwaitsName(*this, program)) {
     auto name = FindRemoteHost();
     co_await name;
   }
-  auto running = StartProgram(*this, program, "");
-  ProgramResult result = co_await running;
+  ProgramResult result;
+  auto running = StartProgram(*this, program, "", result);
+  if (running) co_await running;
   TakeResult(program.name, std::move(result), head, answer);
 }
 

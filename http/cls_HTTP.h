@@ -176,8 +176,10 @@ class cls_HTTP {
   // ---- The request ----
 
   // Replaces all request values.
-  void SetRequestInfo(RequestInfo info) { Info() = std::move(info); }
-  const RequestInfo& Request() const;
+  void SetRequestInfo(RequestInfo info) { request_ = std::make_unique<RequestInfo>(std::move(info)); }
+  // Where none were set they are ParentControl's from the first use on: most answers need none, and one that waits for
+  // its program need not keep them.
+  const RequestInfo& Request() const { return Info(); }
 
   // Forgets the request values and gives their memory back. The settings stay.
   void EndRequest();
@@ -242,15 +244,16 @@ class cls_HTTP {
   Task<Answer> ProcessFile(FoundEntry found, const std::string& File, std::string StatusCode, bool WantHeader,
                            std::string ExtraHeaders, RequestInfo info, const std::string& Body);
 
-  // What the header of an answer has beside what its body says. Literals, or texts that outlive the task.
+  // What the header of an answer has beside what its body says. Literals, or texts that outlive it.
   struct AnswerHead {
     std::string_view statusCode;
     std::string_view extraHeaders = {};
     bool isWanted = true;
   };
 
-  // The same for the request values that there are: an empty task where the `answer`, which outlives it, is made.
-  Task<void> MakeAnswer(FoundEntry found, std::string_view File, AnswerHead head, Answer& answer);
+  // The same for the request values that there are: an empty task where the `answer` is made. That and the head outlive
+  // the task.
+  Task<void> MakeAnswer(FoundEntry found, std::string_view File, const AnswerHead& head, Answer& answer);
 
   // Whether the open `file`, whose name is `name`, goes out as it is on disk, for every client: it is a file, no
   // program, not of type "text/html", and its name is without "%20".
@@ -287,8 +290,8 @@ class cls_HTTP {
   // The document that ProcessFile is at, by its name below VirtualPath: "docs/a.htm". "" when that is not known.
   const std::string& DocumentName() const { return documentName_; }
 
-  // Waits until REMOTE_HOST is among the request values, where there are Names; then ServerVariable takes no time.
-  bool AwaitsRemoteHost() const { return names_ != nullptr && Request().RemoteHost.empty(); }
+  // Waits until REMOTE_HOST is known, where there are Names; then ServerVariable takes no time.
+  bool AwaitsRemoteHost() const { return names_ != nullptr && RemoteHost().empty(); }
   Task<void> FindRemoteHost();
 
   // Finds `name` below `folder`; see RootFolder::Find. A file among Secrets is not there. AtOnce: nothing where that
@@ -326,8 +329,11 @@ class cls_HTTP {
   }
   // Makes this the record of something that `outer` includes or is replaced by: its settings, connection and runner.
   void TakeAfter(const cls_HTTP& outer);
+  RequestInfo NewInfo() const { return parentControl_ != nullptr ? parentControl_->Request() : RequestInfo(); }
   // The request values, for writing.
-  RequestInfo& Info();
+  RequestInfo& Info() const;
+  std::string& RemoteHost() { return request_ ? request_->RemoteHost : remoteHost_; }
+  const std::string& RemoteHost() const { return request_ ? request_->RemoteHost : remoteHost_; }
 
   std::string FoundContentType(std::string_view extension) const;
   std::optional<std::string> PlainType(const OpenFile& file, std::string_view name) const;
@@ -335,17 +341,17 @@ class cls_HTTP {
   Task<Answer> ErrorFilePage(std::string code) const;
   Task<Answer> WholeAnswer(FoundEntry found, std::string file, std::string statusCode, bool wantHeader,
                            std::string extraHeaders);
-  Task<void> OpenedFile(FoundEntry found, std::string path, AnswerHead head, Answer& answer);
-  Task<void> FileAnswer(FoundEntry found, std::string_view path, AnswerHead head, Answer& answer);
-  Task<void> ProgramAnswer(const FoundEntry& found, AnswerHead head, Answer& answer);
-  Task<void> RunForAnswer(ProgramFile program, AnswerHead head, Answer& answer);
+  Task<void> OpenedFile(FoundEntry found, std::string path, const AnswerHead& head, Answer& answer);
+  Task<void> FileAnswer(FoundEntry found, std::string_view path, const AnswerHead& head, Answer& answer);
+  Task<void> ProgramAnswer(const FoundEntry& found, const AnswerHead& head, Answer& answer);
+  Task<void> RunForAnswer(ProgramFile program, const AnswerHead& head, Answer& answer);
   void TakeResult(std::string_view program, ProgramResult&& result, const AnswerHead& head, Answer& answer);
   void TakePage(Page::SharedText text, const AnswerHead& head, Answer& answer) const;
-  Task<void> ReadPage(OpenFile file, AnswerHead head, Answer& answer);
-  Task<void> MakePage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer);
-  Task<void> MakeLongPage(Page::SharedText text, FileIdentity file, AnswerHead head, Answer& answer);
-  Task<void> ProcessPage(Page page, FileIdentity file, AnswerHead head, Answer& answer);
-  Task<void> EndPage(std::unique_ptr<PageMaking> making, Task<void> wait, AnswerHead head, Answer& answer);
+  Task<void> ReadPage(OpenFile file, const AnswerHead& head, Answer& answer);
+  Task<void> MakePage(Page::SharedText text, FileIdentity file, const AnswerHead& head, Answer& answer);
+  Task<void> MakeLongPage(Page::SharedText text, FileIdentity file, const AnswerHead& head, Answer& answer);
+  Task<void> ProcessPage(Page page, FileIdentity file, const AnswerHead& head, Answer& answer);
+  Task<void> EndPage(std::unique_ptr<PageMaking> making, Task<void> wait, const AnswerHead& head, Answer& answer);
   std::shared_ptr<const RootFolder> FolderAt(const std::string& path) const;
   bool MayInclude(const FoundEntry& found);
   Task<void> ProcessInside(const FoundEntry& found, Page::SharedText text, Answer& answer);
@@ -357,7 +363,8 @@ class cls_HTTP {
   ProgramRunner* runner_ = nullptr;
   class Turns* turns_ = nullptr;
   NameSource* names_ = nullptr;
-  std::unique_ptr<RequestInfo> request_;  // null while there are none: most answers need none
+  mutable std::unique_ptr<RequestInfo> request_;  // null until one of them is needed
+  std::string remoteHost_;                        // that they get then
   std::string documentName_;
   const IncludeTrail* outerTrail_ = nullptr;  // of the page that includes this record's document
   const IncludeTrail* trail_ = nullptr;       // of this record's document, while it is processed

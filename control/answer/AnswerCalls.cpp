@@ -3,18 +3,10 @@
 #include <system_error>
 #include <utility>
 
+#include "control/answer/RecordSetup.h"
+#include "control/answer/SlotTarget.h"
+
 namespace TesselServer {
-
-namespace {
-
-Task<ProgramResult> Refused() {
-  ProgramResult result;
-  result.failure = ProgramResult::Failure::kStart;
-  result.error = static_cast<std::int32_t>(std::errc::operation_canceled);
-  co_return result;
-}
-
-}  // namespace
 
 AnswerCalls::AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, Slot& slot,
                          cls_HTTP& record)
@@ -30,8 +22,11 @@ AnswerCalls::~AnswerCalls() {
 
 bool AnswerCalls::IsWanted() const { return !isTooLarge_ && state_.sckWS.Generation(index_) == generation_; }
 
-Task<ProgramResult> AnswerCalls::Run(ProgramStart start) {
-  return IsWanted() ? state_.programs.Run(std::move(start)) : Refused();
+Task<void> AnswerCalls::Run(ProgramStart start, ProgramResult& result) {
+  if (IsWanted()) return state_.programs.Run(std::move(start), result);
+  result.failure = ProgramResult::Failure::kStart;
+  result.error = static_cast<std::int32_t>(std::errc::operation_canceled);
+  return {};
 }
 
 std::shared_ptr<const std::string> AnswerCalls::RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
@@ -51,6 +46,8 @@ bool AnswerCalls::PageMayTake(std::int64_t bytes) {
   if (IsWanted()) isTooLarge_ = !slot_.PageMemory.Grow(state_.pageMemory, bytes);
   return IsWanted();
 }
+
+RequestInfo AnswerCalls::Request() const { return RequestInfoOf(state_, slot_, index_, MappedFileOf(state_, slot_)); }
 
 void AnswerCalls::ReportProgram(const std::string& text) { state_.reporter.RaiseStatusLine(text); }
 

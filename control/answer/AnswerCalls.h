@@ -24,11 +24,12 @@ class AnswerCalls final : public ProgramRunner, public ParentControl {
   AnswerCalls& operator=(const AnswerCalls&) = delete;
   ~AnswerCalls() override;
 
-  Task<ProgramResult> Run(ProgramStart start) override;
+  Task<void> Run(ProgramStart start, ProgramResult& result) override;
   std::shared_ptr<const std::string> RaiseCallFunction(std::int32_t Index, const std::string& FunctionName,
                                                        const std::string& Unused, const std::string& Params) override;
   bool FunctionWasAnswered(std::int32_t Index) const override;
   bool PageMayTake(std::int64_t bytes) override;
+  RequestInfo Request() const override;
   void ReportProgram(const std::string& text) override;
 
   // Whether there was no memory for the page: the client is told so in its place.

@@ -19,6 +19,8 @@ namespace TesselServer {
 
 namespace {
 
+constexpr cls_HTTP::AnswerHead kOkHead{"200"};
+
 // The bytes of an answer's text that is in memory for this answer alone.
 std::int64_t OwnTextBytes(const Answer& answer) {
   if (const auto* text = std::get_if<std::string>(&answer.body)) return static_cast<std::int64_t>(text->size());
@@ -44,7 +46,6 @@ struct Dispatch::Call {
   std::shared_ptr<SlotTable> slots;
   Slot& slot;
   std::uint64_t generation;
-  std::string statusCode;  // of a forced answer
   bool isForced;
   std::shared_ptr<cls_HTTP> record = nullptr;
   std::shared_ptr<const Admission> admission = nullptr;  // once it is known; null where nothing may guard the target
@@ -147,11 +148,11 @@ void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool
   Slot* slot = slots ? slots->At(Index) : nullptr;
   if (slot == nullptr) return;
   state_.statistics.RequestCount += 1;
-  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), std::string(StatusCode), ForceStatus};
+  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), ForceStatus};
   slot->Enter(RequestPhase::kAnswering);
   const bool isOnItsWay = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
     call.record = RecordOf(state_, *slot, Index);
-    Take(call, NextStep(call));
+    Take(call, ForceStatus ? ForcedStep(call, StatusCode) : NextStep(call));
   });
   if (isOnItsWay) return;
   if (CanStillAnswer(call)) {
@@ -220,12 +221,14 @@ Task<void> Dispatch::WorkFor(Call& call, Step& step) {
 
 // ---- What the answer is.
 
+Dispatch::Step Dispatch::ForcedStep(Call& call, std::string_view statusCode) const {
+  RequestFields& request = call.slot.Fields();
+  if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed after the answer
+  return ErrorStep(call, statusCode, false);
+}
+
 Dispatch::Step Dispatch::NextStep(Call& call) {
   RequestFields& request = call.slot.Fields();
-  if (call.isForced) {
-    if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed after the answer
-    return ErrorStep(call, call.statusCode, false);
-  }
   if (!call.slot.NotTrapped) return HostAnswer(call);
   if (request.RequestPath.empty()) return Decision();
   // a request that the host handed back has no target any more
@@ -333,10 +336,10 @@ Task<void> Dispatch::DirectoryAnswer(Call& call, Step& step) {
 Task<void> Dispatch::PageAnswer(Call& call, Step& step) {
   FoundEntry& target = call.slot.Target;
   const std::string file = MappedFileOf(state_, call.slot);
-  call.record->SetRequestInfo(RequestInfoOf(state_, call.slot, call.index, file));
+  call.record->EndRequest();  // what the host has asked for before: some values are different now
   FoundEntry found{target.kind, target.name, target.readable, std::move(target.file)};  // the name is still asked for
   Decision& decision = step.emplace<Decision>(Decision{{}, "200", true});
-  return call.record->MakeAnswer(std::move(found), file, {"200"}, decision.answer);
+  return call.record->MakeAnswer(std::move(found), file, kOkHead, decision.answer);
 }
 
 // ---- The end.

@@ -68,6 +68,7 @@ class Dispatch {
   Task<void> AnswerInTurns(Call call, Step step);
   Task<void> WorkFor(Call& call, Step& step);
 
+  Step ForcedStep(Call& call, std::string_view statusCode) const;
   Step NextStep(Call& call);
   Step ErrorStep(Call& call, std::string_view statusCode, bool logged) const;
   Step StepAfterFailure(Call& call) const;

@@ -51,35 +51,42 @@ void ChildPrograms::MaxPrograms(std::int32_t most) {
   inside_->places.Most(std::clamp<std::int32_t>(most, 1, kHighestMaxPrograms));
 }
 
-Task<ProgramResult> ChildPrograms::Run(ProgramStart start) { return RunInTurn(inside_, std::move(start)); }
+Task<void> ChildPrograms::Run(ProgramStart start, ProgramResult& result) {
+  return RunInTurn(inside_, std::move(start), result);
+}
 
 // Many may wait for a place: what is needed only afterwards is in the frame of RunIn.
-Task<ProgramResult> ChildPrograms::RunInTurn(std::shared_ptr<Inside> inside, ProgramStart start) {
+Task<void> ChildPrograms::RunInTurn(std::shared_ptr<Inside> inside, ProgramStart start, ProgramResult& result) {
   TimeLimit limit(inside->loop, start.waitMilliseconds);
   ProgramPlaces::Arrival arrival(inside->places, limit);
   ProgramPlaces::Place place = co_await arrival;
   inside->leftOver.Collect();
   if (!place || inside->leftOver.Count() >= kMaxLeftOver) {
-    co_return ProgramResult{.failure = ProgramResult::Failure::kStart, .error = EAGAIN};
+    result.failure = ProgramResult::Failure::kStart;
+    result.error = EAGAIN;
+    co_return;
   }
   start.Complete();
-  auto running = RunIn(*inside, std::move(start), std::move(place), limit);
-  co_return co_await running;
+  auto running = RunIn(*inside, std::move(start), std::move(place), limit, result);
+  co_await running;
 }
 
-Task<ProgramResult> ChildPrograms::RunIn(Inside& inside, ProgramStart start, std::shared_ptr<void> place,
-                                         TimeLimit& limit) {
+Task<void> ChildPrograms::RunIn(Inside& inside, ProgramStart start, std::shared_ptr<void> place, TimeLimit& limit,
+                                ProgramResult& result) {
   const std::size_t outputLimit = start.outputLimit;
   ProgramStarts::Start starting(inside.starts, std::move(start), place, limit);
   StartedProgram program = co_await starting;
-  if (program.failure != ProgramResult::Failure::kNone) {
-    co_return ProgramResult{.failure = program.failure, .error = program.error};
+  result.failure = program.failure;
+  result.error = program.error;
+  if (program.failure != ProgramResult::Failure::kNone) co_return;
+  if (program.child.Number() < 0) {
+    result.milliseconds = limit.Passed();
+    co_return;
   }
-  if (program.child.Number() < 0) co_return ProgramResult{.milliseconds = limit.Passed()};
 
   const WaitedFor child(std::move(program.child), std::move(place), limit, inside.leftOver);
   ChildWait wait(inside.loop, child.Number(), program.output.Get(), outputLimit, limit);
-  co_return co_await wait;
+  result = co_await wait;
 }
 
 std::size_t ChildPrograms::LeftOver() const { return inside_->leftOver.Count(); }

@@ -63,7 +63,7 @@ class ChildPrograms : public ProgramRunner {
   // task is destroyed before, it is free when the child has ended or the time is over: clients that leave at once do
   // not get more programs run than others. Output is read as it comes, so a child with much output ends too. A
   // grandchild that keeps the pipe open is not waited for.
-  Task<ProgramResult> Run(ProgramStart start) override;
+  Task<void> Run(ProgramStart start, ProgramResult& result) override;
 
   // How many children have outlived their time and not been collected yet.
   std::size_t LeftOver() const;
@@ -72,8 +72,9 @@ class ChildPrograms : public ProgramRunner {
   struct Inside;
   class WaitedFor;
 
-  static Task<ProgramResult> RunInTurn(std::shared_ptr<Inside> inside, ProgramStart start);
-  static Task<ProgramResult> RunIn(Inside& inside, ProgramStart start, std::shared_ptr<void> place, TimeLimit& limit);
+  static Task<void> RunInTurn(std::shared_ptr<Inside> inside, ProgramStart start, ProgramResult& result);
+  static Task<void> RunIn(Inside& inside, ProgramStart start, std::shared_ptr<void> place, TimeLimit& limit,
+                          ProgramResult& result);
 
   std::shared_ptr<Inside> inside_;  // the tasks' too
 };

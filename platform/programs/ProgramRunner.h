@@ -58,8 +58,9 @@ class ProgramRunner {
  public:
   virtual ~ProgramRunner() = default;
 
-  // Starts the program; done when it has ended or the time is over. Destroying the task lets go of the program.
-  virtual Task<ProgramResult> Run(ProgramStart start) = 0;
+  // Starts the program; done when it has ended or the time is over, and `result`, a new one that outlives the task, is
+  // what came of it. An empty task: that is known already. Destroying the task lets go of the program.
+  virtual Task<void> Run(ProgramStart start, ProgramResult& result) = 0;
 };
 
 }  // namespace TesselServer

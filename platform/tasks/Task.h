@@ -52,8 +52,9 @@ struct TaskPromise {
 
 template <typename Value>
 struct TaskResult : TaskPromise {
-  void return_value(Value given) { value.emplace(std::move(given)); }
-  Value Take() {
+  void return_value(Value&& given) { value.emplace(std::move(given)); }
+  void return_value(const Value& given) { value.emplace(given); }
+  Value&& Take() {
     if (failure) std::rethrow_exception(std::exchange(failure, nullptr));
     return std::move(*value);
   }
@@ -89,7 +90,8 @@ class [[nodiscard]] Task {
   // False for one that was made without a coroutine: what it would have done is done, and it is not awaited.
   explicit operator bool() const { return frame_ != nullptr; }
 
-  // Waits until it is done and gives its value, once.
+  // Waits until it is done and gives its value, once: where it is in the frame of this task, so that the one that
+  // waits need not keep a second one.
   auto operator co_await() & noexcept;
 
  private:
@@ -155,7 +157,7 @@ struct Task<Value>::Awaiter {
     promise.waiter = waiter;
     promise.run->Next(frame);
   }
-  Value await_resume() const { return frame.promise().Take(); }
+  decltype(auto) await_resume() const { return frame.promise().Take(); }
 
   std::coroutine_handle<promise_type> frame;
 };

@@ -41,7 +41,7 @@ std::string NameOfFault(const testing::TestParamInfo<Fault>& each) {
 class ProgramFaults : public testing::Test {
  protected:
   ProgramResult Run() {
-    return Kit::Await(loop_, programs_.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
+    return Kit::Await(loop_, Kit::Run(programs_, {.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
   }
   void ExpectWhole(const ProgramResult& result) {
     EXPECT_EQ(result.failure, Failure::kNone);
@@ -137,7 +137,7 @@ class HeldStartTest : public ProgramFaults {
   using Running = Kit::Pending<ProgramResult>;
 
   Task<ProgramResult> Program(std::int64_t waitMilliseconds) {
-    return programs_.Run({.file = program_, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024});
+    return Kit::Run(programs_, {.file = program_, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024});
   }
   // Until the child is gone that came after its task.
   void ExpectNobodyStays(std::size_t descriptors) {
@@ -182,7 +182,7 @@ TEST_F(HeldStartTest, MayOutliveTheObjectAndTheNextOneCollectsItsChild) {
   Kit::HeldCall start("clone");
   {
     ChildPrograms programs(loop_, workers_);
-    const Running running(programs.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
+    const Running running(Kit::Run(programs, {.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
     ASSERT_TRUE(start.Holds());
   }
   EXPECT_EQ(TaskPromise::living, 0);
@@ -203,7 +203,7 @@ TEST_F(HeldStartTest, MayOutliveTheLoop) {
     EventLoop loop;
     Workers workers(loop);
     ChildPrograms programs(loop, workers);
-    const Running running(programs.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
+    const Running running(Kit::Run(programs, {.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024}));
     ASSERT_TRUE(start.Holds());
     opener = std::thread([&] { start.LetGo(); });
   }
@@ -239,7 +239,7 @@ class ProgramMemoryTest : public testing::TestWithParam<std::int32_t> {
     programs_.MaxPrograms(1);
   }
   Task<ProgramResult> Program() {
-    return programs_.Run({.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024});
+    return Kit::Run(programs_, {.file = program_, .waitMilliseconds = 20'000, .outputLimit = 1024});
   }
   // Runs the program with one request for memory that fails. Whether there were so many.
   bool RunWithout(int nth) {

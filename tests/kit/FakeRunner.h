@@ -27,10 +27,11 @@ class FakeRunner : public ProgramRunner {
     answer.error = error;
   }
 
-  Task<ProgramResult> Run(ProgramStart start) override {
+  Task<void> Run(ProgramStart start, ProgramResult& result) override {
     start.Complete();
     started.push_back(std::move(start));
-    co_return answer;
+    result = answer;
+    return {};
   }
 
   // The files that were started, each with its words: "/srv/a.exe|one|two".

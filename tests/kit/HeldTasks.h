@@ -61,10 +61,16 @@ class HeldPrograms : public ProgramRunner {
     result.Come(std::move(printed));
   }
 
-  Task<ProgramResult> Run(ProgramStart start) override {
+  Task<void> Run(ProgramStart start, ProgramResult& given) override {
     start.Complete();
     starts.push_back(std::move(start));
-    return result.Wanted();
+    return Give(given);
+  }
+
+ private:
+  Task<void> Give(ProgramResult& given) {
+    auto wanted = result.Wanted();
+    given = co_await wanted;
   }
 };
 

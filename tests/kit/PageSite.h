@@ -53,13 +53,12 @@ class NotedPrograms : public ProgramRunner {
   std::string output = "output";
   std::vector<ProgramStart> starts;
 
-  Task<ProgramResult> Run(ProgramStart start) override {
+  Task<void> Run(ProgramStart start, ProgramResult& result) override {
     start.Complete();
     starts.push_back(std::move(start));
-    ProgramResult result;
     result.ended = true;
     result.output = output;
-    co_return result;
+    return {};
   }
 };
 

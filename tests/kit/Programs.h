@@ -15,7 +15,9 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
+#include "platform/programs/ProgramRunner.h"
 #include "tests/kit/TemporaryTree.h"
 
 namespace TesselServer::Kit {
@@ -25,6 +27,14 @@ inline std::string WriteProgram(const TemporaryTree& tree, std::string_view name
   const std::string path = tree.Write(name, "#!/bin/sh\nhere=" + tree.Text() + "\n" + std::string(script) + "\n");
   std::filesystem::permissions(path, std::filesystem::perms(0755));
   return path;
+}
+
+// A run whose result is the value of the task.
+inline Task<ProgramResult> Run(ProgramRunner& runner, ProgramStart start) {
+  ProgramResult result;
+  auto running = runner.Run(std::move(start), result);
+  if (running) co_await running;
+  co_return result;
 }
 
 // A named pipe "gate" in a tree: a program that reads a line of it waits until the test opens it, or dies.

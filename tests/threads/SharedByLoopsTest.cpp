@@ -67,11 +67,11 @@ TEST(SharedByLoopsTest, ProgramsAreStartedByAllAndLeftToAll) {
     for (int i = 0; i < kEach; ++i) {
       Workers workers(loop);
       ChildPrograms programs(loop, workers);
-      EXPECT_FALSE(Kit::Await(loop, programs.Run({.file = slow, .outputLimit = 100})).ended);
+      EXPECT_FALSE(Kit::Await(loop, Kit::Run(programs, {.file = slow, .outputLimit = 100})).ended);
       const ProgramResult result = Kit::Await(
           loop,
-          programs.Run(
-              {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100}));
+          Kit::Run(programs,
+                   {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100}));
       EXPECT_EQ(result.output, text);
       EXPECT_EQ(result.exitCode, 0);
     }
@@ -97,8 +97,9 @@ TEST(SharedByLoopsTest, EachLoopRunsManyProgramsAtOnceAndLetsSomeOfThemGo) {
     std::deque<Running> running;
     for (int i = 0; i < 12; ++i) {
       const std::string text = std::to_string(100 * number + i);
-      running.emplace_back(programs.Run(
-          {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100}));
+      running.emplace_back(
+          Kit::Run(programs,
+                   {.file = quick, .environment = {{"NUMBER", text}}, .waitMilliseconds = 20'000, .outputLimit = 100}));
     }
     running.pop_front();  // its start is perhaps under way
     running.pop_back();   // it waits for a place

@@ -31,7 +31,8 @@ using Failure = ProgramResult::Failure;
 class ChildProgramsHostTest : public testing::Test {
  protected:
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = 20'000) {
-    return Kit::Await(loop_, programs_.Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
+    return Kit::Await(loop_,
+                      Kit::Run(programs_, {.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
   }
   bool Works() {
     const ProgramResult result = Run(hello_);
@@ -160,7 +161,8 @@ TEST_F(ChildProgramsHostTest, ALackOfDescriptorsIsReportedAndPasses) {
       const Kit::DescriptorFamine famine(c.left);
       result = Kit::Await(
           loop_,
-          programs_.Run({.file = "/bin/echo", .arguments = {"fed"}, .waitMilliseconds = 20'000, .outputLimit = 1024}));
+          Kit::Run(programs_,
+                   {.file = "/bin/echo", .arguments = {"fed"}, .waitMilliseconds = 20'000, .outputLimit = 1024}));
     }
     EXPECT_EQ(result.failure, c.failure) << c.why;
     EXPECT_EQ(result.error, c.error) << c.why;
@@ -179,10 +181,11 @@ TEST_F(ChildProgramsHostTest, AHostMayHaveClosedItsStandardDescriptors) {
         if ((closed >> each & 1U) != 0) close(each);
       }
       const std::size_t before = Kit::CountDescriptors();
-      const ProgramResult result = Kit::Await(loop_, programs_.Run({.file = "/usr/bin/readlink",
-                                                                    .arguments = {"/proc/self/fd/0", "/proc/self/fd/2"},
-                                                                    .waitMilliseconds = 20'000,
-                                                                    .outputLimit = 1024}));
+      const ProgramResult result =
+          Kit::Await(loop_, Kit::Run(programs_, {.file = "/usr/bin/readlink",
+                                                 .arguments = {"/proc/self/fd/0", "/proc/self/fd/2"},
+                                                 .waitMilliseconds = 20'000,
+                                                 .outputLimit = 1024}));
       if (result.output != "/dev/null\n/dev/null\n") return 1;
       return Kit::CountDescriptors() == before && Works() ? 0 : 2;
     });

@@ -93,11 +93,11 @@ class ChildProgramsLoopTest : public testing::Test {
 
   Running& Start(const std::string& file, std::int64_t waitMilliseconds = kAmple) {
     return running_.emplace_back(
-        programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
+        Kit::Run(*programs_, {.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
   }
   // Lets time pass, so that children that nothing waits for are looked after.
   ProgramResult RunAsTimePasses(const std::string& file) {
-    Running program(programs_->Run({.file = file, .waitMilliseconds = kAmple, .outputLimit = 1024}));
+    Running program(Kit::Run(*programs_, {.file = file, .waitMilliseconds = kAmple, .outputLimit = 1024}));
     EXPECT_TRUE(TurnUntil([&] {
       world_.Skip(100);
       return program.IsDone();
@@ -105,7 +105,8 @@ class ChildProgramsLoopTest : public testing::Test {
     return program.Take();
   }
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = kAmple) {
-    return Kit::Await(loop_, programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
+    return Kit::Await(loop_,
+                      Kit::Run(*programs_, {.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = 1024}));
   }
   // Whether so many programs, each of which adds a byte to the file "count", have begun.
   bool HaveBegun(std::size_t count) const {
@@ -222,7 +223,7 @@ TEST_F(ChildProgramsLoopTest, TheOthersStartInOrderOfArrival) {
   const std::string program = Write("named", "printf \"$1\" >> $here/names");
   for (const char* name : {"e", "b", "d", "a", "c"}) {
     running_.emplace_back(
-        programs_->Run({.file = program, .arguments = {name}, .waitMilliseconds = kAmple, .outputLimit = 100}));
+        Kit::Run(*programs_, {.file = program, .arguments = {name}, .waitMilliseconds = kAmple, .outputLimit = 100}));
   }
   ASSERT_TRUE(TurnUntil([&] { return running_.back().IsDone(); }));
   std::string names;
@@ -284,7 +285,7 @@ TEST(ChildProgramsClockTest, TheTimeIsThatOfTheLoopsClock) {
   Workers workers(loop);
   ChildPrograms programs(loop, workers);
   const std::string file = Kit::WriteProgram(tree, "held", "printf early; echo > $here/marker; read go < $here/gate");
-  Running program(programs.Run({.file = file, .waitMilliseconds = 30'000, .outputLimit = 100}));
+  Running program(Kit::Run(programs, {.file = file, .waitMilliseconds = 30'000, .outputLimit = 100}));
   ASSERT_TRUE(Kit::TurnUntil(loop, [&] { return std::filesystem::exists(tree.Path() / "marker"); }));
   world.Advance(29'999);
   while (loop.RunOnce(0)) {
@@ -409,7 +410,7 @@ TEST_F(ChildProgramsLoopTest, AtAnyMomentADestroyedTaskLeavesNothing) {
   const std::size_t descriptors = Kit::CountDescriptors();
   for (int i = 0; i < 200; ++i) {
     std::optional<Running> program(
-        std::in_place, programs_->Run({.file = "/bin/true", .waitMilliseconds = kAmple, .outputLimit = 100}));
+        std::in_place, Kit::Run(*programs_, {.file = "/bin/true", .waitMilliseconds = kAmple, .outputLimit = 100}));
     const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(i * 15);
     while (std::chrono::steady_clock::now() < end) loop_.RunOnce(0);
     program.reset();
@@ -444,7 +445,7 @@ TEST_F(ChildProgramsLoopTest, ALoopThatIsDestroyedAtAnyMomentLosesNoChild) {
     EventLoop loop;
     Workers workers(loop);
     ChildPrograms programs(loop, workers);
-    const Running program(programs.Run({.file = "/bin/true", .waitMilliseconds = kAmple, .outputLimit = 100}));
+    const Running program(Kit::Run(programs, {.file = "/bin/true", .waitMilliseconds = kAmple, .outputLimit = 100}));
     const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(i * 25);
     while (std::chrono::steady_clock::now() < end) loop.RunOnce(0);
   }
@@ -462,7 +463,7 @@ TEST_F(ChildProgramsLoopTest, TenThousandLeaveMemoryAndDescriptorsAsTheyWere) {
   const ProgramStart echo{.file = "/bin/echo", .arguments = {"one"}, .waitMilliseconds = kAmple, .outputLimit = 100};
   const auto runHundred = [&] {
     std::list<Running> hundred;
-    for (int i = 0; i < 100; ++i) hundred.emplace_back(programs_->Run(echo));
+    for (int i = 0; i < 100; ++i) hundred.emplace_back(Kit::Run(*programs_, echo));
     for (Running& each : hundred) {
       ASSERT_TRUE(TurnUntil([&] { return each.IsDone(); }));
       ASSERT_EQ(each.Take().output, "one\n");

@@ -25,8 +25,8 @@ constexpr std::int64_t kLong = 20'000;  // milliseconds; nothing here takes that
 class ChildProgramsTest : public testing::Test {
  protected:
   ProgramResult Run(const std::string& file, std::int64_t waitMilliseconds = kLong, std::size_t outputLimit = 1024) {
-    return Kit::Await(loop_,
-                      programs_->Run({.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = outputLimit}));
+    return Kit::Await(
+        loop_, Kit::Run(*programs_, {.file = file, .waitMilliseconds = waitMilliseconds, .outputLimit = outputLimit}));
   }
   std::string Write(const char* name, const std::string& script) { return Kit::WriteProgram(tree_, name, script); }
   bool Exists(const char* name) const { return std::filesystem::exists(tree_.Path() / name); }
@@ -88,11 +88,11 @@ TEST_F(ChildProgramsTest, ReportsHowAProgramEnded) {
 
 TEST_F(ChildProgramsTest, HandsOnArgumentsAndEnvironment) {
   const ProgramResult result =
-      Kit::Await(loop_, programs_->Run({.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
-                                        .arguments = {"a=1", "; echo x", "", "$(id)"},
-                                        .environment = {{"QUERY_STRING", "a=1&b=`id`"}},
-                                        .waitMilliseconds = kLong,
-                                        .outputLimit = 1024}));
+      Kit::Await(loop_, Kit::Run(*programs_, {.file = Write("words", "printf '<%s>' \"$@\" \"$QUERY_STRING\""),
+                                              .arguments = {"a=1", "; echo x", "", "$(id)"},
+                                              .environment = {{"QUERY_STRING", "a=1&b=`id`"}},
+                                              .waitMilliseconds = kLong,
+                                              .outputLimit = 1024}));
   ExpectEnded(result, "<a=1><; echo x><><$(id)><a=1&b=`id`>");
 }
 
@@ -115,10 +115,10 @@ TEST_F(ChildProgramsTest, AHundredLeaveNoChildAndNoDescriptor) {
   const std::size_t descriptors = Kit::CountDescriptors();
   for (int i = 0; i < 100; ++i) {
     const std::string number = std::to_string(i);
-    const ProgramResult result = Kit::Await(
-        loop_,
-        programs_->Run(
-            {.file = program, .environment = {{"NUMBER", number}}, .waitMilliseconds = kLong, .outputLimit = 100}));
+    const ProgramResult result = Kit::Await(loop_, Kit::Run(*programs_, {.file = program,
+                                                                         .environment = {{"NUMBER", number}},
+                                                                         .waitMilliseconds = kLong,
+                                                                         .outputLimit = 100}));
     ExpectEnded(result, number + "\n");
     ASSERT_TRUE(Kit::HasNoChild()) << i;
   }
@@ -229,7 +229,8 @@ TEST_F(ChildProgramsTest, TheRealClockCollectsThemToo) {
   Workers workers(loop);
   ChildPrograms programs(loop, workers);
   EXPECT_FALSE(
-      Kit::Await(loop, programs.Run({.file = Write("program", "read go < $here/gate"), .waitMilliseconds = 0})).ended);
+      Kit::Await(loop, Kit::Run(programs, {.file = Write("program", "read go < $here/gate"), .waitMilliseconds = 0}))
+          .ended);
   gate_.Open();
   for (int turn = 0; turn < 100 && programs.LeftOver() > 0; ++turn) loop.RunOnce(100);
   EXPECT_EQ(programs.LeftOver(), 0u);
