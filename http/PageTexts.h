@@ -41,7 +41,7 @@ class PageTexts {
   std::pair<Value*, bool> Find(Values*& values, std::string_view key);
 
  private:
-  static constexpr std::size_t kFirstBlockBytes = 512;  // for a handful
+  static constexpr std::size_t kFirstBlockBytes = 320;  // for a few: many pages may wait for a program
 
   std::pmr::monotonic_buffer_resource& Small();
   std::string_view Copy(std::string_view text);

@@ -107,6 +107,7 @@ void HostNames::Join(Waiting& waiting) {
   waiting.place = itself.begin();
   lookUp->second.waiting.splice(lookUp->second.waiting.end(), itself);
   if (!isNew) return;
+  lookUp->second.queued = turn.begin();
   queue_.splice(queue_.end(), turn);
   BeginLookUps();
 }
@@ -116,8 +117,8 @@ void HostNames::Leave(Waiting& waiting) {
   const auto lookUp = lookUps_.find(waiting.address);
   lookUp->second.waiting.erase(*waiting.place);
   waiting.place.reset();
-  if (!lookUp->second.waiting.empty() || lookUp->second.hasBegun) return;
-  queue_.remove(waiting.address);
+  if (!lookUp->second.waiting.empty() || !lookUp->second.queued) return;
+  queue_.erase(*lookUp->second.queued);
   lookUps_.erase(lookUp);
 }
 
@@ -129,7 +130,7 @@ void HostNames::BeginLookUps() {
   while (begun_ < kAtOnce && !queue_.empty()) {
     const std::int32_t address = queue_.front();
     queue_.pop_front();
-    lookUps_[address].hasBegun = true;
+    lookUps_[address].queued.reset();
     ++begun_;
     try {
       auto look = RunningTask::Start(Look(address));

@@ -58,7 +58,7 @@ class HostNames final : public NameSource {
   };
   struct LookUp {
     std::list<Waiting*> waiting;
-    bool hasBegun = false;
+    std::optional<std::list<std::int32_t>::iterator> queued;  // in queue_, until it has begun
   };
 
   const std::string* Known(std::int32_t address);

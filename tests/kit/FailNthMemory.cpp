@@ -5,8 +5,11 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <unordered_map>
+#include <utility>
 
 #include "tests/kit/FreedText.h"
+#include "tests/kit/LivingMemory.h"
 
 namespace TesselServer::Kit {
 namespace {
@@ -23,7 +26,30 @@ bool Fails() {
 thread_local std::string_view watched;  // "": nothing is
 thread_local int seen = 0;
 
+using Pieces = std::unordered_map<void*, std::size_t>;
+thread_local Pieces* living = nullptr;  // what LivingMemory counts
+
+// What glibc takes for them.
+constexpr std::size_t HeapBytes(std::size_t size) { return size <= 24 ? 32 : (size + 8 + 15) / 16 * 16; }
+
+void* Counted(void* memory, std::size_t size) {
+  if (Pieces* const pieces = std::exchange(living, nullptr)) {  // the map's own memory does not count
+    if (memory != nullptr) pieces->emplace(memory, HeapBytes(size));
+    living = pieces;
+  }
+  return memory;
+}
+
+void* Get(std::size_t size) {
+  if (void* const memory = std::malloc(size != 0 ? size : 1)) return Counted(memory, size);
+  throw std::bad_alloc();
+}
+
 void Free(void* memory) noexcept {
+  if (Pieces* const pieces = std::exchange(living, nullptr)) {
+    pieces->erase(memory);
+    living = pieces;
+  }
   if (memory != nullptr && !watched.empty()) {
     const std::string_view bytes(static_cast<const char*>(memory), malloc_usable_size(memory));
     if (bytes.find(watched) != std::string_view::npos) ++seen;
@@ -40,6 +66,14 @@ FreedText::FreedText(std::string_view text) {
 FreedText::~FreedText() { watched = {}; }
 int FreedText::Seen() const { return seen; }
 
+LivingMemory::LivingMemory() { living = new Pieces; }
+LivingMemory::~LivingMemory() { delete std::exchange(living, nullptr); }
+std::size_t LivingMemory::Bytes() const {
+  std::size_t bytes = 0;
+  for (const auto& [memory, size] : *living) bytes += size;
+  return bytes;
+}
+
 FailNthMemory::FailNthMemory(int nth) {
   left = nth;
   happened = false;
@@ -51,12 +85,11 @@ bool FailNthMemory::Happened() const { return happened; }
 
 void* operator new(std::size_t size) {
   if (TesselServer::Kit::Fails()) throw std::bad_alloc();
-  if (void* const memory = std::malloc(size != 0 ? size : 1)) return memory;
-  throw std::bad_alloc();
+  return TesselServer::Kit::Get(size);
 }
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return TesselServer::Kit::Fails() ? nullptr : std::malloc(size != 0 ? size : 1);
+  return TesselServer::Kit::Fails() ? nullptr : TesselServer::Kit::Counted(std::malloc(size != 0 ? size : 1), size);
 }
 
 void operator delete(void* memory) noexcept { TesselServer::Kit::Free(memory); }

@@ -24,6 +24,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 // One whose name server keeps silent until it is opened.
 struct SilentWorld : Kit::FakeWorld {
@@ -202,6 +203,20 @@ TEST_F(HostNamesTest, OthersHaveTheirTurnInTheOrderOfAsking) {
   for (const RunningTask& each : tasks) Until(each);
   EXPECT_EQ(order_.size(), 5U);
   EXPECT_EQ(LookUps(), 5);
+}
+
+TEST_F(HostNamesTest, ThoseThatLeaveTheQueueAreLeftOutAndTheOthersHaveTheirTurn) {
+  world_.Open(false);
+  std::vector<RunningTask> tasks;
+  for (int i = 0; i < 8; ++i) tasks.push_back(Ask(i));
+  EXPECT_EQ(world_.Asked(HostNames::kAtOnce), static_cast<std::size_t>(HostNames::kAtOnce));
+  for (const std::size_t leaves : {5, 3, 7}) tasks[leaves] = {};  // from between the others, the first and the last
+  tasks.push_back(Ask(5));
+  world_.Open();
+  for (const RunningTask& each : tasks) Until(each);
+  EXPECT_THAT(order_, UnorderedElementsAre("client-0.example", "client-1.example", "client-2.example",
+                                           "client-4.example", "Unknown", "Unknown"));
+  EXPECT_EQ(world_.Asked(6), 6U);
 }
 
 TEST_F(HostNamesTest, OneThatIsDestroyedWhileItWaitsLeavesNothing) {
