@@ -214,6 +214,53 @@ TEST_F(ResolveTargetTest, RawControlBytesNameNothing) {
   EXPECT_EQ(Resolve("index\t.html"), "-");
 }
 
+TEST_F(ResolveTargetTest, LongPathsNameSomethingUpToTheLongestThatCanBeOpened) {
+  constexpr std::size_t kMost = RootFolder::kMaxPathBytes;
+  // A path of so many bytes once it is decoded, each component of which but the last one says "here".
+  const auto path = [](std::string_view here, std::string_view name, std::size_t bytes) {
+    std::string text;
+    for (std::size_t i = 0; i < (bytes - sizeof "index.html" + 1) / 2; ++i) text += std::string(here) + "/";
+    return std::string(bytes % 2, '/') + text + std::string(name);
+  };
+  struct {
+    std::string path;
+    const char *found, *why;
+  } const cases[] = {
+      {path(".", "index.html", kMost), "F index.html", "at the limit"},
+      {path(".", "index.html", kMost + 1), "-", "one beyond"},
+      {path(".", "INDEX.html", kMost), "F index.html", "at the limit, in any case"},
+      {path(".", "INDEX.html", kMost + 1), "-", "one beyond, in any case"},
+      {path("%2E", "%69%6E%64%65%78%2E%68%74%6D%6C", kMost), "F index.html", "longer, but decoded it is not"},
+      {path("%2E", "%69%6E%64%65%78%2E%68%74%6D%6C", kMost + 1), "-", "one beyond, decoded"},
+      {std::string(kMost, '/'), "F index.html", "separators count"},
+      {std::string(kMost + 1, '/'), "-", "separators count"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Resolve(c.path), c.found) << c.path.size() << " bytes: " << c.why;
+}
+
+TEST_F(ResolveTargetTest, APathThatIsTooLongHoweverItIsReadIsNotReadAtAll) {
+  constexpr std::size_t kMost = 3 * RootFolder::kMaxPathBytes;
+  std::string decodable;
+  while (decodable.size() < kMost) decodable += "%41";
+  struct {
+    std::string path;
+    bool isKnownAtOnce;
+    const char* why;
+  } const cases[] = {
+      {decodable, false, "at the limit it is to be decoded"},
+      {decodable + "x", true, "one beyond"},
+      {"x" + decodable, true, "one beyond"},
+      {decodable + decodable, true, "far beyond"},
+      {std::string(kMost, 'x'), true, "nothing to decode, at the limit"},
+      {std::string(kMost + 1, 'x'), true, "nothing to decode, one beyond"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.path.size()) + " bytes: " + c.why);
+    EXPECT_EQ(ResolveAtOnce(root, c.path, {}, secrets).has_value(), c.isKnownAtOnce);
+    EXPECT_EQ(Resolve(c.path), "-");
+  }
+}
+
 TEST_F(ResolveTargetTest, LinksLeadNowhereOutside) {
   const Kit::TemporaryTree outside;
   outside.Write("x.txt", "outside");

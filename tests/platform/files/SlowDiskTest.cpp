@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -9,63 +8,22 @@
 #include "platform/files/FileSystem.h"
 #include "platform/files/NeighbourFile.h"
 #include "platform/files/SlowDisk.h"
-#include "platform/loop/EventLoop.h"
-#include "platform/tasks/Turns.h"
 #include "tests/kit/Descriptors.h"
-#include "tests/kit/FakeWorld.h"
-#include "tests/kit/LoopTools.h"
-#include "tests/kit/SlowDisk.h"
-#include "tests/kit/TaskTools.h"
-#include "tests/kit/TemporaryTree.h"
+#include "tests/kit/OnSlowDisk.h"
 
 namespace TesselServer {
 namespace {
 
-class SlowDiskTest : public testing::Test {
+class SlowDiskTest : public Kit::OnSlowDisk {
  protected:
-  void SetUp() override {
-    if (!Kit::SlowDisk::IsPossible()) GTEST_SKIP() << "there is no /dev/fuse for a file system in user space";
-    disk_.emplace(tree_.MakeFolder("site"));
-  }
+  void Mount() override { disk_.emplace(tree_.MakeFolder("site")); }
 
-  std::string At(const std::string& name) const { return disk_->Path() + "/" + name; }
-
-  // Lets another task have three turns while `task` waits for the disk, then lets it go on, and returns its value.
+  // The value of a task that has waited for each reading.
   template <typename Value>
   Value WhileOthersGoOn(Task<Value> task) {
     disk_->Hold();
     Kit::TaskUnderWay<Value> waiting(std::move(task));
-    int turnsOfOthers = 0;
-    Kit::TaskUnderWay<bool> other(ThreeTurns(turnsOfOthers));
-    other.Finish(loop_);
-    EXPECT_EQ(turnsOfOthers, 3);
-    EXPECT_FALSE(waiting.IsDone()) << "it waits for the disk";
-    disk_->Release();
-    waiting.Finish(loop_);
-    return std::move(waiting.Get());
-  }
-
-  template <typename Value>
-  Value Await(Task<Value> task) {
-    Kit::TaskUnderWay<Value> running(std::move(task));
-    running.Finish(loop_);
-    return std::move(running.Get());
-  }
-
-  Kit::TemporaryTree tree_;
-  std::optional<Kit::SlowDisk> disk_;
-  Kit::FakeWorld world_;
-  EventLoop loop_{world_};
-  Workers workers_{loop_};
-  Turns turns_{loop_, workers_};
-
- private:
-  Task<bool> ThreeTurns(int& count) {
-    for (; count < 3; ++count) {
-      auto next = turns_.Next();
-      co_await next;
-    }
-    co_return true;
+    return FinishAfterOthers(waiting, "it");
   }
 };
 
@@ -175,10 +133,7 @@ TEST_F(SlowDiskTest, ATaskThatIsDestroyedWhileItWaitsLeavesNothing) {
   }
   EXPECT_EQ(TaskPromise::living, 0);
   disk_->Release();
-  for (const auto start = Kit::Clock::now(); Kit::CountDescriptors() != before && Kit::Since(start) < Kit::kTooLong;) {
-    loop_.RunOnce(10);
-  }
-  EXPECT_EQ(Kit::CountDescriptors(), before) << "when the threads have come back";
+  ExpectDescriptors(before);
 }
 
 }  // namespace

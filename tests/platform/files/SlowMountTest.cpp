@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,9 +19,8 @@
 #include "tests/kit/Child.h"
 #include "tests/kit/Descriptors.h"
 #include "tests/kit/FakeWorld.h"
-#include "tests/kit/LoopTools.h"
 #include "tests/kit/NetworkNamespace.h"
-#include "tests/kit/SlowDisk.h"
+#include "tests/kit/OnSlowDisk.h"
 #include "tests/kit/SystemCalls.h"
 #include "tests/kit/TaskTools.h"
 #include "tests/kit/TemporaryTree.h"
@@ -32,10 +30,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class SlowMountTest : public testing::Test {
+class SlowMountTest : public Kit::OnSlowDisk {
  protected:
-  void SetUp() override {
-    if (!Kit::SlowDisk::IsPossible()) GTEST_SKIP() << "there is no /dev/fuse for a file system in user space";
+  void Mount() override {
     tree_.Write("shown/Page.htm", "page");
     tree_.Write("shown/sub/Deep.htm", "deep");
     tree_.Write("root/near.htm", "near");
@@ -45,38 +42,18 @@ class SlowMountTest : public testing::Test {
     fs::create_symlink(disk_->Path(), tree_.Path() / "outside");
     fs::create_symlink("../outside/Page.htm", tree_.Path() / "root/outside.htm");
   }
-  void TearDown() override {
-    if (disk_) disk_->Release();
-  }
 
   std::string Root() const { return tree_.Text() + "/root"; }
   std::string On(const std::string& name) const { return disk_->Name() + "/" + name; }
-  std::string At(const std::string& name) const { return disk_->Path() + "/" + name; }
 
-  // Starts a task while every call of the disk is held up, lets another one have three turns meanwhile, then lets the
-  // disk answer, and returns the task's value. Where the task were made to wait in the call, it would be done by the
-  // time the disk gives up by itself.
+  // The value of a task that is started while every call of the disk is held up. Where it were made to wait in the
+  // call, it would be done by the time the disk gives up by itself.
   template <typename Value>
   Value WhileOthersGoOn(const std::function<Task<Value>()>& start, const std::string& what) {
     disk_->HoldAll();
     Kit::TaskUnderWay<Value> waiting(start());
     EXPECT_FALSE(waiting.IsDone()) << what << " is to wait for the disk";
-    int turnsOfOthers = 0;
-    Kit::TaskUnderWay<bool> other(ThreeTurns(turnsOfOthers));
-    other.Finish(loop_);
-    EXPECT_EQ(turnsOfOthers, 3) << what;
-    EXPECT_FALSE(waiting.IsDone()) << what << " is to wait for the disk";
-    disk_->Release();
-    waiting.Finish(loop_);
-    return std::move(waiting.Get());
-  }
-
-  template <typename Value>
-  Value Await(Task<Value> task) {
-    turns_.Begin();
-    Kit::TaskUnderWay<Value> running(std::move(task));
-    running.Finish(loop_);
-    return std::move(running.Get());
+    return FinishAfterOthers(waiting, what);
   }
 
   FoundEntry Found(const RootFolder& root, const std::string& path) {
@@ -97,22 +74,6 @@ class SlowMountTest : public testing::Test {
     }
     std::sort(names.begin(), names.end());
     co_return names;
-  }
-
-  Kit::TemporaryTree tree_;
-  std::optional<Kit::SlowDisk> disk_;
-  Kit::FakeWorld world_;
-  EventLoop loop_{world_};
-  Workers workers_{loop_};
-  Turns turns_{loop_, workers_};
-
- private:
-  Task<bool> ThreeTurns(int& count) {
-    for (; count < 3; ++count) {
-      auto next = turns_.Next();
-      co_await next;
-    }
-    co_return true;
   }
 };
 
@@ -277,10 +238,7 @@ TEST_F(SlowMountTest, TasksThatAreDestroyedWhileTheyWaitLeaveNothing) {
   }
   EXPECT_EQ(TaskPromise::living, 0);
   disk_->Release();
-  for (const auto start = Kit::Clock::now(); Kit::CountDescriptors() != before && Kit::Since(start) < Kit::kTooLong;) {
-    loop_.RunOnce(10);
-  }
-  EXPECT_EQ(Kit::CountDescriptors(), before) << "when the threads have come back";
+  ExpectDescriptors(before);
 }
 
 // A file system that does not wait is served as well, wherever it is mounted.
