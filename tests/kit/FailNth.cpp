@@ -16,6 +16,7 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <mutex>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -30,12 +31,13 @@ struct Fault {
 };
 Fault fault;
 
-// The call that is held up.
+// The calls that are held up.
 struct Held {
   std::mutex mutex;
   std::condition_variable changed;
   std::string function;  // "": none is
-  bool holds = false;
+  int calls = 0;         // that have come
+  std::set<int> passes;  // the numbers of those that pass
 };
 Held held;
 std::atomic<bool> anyIsHeld = false;
@@ -44,9 +46,9 @@ void HoldUp(std::string_view function) {
   if (!anyIsHeld) return;
   std::unique_lock lock(held.mutex);
   if (held.function != function) return;
-  held.holds = true;
+  const int number = ++held.calls;
   held.changed.notify_all();
-  held.changed.wait(lock, [] { return held.function.empty(); });
+  held.changed.wait(lock, [number] { return held.function.empty() || held.passes.contains(number); });
 }
 
 // Whether this call of `function` is the one that fails; errno is set then.
@@ -73,13 +75,19 @@ bool FailNth::Happened() const { return fault.happened; }
 HeldCall::HeldCall(std::string function) {
   const std::scoped_lock lock(held.mutex);
   held.function = std::move(function);
-  held.holds = false;
+  held.calls = 0;
+  held.passes.clear();
   anyIsHeld = true;
 }
 HeldCall::~HeldCall() { LetGo(); }
-bool HeldCall::Holds() const {
+bool HeldCall::Holds(int calls) const {
   std::unique_lock lock(held.mutex);
-  return held.changed.wait_for(lock, std::chrono::seconds(10), [] { return held.holds; });
+  return held.changed.wait_for(lock, std::chrono::seconds(10), [calls] { return held.calls >= calls; });
+}
+void HeldCall::LetPass(int number) {
+  const std::scoped_lock lock(held.mutex);
+  held.passes.insert(number);
+  held.changed.notify_all();
 }
 void HeldCall::LetGo() {
   const std::scoped_lock lock(held.mutex);

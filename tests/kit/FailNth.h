@@ -22,7 +22,7 @@ class FailNth {
   bool Happened() const;
 };
 
-// Holds a thread up inside a call of one of these functions, until it is let go.
+// Holds threads up inside a call of one of these functions, until they are let go.
 //
 //   HeldCall start("clone");
 //   ...
@@ -34,8 +34,11 @@ class HeldCall {
   HeldCall& operator=(const HeldCall&) = delete;
   ~HeldCall();
 
-  // Whether a thread is held within ten seconds.
-  bool Holds() const;
+  // Whether so many calls have come within ten seconds, those that were let pass included.
+  bool Holds(int calls = 1) const;
+  // Lets the call of this number pass, 1 being the first that comes, whether it has come or not.
+  void LetPass(int number);
+  // All pass from now on.
   void LetGo();
 };
 
