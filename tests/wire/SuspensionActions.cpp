@@ -184,7 +184,7 @@ Plain PlainRun(const Kind& kind, Site& site) {
   Plain plain;
   Stage stage(kind, site, 1);
   stage.onEvent = [&plain](const std::string&) { ++plain.events; };
-  for (stage.RunTo(0); stage.IsSuspended(); stage.Step()) ++plain.points;
+  for (stage.RunTo(0); stage.IsUnderWay(); stage.Step()) ++plain.points;
   EXPECT_TRUE(stage.Finish());
   stage.onEvent = nullptr;
   plain.answer = WithoutDate(stage.first->Received());

@@ -15,7 +15,7 @@ struct Plain {
   std::string answer;               // without its date
   std::vector<std::string> errors;  // LogEvent
   std::size_t descriptors = 0;      // of the control, when all is done
-  int points = 0;                   // at which the answer waits
+  int points = 0;                   // at which the answer waits: those that every run has
   int events = 0;                   // that it raises
 };
 

@@ -10,8 +10,10 @@ namespace {
 
 constexpr const char* kProgram = "printf \"hello $REMOTE_HOST, \"\nread line < $here/gate\nprintf done";
 constexpr const char* kMember = "Authorization: Basic YW5uOnNlY3JldA==\r\n";  // ann:secret
-constexpr int kSome = 300;                                                    // each of which is looked at
-constexpr int kMany = 6000;                                                   // whose names are gone through
+constexpr const char* kNothing =
+    "/1234";                 // known at once, for a name without letters has one spelling, and not guarded
+constexpr int kSome = 120;   // each of which is looked at
+constexpr int kMany = 3000;  // whose names are gone through
 
 void Nothing(Stage&) {}
 
@@ -47,8 +49,15 @@ void MountedDisk(const Site& site) {
   if (site.disk) std::filesystem::create_symlink(site.disk->Name() + "/page.html", site.root + "/link.html");
 }
 
+// A few pieces, each of which is read by itself.
+void LargeFileThere(const Site& site) {
+  site.MountDisk();
+  if (site.disk) site.tree.Write("shown/large.bin", std::string(400'000, 'x'));
+}
+
 void HoldDisk(Stage& stage) {
-  if (stage.site.disk) stage.site.disk->HoldAll();
+  stage.holdsDisk = true;
+  stage.site.HoldDisk();
 }
 
 void TrapPages(Stage& stage) {
@@ -69,7 +78,7 @@ void IncludedProgram(const Site& site) {
 
 void PageWithTags(const Site& site) {
   std::string page;
-  for (int i = 0; i < 200; ++i) {
+  for (int i = 0; i < 36; ++i) {
     page += "<!--#echo var=\"SERVER_NAME\"--> <%= SERVER_PROTOCOL %>" + std::string(400, '.') + "\n";
   }
   site.File("page.html", page);
@@ -109,24 +118,24 @@ const std::vector<Kind>& Kinds() {
          site.File("guarded.txt", "guarded");
        },
        [](Stage& stage) { stage.tessel->AuthenticationSourceFile(stage.site.tree.Text() + "/passwords.txt"); }, nullptr,
-       kMember, "/nothing.txt"},
+       kMember, kNothing},
       {"MissingPasswordFileAmongMany", "/files/77.txt", ManyFiles,
-       [](Stage& stage) { stage.tessel->AuthenticationSource(e_AuthSource::DirectoryFile); }, nullptr, "",
-       "/nothing.txt"},
+       [](Stage& stage) { stage.tessel->AuthenticationSource(e_AuthSource::DirectoryFile); }, nullptr, "", kNothing},
       {"PageWithManyTags", "/page.html", PageWithTags, Nothing},
       {"ErrorPage", "/missing.txt",
        [](const Site& site) {
          site.tree.Write("application/html/errors/http404.html",
-                         "<!--#echo var=\"DOCUMENT_URI\"--> is not here" + std::string(64 * 1024, '.'));
+                         "<!--#echo var=\"DOCUMENT_URI\"--> is not here" + std::string(16 * 1024, '.'));
        },
        [](Stage& stage) { stage.tessel->ErrorFilesEnable(true); }},
       {"FileOnASlowDisk", "/*/page.html", MountedDisk, Nothing, HoldDisk},
+      {"LargeFileOnASlowDisk", "/*/large.bin", LargeFileThere, Nothing, HoldDisk},
       {"ListingThatShowsASlowDisk", "/", MountedDisk, Nothing, HoldDisk},
       {"PasswordFileOnASlowDisk", "/guarded.txt", MountedDisk,
        [](Stage& stage) {
          if (stage.site.disk) stage.tessel->AuthenticationSourceFile(stage.site.disk->Path() + "/passwords.txt");
        },
-       HoldDisk, kMember, "/nothing.txt"},
+       HoldDisk, kMember, kNothing},
       {"RequestHandedBackLater", "/page.html", TwoPrograms, TrapPages},
       {"RequestHandedBackAtOnce", "/page.html", PageWithTags,
        [](Stage& stage) {

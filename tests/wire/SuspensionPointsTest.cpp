@@ -1,14 +1,16 @@
 // Whatever happens while an answer waits, at whatever point, nothing is left of it and the server serves on: a stop, a
 // start, the end of the control, of the client, another client on the same Index, another value of a property.
 //
-// Each kind of answer is made once to count its points, and then again for each of them and each thing that may
+// Each kind of answer is made a few times to count its points, and then again for each of them and each thing that may
 // happen: between two turns, inside an event of another request, and inside its own events.
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,16 +24,9 @@ namespace {
 
 using Kit::WithoutDate;
 
-// All of them, or of many the first, the last and some between.
-std::vector<int> SomeOf(int points) {
-  constexpr int kEach = 3;
-  std::vector<int> some;
-  for (int point = 0; point < points; ++point) {
-    const int step = std::max(1, (points - 2 * kEach) / kEach);
-    if (points <= 3 * kEach || point < kEach || point >= points - kEach || point % step == 0) some.push_back(point);
-  }
-  return some;
-}
+// How often a point is tried to be reached. Threads and programs that are faster than the last time let two points be
+// one, so that a run may have less of them.
+constexpr int kTries = 20;
 
 class SuspensionPointsTest : public testing::TestWithParam<Kind> {
  protected:
@@ -55,6 +50,26 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
     CheckRemains(stage, plain, action.keepsDescriptors);
   }
 
+  // Whether it succeeds, at one of so many tries.
+  static bool AtLast(const std::function<bool()>& succeeds, int tries = kTries) {
+    for (int i = 0; i < tries; ++i) {
+      if (succeeds()) return true;
+    }
+    return false;
+  }
+
+  // Makes `happen` happen at each point that a run comes to; it returns whether its run did. The first `sure` points
+  // must be reached, and beyond them what is reached is taken.
+  static void AtEveryPoint(const std::string& what, int sure, const std::function<bool(int point)>& happen) {
+    for (int point = 0;; ++point) {
+      SCOPED_TRACE(what + " at point " + std::to_string(point));
+      const bool isSure = point < sure;
+      if (AtLast([&] { return happen(point); }, isSure ? kTries : 1)) continue;
+      if (!isSure) return;
+      ADD_FAILURE() << "it is not reached";
+    }
+  }
+
   // The answer of a control whose property was changed before the request.
   std::string Changed(const Change& change) {
     Stage stage(kind, site, 1);
@@ -62,6 +77,18 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
     stage.Ask();
     EXPECT_TRUE(stage.Finish());
     return WithoutDate(stage.first->Received());
+  }
+
+  // Makes the change at this point, where the run comes to it. The answer is the one without it, or the later one.
+  bool IsChangedAt(int point, const Change& change, const std::string& changed) {
+    Stage stage(kind, site, 1);
+    if (!stage.RunTo(point)) return false;
+    change.make(*stage.tessel, site);
+    EXPECT_TRUE(stage.Finish()) << "it hangs";
+    EXPECT_THAT(WithoutDate(stage.first->Received()), testing::AnyOf(plain.answer, changed));
+    EXPECT_EQ(WithoutDate(stage.Exchange(stage.Request())), changed);
+    CheckRemains(stage, plain, false);
+    return true;
   }
 
   const Kind& kind = GetParam();
@@ -86,7 +113,9 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
   static const Plain& PlainOf(const Kind& kind, Site& site) {
     if (!plains_.contains(kind.name)) {
       PlainRun(kind, site);  // what the process makes once it has from here on
-      plains_[kind.name] = PlainRun(kind, site);
+      Plain plain = PlainRun(kind, site);
+      for (int i = 0; i < 4; ++i) plain.points = std::min(plain.points, PlainRun(kind, site).points);
+      plains_[kind.name] = plain;
     }
     return plains_[kind.name];
   }
@@ -96,62 +125,56 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
 };
 
 TEST_P(SuspensionPointsTest, BetweenTurns) {
-  int reached = 0;
   for (const Action& action : Actions()) {
-    for (const int point : SomeOf(plain.points)) {
-      SCOPED_TRACE(std::string(action.name) + " at point " + std::to_string(point));
+    AtEveryPoint(action.name, plain.points, [&](int point) {
       Stage stage(kind, site, 1);
-      if (!stage.RunTo(point)) continue;
-      ++reached;
+      if (!stage.RunTo(point)) return false;
       action.act(stage);
       const bool serves = stage.tessel && stage.tessel->ServerRunning();
       if (!serves) stage.framesOfOthers = 0;
       EXPECT_TRUE(serves || stage.ComesToNothing()) << TaskPromise::living;
       Check(stage, action);
-    }
+      return true;
+    });
   }
-  EXPECT_GE(reached, static_cast<int>(Actions().size()));
 }
 
 TEST_P(SuspensionPointsTest, AClientThatHasGoneIsNotWaitedFor) {
-  for (const int point : SomeOf(plain.points)) {
-    SCOPED_TRACE(point);
+  AtEveryPoint("the client goes away", plain.points, [&](int point) {
     Stage stage(kind, site, 1);
-    if (!stage.RunTo(point)) continue;
+    if (!stage.RunTo(point)) return false;
     stage.first->Abort();
     EXPECT_TRUE(stage.ComesToNothing()) << TaskPromise::living;
     EXPECT_TRUE(stage.Finish());
     CheckRemains(stage, plain, true);
-  }
+    return true;
+  });
 }
 
+// The event comes in the turn after the point, so that at the last one the first client may have been answered by then.
 TEST_P(SuspensionPointsTest, InsideAnEventOfAnotherRequest) {
-  int reached = 0;
   for (const Action& action : Actions()) {
-    for (const int point : SomeOf(plain.points)) {
-      SCOPED_TRACE(std::string(action.name) + " at point " + std::to_string(point));
+    AtEveryPoint(action.name, std::max(1, plain.points - 1), [&](int point) {
       Stage stage(kind, site, 2);
       stage.other = std::make_unique<Kit::RawClient>(stage.tessel->ListeningPort());
       const std::string aside = stage.Get(kind.aside);
       stage.other->Send(stage.loop, aside.substr(0, 4));
       EXPECT_TRUE(stage.loop.RunOnce(1000)) << "it is accepted";
-      if (!stage.RunTo(point)) continue;
+      if (!stage.RunTo(point)) return false;
       bool isLogged = false, hasHappened = false;
       stage.onEvent = [&](const std::string& text) {
         if (isLogged || text.find(kind.aside) == std::string::npos) return;
         isLogged = true;
-        if (!stage.IsSuspended()) return;
+        if (!stage.IsUnderWay()) return;
         hasHappened = true;
         action.act(stage);
       };
       stage.other->Send(stage.loop, aside.substr(4));
       EXPECT_TRUE(Kit::RunUntil(stage.loop, [&] { return isLogged; }));
-      if (!hasHappened) continue;  // the first was faster
-      ++reached;
-      Check(stage, action);
-    }
+      if (hasHappened) Check(stage, action);
+      return hasHappened;
+    });
   }
-  EXPECT_GE(reached, static_cast<int>(Actions().size()));
 }
 
 TEST_P(SuspensionPointsTest, InsideItsOwnEvents) {
@@ -174,20 +197,18 @@ TEST_P(SuspensionPointsTest, InsideItsOwnEvents) {
   }
 }
 
+// Each of them at the first and the last point, and at one between, where one change after the other takes the next
+// one: there are more changes than points. That all of them change at once, at every point, is an action of its own,
+// and each at every point would take half an hour.
 TEST_P(SuspensionPointsTest, APropertyIsChanged) {
-  const std::vector<int> points = SomeOf(plain.points);
-  std::size_t turn = 0;
+  int turn = 0;
   for (const Change& change : Changes()) {
-    const int point = points[turn++ % points.size()];
-    SCOPED_TRACE(std::string(change.name) + " at point " + std::to_string(point));
-    Stage stage(kind, site, 1);
-    if (!stage.RunTo(point)) continue;
-    change.make(*stage.tessel, site);
-    EXPECT_TRUE(stage.Finish()) << "it hangs";
     const std::string changed = Changed(change);
-    EXPECT_THAT(WithoutDate(stage.first->Received()), testing::AnyOf(plain.answer, changed));
-    EXPECT_EQ(WithoutDate(stage.Exchange(stage.Request())), changed);
-    CheckRemains(stage, plain, false);
+    const int inner = 1 + turn++ % std::max(1, plain.points - 2);
+    for (const int point : std::set<int>{0, std::min(inner, plain.points - 1), plain.points - 1}) {
+      SCOPED_TRACE(std::string(change.name) + " at point " + std::to_string(point));
+      EXPECT_TRUE(AtLast([&] { return IsChangedAt(point, change, changed); })) << "it is not reached";
+    }
   }
 }
 

@@ -13,6 +13,7 @@ namespace TesselServer::Suspension {
 namespace {
 
 constexpr std::int64_t kMicrosecondsPerLook = 1000;
+constexpr std::int64_t kFilesSettle = 5000;  // milliseconds, after which no file has just been changed
 constexpr auto kHangs = std::chrono::seconds(10);
 
 }  // namespace
@@ -43,6 +44,10 @@ void Site::MountDisk() const {
   if (Kit::SlowDisk::IsPossible()) disk.emplace(tree.Text() + "/shown", 0, root);
 }
 
+void Site::HoldDisk() const {
+  if (disk) disk->HoldAll();
+}
+
 void Site::ReleaseDisk() const {
   if (disk) disk->Release();
 }
@@ -58,6 +63,7 @@ void Site::CopyRoot() const {
 // ---- Stage
 
 Stage::Stage(const Kind& given, Site& files, std::int32_t slots) : kind(given), site(files) {
+  world.Skip(kFilesSettle);
   world.nameOf = [&names = site.names](std::uint32_t) { return std::optional<std::string>(names.Name()); };
   loop.HandlerFailed = [this](std::string& text) { failures.push_back(text); };
   descriptorsBefore = Kit::CountDescriptors();
@@ -131,21 +137,24 @@ void Stage::Ask() {
   first->Send(loop, Request());
 }
 
-bool Stage::IsSuspended() {
+bool Stage::IsUnderWay() {
   if (!first || first->Descriptor() < 0 || first->Poll()) return false;
-  return offered != 0 || TaskPromise::living > framesOfOthers;
+  hasBegun_ = hasBegun_ || offered != 0 || TaskPromise::living > framesOfOthers;
+  return hasBegun_;
 }
 
 bool Stage::RunTo(int point) {
   Ask();
-  while (!IsSuspended() && first->Descriptor() >= 0 && !first->Ended()) loop.RunOnce(20);
-  for (int i = 0; i < point && IsSuspended(); ++i) Step();
-  return IsSuspended();
+  while (!IsUnderWay() && first->Descriptor() >= 0 && !first->Ended()) loop.RunOnce(20);
+  for (int i = 0; i < point && IsUnderWay(); ++i) Step();
+  return IsUnderWay();
 }
 
 void Stage::Step() {
   for (const std::int32_t milliseconds : {0, 2, 4}) {
-    if (loop.RunOnce(milliseconds)) return;
+    if (!loop.RunOnce(milliseconds)) continue;
+    if (holdsDisk && tessel && tessel->Workers() > 0) site.HoldDisk();
+    return;
   }
   Release();
 }

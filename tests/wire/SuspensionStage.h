@@ -53,6 +53,8 @@ struct Site {
   }
   // Mounts the disk, which has one file, a page. Nothing where this machine has no file systems in user space.
   void MountDisk() const;
+  // From now on each call of the disk waits, until they are released.
+  void HoldDisk() const;
   void ReleaseDisk() const;
   // Makes the other root.
   void CopyRoot() const;
@@ -77,7 +79,7 @@ struct Kind {
   void (*configure)(Stage& stage);          // before the start
   void (*prepare)(Stage& stage) = nullptr;  // before the request
   const char* fields = "";                  // of every request
-  // A request for it is answered and logged within a few turns.
+  // A request for it is answered, and logged, in the turn in which it comes.
   const char* aside = "/small.txt";
 };
 
@@ -96,8 +98,8 @@ class Stage {
   bool RunTo(int point);
   // Asks only.
   void Ask();
-  // Whether the first client's answer is being made, or due from the host.
-  bool IsSuspended();
+  // Whether the first client's answer has begun to wait for something, and has not come to its end.
+  bool IsUnderWay();
   // The next turn that delivers something; where none does, what is waited for is let go.
   void Step();
   // Goes on until nothing is being made any more, and `client` has its answer. False when that does not happen.
@@ -130,12 +132,15 @@ class Stage {
   std::vector<std::unique_ptr<Kit::RawClient>> before;  // those that the kind needs
   std::int64_t framesOfOthers = 0;
   std::int32_t offered = 0;                              // the Index that waits for the host, 0 for none
+  bool holdsDisk = false;                                // each piece of work there is waited for
   bool answersInside = false;                            // the host answers inside FileRequest
   std::function<void(const std::string& text)> onEvent;  // called inside each event, with its text
 
  private:
   void Connect();
   void Raised(const std::string& text);
+
+  bool hasBegun_ = false;  // the first client's answer has waited
 };
 
 // All of them.
