@@ -84,6 +84,11 @@ void PageWithTags(const Site& site) {
   site.File("page.html", page);
 }
 
+Kind Exact(Kind kind) {
+  kind.isExact = true;
+  return kind;
+}
+
 }  // namespace
 
 const std::vector<Kind>& Kinds() {
@@ -106,28 +111,30 @@ const std::vector<Kind>& Kinds() {
       {"IncludeWithAProgram", "/page.html", IncludedProgram, Nothing},
       {"PageWithAName", "/page.html",
        [](const Site& site) { site.File("page.html", "[<!--#echo var=\"REMOTE_HOST\"-->]"); }, HoldNames},
-      {"Listing", "/files/", SomeFiles, Nothing},
-      {"ListingOfARememberedFolder", "/files/", SomeFiles, Nothing, Remember},
-      {"NameInOtherCase", "/files/oTHER.txt", ManyFiles, Nothing},
-      {"MissingIndexPage", "/files/", ManyFiles, [](Stage& stage) { stage.tessel->DirectoryBrowseEnable(false); }},
-      {"SitesPasswordFile", "/guarded.txt",
-       [](const Site& site) {
-         std::string passwords = "realm:Members\n";
-         for (int i = 0; i < 10'000; ++i) passwords += "somebody:else\n";
-         site.tree.Write("passwords.txt", passwords + "ann:secret\n");
-         site.File("guarded.txt", "guarded");
-       },
-       [](Stage& stage) { stage.tessel->AuthenticationSourceFile(stage.site.tree.Text() + "/passwords.txt"); }, nullptr,
-       kMember, kNothing},
-      {"MissingPasswordFileAmongMany", "/files/77.txt", ManyFiles,
-       [](Stage& stage) { stage.tessel->AuthenticationSource(e_AuthSource::DirectoryFile); }, nullptr, "", kNothing},
-      {"PageWithManyTags", "/page.html", PageWithTags, Nothing},
-      {"ErrorPage", "/missing.txt",
-       [](const Site& site) {
-         site.tree.Write("application/html/errors/http404.html",
-                         "<!--#echo var=\"DOCUMENT_URI\"--> is not here" + std::string(16 * 1024, '.'));
-       },
-       [](Stage& stage) { stage.tessel->ErrorFilesEnable(true); }},
+      Exact({"Listing", "/files/", SomeFiles, Nothing}),
+      Exact({"ListingOfARememberedFolder", "/files/", SomeFiles, Nothing, Remember}),
+      Exact({"NameInOtherCase", "/files/oTHER.txt", ManyFiles, Nothing}),
+      Exact(
+          {"MissingIndexPage", "/files/", ManyFiles, [](Stage& stage) { stage.tessel->DirectoryBrowseEnable(false); }}),
+      Exact({"SitesPasswordFile", "/guarded.txt",
+             [](const Site& site) {
+               std::string passwords = "realm:Members\n";
+               for (int i = 0; i < 10'000; ++i) passwords += "somebody:else\n";
+               site.tree.Write("passwords.txt", passwords + "ann:secret\n");
+               site.File("guarded.txt", "guarded");
+             },
+             [](Stage& stage) { stage.tessel->AuthenticationSourceFile(stage.site.tree.Text() + "/passwords.txt"); },
+             nullptr, kMember, kNothing}),
+      Exact({"MissingPasswordFileAmongMany", "/files/77.txt", ManyFiles,
+             [](Stage& stage) { stage.tessel->AuthenticationSource(e_AuthSource::DirectoryFile); }, nullptr, "",
+             kNothing}),
+      Exact({"PageWithManyTags", "/page.html", PageWithTags, Nothing}),
+      Exact({"ErrorPage", "/missing.txt",
+             [](const Site& site) {
+               site.tree.Write("application/html/errors/http404.html",
+                               "<!--#echo var=\"DOCUMENT_URI\"--> is not here" + std::string(16 * 1024, '.'));
+             },
+             [](Stage& stage) { stage.tessel->ErrorFilesEnable(true); }}),
       {"FileOnASlowDisk", "/*/page.html", MountedDisk, Nothing, HoldDisk},
       {"LargeFileOnASlowDisk", "/*/large.bin", LargeFileThere, Nothing, HoldDisk},
       {"ListingThatShowsASlowDisk", "/", MountedDisk, Nothing, HoldDisk},
@@ -137,11 +144,11 @@ const std::vector<Kind>& Kinds() {
        },
        HoldDisk, kMember, kNothing},
       {"RequestHandedBackLater", "/page.html", TwoPrograms, TrapPages},
-      {"RequestHandedBackAtOnce", "/page.html", PageWithTags,
-       [](Stage& stage) {
-         TrapPages(stage);
-         stage.answersInside = true;
-       }},
+      Exact({"RequestHandedBackAtOnce", "/page.html", PageWithTags,
+             [](Stage& stage) {
+               TrapPages(stage);
+               stage.answersInside = true;
+             }}),
       {"PageWithFunctions", "/page.html",
        [](const Site& site) {
          OneProgram(site);

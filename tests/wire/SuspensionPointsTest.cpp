@@ -24,9 +24,8 @@ namespace {
 
 using Kit::WithoutDate;
 
-// How often a point is tried to be reached. Threads and programs that are faster than the last time let two points be
-// one, so that a run may have less of them.
-constexpr int kTries = 20;
+// How often it is tried to reach a point, where runs are not all alike.
+constexpr int kTries = 5;
 
 class SuspensionPointsTest : public testing::TestWithParam<Kind> {
  protected:
@@ -91,9 +90,20 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
     return true;
   }
 
+  // Likewise, at the last point that is reached where this one is not, but not before the last that must be.
+  bool IsChangedAtOrBefore(int point, const Change& change, const std::string& changed) {
+    for (const int first = std::min(point, sure - 1); point > first; --point) {
+      if (IsChangedAt(point, change, changed)) return true;
+    }
+    return AtLast([&] { return IsChangedAt(point, change, changed); });
+  }
+
   const Kind& kind = GetParam();
   Site& site = SiteOf(kind);
   const Plain& plain = PlainOf(kind, site);
+  // So many points each run has; where threads and programs have their own speed, half of those that the plain ones
+  // had.
+  const int sure = kind.isExact ? plain.points : (plain.points + 1) / 2;
 
  private:
   // Kinds with the same files share them, for it takes long to write them.
@@ -126,7 +136,7 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
 
 TEST_P(SuspensionPointsTest, BetweenTurns) {
   for (const Action& action : Actions()) {
-    AtEveryPoint(action.name, plain.points, [&](int point) {
+    AtEveryPoint(action.name, sure, [&](int point) {
       Stage stage(kind, site, 1);
       if (!stage.RunTo(point)) return false;
       action.act(stage);
@@ -140,7 +150,7 @@ TEST_P(SuspensionPointsTest, BetweenTurns) {
 }
 
 TEST_P(SuspensionPointsTest, AClientThatHasGoneIsNotWaitedFor) {
-  AtEveryPoint("the client goes away", plain.points, [&](int point) {
+  AtEveryPoint("the client goes away", sure, [&](int point) {
     Stage stage(kind, site, 1);
     if (!stage.RunTo(point)) return false;
     stage.first->Abort();
@@ -154,7 +164,7 @@ TEST_P(SuspensionPointsTest, AClientThatHasGoneIsNotWaitedFor) {
 // The event comes in the turn after the point, so that at the last one the first client may have been answered by then.
 TEST_P(SuspensionPointsTest, InsideAnEventOfAnotherRequest) {
   for (const Action& action : Actions()) {
-    AtEveryPoint(action.name, std::max(1, plain.points - 1), [&](int point) {
+    AtEveryPoint(action.name, std::max(1, sure - 1), [&](int point) {
       Stage stage(kind, site, 2);
       stage.other = std::make_unique<Kit::RawClient>(stage.tessel->ListeningPort());
       const std::string aside = stage.Get(kind.aside);
@@ -199,15 +209,15 @@ TEST_P(SuspensionPointsTest, InsideItsOwnEvents) {
 
 // Each of them at the first and the last point, and at one between, where one change after the other takes the next
 // one: there are more changes than points. That all of them change at once, at every point, is an action of its own,
-// and each at every point would take half an hour.
+// and each of them at every point would take ten times as long.
 TEST_P(SuspensionPointsTest, APropertyIsChanged) {
   int turn = 0;
   for (const Change& change : Changes()) {
     const std::string changed = Changed(change);
-    const int inner = 1 + turn++ % std::max(1, plain.points - 2);
-    for (const int point : std::set<int>{0, std::min(inner, plain.points - 1), plain.points - 1}) {
+    const int last = plain.points - 1, inner = 1 + turn++ % std::max(1, last - 1);
+    for (const int point : std::set<int>{0, std::min(inner, last), last}) {
       SCOPED_TRACE(std::string(change.name) + " at point " + std::to_string(point));
-      EXPECT_TRUE(AtLast([&] { return IsChangedAt(point, change, changed); })) << "it is not reached";
+      EXPECT_TRUE(IsChangedAtOrBefore(point, change, changed)) << "it is not reached";
     }
   }
 }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::int64_t kMicrosecondsPerLook = 1000;
 constexpr std::int64_t kFilesSettle = 5000;  // milliseconds, after which no file has just been changed
+constexpr std::int32_t kUntilReleased = 50;  // milliseconds at most, in which what is let go comes
 constexpr auto kHangs = std::chrono::seconds(10);
 
 }  // namespace
@@ -150,13 +151,17 @@ bool Stage::RunTo(int point) {
   return IsUnderWay();
 }
 
+bool Stage::Delivers(std::int32_t milliseconds) {
+  if (!loop.RunOnce(milliseconds)) return false;
+  if (holdsDisk && tessel && tessel->Workers() > 0) site.HoldDisk();
+  return true;
+}
+
 void Stage::Step() {
-  for (const std::int32_t milliseconds : {0, 2, 4}) {
-    if (!loop.RunOnce(milliseconds)) continue;
-    if (holdsDisk && tessel && tessel->Workers() > 0) site.HoldDisk();
-    return;
-  }
+  if (Delivers(0) || Delivers(2) || Delivers(4)) return;
+  const bool hostAnswers = offered != 0;
   Release();
+  if (!hostAnswers) Delivers(kUntilReleased);
 }
 
 bool Stage::Finish(Kit::RawClient& client) {

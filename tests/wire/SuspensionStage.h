@@ -81,6 +81,9 @@ struct Kind {
   const char* fields = "";                  // of every request
   // A request for it is answered, and logged, in the turn in which it comes.
   const char* aside = "/small.txt";
+  // Waits for nothing but turns: each run has the same points. Elsewhere threads and programs that are slower or faster
+  // make two points of one, or one of two.
+  bool isExact = false;
 };
 
 inline void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
@@ -100,7 +103,7 @@ class Stage {
   void Ask();
   // Whether the first client's answer has begun to wait for something, and has not come to its end.
   bool IsUnderWay();
-  // The next turn that delivers something; where none does, what is waited for is let go.
+  // The next turn that delivers something; where none does, what is waited for is let go, and comes.
   void Step();
   // Goes on until nothing is being made any more, and `client` has its answer. False when that does not happen.
   bool Finish(Kit::RawClient& client);
@@ -138,6 +141,8 @@ class Stage {
 
  private:
   void Connect();
+  // One turn, which waits for so long. Whether it has delivered something.
+  bool Delivers(std::int32_t milliseconds);
   void Raised(const std::string& text);
 
   bool hasBegun_ = false;  // the first client's answer has waited
