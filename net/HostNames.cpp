@@ -23,31 +23,26 @@ class HostNames::Waiting final : public Wait<std::string> {
  public:
   Waiting(HostNames& names, std::int32_t addressOfHost)
       : address(addressOfHost), names_(names), patience_(names.loop_) {}
-  ~Waiting() {
-    names_.Leave(*this);
-    names_.loop_.Core().Withdraw(this);
-  }
+  ~Waiting() { names_.Leave(*this); }
 
-  // The look-up is settled, and does not know of this any more. Each task that waited goes on in a notification of its
-  // own, for there may be one for every connection. One for which there is no memory goes on when its patience ends.
-  void Answer(const std::string& name) {
-    place.reset();
-    isAnswered_ = true;
-    try {
-      name_ = name;
-      if (isWaiting_) names_.loop_.Core().Post(this, [this] { GoOn(); });
-    } catch (const std::bad_alloc&) {
-    }
+  // With what is known by now.
+  void GoOn() {
+    TakeName();
+    patience_.Enabled(false);
+    Resume();
   }
 
   const std::int32_t address;
-  std::optional<std::list<Waiting*>::iterator> place;  // in the look-up that it waits for
+  LookUp* lookUp = nullptr;  // that it waits for
+  std::list<Waiting*>::iterator place;
 
  private:
   bool MustWait() override {
     names_.Join(*this);
-    if (isAnswered_) return false;
-    isWaiting_ = true;
+    if (lookUp->stage == &names_.settled_) {
+      TakeName();
+      return false;
+    }
     patience_.Interval(kPatienceMilliseconds);
     patience_.OnTick([this] { GoOn(); });
     patience_.Enabled(true);
@@ -55,23 +50,19 @@ class HostNames::Waiting final : public Wait<std::string> {
   }
   std::string Take() override { return std::move(name_); }
 
-  void GoOn() {
-    patience_.Enabled(false);
-    names_.loop_.Core().Withdraw(this);
+  void TakeName() {
+    if (lookUp->stage == &names_.settled_) name_ = lookUp->name;
     names_.Leave(*this);
-    Resume();
   }
 
   HostNames& names_;
   Timer patience_;
   std::string name_{HostLookUp::kUnknown};
-  bool isAnswered_ = false;
-  bool isWaiting_ = false;
 };
 
 HostNames::HostNames(EventLoop& loop, Workers& workers) : loop_(loop), workers_(workers), world_(loop.TheWorld()) {}
 
-HostNames::~HostNames() = default;
+HostNames::~HostNames() { loop_.Core().Withdraw(this); }
 
 Task<std::string> HostNames::NameOf(std::string address) {
   const std::int32_t number = HostLookUp::AddressFromDottedText(address);
@@ -102,24 +93,31 @@ void HostNames::Remember(std::int32_t address, const std::string& name) {
 
 void HostNames::Join(Waiting& waiting) {
   std::list<Waiting*> itself{&waiting};  // all memory first: half a look-up would never be settled
-  std::list<std::int32_t> turn{waiting.address};
+  Addresses turn{waiting.address};
   const auto [lookUp, isNew] = lookUps_.try_emplace(waiting.address);
+  waiting.lookUp = &lookUp->second;
   waiting.place = itself.begin();
   lookUp->second.waiting.splice(lookUp->second.waiting.end(), itself);
   if (!isNew) return;
-  lookUp->second.queued = turn.begin();
+  lookUp->second.stage = &queue_;
+  lookUp->second.place = turn.begin();
   queue_.splice(queue_.end(), turn);
   BeginLookUps();
 }
 
+// A look-up that has begun goes on.
 void HostNames::Leave(Waiting& waiting) {
-  if (!waiting.place) return;
-  const auto lookUp = lookUps_.find(waiting.address);
-  lookUp->second.waiting.erase(*waiting.place);
-  waiting.place.reset();
-  if (!lookUp->second.waiting.empty() || !lookUp->second.queued) return;
-  queue_.erase(*lookUp->second.queued);
-  lookUps_.erase(lookUp);
+  LookUp* const lookUp = std::exchange(waiting.lookUp, nullptr);
+  if (lookUp == nullptr) return;
+  lookUp->waiting.erase(waiting.place);
+  if (!lookUp->waiting.empty() || lookUp->stage == &begun_) return;
+  lookUp->stage->erase(lookUp->place);
+  lookUps_.erase(waiting.address);
+}
+
+void HostNames::Move(LookUp& lookUp, Addresses& stage) {
+  stage.splice(stage.end(), *lookUp.stage, lookUp.place);
+  lookUp.stage = &stage;
 }
 
 // One that is settled in the call, where there are no threads, makes room for the next in this loop and not in a call
@@ -127,11 +125,9 @@ void HostNames::Leave(Waiting& waiting) {
 void HostNames::BeginLookUps() {
   if (isBeginning_) return;
   isBeginning_ = true;
-  while (begun_ < kAtOnce && !queue_.empty()) {
+  while (begun_.size() < kAtOnce && !queue_.empty()) {
     const std::int32_t address = queue_.front();
-    queue_.pop_front();
-    lookUps_[address].queued.reset();
-    ++begun_;
+    Move(lookUps_.at(address), begun_);
     try {
       auto look = RunningTask::Start(Look(address));
       if (!look.IsDone()) underWay_[address] = std::move(look);
@@ -157,18 +153,40 @@ Task<void> HostNames::Look(std::int32_t address) {
 }
 
 void HostNames::Settle(std::int32_t address, std::optional<std::string> name) {
-  --begun_;
   underWay_.erase(address);  // this very task, which goes on to its end
-  const auto settled = lookUps_.extract(address);
+  LookUp& lookUp = lookUps_.at(address);
   const bool isCertain = name.has_value();
-  const std::string answer = std::move(name).value_or(std::string(HostLookUp::kUnknown));
-  for (Waiting* waiting : settled.mapped().waiting) waiting->Answer(answer);
+  lookUp.name = std::move(name).value_or(std::string(HostLookUp::kUnknown));
+  Move(lookUp, settled_);
   try {
-    if (isCertain) Remember(address, answer);
+    if (isCertain) Remember(address, lookUp.name);
   } catch (const std::bad_alloc&) {
     // it is looked up again
   }
+  if (lookUp.waiting.empty()) {
+    settled_.erase(lookUp.place);
+    lookUps_.erase(address);
+  } else {
+    PostResume();
+  }
   BeginLookUps();
+}
+
+// Each task that waits goes on in a notification of its own, for there may be one for every connection. Without memory
+// for that they go on when their patience ends.
+void HostNames::PostResume() noexcept {
+  try {
+    loop_.Core().Post(this, [this] { ResumeOne(); });
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+// Whoever goes on may destroy this.
+void HostNames::ResumeOne() {
+  if (settled_.empty()) return;
+  Waiting* const next = lookUps_.at(settled_.front()).waiting.front();
+  PostResume();
+  next->GoOn();
 }
 
 }  // namespace TesselServer

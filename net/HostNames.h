@@ -56,9 +56,12 @@ class HostNames final : public NameSource {
     std::string name;
     std::int64_t at;  // World::MonotonicMilliseconds
   };
+  using Addresses = std::list<std::int32_t>;
   struct LookUp {
     std::list<Waiting*> waiting;
-    std::optional<std::list<std::int32_t>::iterator> queued;  // in queue_, until it has begun
+    Addresses* stage = nullptr;  // queue_, begun_ or settled_, which has it at `place`
+    Addresses::iterator place;
+    std::string name;  // once it is settled
   };
 
   const std::string* Known(std::int32_t address);
@@ -68,15 +71,19 @@ class HostNames final : public NameSource {
   void BeginLookUps();
   Task<void> Look(std::int32_t address);
   void Settle(std::int32_t address, std::optional<std::string> name);
+  static void Move(LookUp& lookUp, Addresses& stage);
+  void PostResume() noexcept;
+  void ResumeOne();
 
   EventLoop& loop_;
   Workers& workers_;
   const World& world_;
-  LruCache<Remembered> known_{kMaxRemembered};    // each counts as 1; by KeyOf(address)
-  std::map<std::int32_t, LookUp> lookUps_;        // by address, until they are settled
-  std::list<std::int32_t> queue_;                 // those that have not begun
-  std::map<std::int32_t, RunningTask> underWay_;  // those that have
-  std::int32_t begun_ = 0;
+  LruCache<Remembered> known_{kMaxRemembered};  // each counts as 1; by KeyOf(address)
+  std::map<std::int32_t, LookUp> lookUps_;      // by address, until nobody waits for them
+  Addresses queue_;                             // those that have not begun,
+  Addresses begun_;                             // those that have,
+  Addresses settled_;                           // and those that are known, with tasks that are to go on
+  std::map<std::int32_t, RunningTask> underWay_;
   bool isBeginning_ = false;
 };
 

@@ -145,6 +145,24 @@ TEST_F(HostNamesTest, ThoseWhoAskForTheSameHostShareALookUp) {
   EXPECT_EQ(LookUps(), 1);
 }
 
+TEST_F(HostNamesTest, ThoseWhoWaitForOneNameGoOnInTurnsOfTheirOwnWhereThatTakesLong) {
+  world_.Open(false);
+  const auto takesLong = [&]() -> Task<void> {
+    auto asked = names_.NameOf(Address(1));
+    order_.push_back(co_await asked);
+    world_.microseconds += EventLoop::kMicrosecondsPerTurn;
+  };
+  std::vector<RunningTask> tasks;
+  for (int i = 0; i < 3; ++i) tasks.push_back(RunningTask::Start(takesLong()));
+  world_.Open();
+  for (std::size_t done = 1; done <= tasks.size(); ++done) {
+    for (const auto start = Kit::Clock::now(); order_.size() < done && Kit::Since(start) < Kit::kTooLong;) {
+      loop_.RunOnce(100);
+    }
+    EXPECT_EQ(order_.size(), done);
+  }
+}
+
 TEST_F(HostNamesTest, AnAnswerIsRememberedForAMinute) {
   NameOf("192.0.2.1");
   NameOf("192.0.2.99");
