@@ -58,7 +58,7 @@ TEST_P(WaitingMemoryTest, IsBounded) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Answers, WaitingMemoryTest,
-                         testing::Values(WaitingAnswer{"/held.exe", 1792}, WaitingAnswer{"/page.htm", 3328}),
+                         testing::Values(WaitingAnswer{"/held.exe", 1792}, WaitingAnswer{"/page.htm", 3840}),
                          [](const auto& each) { return each.index == 0 ? "Program" : "PageWithAProgram"; });
 
 }  // namespace

@@ -92,6 +92,17 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return TesselServer::Kit::Fails() ? nullptr : TesselServer::Kit::Counted(std::malloc(size != 0 ? size : 1), size);
 }
 
+// Blocks for small texts (std::pmr) come from here. They do not fail.
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  const auto unit = static_cast<std::size_t>(alignment);
+  if (void* const memory = std::aligned_alloc(unit, (size + unit - 1) / unit * unit)) {
+    return TesselServer::Kit::Counted(memory, size);
+  }
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept { TesselServer::Kit::Free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { TesselServer::Kit::Free(memory); }
 void operator delete(void* memory) noexcept { TesselServer::Kit::Free(memory); }
 void operator delete(void* memory, const std::nothrow_t&) noexcept { TesselServer::Kit::Free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { TesselServer::Kit::Free(memory); }
