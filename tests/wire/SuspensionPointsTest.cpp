@@ -57,14 +57,14 @@ class SuspensionPointsTest : public testing::TestWithParam<Kind> {
     return false;
   }
 
-  // Makes `happen` happen at each point that a run comes to; it returns whether its run did. The first `sure` points
-  // must be reached, and beyond them what is reached is taken.
-  static void AtEveryPoint(const std::string& what, int sure, const std::function<bool(int point)>& happen) {
+  // Makes `happen` happen at each point that a run comes to; it returns whether its run did. The first `reached` points
+  // must be.
+  void AtEveryPoint(const std::string& what, int reached, const std::function<bool(int point)>& happen) const {
     for (int point = 0;; ++point) {
       SCOPED_TRACE(what + " at point " + std::to_string(point));
-      const bool isSure = point < sure;
-      if (AtLast([&] { return happen(point); }, isSure ? kTries : 1)) continue;
-      if (!isSure) return;
+      const int tries = point < plain.points ? kTries : 1;
+      if (AtLast([&] { return happen(point); }, tries)) continue;
+      if (point >= reached) return;
       ADD_FAILURE() << "it is not reached";
     }
   }
