@@ -13,9 +13,9 @@ namespace TesselServer::Suspension {
 namespace {
 
 constexpr std::int64_t kMicrosecondsPerLook = 1000;
-constexpr std::int64_t kFilesSettle = 5000;  // milliseconds, after which no file has just been changed
-constexpr std::int32_t kUntilReleased = 50;  // milliseconds at most, in which what is let go comes
-constexpr auto kHangs = std::chrono::seconds(10);
+constexpr std::int64_t kFilesSettle = 5000;        // milliseconds, after which no file has just been changed
+constexpr std::int32_t kUntilReleased = 50;        // milliseconds at most, in which what is let go comes
+constexpr auto kHangs = std::chrono::seconds(60);  // many times what a busy machine takes
 
 }  // namespace
 
@@ -165,6 +165,7 @@ void Stage::Step() {
 }
 
 bool Stage::Finish(Kit::RawClient& client) {
+  holdsDisk = false;
   const auto end = std::chrono::steady_clock::now() + kHangs;
   while (TaskPromise::living > 0 || (client.Descriptor() >= 0 && !client.Poll())) {
     if (std::chrono::steady_clock::now() > end) return false;

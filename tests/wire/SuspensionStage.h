@@ -135,7 +135,7 @@ class Stage {
   std::vector<std::unique_ptr<Kit::RawClient>> before;  // those that the kind needs
   std::int64_t framesOfOthers = 0;
   std::int32_t offered = 0;                              // the Index that waits for the host, 0 for none
-  bool holdsDisk = false;                                // each piece of work there is waited for
+  bool holdsDisk = false;                                // each piece of work there is waited for, until Finish
   bool answersInside = false;                            // the host answers inside FileRequest
   std::function<void(const std::string& text)> onEvent;  // called inside each event, with its text
 
