@@ -73,15 +73,19 @@ std::int64_t LoopCore::Now() const { return depth_ > 0 ? now_ : world_.Monotonic
 
 // ---- Turns.
 
-bool LoopCore::TurnIsLong() const { return depth_ > 0 && WorkIsLong(); }
+bool LoopCore::TurnIsLong() const { return depth_ > 0 && world_.MonotonicMicroseconds() >= turnEnds_; }
 
 void LoopCore::BeginWork() {
-  if (depth_ == 0) BeginTime();
+  if (depth_ == 0) {
+    BeginTime();
+  } else {
+    workEnds_ = turnEnds_ + kMicrosecondsToFinish;
+  }
 }
 
-bool LoopCore::WorkIsLong() const { return world_.MonotonicMicroseconds() >= turnEnds_; }
+bool LoopCore::WorkIsLong() const { return world_.MonotonicMicroseconds() >= workEnds_; }
 
-void LoopCore::BeginTime() { turnEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn; }
+void LoopCore::BeginTime() { turnEnds_ = workEnds_ = world_.MonotonicMicroseconds() + EventLoop::kMicrosecondsPerTurn; }
 
 bool LoopCore::Turn(std::int32_t milliseconds) {
   if (depth_ > 0) return Pass();

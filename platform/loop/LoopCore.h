@@ -67,7 +67,9 @@ class LoopCore {
 
   // ---- Turns: see EventLoop.
   bool TurnIsLong() const;
-  // For work that a method of the library begins where no turn runs: it takes the time of a turn from here on.
+  // To be called where work begins that is cut when its time is over (WorkIsLong). Where no turn runs, a method of the
+  // library having begun it, it has the time of a turn from here on. In a turn it may take a little longer than that:
+  // to finish what is short costs less than to take it up again.
   void BeginWork();
   bool WorkIsLong() const;
   bool Turn(std::int32_t milliseconds);
@@ -115,6 +117,8 @@ class LoopCore {
   void Guard(std::string_view what, const std::function<void()>& handler);
 
  private:
+  static constexpr std::int64_t kMicrosecondsToFinish = 200;
+
   struct WatchEntry {
     LoopClient* client = nullptr;
     int descriptor = -1;
@@ -147,6 +151,7 @@ class LoopCore {
   int depth_ = 0;  // handlers on the stack
   std::int64_t now_ = 0;
   std::int64_t turnEnds_ = 0;  // microseconds
+  std::int64_t workEnds_ = 0;  // likewise
 
   std::vector<WatchEntry> watches_;  // the low half of a watch's number is its place
   std::vector<std::uint32_t> freePlaces_;

@@ -43,11 +43,11 @@ class Turns {
  public:
   Turns(EventLoop& loop, Workers& workers) : loop_(loop), workers_(workers) {}
 
-  // To be called where a task is started or resumed by what is no turn of the loop, a method that the host calls: from
-  // here on the time of a turn runs. Inside a turn nothing changes.
+  // To be called where a task is started: outside a turn, in a method that the host calls, the time of a turn runs from
+  // here on; in a turn the task may go on a little longer than the turn (LoopCore::BeginWork).
   void Begin();
 
-  // Whether the time of this turn is over (EventLoop::kMicrosecondsPerTurn).
+  // Whether the time for work in this turn is over (EventLoop::kMicrosecondsPerTurn).
   bool TimeIsUp() const;
 
   NextTurn Next() { return NextTurn(loop_); }

@@ -42,6 +42,21 @@ TEST_F(TurnsTest, LongWorkGoesOnInTheNextTurn) {
   EXPECT_FALSE(loop.RunOnce(0));
 }
 
+TEST_F(TurnsTest, WhatBeginsInATurnMayFinishALittleLater) {
+  RunningTask task;
+  loop.Post([&] {
+    world.microseconds += 200;
+    turns.Begin();
+    task = RunningTask::Start(Steps(7));
+  });
+  loop.RunOnce(0);
+  EXPECT_EQ(done, "sss") << "450 us are over";
+  loop.RunOnce(0);
+  EXPECT_EQ(done, "ssssss") << "250 us, as any other turn";
+  loop.RunOnce(0);
+  EXPECT_TRUE(task.IsDone());
+}
+
 TEST_F(TurnsTest, TimersTickInBetween) {
   Timer timer(loop);
   timer.Interval(1);
