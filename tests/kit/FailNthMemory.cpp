@@ -26,16 +26,16 @@ bool Fails() {
 thread_local std::string_view watched;  // "": nothing is
 thread_local int seen = 0;
 
-using Pieces = std::unordered_map<void*, std::size_t>;
-thread_local Pieces* living = nullptr;  // what LivingMemory counts
+using BlockSizes = std::unordered_map<void*, std::size_t>;
+thread_local BlockSizes* living = nullptr;  // what LivingMemory counts
 
 // What glibc takes for them.
 constexpr std::size_t HeapBytes(std::size_t size) { return size <= 24 ? 32 : (size + 8 + 15) / 16 * 16; }
 
 void* Counted(void* memory, std::size_t size) {
-  if (Pieces* const pieces = std::exchange(living, nullptr)) {  // the map's own memory does not count
-    if (memory != nullptr) pieces->emplace(memory, HeapBytes(size));
-    living = pieces;
+  if (BlockSizes* const sizes = std::exchange(living, nullptr)) {  // the map's own memory does not count
+    if (memory != nullptr) sizes->emplace(memory, HeapBytes(size));
+    living = sizes;
   }
   return memory;
 }
@@ -46,9 +46,9 @@ void* Get(std::size_t size) {
 }
 
 void Free(void* memory) noexcept {
-  if (Pieces* const pieces = std::exchange(living, nullptr)) {
-    pieces->erase(memory);
-    living = pieces;
+  if (BlockSizes* const sizes = std::exchange(living, nullptr)) {
+    sizes->erase(memory);
+    living = sizes;
   }
   if (memory != nullptr && !watched.empty()) {
     const std::string_view bytes(static_cast<const char*>(memory), malloc_usable_size(memory));
@@ -66,7 +66,7 @@ FreedText::FreedText(std::string_view text) {
 FreedText::~FreedText() { watched = {}; }
 int FreedText::Seen() const { return seen; }
 
-LivingMemory::LivingMemory() { living = new Pieces; }
+LivingMemory::LivingMemory() { living = new BlockSizes; }
 LivingMemory::~LivingMemory() { delete std::exchange(living, nullptr); }
 std::size_t LivingMemory::Bytes() const {
   std::size_t bytes = 0;
