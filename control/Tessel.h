@@ -10,10 +10,10 @@
 //   loop.Run();
 //
 // Thread:    everything on the thread that runs the loop; debug builds assert it. Several controls may share a loop.
-//            No request keeps the loop waiting: what takes long is made in turns, and what has to be waited for is
-//            waited for beside the loop. So other requests' events may come between two of one request: CallFunction
-//            and FileRequest of others, for example, between two programs of one page. What the host itself calls may
-//            wait; the member says so.
+//            No request keeps the loop for more than a millisecond: what takes long is made in turns, and what has to
+//            be waited for is waited for beside the loop. So other requests' events may come between two of one
+//            request: CallFunction and FileRequest of others, for example, between two programs of one page. What the
+//            host itself calls may wait; the member says so.
 // Ownership: the loop outlives the control. The control may be destroyed at any time, also inside its own events.
 // Errors:    Error (number, source, description) comes from ServerPort, StartServer, TrapFileDataEX and HTTPHeader, as
 //            documented there, and from nothing else. Every other failure is reported through LogEvent. std::bad_alloc

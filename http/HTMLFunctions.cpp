@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "http/TagReplacement.h"
 #include "http/cls_HTTP.h"
@@ -38,13 +39,18 @@ class FunctionPass final : public PageProcessor {
   Task<void> Go() override {
     Task<void> wait;
     while (search_.Find(tags_, wait, [this] { return tags_.Search(); })) {
-      if (!tags_.IsKnown()) tags_.Value(AnswerOf(record_, tags_.Content()));
+      if (!tags_.IsKnown()) Take(AnswerOf(record_, tags_.Content()));
       tags_.Replace();
     }
     return wait;
   }
 
  private:
+  // Short ones are copied: a page may have thousands, which would be dropped one by one.
+  void Take(Page::SharedText answer) {
+    answer->size() > PageTexts::kMaxSmallBytes ? tags_.Value(std::move(answer)) : tags_.Value(std::string(*answer));
+  }
+
   cls_HTTP& record_;
   PacedSearch search_;
   TagReplacement tags_;

@@ -102,7 +102,7 @@ Task<void> cls_HTTP::FindRemoteHost() {
   if (!AwaitsRemoteHost()) co_return;
   auto asking = names_->NameOf(request_ ? request_->RemoteAddr : NewInfo().RemoteAddr);
   std::string name = co_await asking;
-  RemoteHost() = std::move(name);
+  (request_ ? request_->RemoteHost : remoteHost_) = std::move(name);
 }
 
 std::string cls_HTTP::ServerVariables(std::string_view Name, std::string_view Separator) {

@@ -181,6 +181,9 @@ class cls_HTTP {
   // its program need not keep them.
   const RequestInfo& Request() const { return Info(); }
 
+  // REMOTE_HOST among them, as far as it is known: "" before it was looked up.
+  const std::string& RemoteHost() const { return request_ ? request_->RemoteHost : remoteHost_; }
+
   // Forgets the request values and gives their memory back. The settings stay.
   void EndRequest();
 
@@ -332,8 +335,6 @@ class cls_HTTP {
   RequestInfo NewInfo() const { return parentControl_ != nullptr ? parentControl_->Request() : RequestInfo(); }
   // The request values, for writing.
   RequestInfo& Info() const;
-  std::string& RemoteHost() { return request_ ? request_->RemoteHost : remoteHost_; }
-  const std::string& RemoteHost() const { return request_ ? request_->RemoteHost : remoteHost_; }
 
   std::string FoundContentType(std::string_view extension) const;
   std::optional<std::string> PlainType(const OpenFile& file, std::string_view name) const;

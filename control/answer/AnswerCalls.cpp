@@ -47,7 +47,9 @@ bool AnswerCalls::PageMayTake(std::int64_t bytes) {
   return IsWanted();
 }
 
-RequestInfo AnswerCalls::Request() const { return RequestInfoOf(state_, slot_, index_, MappedFileOf(state_, slot_)); }
+RequestInfo AnswerCalls::Request() const {
+  return IsWanted() ? RequestInfoOf(state_, slot_, index_, MappedFileOf(state_, slot_)) : RequestInfo();
+}
 
 void AnswerCalls::ReportProgram(const std::string& text) { state_.reporter.RaiseStatusLine(text); }
 

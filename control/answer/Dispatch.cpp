@@ -370,6 +370,7 @@ void Dispatch::Finish(Call& call) {
   call.slot.Enter(RequestPhase::kSending);
   call.slot.LetGoOfTarget();
   call.slot.LetGoOfBody();  // not kept for as long as the answer takes to go out
+  call.slot.FunctionResult.reset();
   if (call.record) call.record->EndRequest();
   if (!call.handedOver) sending_.CloseConnection(call.index);
 }

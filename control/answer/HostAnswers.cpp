@@ -106,7 +106,9 @@ std::string HostAnswers::CGIValue(std::int32_t Index, const std::string& Variabl
   Slot* slot = Find(Index);
   if (slot == nullptr) return {};
   const auto record = RecordOf(state_, *slot, Index);
-  record->SetRequestInfo(RequestInfoOf(state_, *slot, Index, MappedFileOf(state_, *slot)));
+  RequestInfo info = RequestInfoOf(state_, *slot, Index, MappedFileOf(state_, *slot));
+  if (slot->Phase() == RequestPhase::kAnswering) info.RemoteHost = record->RemoteHost();  // a program may wait with it
+  record->SetRequestInfo(std::move(info));
   return record->ServerVariables(Variable, Delimiter);
 }
 

@@ -27,8 +27,8 @@ namespace TesselServer {
 
 class FilePieces {
  public:
-  // More than this is never read at once.
-  static constexpr std::size_t kMostBytes = PatientReader::kPieceBesideBytes;
+  // More than this is never read at once: thousands may wait for a slow disk, each with its room.
+  static constexpr std::size_t kMostBytes = 32 * 1024;
 
   // A file of more than `limit` bytes is not read to its end.
   FilePieces(const OpenFile& file, std::int64_t limit, Turns* turns);

@@ -7,7 +7,6 @@
 
 #include "platform/files/FileStamp.h"
 #include "platform/files/FileSystem.h"
-#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -20,27 +19,24 @@ bool MayWait(const OpenFile& file) {
   return known ? *known : MayWait(file.Descriptor());
 }
 
-// What a thread works with. It may go on with it when the reader is gone.
-struct PatientReader::Shared {
-  UniqueDescriptor file{-1};
-  std::unique_ptr<char[]> piece;
+// What a thread has read. It makes the room itself, so that those who wait for a thread take none.
+struct PatientReader::Piece {
+  std::unique_ptr<char[]> bytes;
+  ssize_t count = 0;
 };
 
 Task<ssize_t> PatientReader::ReadBeside(char* to, std::size_t bytes, std::int64_t offset) {
-  if (!shared_) {
-    shared_ = std::make_shared<Shared>();
-    shared_->file = UniqueDescriptor(fcntl(descriptor_, F_DUPFD_CLOEXEC, 0));
-    shared_->piece = std::make_unique_for_overwrite<char[]>(kPieceBesideBytes);
-  }
-  if (!shared_->file.IsOpen()) co_return ReadPatiently(descriptor_, to, bytes, offset);  // no descriptor is left for it
-  const std::size_t most = std::min(bytes, kPieceBesideBytes);
-  const std::function<ssize_t()> read = [shared = shared_, most, offset] {
-    return ReadPatiently(shared->file.Get(), shared->piece.get(), most, offset);
+  if (!shared_) shared_ = std::make_shared<const UniqueDescriptor>(fcntl(descriptor_, F_DUPFD_CLOEXEC, 0));
+  if (!shared_->IsOpen()) co_return ReadPatiently(descriptor_, to, bytes, offset);  // no descriptor is left for it
+  const std::function<Piece()> read = [file = shared_, most = std::min(bytes, kPieceBesideBytes), offset] {
+    Piece piece{std::make_unique_for_overwrite<char[]>(most)};
+    piece.count = ReadPatiently(file->Get(), piece.bytes.get(), most, offset);
+    return piece;
   };
   auto reading = turns_.Beside().Do(Workers::Kind::kFiles, read);
-  const ssize_t got = co_await reading;
-  if (got > 0) std::copy_n(shared_->piece.get(), got, to);
-  co_return got;
+  const Piece piece = co_await reading;
+  if (piece.count > 0) std::copy_n(piece.bytes.get(), piece.count, to);
+  co_return piece.count;
 }
 
 }  // namespace TesselServer

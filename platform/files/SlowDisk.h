@@ -30,6 +30,7 @@
 #include "platform/files/ImmediateReader.h"
 #include "platform/tasks/Task.h"
 #include "platform/tasks/Turns.h"
+#include "platform/world/UniqueDescriptor.h"
 
 namespace TesselServer {
 
@@ -67,12 +68,13 @@ class PatientReader {
   Task<ssize_t> ReadBeside(char* to, std::size_t bytes, std::int64_t offset);
 
  private:
-  struct Shared;
+  struct Piece;
 
   int descriptor_;
   ImmediateReader atOnce_;
   Turns& turns_;
-  std::shared_ptr<Shared> shared_;  // with the threads, once there is something to wait for
+  // The file, with the threads: they may go on with it when this is gone. Null until there is something to wait for.
+  std::shared_ptr<const UniqueDescriptor> shared_;
 };
 
 }  // namespace TesselServer

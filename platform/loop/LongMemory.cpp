@@ -14,6 +14,9 @@ namespace {
 
 constexpr std::size_t kPage = 4096;
 
+// What one of many that are short counts as: each costs a microsecond.
+constexpr std::size_t kLeastOfOne = 16 * 1024;
+
 class Blocks final : public std::pmr::memory_resource {
   void* do_allocate(std::size_t bytes, std::size_t alignment) override {
     return std::pmr::new_delete_resource()->allocate(bytes, alignment);
@@ -86,10 +89,10 @@ void LongMemory::DropSome() {
   while (!leftovers_.empty() && (dropped < kLongBytes || !loop_.TurnIsLong())) {
     Leftover& next = leftovers_.front();
     const std::size_t bytes = std::min(kLongBytes, next.bytes);
-    madvise(next.memory, bytes, MADV_DONTNEED);  // where that is refused it goes with its owner
+    if (bytes > 0) madvise(next.memory, bytes, MADV_DONTNEED);  // where that is refused it goes with its owner
     next.memory += bytes;
     next.bytes -= bytes;
-    dropped += bytes;
+    dropped += std::max(bytes, kLeastOfOne);
     if (next.bytes == 0) leftovers_.pop_front();
   }
   if (!leftovers_.empty()) GoOn();

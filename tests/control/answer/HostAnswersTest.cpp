@@ -362,6 +362,16 @@ TEST_F(RaiseCallFunctionTest, ALongAnswerIsNotCopiedForThePage) {
   EXPECT_EQ(control.core.hostAnswers.RaiseCallFunction(2, "F", ""), answer);
 }
 
+TEST_F(RaiseCallFunctionTest, WhatTheHostAsksForLeavesTheNameThatAProgramWaitsWith) {
+  control.core.hostAnswers.CGIValue(2, "SERVER_PROTOCOL", "");
+  RequestInfo info;
+  info.RemoteHost = "client.example";
+  const auto record = control.SlotAt(2).Record;
+  record->SetRequestInfo(info);
+  EXPECT_EQ(control.core.hostAnswers.CGIValue(2, "SERVER_PROTOCOL", ""), "HTTP/1.0");
+  EXPECT_EQ(record->RemoteHost(), "client.example");
+}
+
 TEST_F(RaiseCallFunctionTest, NothingIsRaisedWithoutANameOrAConnection) {
   int calls = 0;
   control.owner.CallFunction = [&](std::int32_t&, std::string&) { ++calls; };

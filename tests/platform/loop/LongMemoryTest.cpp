@@ -69,6 +69,26 @@ TEST_F(LongMemoryTest, ALongTextGoesAStretchATurn) {
   EXPECT_LE(turns, 9);
 }
 
+TEST_F(LongMemoryTest, ManyShortTextsDoNotGoInOneTurn) {
+  std::vector<std::weak_ptr<std::string>> texts;
+  TurnWith([&] {
+    for (int i = 0; i < 1000; ++i) {
+      auto text = std::make_shared<std::string>(100, 'x');
+      texts.push_back(text);
+      LongMemory::OfThisTurn()->Drop(text, text->data(), text->size());
+    }
+  });
+  const auto gone = [&] {
+    return std::count_if(texts.begin(), texts.end(), [](const auto& each) { return each.expired(); });
+  };
+  for (int turns = 0; gone() < 1000; ++turns) {
+    const auto before = gone();
+    ASSERT_TRUE(loop.RunOnce(0));
+    EXPECT_LE(gone() - before, 100);
+    EXPECT_GT(gone(), before);
+  }
+}
+
 TEST_F(LongMemoryTest, TheLastOwnerOfASharedTextGivesItBack) {
   auto text = ShareLong(std::string(4 * kMebibyte, 'x'));
   auto other = text;
