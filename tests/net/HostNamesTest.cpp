@@ -250,7 +250,7 @@ TEST_F(HostNamesTest, ThoseThatLeaveTheQueueAreLeftOutAndTheOthersHaveTheirTurn)
   std::vector<RunningTask> tasks;
   for (int i = 0; i < 8; ++i) tasks.push_back(Ask(i));
   EXPECT_EQ(world_.Asked(HostNames::kAtOnce), static_cast<std::size_t>(HostNames::kAtOnce));
-  for (const std::size_t leaves : {5, 3, 7}) tasks[leaves] = {};  // from between the others, the first and the last
+  for (const std::size_t leaves : {5U, 3U, 7U}) tasks[leaves] = {};  // from between the others, the first and the last
   tasks.push_back(Ask(5));
   world_.Open();
   for (const RunningTask& each : tasks) Until(each);

@@ -132,7 +132,7 @@ const std::vector<Change>& Changes() {
       {"AuthenticationSourceFile",
        [](T& t, const S& s) { t.AuthenticationSourceFile(s.tree.Text() + "/members.txt"); }},
       {"AuthenticationSourceFile", [](T& t, const S&) { t.AuthenticationSourceFile(""); }},
-      {"CGIEnable", [](T& t, const S&) { t.CGIEnable(false); }},
+      {"CGIEnable", [](T& t, const S&) { t.CGIEnable(false); }, "CGI Script Processing is not enabled"},
       {"CGIEnable", [](T& t, const S&) { t.CGIEnable(true); }},
       {"CGIDirectory", [](T& t, const S& s) { t.CGIDirectory(s.tree.Text() + "/nowhere"); }},
       {"CGIDirectory", [](T& t, const S& s) { t.CGIDirectory(s.tree.Text() + "/application"); }},

@@ -34,6 +34,8 @@ const std::vector<Action>& Actions();
 struct Change {
   const char* name;
   void (*make)(Tessel& tessel, const Site& site);
+  // Is in an answer that is neither as before nor as later: what it is made with has been switched off meanwhile.
+  const char* meanwhile = "no such text";
 };
 const std::vector<Change>& Changes();
 
