@@ -79,7 +79,7 @@ class HostNames final : public NameSource {
   Workers& workers_;
   const World& world_;
   LruCache<Remembered> known_{kMaxRemembered};  // each counts as 1; by KeyOf(address)
-  std::map<std::int32_t, LookUp> lookUps_;      // by address, until nobody waits for them
+  std::map<std::int32_t, LookUp> lookUps_;      // by address, until no task waits for them
   Addresses queue_;                             // those that have not begun,
   Addresses begun_;                             // those that have,
   Addresses settled_;                           // and those that are known, with tasks that are to go on
