@@ -304,7 +304,7 @@ class Serving(ProgramTest):
     def test_serves_the_working_folder_without_an_argument(self):
         with self.serve(cwd=self.site) as program:
             self.assertEqual(get(program.port, "/index.html")[0], 200)
-            self.assertIn("#HTML Home Path: %s" % self.site, program.output)
+            program.wait_for_output(r"^#HTML Home Path: %s$" % re.escape(str(self.site)))
 
     def test_all_addresses_open_on_this_machine(self):
         with self.serve("--server-ip=", self.site) as program:
