@@ -1,4 +1,5 @@
 set(SOURCES
+  access/PasswordHash.cpp
   files/ContentsReading.cpp
   files/DirectoryReader.cpp
   files/DosAttributes.cpp

@@ -1,6 +1,7 @@
 set(SOURCES
   Dates.cpp
   Format.cpp
+  KeyedDigest.cpp
   NoCaseSearch.cpp
   Printable.cpp
   Text.cpp

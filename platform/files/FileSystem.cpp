@@ -211,7 +211,8 @@ std::shared_ptr<const std::string> OpenFile::Contents() const { return cached_ ?
 
 RootFolder::RootFolder(std::string path) : path_(std::move(path)), systemPath_(SystemPath(path_)) {}
 
-RootFolder::RootFolder(std::string path, const World& world) : RootFolder(std::move(path)) {
+RootFolder::RootFolder(std::string path, const World& world, NameMatch match) : RootFolder(std::move(path)) {
+  match_ = match;
   world_ = &world;
   folders_ = std::make_unique<FolderCache>(systemPath_, world);
   files_ = std::make_unique<FileCache>(systemPath_, world);
@@ -301,7 +302,7 @@ FoundEntry RootFolder::Find(std::string_view relative) const {
   Attempt attempt(kPatiently, systemPath_, *path, way_);
   Learn(attempt);
   if (attempt.found) return std::move(*attempt.found);
-  return RunNow(FindOtherwise(kPatiently.beneath, attempt.root.Get(), *path, folders_.get(), nullptr));
+  return RunNow(FindOtherwise(kPatiently.beneath, attempt.root.Get(), *path, folders_.get(), nullptr, match_));
 }
 
 // Looks in a turn. Where the root itself would have to be waited for, it counts as one that may wait from here on.
@@ -321,7 +322,7 @@ std::optional<FoundEntry> RootFolder::FindAtOnce(std::string_view relative) cons
   if (mayWait_) return std::nullopt;
   Attempt attempt = LookHere(*path);
   auto found = attempt.found ? std::move(attempt.found)
-                             : FindOtherwiseAtOnce(kHere.beneath, attempt.root.Get(), *path, folders_.get());
+                             : FindOtherwiseAtOnce(kHere.beneath, attempt.root.Get(), *path, folders_.get(), match_);
   if (!found || found->isElsewhere) return std::nullopt;
   found->file.MayWait(false);
   return found;
@@ -339,7 +340,7 @@ Task<FoundEntry> RootFolder::FindInTurns(std::string relative, Turns* turns) con
   if (!mayWait_) {
     Attempt attempt = LookHere(*path);
     if (!attempt.found) {
-      auto otherwise = FindOtherwise(kHere.beneath, attempt.root.Get(), *path, folders_.get(), turns);
+      auto otherwise = FindOtherwise(kHere.beneath, attempt.root.Get(), *path, folders_.get(), turns, match_);
       attempt.found = co_await otherwise;
       attempt.found->file.MayWait(false);
     }
@@ -355,10 +356,10 @@ Task<FoundEntry> RootFolder::FindBesideLoop(CollapsedPath path, Turns& turns) co
     Attempt attempt;
     bool mayWait;
   };
-  const std::function<Result()> look = [root = systemPath_, path, way = way_, asksRoot = mayWait_] {
+  const std::function<Result()> look = [root = systemPath_, path, way = way_, asksRoot = mayWait_, match = match_] {
     Attempt attempt(kPatiently, root, path, way);
     if (!attempt.found)
-      attempt.found = RunNow(FindOtherwise(kPatiently.beneath, attempt.root.Get(), path, nullptr, nullptr));
+      attempt.found = RunNow(FindOtherwise(kPatiently.beneath, attempt.root.Get(), path, nullptr, nullptr, match));
     OpenFile& file = attempt.found->file;
     if (file.IsOpen()) file.MayWait(TesselServer::MayWait(file.Descriptor()));
     return Result{std::move(attempt), asksRoot && KeepsChangeTimesAt(root, ReadFrom::kNames) != true};

@@ -53,6 +53,9 @@ class OpenFile {
 
   FileIdentity Identity() const { return stamp_.identity; }
 
+  // Time of last write when it was opened, in nanoseconds since 1 January 1970 UTC, modulo 2^64.
+  std::int64_t ModifiedNanoseconds() const { return stamp_.modified; }
+
   // Reads the whole file into `bytes`, whatever its length now. False when it is longer than `limit` bytes, is no
   // regular file, or cannot be read; `bytes` then holds what was read.
   bool ReadAll(std::string& bytes, std::int64_t limit) const;
@@ -102,6 +105,12 @@ struct FoundEntry {
   bool isElsewhere = false;
 };
 
+// How the names of a path are compared with those on disk.
+enum class NameMatch {
+  kAnyCase,  // the spelling given, then the first name that is equal without regard to ASCII case
+  kExact,    // the spelling given
+};
+
 // The document root: opens what lies beneath one folder, and nothing else.
 //
 //   RootFolder root("/srv/www");
@@ -119,8 +128,8 @@ class RootFolder {
   // A folder that caches what it knows, as long as the system says that it has not changed: the names in folders
   // (FolderCache), and small files with their contents (FileCache), as far as Remember was called for them. `world`
   // outlives the object. Where the root lies on another mount than the system's root this asks its disk, and may have
-  // to wait for it.
-  RootFolder(std::string path, const World& world);
+  // to wait for it. With NameMatch::kExact a path is found as it is spelled, or not at all.
+  RootFolder(std::string path, const World& world, NameMatch match = NameMatch::kAnyCase);
   RootFolder(RootFolder&&) noexcept;
   RootFolder& operator=(RootFolder&&) noexcept;
   RootFolder(const RootFolder&) = delete;
@@ -128,6 +137,7 @@ class RootFolder {
   ~RootFolder();
 
   const std::string& Path() const { return path_; }
+  NameMatch Match() const { return match_; }
 
   // Finds `relative` beneath the root. Empty components and "." are dropped and ".." takes the component before it
   // away; a path that would climb above the root is not found. Each component is tried in the spelling given, then as
@@ -175,6 +185,7 @@ class RootFolder {
   FoundEntry Direct(FoundEntry found) const;
 
   std::string path_;
+  NameMatch match_ = NameMatch::kAnyCase;
   std::string systemPath_;  // path_ as the system takes it, "" for one that names nothing
   std::unique_ptr<FolderCache> folders_;
   std::unique_ptr<FileCache> files_;

@@ -12,6 +12,7 @@
 
 #include "platform/files/FileCache.h"
 #include "platform/files/FolderStream.h"
+#include "platform/files/FoldersWithout.h"
 #include "platform/files/OpenPaths.h"
 #include "platform/files/PathWalk.h"
 #include "platform/files/SlowDisk.h"
@@ -79,6 +80,36 @@ Task<std::optional<NeighbourFile>> FindIn(OpenFunction open, int folder, std::st
   co_return NeighbourFile{State::kFound, OpenFile(opened)};
 }
 
+// The folder above; not open, with the error, where it cannot be determined. The system's root has none.
+UniqueDescriptor FolderAbove(OpenFunction open, const UniqueDescriptor& folder, const FileIdentity& own) {
+  UniqueDescriptor above(open(folder.Get(), "..", kFolderFlags));
+  const auto stamp = above.IsOpen() ? StampOfDescriptor(above.Get()) : std::nullopt;
+  if (above.IsOpen() && (!stamp || stamp->identity == own)) return UniqueDescriptor(-ENOENT);
+  return above;
+}
+
+// What is found in `folder` or the nearest one above it; nothing, and `folder` is where it came to, where `open` does
+// not go there.
+Task<std::optional<NeighbourFile>> FindUpTo(FileIdentity top, OpenFunction open, UniqueDescriptor& folder,
+                                            std::string name, Turns* turns, FoldersWithout* known) {
+  for (;;) {
+    const auto stamp = StampOfDescriptor(folder.Get());
+    if (!stamp) co_return NeighbourFile{State::kUnknown, {}};
+    if (known == nullptr || !known->Has(*stamp)) {
+      const auto reading = known != nullptr ? std::optional(known->Begin(*stamp)) : std::nullopt;
+      auto search = FindIn(open, folder.Get(), name, turns);
+      auto found = co_await search;
+      if (!found || found->state != State::kMissing) co_return found;
+      if (reading) known->Learn(*reading, folder.Get());
+    }
+    if (stamp->identity == top) co_return NeighbourFile{State::kMissing, {}};
+    UniqueDescriptor above = FolderAbove(open, folder, stamp->identity);
+    if (above.Get() == kElsewhere) co_return std::nullopt;
+    if (!above.IsOpen()) co_return NeighbourFile{State::kUnknown, {}};
+    folder = std::move(above);
+  }
+}
+
 // The folder that is `entry` or holds it, as it is handed to a thread: open, or by its path.
 struct HandedFolder {
   std::shared_ptr<const UniqueDescriptor> open;
@@ -97,21 +128,26 @@ HandedFolder HandOver(const OpenFile& entry) {
   return {nullptr, path.empty() ? path : FolderPathOf(path)};
 }
 
-// On a thread.
-NeighbourFile FindPatiently(const HandedFolder& handed, const std::string& name) {
-  auto folder = handed.open;
-  if (!folder && !handed.path.empty()) {
-    folder = std::make_shared<const UniqueDescriptor>(OpenAnywhereOrRaise(AT_FDCWD, handed.path, kFolderFlags));
-  }
-  if (!folder || !folder->IsOpen()) return {State::kUnknown, {}};
-  NeighbourFile found = *RunNow(FindIn(&OpenAnywhereOrRaise, folder->Get(), name, nullptr));
+UniqueDescriptor Own(const HandedFolder& handed) {
+  if (handed.open) return UniqueDescriptor(OpenAnywhereOrRaise(handed.open->Get(), ".", kFolderFlags));
+  return UniqueDescriptor(handed.path.empty() ? -1 : OpenAnywhereOrRaise(AT_FDCWD, handed.path, kFolderFlags));
+}
+
+// On a thread. Without `top` the folder alone is looked at.
+NeighbourFile FindPatiently(const HandedFolder& handed, const std::string& name, std::optional<FileIdentity> top) {
+  UniqueDescriptor folder = Own(handed);
+  if (!folder.IsOpen()) return {State::kUnknown, {}};
+  auto search = top ? FindUpTo(*top, &OpenAnywhereOrRaise, folder, name, nullptr, nullptr)
+                    : FindIn(&OpenAnywhereOrRaise, folder.Get(), name, nullptr);
+  NeighbourFile found = *RunNow(std::move(search));
   if (found.file.IsOpen()) found.file.MayWait(MayWait(found.file.Descriptor()));
   return found;
 }
 
-Task<NeighbourFile> FindBesideLoop(HandedFolder folder, std::string name, Turns& turns) {
-  const std::function<NeighbourFile()> find = [folder = std::move(folder), name = std::move(name)] {
-    return FindPatiently(folder, name);
+Task<NeighbourFile> FindBesideLoop(HandedFolder folder, std::string name, std::optional<FileIdentity> top,
+                                   Turns& turns) {
+  const std::function<NeighbourFile()> find = [folder = std::move(folder), name = std::move(name), top] {
+    return FindPatiently(folder, name, top);
   };
   auto finding = turns.Beside().Do(Workers::Kind::kFiles, find);
   co_return co_await finding;
@@ -128,7 +164,7 @@ NeighbourFile FindBeside(const OpenFile& entry, const std::string& name) {
 Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns* turns) {
   if (turns == nullptr) co_return FindBeside(entry, name);
   if (entry.IsOpen() && MayWait(entry)) {
-    auto beside = FindBesideLoop(HandOver(entry), std::move(name), *turns);
+    auto beside = FindBesideLoop(HandOver(entry), std::move(name), std::nullopt, *turns);
     co_return co_await beside;
   }
   const UniqueDescriptor folder = FolderOfEntry(entry);
@@ -136,11 +172,44 @@ Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, T
   auto search = FindIn(&OpenHereOrRaise, folder.Get(), name, turns);
   auto found = co_await search;
   if (!found) {
-    auto beside = FindBesideLoop(Opened(folder.Get()), std::move(name), *turns);
+    auto beside = FindBesideLoop(Opened(folder.Get()), std::move(name), std::nullopt, *turns);
     co_return co_await beside;
   }
   found->file.MayWait(false);
   co_return std::move(*found);
+}
+
+Task<NeighbourFile> FindAboveInTurns(const OpenFile& entry, std::string name, FileIdentity top, Turns* turns,
+                                     FoldersWithout* known) {
+  if (turns == nullptr) co_return FindPatiently(HandOver(entry), name, top);
+  if (entry.IsOpen() && MayWait(entry)) {
+    auto beside = FindBesideLoop(HandOver(entry), std::move(name), top, *turns);
+    co_return co_await beside;
+  }
+  UniqueDescriptor folder = FolderOfEntry(entry);
+  if (!folder.IsOpen()) co_return NeighbourFile{State::kUnknown, {}};
+  auto search = FindUpTo(top, &OpenHereOrRaise, folder, name, turns, known);
+  auto found = co_await search;
+  if (!found) {
+    auto beside = FindBesideLoop(Opened(folder.Get()), std::move(name), top, *turns);
+    co_return co_await beside;
+  }
+  found->file.MayWait(false);
+  co_return std::move(*found);
+}
+
+bool IsAboveAtOnce(const OpenFile& entry, const std::string& name, FileIdentity top) {
+  if (!entry.IsOpen() || MayWait(entry)) return false;
+  UniqueDescriptor folder = FolderOfEntry(entry);
+  while (folder.IsOpen()) {
+    const UniqueDescriptor named(OpenHere(folder.Get(), name, kNameFlags));
+    const auto kind = named.IsOpen() ? StampOfDescriptor(named.Get()) : std::nullopt;
+    if (kind && KindOf(kind->mode) != EntryKind::kDirectory) return true;
+    const auto stamp = StampOfDescriptor(folder.Get());
+    if (!stamp || stamp->identity == top) return false;
+    folder = FolderAbove(&OpenHere, folder, stamp->identity);
+  }
+  return false;
 }
 
 }  // namespace TesselServer

@@ -13,6 +13,7 @@
 
 namespace TesselServer {
 
+class FoldersWithout;
 class Turns;
 
 struct NeighbourFile {
@@ -33,5 +34,16 @@ NeighbourFile FindBeside(const OpenFile& entry, const std::string& name);
 // The same, reading the folder's names in turns, and beside the loop where its disk, or another one that `name` leads
 // to, may have to be waited for.
 Task<NeighbourFile> FindBesideInTurns(const OpenFile& entry, std::string name, Turns* turns);
+
+// Looks for `name` as FindBeside does, and where it is missing in the folder above, up to the folder `top`: the nearest
+// one is found. kUnknown where the way up from `entry` does not lead to `top`. Each folder is the real one above, which
+// no name or link has a say in.
+// `known`, if any, is for this name alone, and outlives the task.
+Task<NeighbourFile> FindAboveInTurns(const OpenFile& entry, std::string name, FileIdentity top, Turns* turns,
+                                     FoldersWithout* known = nullptr);
+
+// Whether `name`, in the spelling given, is in the folder of `entry` or in one above it, up to `top`, as far as that is
+// known at once. False says nothing.
+bool IsAboveAtOnce(const OpenFile& entry, const std::string& name, FileIdentity top);
 
 }  // namespace TesselServer

@@ -50,11 +50,15 @@ constexpr FolderRecord::Number kFewNames = 256;
 constexpr std::size_t kEffortAtOnce = 512;
 
 // Goes on as long as the names that it needs are remembered, and it takes little.
-SpellingWalk::State WalkAtOnce(SpellingWalk& walk, FolderCache* known) {
+SpellingWalk::State WalkAtOnce(SpellingWalk& walk, FolderCache* known, NameMatch match) {
   auto state = SpellingWalk::State::kHasMore;
   while (walk.Effort() <= kEffortAtOnce) {
     if (state == SpellingWalk::State::kHasMore) {
       state = walk.Step();
+      continue;
+    }
+    if (state == SpellingWalk::State::kNeedsNames && match == NameMatch::kExact) {
+      state = walk.GoOn("");
       continue;
     }
     if (state != SpellingWalk::State::kNeedsNames || known == nullptr) break;
@@ -153,7 +157,8 @@ const char* LastNameOf(const std::string& path) { return path.c_str() + path.rfi
 
 std::string FolderPathOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
-Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns) {
+Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns,
+                                   NameMatch match) {
   SpellingWalk walk(open, folder, std::move(path));
   auto state = SpellingWalk::State::kHasMore;
   while (IsUnderWay(state)) {
@@ -165,6 +170,10 @@ Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string pa
       state = walk.Step();
       continue;
     }
+    if (match == NameMatch::kExact) {
+      state = walk.GoOn("");
+      continue;
+    }
     auto spelling = FirstSpelling(walk, known, turns);
     const std::string name = co_await spelling;
     state = walk.GoOn(name);
@@ -172,9 +181,10 @@ Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string pa
   co_return EndOf(walk, state);
 }
 
-std::optional<Spelling> TrueSpellingAtOnce(OpenFunction open, int folder, std::string path, FolderCache* known) {
+std::optional<Spelling> TrueSpellingAtOnce(OpenFunction open, int folder, std::string path, FolderCache* known,
+                                           NameMatch match) {
   SpellingWalk walk(open, folder, std::move(path));
-  const auto state = WalkAtOnce(walk, known);
+  const auto state = WalkAtOnce(walk, known, match);
   return IsUnderWay(state) ? std::nullopt : std::optional(EndOf(walk, state));
 }
 
@@ -198,16 +208,17 @@ std::optional<FoundEntry> FindAsSpelled(OpenFunction open, int root, const Colla
 }
 
 std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const CollapsedPath& path,
-                                              FolderCache* known) {
-  auto spelling = TrueSpellingAtOnce(open, root, path.text, known);
+                                              FolderCache* known, NameMatch match) {
+  auto spelling = TrueSpellingAtOnce(open, root, path.text, known, match);
   if (!spelling) return std::nullopt;
   if (spelling->isElsewhere) return EntryElsewhere();
   if (!spelling->path) return FoundEntry();
   return OpenSpelling(open, root, {std::move(*spelling->path), path.asFolder});
 }
 
-Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns) {
-  auto walk = TrueSpellingInTurns(open, root, path.text, known, turns);
+Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns,
+                               NameMatch match) {
+  auto walk = TrueSpellingInTurns(open, root, path.text, known, turns, match);
   Spelling spelling = co_await walk;
   if (spelling.isElsewhere) co_return EntryElsewhere();
   if (!spelling.path) co_return FoundEntry();

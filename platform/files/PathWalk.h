@@ -55,11 +55,14 @@ struct Spelling {
   std::optional<std::string> path;
   bool isElsewhere = false;  // `open` does not go where it may be (kElsewhere); there is no path then
 };
-Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns);
+// With NameMatch::kExact no folder's names are read: what is not there as it is spelled is missing.
+Task<Spelling> TrueSpellingInTurns(OpenFunction open, int folder, std::string path, FolderCache* known, Turns* turns,
+                                   NameMatch match = NameMatch::kAnyCase);
 
 // The same at once: nothing where the names in a folder would have to be read or sorted for it, or where it would take
 // more than some 40 microseconds: for a path of hundreds of components, or of dozens that are spelled otherwise.
-std::optional<Spelling> TrueSpellingAtOnce(OpenFunction open, int folder, std::string path, FolderCache* known);
+std::optional<Spelling> TrueSpellingAtOnce(OpenFunction open, int folder, std::string path, FolderCache* known,
+                                           NameMatch match = NameMatch::kAnyCase);
 
 // The flags with which an entry is opened: non-blocking, so that a FIFO without a writer cannot hold the thread until
 // it is seen to be one.
@@ -78,7 +81,8 @@ FoundEntry FindBeneath(OpenFunction open, int root, const CollapsedPath& path, F
 // as TrueSpellingAtOnce has it, else nothing; or in turns, while `root` stays open and `known` alive.
 std::optional<FoundEntry> FindAsSpelled(OpenFunction open, int root, const CollapsedPath& path, int tried);
 std::optional<FoundEntry> FindOtherwiseAtOnce(OpenFunction open, int root, const CollapsedPath& path,
-                                              FolderCache* known);
-Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns);
+                                              FolderCache* known, NameMatch match = NameMatch::kAnyCase);
+Task<FoundEntry> FindOtherwise(OpenFunction open, int root, CollapsedPath path, FolderCache* known, Turns* turns,
+                               NameMatch match = NameMatch::kAnyCase);
 
 }  // namespace TesselServer

@@ -11,10 +11,11 @@
 
 namespace TesselServer {
 
-// The bytes of `file` from its start, `size` of them.
+// `size` bytes of `file` from `first` on.
 struct FileBody {
   OpenFile file;
   std::int64_t size = 0;
+  std::int64_t first = 0;
 };
 
 struct Answer {

@@ -68,6 +68,11 @@ std::uint16_t Endpoint::Port() const { return ntohs(IsIPv4() ? name_.v4.sin_port
 
 std::string Endpoint::Text() const {
   if (IsIPv4()) return DottedText(name_.v4.sin_addr.s_addr);
+  if (IN6_IS_ADDR_V4MAPPED(&name_.v6.sin6_addr)) {
+    std::uint32_t v4 = 0;
+    std::memcpy(&v4, name_.v6.sin6_addr.s6_addr + 12, sizeof v4);
+    return DottedText(v4);
+  }
   std::array<char, INET6_ADDRSTRLEN> text{};
   inet_ntop(AF_INET6, &name_.v6.sin6_addr, text.data(), text.size());
   return text.data();

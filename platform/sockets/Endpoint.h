@@ -37,7 +37,8 @@ class Endpoint {
   std::uint16_t Port() const;
   // In network byte order; 0 for one of the other family.
   std::uint32_t IPv4() const { return IsIPv4() ? name_.v4.sin_addr.s_addr : 0; }
-  // The address without the port.
+  // The address without the port. An IPv4 address within IPv6 (RFC 4291 2.5.5.2), as clients have it on a socket of
+  // both families, is shown as what it is.
   std::string Text() const;
 
   // For bind(2) and connect(2).

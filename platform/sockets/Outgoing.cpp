@@ -50,6 +50,10 @@ std::optional<std::string> ReadWhole(const OpenFile& file, std::int64_t size) {
   return bytes;
 }
 
+std::string PartOf(const std::string& contents, std::int64_t first, std::int64_t size) {
+  return contents.substr(static_cast<std::size_t>(first), static_cast<std::size_t>(size));
+}
+
 }  // namespace
 
 Outgoing::Outgoing(Answer answer, bool closeFollows, DiskAccess* disk)
@@ -65,17 +69,20 @@ Outgoing::~Outgoing() {
 
 // A small file becomes text, where it is there at once: one read and one send are cheaper than a head and a sendfile.
 void Outgoing::Open(DiskAccess* disk) {
-  auto& [file, size] = std::get<FileBody>(answer_.body);
+  auto& [file, size, first] = std::get<FileBody>(answer_.body);
+  const bool isWhole = first == 0 && size == file.Size();
   if (auto contents = file.Contents()) {
-    answer_.body = std::move(contents);
+    isWhole ? answer_.body = std::move(contents) : answer_.body = PartOf(*contents, first, size);
     return;
   }
+  firstOfFile_ = first;
   const int descriptor = file.Descriptor();
   auto reader = disk != nullptr ? ImmediateReader(descriptor, file.Identity().device, disk->manners, file.MayWait())
                                 : ImmediateReader(descriptor);
   std::optional<std::string> whole;
   bool waits = false;
-  if (size <= kMaxReadFileBytes) whole = disk != nullptr ? ReadWhole(file, size, reader, waits) : ReadWhole(file, size);
+  if (isWhole && size <= kMaxReadFileBytes)
+    whole = disk != nullptr ? ReadWhole(file, size, reader, waits) : ReadWhole(file, size);
   if (whole) {
     answer_.body = std::move(*whole);
   } else {
@@ -115,7 +122,7 @@ Outgoing::Result Outgoing::SendText(int socket) {
 }
 
 Outgoing::Result Outgoing::SendFile(int socket) {
-  const std::int64_t offset = sent_ - textSize_;
+  const std::int64_t offset = OffsetInFile();
   const std::int64_t wanted = std::min(total_ - sent_, kBytesPerStep);
   if (file_->WouldWait(offset, wanted)) return Result::kWaitsForDisk;
   const ssize_t count = file_->Send(socket, offset, wanted, wanted < total_ - sent_ || closeFollows_);

@@ -42,7 +42,9 @@ class Outgoing {
 
   // After kWaitsForDisk: has the next bytes read beside the loop. This is not moved until the task is done or
   // destroyed.
-  Task<> Fetch() { return file_->Fetch(sent_ - textSize_, total_ - sent_); }
+  Task<> Fetch() { return file_->Fetch(OffsetInFile(), total_ - sent_); }
+
+  std::int64_t SentBytes() const { return sent_; }
 
   // The errno(3) of the last kFailed. A file that became shorter than announced is ECONNABORTED.
   int Error() const { return error_; }
@@ -52,10 +54,12 @@ class Outgoing {
   Result SendText(int socket);
   Result SendFile(int socket);
   Result Failed(int error);
+  std::int64_t OffsetInFile() const { return firstOfFile_ + sent_ - textSize_; }
 
   Answer answer_;
   std::optional<OutgoingFile> file_;  // a body that is sent from its file
   bool closeFollows_;
+  std::int64_t firstOfFile_ = 0;
   std::int64_t headSize_ = 0;
   std::int64_t textSize_ = 0;  // head and a body of text
   std::int64_t sent_ = 0;

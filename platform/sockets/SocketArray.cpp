@@ -14,6 +14,9 @@ namespace TesselServer {
 
 namespace {
 
+// Of IPv6, and with it of IPv4 (ipv6(7), IPV6_V6ONLY).
+constexpr const char* kAllAddresses = "::";
+
 // Lack of descriptors or memory on our side, as opposed to a client that has gone.
 bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
@@ -128,6 +131,26 @@ void SocketArray::Bind(std::int32_t index, std::int32_t port, const std::string&
   if (!local || !local->IsIPv4()) throw SystemError(EADDRNOTAVAIL);
   element->local = *local;
   element->localPort = port;
+  element->manner = TcpListener::Manner::kServer;
+}
+
+void SocketArray::BindPersistent(std::int32_t index, std::int32_t port, const std::string& ip) {
+  Element* element = Find(index);
+  if (element == nullptr) return;
+  const auto local = Endpoint::Parse(ip.empty() ? kAllAddresses : ip, static_cast<std::uint16_t>(port));
+  if (!local) throw SystemError(EADDRNOTAVAIL);
+  element->local = *local;
+  element->localPort = port;
+  element->manner = TcpListener::Manner::kPersistentServer;
+}
+
+// 0, or the error of what failed.
+int SocketArray::Open(Element& element, TcpListener& listener) {
+  const int error = listener.Open(element.local, element.manner);
+  const bool hasNoIPv6 = error == EAFNOSUPPORT || error == EADDRNOTAVAIL;
+  if (!hasNoIPv6 || element.local.Text() != kAllAddresses) return error;
+  element.local = Endpoint(0, element.local.Port());
+  return listener.Open(element.local, element.manner);
 }
 
 std::shared_ptr<TcpListener> SocketArray::Keep(std::int32_t index) {
@@ -144,18 +167,19 @@ void SocketArray::Listen(std::int32_t index, std::shared_ptr<TcpListener> kept) 
   if (element->localPort < 0 || element->localPort > 65535) throw SystemError(EADDRNOTAVAIL);
   if (element->state != SocketState::kClosed) throw SystemError(EINVAL);
   const auto cookie = static_cast<std::uint64_t>(index);
-  if (kept && kept->Cookie() == cookie && kept->ListensOn(element->local)) {
+  const bool isSame = kept && kept->Cookie() == cookie && kept->OpenedAs() == element->manner;
+  if (isSame && kept->ListensOn(element->local)) {
     element->listener = std::move(kept);
   } else {
     auto listener = std::make_shared<TcpListener>(loop_, static_cast<TcpListener::Client&>(*this), cookie);
-    int error = listener->Open(element->local, TcpListener::Manner::kServer);
+    int error = Open(*element, *listener);
     if (kept && error != 0 && error != EADDRINUSE) {  // the old one is not in its way, and better than none
       element->listener = std::move(kept);
       SetState(*element, SocketState::kListening);
       throw SystemError(error);
     }
     if (kept) kept->Close();
-    if (kept && error == EADDRINUSE) error = listener->Open(element->local, TcpListener::Manner::kServer);
+    if (kept && error == EADDRINUSE) error = Open(*element, *listener);
     loop_.DeleteLater(std::move(kept));
     if (error != 0) throw SystemError(error);
     element->listener = std::move(listener);
@@ -301,6 +325,28 @@ void SocketArray::AnswerPending(std::int32_t index, bool pending) {
   if (element == nullptr) return;
   element->connection->AnswerPending(pending);
   FollowPeer(*element);
+}
+
+void SocketArray::OneAtATime(std::int32_t index) {
+  if (Element* element = FindConnected(index)) element->connection->OneAtATime(true);
+}
+
+void SocketArray::PutBack(std::int32_t index, std::string_view bytes) {
+  if (Element* element = FindConnected(index)) element->connection->PutBack(bytes);
+}
+
+void SocketArray::NextRequest(std::int32_t index) {
+  if (Element* element = FindConnected(index)) element->generation = ++lastGeneration_;
+}
+
+bool SocketArray::HasPeerEnded(std::int32_t index) const {
+  const Element* element = Find(index);
+  return element == nullptr || element->state != SocketState::kConnected || element->connection->HasPeerEnded();
+}
+
+std::int64_t SocketArray::SentBytes(std::int32_t index) const {
+  const Element* element = Find(index);
+  return element != nullptr && element->state == SocketState::kConnected ? element->connection->SentBytes() : 0;
 }
 
 void SocketArray::InputMayCome(std::int32_t index, bool mayCome) {

@@ -106,6 +106,9 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   // for a text that is no IPv4 address.
   void LocalPort(std::int32_t index, std::int32_t port);
   void Bind(std::int32_t index, std::int32_t port, const std::string& ip);
+  // The same for connections that carry several answers, and for addresses of either family; "" is all addresses of
+  // both, or of IPv4 where the system has no other. Raises Error 10049 for another text that is no address.
+  void BindPersistent(std::int32_t index, std::int32_t port, const std::string& ip);
   // Takes the kernel's listening socket off the element, which is closed then, so that it outlives the renewal of the
   // element: clients that have connected and not sent anything are in that socket's backlog alone. Nothing when the
   // element does not listen.
@@ -140,6 +143,17 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   // element carries no connection or is sending already, and the socket error when the peer is known to have gone.
   void SendData(std::int32_t index, Answer answer, AfterSend after = AfterSend::kStaysOpen);
 
+  // The connection carries one request after the other: while an answer is made or sent nothing is read. Until it is
+  // closed.
+  void OneAtATime(std::int32_t index);
+  // What has come of the next request: it is reported again, before anything else, when the answer has gone.
+  void PutBack(std::int32_t index, std::string_view bytes);
+  // The next request of the connection begins: the element gets a new generation.
+  void NextRequest(std::int32_t index);
+  bool HasPeerEnded(std::int32_t index) const;
+  // How much of the answer that is on its way the kernel has taken, 0 when there is none.
+  std::int64_t SentBytes(std::int32_t index) const;
+
   // While set, an answer is being produced: an element whose peer closes its side stays connected, for a client may
   // send its request and close its side before it reads. Cleared: the state follows.
   void AnswerPending(std::int32_t index, bool pending);
@@ -165,6 +179,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
     SocketState state = SocketState::kClosed;
     std::uint64_t generation = 0;
     Endpoint local;
+    TcpListener::Manner manner = TcpListener::Manner::kServer;
     std::int32_t localPort = 0;                 // as it was given; one that is none is refused by Listen
     std::shared_ptr<TcpListener> listener;      // while kListening
     std::shared_ptr<TcpConnection> connection;  // open while kConnected; kept for the next one
@@ -195,6 +210,7 @@ class SocketArray : private TcpConnection::Client, private TcpListener::Client {
   std::int32_t Lowest(const IndexSet& set, std::int32_t from, std::int32_t to) const;
   void SetState(Element& element, SocketState state);
   void Shut(Element& element);
+  static int Open(Element& element, TcpListener& listener);
   void FollowPeer(Element& element);
   void ReadFirst(Element& element);
   void Pause(TcpListener& listener);

@@ -69,6 +69,7 @@ void TcpConnection::Close() {
   peerEnded_ = false;
   inputMayCome_ = true;
   drained_ = true;
+  oneAtATime_ = false;
   putBack_.clear();
   fetching_ = {};
   outgoing_.reset();
@@ -102,7 +103,7 @@ void TcpConnection::Fail(int error) {
 // ---- What the loop waits for, and what it means.
 
 std::uint32_t TcpConnection::WantedEvents() const {
-  const std::uint32_t input = peerEnded_ ? 0u : std::uint32_t{EPOLLIN};
+  const std::uint32_t input = MayRead() ? std::uint32_t{EPOLLIN} : 0u;
   switch (state_) {
     case State::kConnecting:
       return EPOLLOUT;
@@ -163,11 +164,12 @@ void TcpConnection::FinishConnecting() {
 void TcpConnection::Serve(std::uint32_t events) {
   const std::uint64_t life = life_;
   const bool broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
-  if (broken && peerEnded_) return Fail(ECONNRESET);
+  if (broken && !MayRead()) return Fail(ECONNRESET);
   if (state_ == State::kSending && (broken || (events & EPOLLOUT) != 0) && !Write()) return;
   if (life_ == life && state_ == State::kSent) FinishSend();
-  if (life_ == life && !peerEnded_ && (broken || (events & EPOLLIN) != 0)) Read();
+  if (life_ == life && MayRead() && (broken || (events & EPOLLIN) != 0)) Read();
   if (life_ == life && state_ == State::kSent) FinishSend();
+  if (life_ == life && state_ == State::kReceiving && !putBack_.empty()) ReadPutBackSoon();
   if (life_ == life && !Watch()) Fail(ENOBUFS);
 }
 
@@ -203,6 +205,13 @@ void TcpConnection::Read() {
   } else {
     Fail(errno);
   }
+}
+
+// In a turn of its own, so that a client that sends its requests together does not keep the others waiting.
+void TcpConnection::ReadPutBackSoon() {
+  loop_.Post(this, [this, life = life_] {
+    if (life_ == life && state_ == State::kReceiving) Serve(EPOLLIN);
+  });
 }
 
 void TcpConnection::AnswerPending(bool pending) {

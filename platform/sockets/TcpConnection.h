@@ -101,6 +101,9 @@ class TcpConnection final : private LoopClient {
   // The bytes of the next request, which were read with this one: they are reported again before any others. Fetch them
   // with ReadNow.
   void PutBack(std::string_view bytes) { putBack_.insert(0, bytes); }
+  // While an answer is made or sent nothing is read: the bytes of the next request stay where they are until it is
+  // their turn. Default: false, and then all is reported as it arrives.
+  void OneAtATime(bool value) { oneAtATime_ = value; }
   // An answer is being made, or no longer.
   void AnswerPending(bool pending);
   // Whether the peer may still send something that belongs to its request. While set, and whenever bytes are left
@@ -112,6 +115,9 @@ class TcpConnection final : private LoopClient {
   // Hands over a whole answer. With `closeFollows` the last bytes wait for the end that OnSent will bring. 0, or the
   // error: ENOTCONN when it is not open, or an answer is on its way.
   int Send(Answer answer, bool closeFollows);
+
+  // How much of the answer that is on its way the kernel has taken, 0 when there is none.
+  std::int64_t SentBytes() const { return outgoing_ ? outgoing_->SentBytes() : 0; }
 
   // ---- The end.
 
@@ -131,6 +137,8 @@ class TcpConnection final : private LoopClient {
   int StartFetching();
   Task<> GoOnAfter(Task<> given);
   void FinishSend();
+  bool MayRead() const { return !peerEnded_ && (state_ == State::kReceiving || !oneAtATime_); }
+  void ReadPutBackSoon();
   void Drop();
   void Fail(int error);
   bool HasUnread() const;
@@ -148,6 +156,7 @@ class TcpConnection final : private LoopClient {
   Endpoint peer_;
   bool peerEnded_ = false;
   bool inputMayCome_ = true;
+  bool oneAtATime_ = false;
   bool drained_ = true;  // the last read took all there was
   std::string putBack_;
   std::unique_ptr<Outgoing> outgoing_;  // while kSending or kFetching

@@ -1,5 +1,6 @@
 #include "platform/sockets/TcpListener.h"
 
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/epoll.h>
@@ -50,11 +51,16 @@ int TcpListener::Open(const Endpoint& own, Manner manner) {
   UniqueDescriptor listener(socket(own.Family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!listener.IsOpen()) return errno;
   SetOption(listener.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
-  if (manner == Manner::kServer) PrepareServer(listener.Get());
+  if (manner != Manner::kPlain) PrepareServer(listener.Get());
+  if (manner == Manner::kPersistentServer) {
+    SetOption(listener.Get(), IPPROTO_TCP, TCP_NODELAY, 1);
+    if (!own.IsIPv4()) SetOption(listener.Get(), IPPROTO_IPV6, IPV6_V6ONLY, 0);
+  }
   if (bind(listener.Get(), own.Name(), own.NameSize()) != 0 || listen(listener.Get(), SOMAXCONN) != 0) return errno;
   watch_ = loop_.Watch(listener.Get(), EPOLLIN, *this);
   if (watch_ == 0) return ENOBUFS;
   socket_ = std::move(listener);
+  manner_ = manner;
   return 0;
 }
 

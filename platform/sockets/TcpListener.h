@@ -32,8 +32,10 @@ class TcpListener final : private LoopClient {
   // cache. Half of it is no less than a segment can be: the kernel may hold back so much until more comes (MSG_MORE).
   static constexpr int kUnsentBytes = 128 * 1024;
 
-  // kServer: for connections whose peer speaks first and gets an answer; the options above are theirs. kPlain: none.
-  enum class Manner { kServer, kPlain };
+  // kServer: for connections whose peer speaks first and gets an answer; the options above are theirs.
+  // kPersistentServer: the same, for connections that carry several answers: what does not fill a segment leaves at
+  // once (TCP_NODELAY, tcp(7)); an IPv6 address "::" has all IPv4 ones in it. kPlain: none.
+  enum class Manner { kServer, kPersistentServer, kPlain };
 
   class Client {
    public:
@@ -62,6 +64,8 @@ class TcpListener final : private LoopClient {
   bool IsOpen() const { return socket_.IsOpen(); }
   // Whether it listens on this address and port and its socket has no error.
   bool ListensOn(const Endpoint& own) const;
+  // In which manner it was opened.
+  Manner OpenedAs() const { return manner_; }
   std::optional<Endpoint> Own() const { return Endpoint::OwnOf(socket_.Get()); }
   int Descriptor() const { return socket_.Get(); }
 
@@ -81,6 +85,7 @@ class TcpListener final : private LoopClient {
   LoopCore& loop_;
   Client& client_;
   const std::uint64_t cookie_;
+  Manner manner_ = Manner::kPlain;
   UniqueDescriptor socket_{-1};
   WatchId watch_ = 0;
   Timer pause_;  // runs while the listener is paused

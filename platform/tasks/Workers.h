@@ -36,8 +36,8 @@ class Workers {
   static constexpr std::int32_t kMaxThreads = 4;
   static constexpr std::int32_t kMaxOfAKind = 3;
 
-  enum class Kind { kNames, kFiles, kPrograms };
-  static constexpr std::size_t kKinds = 3;
+  enum class Kind { kNames, kFiles, kPrograms, kPasswords };
+  static constexpr std::size_t kKinds = 4;
 
   explicit Workers(EventLoop& loop);
   Workers(const Workers&) = delete;
