@@ -25,5 +25,39 @@ set(SOURCES
   VariableEcho.cpp
   cls_CGI.cpp
   cls_ErrorFiles.cpp
-  cls_HTTP.cpp)
+  cls_HTTP.cpp
+  modern/AcceptField.cpp
+  modern/Authority.cpp
+  modern/BasicCredentials.cpp
+  modern/BodyFraming.cpp
+  modern/ByteRange.cpp
+  modern/ChunkedBody.cpp
+  modern/CombinedLog.cpp
+  modern/ContentTypeTable.cpp
+  modern/ContentTypesFromM.cpp
+  modern/ContentTypesToL.cpp
+  modern/EntityTag.cpp
+  modern/FieldTexts.cpp
+  modern/FieldValues.cpp
+  modern/FileChoice.cpp
+  modern/HeadParser.cpp
+  modern/HeadScanner.cpp
+  modern/HostFields.cpp
+  modern/HtmlListing.cpp
+  modern/HtmlText.cpp
+  modern/HttpDate.cpp
+  modern/JsonListing.cpp
+  modern/LinkText.cpp
+  modern/ListingOrder.cpp
+  modern/ListingPage.cpp
+  modern/ListingRows.cpp
+  modern/PasswordFile.cpp
+  modern/Preconditions.cpp
+  modern/Request.cpp
+  modern/RequestLine.cpp
+  modern/RequestReader.cpp
+  modern/ResponseHead.cpp
+  modern/StatusText.cpp
+  modern/TargetPath.cpp
+  modern/Utf8.cpp)
 set(PUBLIC_HEADERS Enumerations.h)
