@@ -288,6 +288,36 @@ void Tessel::WriteProperties(PropertyBag& bag) const { WriteSettings(bag, Enter(
 
 // ---- Beyond the interface.
 
+e_HTTPMode Tessel::HTTPMode() const { return Enter(core_)->state.settings.HTTPMode; }
+void Tessel::HTTPMode(e_HTTPMode value) {
+  Let(core_, "HTTPMode", [&](Settings& settings) { settings.SetHTTPMode(static_cast<std::int32_t>(value)); });
+}
+
+std::int32_t Tessel::ClientTimeout() const { return Enter(core_)->state.settings.ClientTimeout; }
+void Tessel::ClientTimeout(std::int32_t value) {
+  Let(core_, "ClientTimeout", [&](Settings& settings) { settings.SetClientTimeout(value); });
+}
+
+std::int32_t Tessel::KeepAliveTimeout() const { return Enter(core_)->state.settings.KeepAliveTimeout; }
+void Tessel::KeepAliveTimeout(std::int32_t value) {
+  Let(core_, "KeepAliveTimeout", [&](Settings& settings) { settings.SetKeepAliveTimeout(value); });
+}
+
+std::int32_t Tessel::MaxHeaderBytes() const { return Enter(core_)->state.settings.MaxHeaderBytes; }
+void Tessel::MaxHeaderBytes(std::int32_t value) {
+  Let(core_, "MaxHeaderBytes", [&](Settings& settings) { settings.SetMaxHeaderBytes(value); });
+}
+
+std::string Tessel::CGIFileTypes() const { return Enter(core_)->state.settings.CGIFileTypes; }
+void Tessel::CGIFileTypes(const std::string& value) {
+  Let(core_, "CGIFileTypes", [&](Settings& settings) { settings.CGIFileTypes = WithoutBlanks(value); });
+}
+
+std::string Tessel::Charset() const { return Enter(core_)->state.settings.Charset; }
+void Tessel::Charset(const std::string& value) {
+  Let(core_, "Charset", [&](Settings& settings) { settings.Charset = Trim(value); });
+}
+
 std::string Tessel::ApplicationFolder() const { return Enter(core_)->state.applicationFolder; }
 void Tessel::ApplicationFolder(const std::string& value) {
   const auto core = Enter(core_);

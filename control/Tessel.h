@@ -1,5 +1,6 @@
 // The control: a web server that lives inside the program that makes it. It speaks HTTP/1.0 (RFC 1945), GET and POST,
-// one request a connection, and serves on the thread and in the event loop of its host.
+// one request a connection, or HTTP/1.1 where HTTPMode says so, and serves on the thread and in the event loop of its
+// host.
 //
 //   TesselServer::EventLoop loop;
 //   TesselServer::Tessel tessel(loop);
@@ -279,6 +280,37 @@ class Tessel {
 
   // Raised by ShowAboutBox with "Tessel" and Version.
   Event<const std::string&, const std::string&> AboutBox;
+
+  // (start) How the control speaks with its clients. Default: Classic. Another number leaves it as it was. Like those
+  // below it is a property: it raises PropertyChanged and is kept in the bag under its name.
+  e_HTTPMode HTTPMode() const;
+  void HTTPMode(e_HTTPMode value);
+
+  // What follows has its effect in the mode Modern alone, and can be set and read in every mode. A value out of range
+  // leaves the property as it was. All take effect with the next connection.
+
+  // How long a client may go without progress, in seconds, 0 to 86,400; 0 = for ever: with its whole header block from
+  // the first byte on, between two pieces of a body, and between two pieces of an answer that it takes, then twice as
+  // long at most. Default: 30.
+  std::int32_t ClientTimeout() const;
+  void ClientTimeout(std::int32_t value);
+
+  // How long a connection waits for its next request, in seconds, 0 to 86,400; 0 = each connection ends with its
+  // answer. Default: 15.
+  std::int32_t KeepAliveTimeout() const;
+  void KeepAliveTimeout(std::int32_t value);
+
+  // How long a request line and its header fields may be together, in bytes, 1,024 to 1,048,576. Default: 65,536.
+  std::int32_t MaxHeaderBytes() const;
+  void MaxHeaderBytes(std::int32_t value);
+
+  // Extensions of files that are programs, separated by commas. Blanks are removed. Default: "exe,cgi".
+  std::string CGIFileTypes() const;
+  void CGIFileTypes(const std::string& value);
+
+  // The charset that is added to the type of a text that names none, "" for none. Default: "utf-8".
+  std::string Charset() const;
+  void Charset(const std::string& value);
 
   // The folder that is served where VirtualPath is "", and below which error pages are looked up
   // ("html/errors/http404.html"). Default: the folder of the program file.

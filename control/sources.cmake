@@ -2,9 +2,11 @@ set(SOURCES
   Tessel.cpp
   answer/AccessLog.cpp
   answer/AnswerCalls.cpp
+  answer/Answering.cpp
   answer/Authentication.cpp
   answer/Dispatch.cpp
   answer/HostAnswers.cpp
+  answer/LinkRule.cpp
   answer/Listing.cpp
   answer/LogStamp.cpp
   answer/PasswordSearch.cpp
@@ -13,16 +15,27 @@ set(SOURCES
   answer/Sending.cpp
   answer/SlotTarget.cpp
   answer/Trapping.cpp
+  classic/Classic.cpp
   connection/BlankLineFinder.cpp
   connection/Connections.cpp
   connection/HeaderFields.cpp
   connection/Reception.cpp
   connection/RequestLine.cpp
   life/Lifecycle.cpp
+  life/Manners.cpp
   life/Persistence.cpp
   life/Reporter.cpp
   life/Settings.cpp
   life/TesselCore.cpp
-  life/TimeOuts.cpp)
+  life/TimeOuts.cpp
+  modern/Deadlines.cpp
+  modern/GuardSearch.cpp
+  modern/ModernAdmission.cpp
+  modern/ModernAnswers.cpp
+  modern/ModernInput.cpp
+  modern/ModernListing.cpp
+  modern/ModernManner.cpp
+  modern/ModernTarget.cpp
+  modern/PasswordMemory.cpp)
 set(PUBLIC_HEADERS
   Tessel.h)

@@ -90,6 +90,7 @@ class CommandLine {
     AddContent();
     AddPages();
     AddLimits();
+    AddModern();
     AddProtection();
     AddTrapping();
     AddProgram();
@@ -186,6 +187,23 @@ class CommandLine {
     AddNumber("--workers", options_.workers, kWorkersRange,
               "Threads for what has to be waited for: starts of programs, names of clients,\n"
               "slow disks; 0 has the server wait (default: 4)");
+  }
+
+  void AddModern() {
+    group_ = "Manner of speaking";
+    AddChoice<e_HTTPMode>("--http-mode", options_.httpMode,
+                          {{"classic", e_HTTPMode::Classic}, {"modern", e_HTTPMode::Modern}},
+                          "classic: HTTP/1.0, one request a connection; modern: HTTP/1.1 for today's\nclients "
+                          "(default: classic). What follows counts in modern alone");
+    AddNumber("--client-timeout", options_.clientTimeout, kClientRange,
+              "Seconds that a client may go without progress, 0 for ever (default: 30)");
+    AddNumber("--keep-alive-timeout", options_.keepAliveTimeout, kClientRange,
+              "Seconds that a connection waits for its next request, 0: it ends with its\nanswer (default: 15)");
+    AddNumber("--max-header-bytes", options_.maxHeaderBytes, kMaxHeaderBytesRange,
+              "Bytes of a request line and its header fields together (default: 65536)");
+    AddText("--cgi-file-types", "L", options_.cgiFileTypes,
+            "The extensions of programs, comma between (default: exe,cgi)");
+    AddText("--charset", "T", options_.charset, "The charset of texts that name none, '' for none (default: utf-8)");
   }
 
   void AddProtection() {

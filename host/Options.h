@@ -68,6 +68,12 @@ struct Options {
   std::optional<std::int64_t> maxUnsentPageBytes;
   std::optional<std::int32_t> maxPrograms;
   std::optional<std::int32_t> workers;
+  std::optional<e_HTTPMode> httpMode;
+  std::optional<std::int32_t> clientTimeout;
+  std::optional<std::int32_t> keepAliveTimeout;
+  std::optional<std::int32_t> maxHeaderBytes;
+  std::optional<std::string> cgiFileTypes;
+  std::optional<std::string> charset;
   std::vector<ContentTypeEntry> contentTypes;  // --content-type, in the order given
 };
 

@@ -21,6 +21,8 @@ inline constexpr Range kMinutesRange{0, 2'000'000'000};
 inline constexpr Range kMaxConnectionsRange{2, 10'000};
 inline constexpr Range kMaxBodyBytesRange{0, std::numeric_limits<std::int32_t>::max()};
 inline constexpr Range kMaxProgramsRange{1, 1000};
+inline constexpr Range kClientRange{0, 86'400};
+inline constexpr Range kMaxHeaderBytesRange{1024, 1'048'576};
 inline constexpr Range kWorkersRange{0, 4};
 inline constexpr Range kTotalBytesRange{0, std::numeric_limits<std::int64_t>::max()};  // over all connections
 

@@ -29,8 +29,16 @@ struct NumberKey {
   Range range;
 };
 constexpr NumberKey kNumberKeys[] = {
-    {"CGITimeout", kSecondsRange}, {"ServerPort", kServerPortRange}, {"ServerMaxConnections", kMaxConnectionsRange},
-    {"ContentTypeSource", {0, 2}}, {"AuthenticationSource", {0, 3}}, {"ConnectionTimeout", kMinutesRange},
+    {"CGITimeout", kSecondsRange},
+    {"ServerPort", kServerPortRange},
+    {"ServerMaxConnections", kMaxConnectionsRange},
+    {"ContentTypeSource", {0, 2}},
+    {"AuthenticationSource", {0, 3}},
+    {"ConnectionTimeout", kMinutesRange},
+    {"HTTPMode", {0, 1}},
+    {"ClientTimeout", kClientRange},
+    {"KeepAliveTimeout", kClientRange},
+    {"MaxHeaderBytes", kMaxHeaderBytesRange},
 };
 
 constexpr const char* kTextKeys[] = {
@@ -43,6 +51,8 @@ constexpr const char* kTextKeys[] = {
     "VirtualPath",
     "TrapFileTypes",
     "ServerName",
+    "CGIFileTypes",
+    "Charset",
 };
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
@@ -139,6 +149,8 @@ void ApplyTexts(Tessel& tessel, const Options& options) {
   if (options.cgiDirectory) tessel.CGIDirectory(Absolute(*options.cgiDirectory));
   if (options.indexPageNames) tessel.IndexPageNames(*options.indexPageNames);
   if (options.trapFileTypes) tessel.TrapFileTypes(*options.trapFileTypes);
+  if (options.cgiFileTypes) tessel.CGIFileTypes(*options.cgiFileTypes);
+  if (options.charset) tessel.Charset(*options.charset);
 }
 
 void ApplyNumbers(Tessel& tessel, const Options& options) {
@@ -148,6 +160,10 @@ void ApplyNumbers(Tessel& tessel, const Options& options) {
   if (options.cgiTimeout) tessel.CGITimeout(*options.cgiTimeout);
   if (options.maxConnections) tessel.MaxConnections(*options.maxConnections);
   if (options.connectionTimeout) tessel.ConnectionTimeout(*options.connectionTimeout);
+  if (options.httpMode) tessel.HTTPMode(*options.httpMode);
+  if (options.clientTimeout) tessel.ClientTimeout(*options.clientTimeout);
+  if (options.keepAliveTimeout) tessel.KeepAliveTimeout(*options.keepAliveTimeout);
+  if (options.maxHeaderBytes) tessel.MaxHeaderBytes(*options.maxHeaderBytes);
   if (options.maxBodyBytes) tessel.MaxBodyBytes(*options.maxBodyBytes);
   if (options.maxBodyBytesTotal) tessel.MaxBodyBytesTotal(*options.maxBodyBytesTotal);
   if (options.maxUnsentPageBytes) tessel.MaxUnsentPageBytes(*options.maxUnsentPageBytes);

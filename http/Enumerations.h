@@ -20,4 +20,10 @@ enum class e_AuthSource : std::int32_t {
   DomainACL = 3,      // protects nothing
 };
 
+// How the control speaks with its clients.
+enum class e_HTTPMode : std::int32_t {
+  Classic = 0,  // HTTP/1.0, one request a connection
+  Modern = 1,   // HTTP/1.1 as today's clients expect it
+};
+
 }  // namespace TesselServer

@@ -6,6 +6,8 @@
 #include <string>
 
 #include "http/RequestInfo.h"
+#include "platform/files/FileSystem.h"
+#include "platform/tasks/Task.h"
 
 namespace TesselServer {
 
@@ -26,6 +28,11 @@ class ParentControl {
   // Whether the page in the making may take `bytes` more of memory, for its file, what is put into it, or what that is
   // read from. Once this says no the page is of no use any more.
   virtual bool PageMayTake(std::int64_t /*bytes*/) { return true; }
+
+  // Whether there are files that not every client may have: then MayInclude says it of one, before it becomes a part of
+  // a page. `found` outlives the task.
+  virtual bool GuardsFiles() const { return false; }
+  virtual Task<bool> MayInclude(const FoundEntry& /*found*/) { co_return true; }
 
   // The values of the request that an answer is made for: asked for when the first of them is needed.
   virtual RequestInfo Request() const { return {}; }

@@ -23,6 +23,7 @@ struct RequestInfo {
   std::string ContentType;        // header "Content-Type"
   std::string RequestMethod;      // "GET" or "POST"
   std::string RemoteUser;         // authenticated user
+  std::string AuthType = "Basic";
 };
 
 }  // namespace TesselServer

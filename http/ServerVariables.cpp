@@ -30,7 +30,7 @@ struct Variable {
 };
 
 constexpr std::array<Variable, kServerVariableCount> kVariables = {{
-    {"AUTH_TYPE", [](const Context&) { return std::string("Basic"); }},
+    {"AUTH_TYPE", [](const Context& from) { return from.request.AuthType; }},
     {"CONTENT_LENGTH", [](const Context& from) { return from.request.ContentLength; }},
     {"CONTENT_TYPE", [](const Context& from) { return from.request.ContentType; }},
     {"GATEWAY_INTERFACE", [](const Context&) { return std::string("CGI/1.1"); }},

@@ -220,6 +220,13 @@ Task<void> cls_HTTP::MakeAnswer(FoundEntry found, std::string_view File, const A
   return FileAnswer(std::move(found), path, head, answer);
 }
 
+Task<void> cls_HTTP::MakePageOf(FoundEntry found, Answer& answer) {
+  documentName_ = found.name;
+  const FileIdentity identity = found.file.Identity();
+  if (auto page = KnownContents(found.file, kMaxPageBytes)) return MakePage(std::move(page), identity, kNoHead, answer);
+  return ReadPage(std::move(found.file), kNoHead, answer);
+}
+
 Task<void> cls_HTTP::OpenedFile(FoundEntry found, std::string path, const AnswerHead& head, Answer& answer) {
   auto opening = OpenPathInTurns(path, turns_);
   found.file = co_await opening;
@@ -391,6 +398,7 @@ cls_HTTP::Inclusion cls_HTTP::Include(std::string name) {
   inclusion.found = FindAtOnce(settings_->virtualPath, inclusion.name);
   inclusion.isPending = !inclusion.found || MayInclude(*inclusion.found);
   if (!inclusion.found || !inclusion.isPending || IsProgramName(inclusion.found->name)) return inclusion;
+  if (parentControl_ != nullptr && parentControl_->GuardsFiles()) return inclusion;
   if (settings_->root) settings_->root->Remember(*inclusion.found);
   Page::SharedText text = KnownContents(inclusion.found->file, room.bytes);
   if (!text || !IsShortAndPlain(*text, turns_)) return inclusion;
@@ -400,12 +408,19 @@ cls_HTTP::Inclusion cls_HTTP::Include(std::string name) {
 }
 
 Task<void> cls_HTTP::FinishInclusion(Inclusion& inclusion) {
-  if (!inclusion.found) {
+  bool isNew = !inclusion.found;
+  if (isNew) {
     auto search = FindFile(settings_->virtualPath, inclusion.name);
     inclusion.found = co_await search;
     if (!MayInclude(*inclusion.found)) co_return;
-    if (settings_->root && !IsProgramName(inclusion.found->name)) settings_->root->Remember(*inclusion.found);
   }
+  if (parentControl_ != nullptr && parentControl_->GuardsFiles()) {
+    auto asking = parentControl_->MayInclude(*inclusion.found);
+    const bool isAdmitted = co_await asking;
+    if (!isAdmitted) co_return;
+    isNew = true;
+  }
+  if (isNew && settings_->root && !IsProgramName(inclusion.found->name)) settings_->root->Remember(*inclusion.found);
   const FoundEntry& found = *inclusion.found;
   Page::SharedText text;
   if (IsProgramName(found.name)) {

@@ -258,6 +258,9 @@ class cls_HTTP {
   // the task.
   Task<void> MakeAnswer(FoundEntry found, std::string_view File, const AnswerHead& head, Answer& answer);
 
+  // The same for a file that is known to be a page, whatever its name, and without a header: `answer` gets its text.
+  Task<void> MakePageOf(FoundEntry found, Answer& answer);
+
   // Whether the open `file`, whose name is `name`, goes out as it is on disk, for every client: it is a file, no
   // program, not of type "text/html", and its name is without "%20".
   bool IsPlain(const OpenFile& file, std::string_view name) const { return PlainType(file, name).has_value(); }

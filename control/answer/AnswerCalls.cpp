@@ -9,8 +9,8 @@
 namespace TesselServer {
 
 AnswerCalls::AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, Slot& slot,
-                         cls_HTTP& record)
-    : state_(state), index_(Index), generation_(generation), slot_(slot), record_(record) {
+                         cls_HTTP& record, FileGuard guard)
+    : state_(state), index_(Index), generation_(generation), slot_(slot), record_(record), guard_(std::move(guard)) {
   record_.Runner(this);
   record_.ParentControl(this);
 }
@@ -45,6 +45,12 @@ bool AnswerCalls::FunctionWasAnswered(std::int32_t Index) const {
 bool AnswerCalls::PageMayTake(std::int64_t bytes) {
   if (IsWanted()) isTooLarge_ = !slot_.PageMemory.Grow(state_.pageMemory, bytes);
   return IsWanted();
+}
+
+Task<bool> AnswerCalls::MayInclude(const FoundEntry& found) {
+  if (!IsWanted() || !guard_) co_return false;
+  auto asking = guard_(found);
+  co_return co_await asking;
 }
 
 RequestInfo AnswerCalls::Request() const {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "control/life/ControlState.h"
@@ -18,8 +19,12 @@ namespace TesselServer {
 
 class AnswerCalls final : public ProgramRunner, public ParentControl {
  public:
-  // For the client that has connection `Index` in this `generation` of it.
-  AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, Slot& slot, cls_HTTP& record);
+  // Whether the client may have a file that its page includes.
+  using FileGuard = std::function<Task<bool>(const FoundEntry& found)>;
+
+  // For the client that has connection `Index` in this `generation` of it. Without a guard it may have every file.
+  AnswerCalls(ControlState& state, std::int32_t Index, std::uint64_t generation, Slot& slot, cls_HTTP& record,
+              FileGuard guard = {});
   AnswerCalls(const AnswerCalls&) = delete;
   AnswerCalls& operator=(const AnswerCalls&) = delete;
   ~AnswerCalls() override;
@@ -29,6 +34,8 @@ class AnswerCalls final : public ProgramRunner, public ParentControl {
                                                        const std::string& Unused, const std::string& Params) override;
   bool FunctionWasAnswered(std::int32_t Index) const override;
   bool PageMayTake(std::int64_t bytes) override;
+  bool GuardsFiles() const override { return guard_ != nullptr; }
+  Task<bool> MayInclude(const FoundEntry& found) override;
   RequestInfo Request() const override;
   void ReportProgram(const std::string& text) override;
 
@@ -44,6 +51,7 @@ class AnswerCalls final : public ProgramRunner, public ParentControl {
   std::uint64_t generation_;
   Slot& slot_;
   cls_HTTP& record_;
+  FileGuard guard_;
   bool isTooLarge_ = false;
 };
 

@@ -5,7 +5,6 @@
 #include <optional>
 #include <utility>
 
-#include "control/answer/AnswerCalls.h"
 #include "control/answer/Listing.h"
 #include "control/answer/RecordSetup.h"
 #include "control/answer/SlotTarget.h"
@@ -21,13 +20,6 @@ namespace {
 
 constexpr cls_HTTP::AnswerHead kOkHead{"200"};
 
-// The bytes of an answer's text that is in memory for this answer alone.
-std::int64_t OwnTextBytes(const Answer& answer) {
-  if (const auto* text = std::get_if<std::string>(&answer.body)) return static_cast<std::int64_t>(text->size());
-  const auto* shared = std::get_if<Answer::SharedBytes>(&answer.body);
-  return shared != nullptr && shared->use_count() == 1 ? answer.BodySize() : 0;
-}
-
 // One leading separator goes, unless nothing else is there: the root keeps its name.
 void DropLeadingSeparator(std::string& path) {
   if (path.size() > 1 && IsSeparator(path.front())) path.erase(0, 1);
@@ -39,21 +31,6 @@ PasswordSource SourceOf(const ControlState& state) {
 }
 
 }  // namespace
-
-// One call of SendWebPage. Holds on to what an event inside it could take away.
-struct Dispatch::Call {
-  std::int32_t index;
-  std::shared_ptr<SlotTable> slots;
-  Slot& slot;
-  std::uint64_t generation;
-  bool isForced;
-  std::shared_ptr<cls_HTTP> record = nullptr;
-  std::shared_ptr<const Admission> admission = nullptr;  // once it is known; null where nothing may guard the target
-  bool isTargetTaken = false;                            // the path has lost its leading separator
-  bool handedOver = false;                               // the socket has taken an answer: there is never a second one
-
-  bool IsGranted() const { return !admission || admission->granted; }
-};
 
 // ---- The target.
 
@@ -143,66 +120,8 @@ void Dispatch::OfferToHost(std::int32_t Index, Slot& slot) {
 
 // ---- The making of an answer.
 
-void Dispatch::SendWebPage(std::int32_t Index, std::string_view StatusCode, bool ForceStatus) {
-  const auto slots = state_.slots;
-  Slot* slot = slots ? slots->At(Index) : nullptr;
-  if (slot == nullptr) return;
-  state_.statistics.RequestCount += 1;
-  Call call{Index, slots, *slot, state_.sckWS.Generation(Index), ForceStatus};
-  slot->Enter(RequestPhase::kAnswering);
-  const bool isOnItsWay = state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] {
-    call.record = RecordOf(state_, *slot, Index);
-    Take(call, ForceStatus ? ForcedStep(call, StatusCode) : NextStep(call));
-  });
-  if (isOnItsWay) return;
-  if (CanStillAnswer(call)) {
-    if (state_.reporter.Trap(ErrorPrefix::kSendWebPage, [&] { Take(call, StepAfterFailure(call)); })) return;
-  }
-  Finish(call);
-}
+void Dispatch::Prepare(Call& call) { call.record = RecordOf(state_, call.slot, call.index); }
 
-// Delivers what is decided, or starts what has to come before.
-void Dispatch::Take(Call& call, Step step) {
-  if (auto* decision = std::get_if<Decision>(&step)) {
-    Deliver(call, *decision);
-    Finish(call);
-  } else {
-    Start(call.index, call.slot, AnswerInTurns(call, std::move(step)));
-  }
-}
-
-// Runs a task of the slot until it waits for the first time; from then on the slot owns it.
-void Dispatch::Start(std::int32_t Index, Slot& slot, Task<void> task) {
-  const auto slots = state_.slots;  // the slot may be given up inside an event
-  const std::uint64_t generation = state_.sckWS.Generation(Index);
-  state_.turns.Begin();
-  RunningTask running = RunningTask::Start(std::move(task));
-  if (!running.IsDone() && state_.sckWS.Generation(Index) == generation) slot.Making = std::move(running);
-}
-
-bool Dispatch::IsOver(const Call& call) const { return state_.sckWS.Generation(call.index) != call.generation; }
-
-bool Dispatch::CanStillAnswer(const Call& call) const { return !call.handedOver && call.record && !IsOver(call); }
-
-Task<void> Dispatch::AnswerInTurns(Call call, Step step) {
-  const AnswerCalls calls(state_, call.index, call.generation, call.slot, *call.record);
-  bool hasFailed = false;
-  for (;;) {
-    try {
-      if (hasFailed) step = StepAfterFailure(call);
-      for (Task<void> work = WorkFor(call, step); work; work = WorkFor(call, step)) co_await work;
-      if (calls.IsTooLarge()) step = TooLarge();
-      Deliver(call, std::get<Decision>(step));
-      break;
-    } catch (...) {
-      state_.reporter.ReportCurrent(ErrorPrefix::kSendWebPage);
-    }
-    if (std::exchange(hasFailed, true) || !CanStillAnswer(call)) break;
-  }
-  Finish(call);
-}
-
-// What has to be waited for before `step` is the next one; empty when it is the decision.
 Task<void> Dispatch::WorkFor(Call& call, Step& step) {
   if (std::holds_alternative<Decision>(step)) return {};
   if (std::holds_alternative<ErrorPageFor>(step)) return ErrorPage(call, step);
@@ -221,7 +140,7 @@ Task<void> Dispatch::WorkFor(Call& call, Step& step) {
 
 // ---- What the answer is.
 
-Dispatch::Step Dispatch::ForcedStep(Call& call, std::string_view statusCode) const {
+Dispatch::Step Dispatch::ForcedStep(Call& call, std::string_view statusCode) {
   RequestFields& request = call.slot.Fields();
   if (request.RequestPath.empty()) request.RequestPath = "/";  // so that the connection is closed after the answer
   return ErrorStep(call, statusCode, false);
@@ -255,7 +174,7 @@ Dispatch::Step Dispatch::ErrorStep(Call& call, std::string_view statusCode, bool
   return Decision{record.BuiltInErrorPage(statusCode), std::string(statusCode), logged};
 }
 
-Dispatch::Step Dispatch::StepAfterFailure(Call& call) const {
+Dispatch::Step Dispatch::StepAfterFailure(Call& call) {
   return ErrorStep(call, "500", !call.isForced && call.slot.NotTrapped);
 }
 
@@ -308,12 +227,6 @@ Task<void> Dispatch::AskAdmission(Call& call, Step& step) {
   step = NextStep(call);
 }
 
-Dispatch::Decision Dispatch::TooLarge() {
-  Decision decision;
-  decision.isTooLarge = true;
-  return decision;
-}
-
 Task<void> Dispatch::ErrorPage(Call& call, Step& step) {
   ErrorPageFor page = std::get<ErrorPageFor>(step);
   auto making = call.record->ErrorPage(page.status, true);
@@ -344,14 +257,11 @@ Task<void> Dispatch::PageAnswer(Call& call, Step& step) {
 
 // ---- The end.
 
-// Sends and logs; takes the answer.
 void Dispatch::Deliver(Call& call, Decision& decision) {
   if (IsOver(call)) return;
   const std::int64_t size = decision.answer.Size();
   if (size == 0 && !decision.isTooLarge) return;
-  const std::int64_t pageBytes = decision.isHostsData ? 0 : OwnTextBytes(decision.answer);
-  if (decision.isTooLarge || !call.slot.PageMemory.Resize(state_.pageMemory, pageBytes)) {
-    call.slot.PageMemory.Release();  // for those that are still being made
+  if (!TakesPageMemory(call, decision)) {
     decision.answer = {};
     const std::int64_t sent = sending_.ServerTooBusy(call.index);
     call.handedOver = sent > 0;
@@ -363,16 +273,6 @@ void Dispatch::Deliver(Call& call, Decision& decision) {
   if (!decision.logged) return;
   state_.statistics.BytesSent += static_cast<double>(size);
   if (!IsOver(call)) sending_.LogRequest(call.index, address, decision.status, size);
-}
-
-void Dispatch::Finish(Call& call) {
-  if (IsOver(call)) return;  // closed meanwhile, by an event or a failure
-  call.slot.Enter(RequestPhase::kSending);
-  call.slot.LetGoOfTarget();
-  call.slot.LetGoOfBody();  // not kept for as long as the answer takes to go out
-  call.slot.FunctionResult.reset();
-  if (call.record) call.record->EndRequest();
-  if (!call.handedOver) sending_.CloseConnection(call.index);
 }
 
 }  // namespace TesselServer

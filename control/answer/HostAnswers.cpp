@@ -74,7 +74,7 @@ void HostAnswers::TrapFileData(std::int32_t Index, const std::string& Data, bool
     slot->TrapData = Data;
     if (slot->TrapStatusCode.empty()) slot->TrapStatusCode = kDefaultStatus;
   }
-  dispatch_.SendWebPage(Index, "", false);
+  state_.manner->AnswerAsHostSays(Index);
 }
 
 void HostAnswers::TrapFileDataEX(std::int32_t Index, const std::string& Data, bool Process,
@@ -83,7 +83,7 @@ void HostAnswers::TrapFileDataEX(std::int32_t Index, const std::string& Data, bo
   Slot& slot = Require(Index);
   if (slot.Phase() != RequestPhase::kOfferedToHost) return;
   slot.TrapHeaderField = NormaliseHeaderField(HeaderField);
-  slot.TrapStatusCode = NormaliseStatusCode(StatusCode);
+  slot.TrapStatusCode = state_.manner->StatusOfHost(StatusCode);
   TrapFileData(Index, Data, Process, ContentType);
 }
 
@@ -113,9 +113,8 @@ std::string HostAnswers::CGIValue(std::int32_t Index, const std::string& Variabl
 }
 
 std::string HostAnswers::HTTPHeader(std::int32_t Index, const std::string& HeaderField) {
-  const std::string& header = Require(Index).Fields().RequestHeader;
-  const std::string_view field = Trim(HeaderField);
-  return field.empty() ? header : HeaderValue(header, field);
+  const Slot& slot = Require(Index);
+  return state_.slots->TheManner().HeaderField(slot, Trim(HeaderField));  // a start may be about to choose another
 }
 
 std::string HostAnswers::RequestBody(std::int32_t Index) {

@@ -1,7 +1,7 @@
 // What a host asks about a request and how it answers one: the methods of the interface that name a connection.
 //
 // Thread:    the host's thread.
-// Ownership: keeps references to the control's state and its dispatch part.
+// Ownership: keeps a reference to the control's state.
 // Errors:    as documented for each method of the control.
 #pragma once
 
@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 
-#include "control/answer/Dispatch.h"
 #include "control/life/ControlState.h"
 
 namespace TesselServer {
@@ -27,7 +26,7 @@ std::string HeaderValue(const std::string& header, std::string_view field);
 
 class HostAnswers {
  public:
-  HostAnswers(ControlState& state, Dispatch& dispatch) : state_(state), dispatch_(dispatch) {}
+  explicit HostAnswers(ControlState& state) : state_(state) {}
 
   void ReturnData(std::int32_t Index, const std::string& mData);
   void TrapFileData(std::int32_t Index, const std::string& Data, bool Process, const std::string& ContentType);
@@ -51,7 +50,6 @@ class HostAnswers {
   Slot& Require(std::int32_t Index);
 
   ControlState& state_;
-  Dispatch& dispatch_;
 };
 
 }  // namespace TesselServer

@@ -5,34 +5,13 @@
 #include <memory>
 #include <utility>
 
+#include "control/answer/LinkRule.h"
 #include "control/answer/SlotTarget.h"
 #include "files/cls_DirListing.h"
-#include "platform/tasks/Turns.h"
 
 namespace TesselServer {
 
 namespace {
-
-// What decides whether a link is listed, as it was when the listing began.
-struct LinkRule {
-  std::shared_ptr<const RootFolder> root;
-  std::shared_ptr<const SecretFiles> secrets;
-  std::string folder;
-  Turns* turns;
-};
-
-Task<bool> IsServed(const LinkRule& rule, std::string name, FileIdentity target) {
-  const std::string path = rule.folder + "/" + name;
-  auto entry = rule.root->FindAtOnce(path);
-  if (!entry) {
-    auto search = rule.root->FindInTurns(path, rule.turns);
-    entry = co_await search;
-  }
-  if (!entry->readable || entry->file.Identity() != target) co_return false;
-  auto check = rule.secrets->ContainsInTurns(*entry, rule.turns);
-  const bool isSecret = co_await check;
-  co_return !isSecret;
-}
 
 // `links` outlives the rules.
 Task<ListingRules> RulesFor(std::string authFileName, std::string passwordFile, const LinkRule& links) {
@@ -42,7 +21,7 @@ Task<ListingRules> RulesFor(std::string authFileName, std::string passwordFile, 
   const PathIdentity passwords = co_await identifying;
   if (passwords.state == PathIdentity::State::kFound) rules.neverListed = passwords.identity;
   rules.linkIsServed = [&links](std::string name, FileIdentity target) {
-    return IsServed(links, std::move(name), target);
+    return LinkIsServed(links, std::move(name), target);
   };
   co_return rules;
 }

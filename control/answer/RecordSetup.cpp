@@ -57,6 +57,7 @@ RequestInfo RequestInfoOf(ControlState& state, Slot& slot, std::int32_t Index, s
   info.ContentType = request.RequestContentType;
   info.RequestMethod = request.RequestMethod;
   info.RemoteUser = slot.AuthenticatedUser;
+  info.AuthType = request.AuthType;
   return info;
 }
 

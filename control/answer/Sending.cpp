@@ -16,6 +16,10 @@ bool Sending::SendData(std::int32_t Index, Answer answer) {
       if (!slot->Fields().RequestPath.empty()) after = SocketArray::AfterSend::kCloses;  // as SendComplete will
     }
   }
+  return SendData(Index, std::move(answer), after);
+}
+
+bool Sending::SendData(std::int32_t Index, Answer answer, SocketArray::AfterSend after) {
   return state_.reporter.Trap(ErrorPrefix::kSendData, [&] { state_.sckWS.SendData(Index, std::move(answer), after); });
 }
 

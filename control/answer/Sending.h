@@ -19,8 +19,11 @@ class Sending {
  public:
   explicit Sending(ControlState& state) : state_(state) {}
 
-  // Hands the whole answer to the connection in one call. False when it could not be handed over.
+  // Hands the whole answer to the connection in one call. False when it could not be handed over. The connection closes
+  // after it when its request names something.
   bool SendData(std::int32_t Index, Answer answer);
+  // The same, with what comes after it.
+  bool SendData(std::int32_t Index, Answer answer, SocketArray::AfterSend after);
 
   // The answer has gone: the connection is closed and its element renewed. Does nothing for a connection whose
   // RequestPath is empty.

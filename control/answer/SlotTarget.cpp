@@ -54,7 +54,7 @@ bool FindTargetAtOnce(ControlState& state, Slot& slot) {
 
 std::string MappedFileOf(const ControlState& state, const Slot& slot) {
   if (slot.Target.kind != EntryKind::kNone) return MapPath(slot.TargetRoot->Path(), slot.Target.name);
-  return MapPath(state.settings.VirtualPath, slot.Request.Fields().RequestPath);
+  return MapPath(state.settings.VirtualPath, slot.Fields().RequestPath);
 }
 
 }  // namespace TesselServer

@@ -31,7 +31,7 @@ bool HoldsControl(std::string_view path) {
 }  // namespace
 
 bool IsTrapped(const Slot& slot, const Settings& settings) {
-  if (!settings.TrapFileEnable || slot.Request.Fields().RequestPath.empty()) return false;
+  if (!settings.TrapFileEnable || slot.Fields().RequestPath.empty()) return false;
   if (Trim(settings.TrapFileTypes).empty()) return true;
   const bool found = slot.Target.kind != EntryKind::kNone;
   const std::string name = found ? slot.Target.name : PathForHost(slot);
@@ -41,7 +41,7 @@ bool IsTrapped(const Slot& slot, const Settings& settings) {
 
 std::string PathForHost(const Slot& slot) {
   if (slot.Target.kind != EntryKind::kNone && !slot.TargetIsInCGIDirectory) return slot.Target.name;
-  std::string path = slot.Request.Fields().RequestPath;
+  std::string path = slot.Fields().RequestPath;
   std::transform(path.begin(), path.end(), path.begin(), [](char c) { return c == '\\' ? '/' : c; });
   path = ReplaceAll(path, "%20", " ");
   if (HoldsDotDot(path) || HoldsControl(path)) return {};

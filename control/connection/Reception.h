@@ -18,12 +18,13 @@
 
 #include "control/connection/BlankLineFinder.h"
 #include "control/connection/RequestFields.h"
+#include "control/connection/RequestInput.h"
 
 namespace TesselServer {
 
 //   Reception reception;
 //   if (reception.Data("GET /a.htm HTTP/1.0\r\n\r\n") == Reception::Outcome::kComplete) Serve(reception.Fields());
-class Reception {
+class Reception final : public RequestInput {
  public:
   // The header block of a request that is not a GET, or the request line of a GET, is waited for up to this many
   // bytes; a longer one is answered as it is (a header block) or refused (a request line). Nothing after these
@@ -87,13 +88,19 @@ class Reception {
   // after it. While true, closing must be orderly, since a close with unread input would destroy the answer.
   bool InputMayCome() const { return inputMayCome_; }
 
-  RequestFields& Fields() { return fields_; }
-  const RequestFields& Fields() const { return fields_; }
+  RequestFields& Fields() override { return fields_; }
+  const RequestFields& Fields() const override { return fields_; }
 
   // Property MaxBodyBytes (write): bodies longer than this are refused.
   void MaxBodyBytes(std::int64_t value) { maxBodyBytes_ = value; }
 
-  // Forgets everything but that limit, for the next connection; see RequestFields::Reset for what memory stays.
+  // Forgets everything, for the next connection; see RequestFields::Reset for what memory stays.
+  void LetGoOfBody() override { GiveBack(fields_.RequestBody); }
+  void Reset(std::int64_t maxBodyBytes) override {
+    MaxBodyBytes(maxBodyBytes);
+    Reset();
+  }
+  // The same, but for the limit.
   void Reset();
 
  private:

@@ -28,13 +28,14 @@ struct RequestFields {
   std::string RequestContentType;  // value of the Content-Type header line
   std::string AuthUser;            // from a Basic Authorization header
   std::string AuthPassword;
-  std::string ContentLengthText;  // the announced length in decimal; "" when none was announced
-  std::string RequestBody;        // what arrived of the body, never more than announced
-  bool ExpectsContinue = false;   // a header line "Expect: 100-continue": the client is in no hurry with its body
-  bool BodyPending = false;       // a body is still being collected
-  std::int64_t BodyWritePos = 1;  // 1-based position in RequestBody at which the next body byte goes
-  std::int64_t HeaderEndPos = 1;  // 1-based position of the blank line's CR LF CR LF in what started a POST, 0 when it
-                                  // held none; stays 1 for a GET
+  std::string AuthType = "Basic";  // of the client's authentication, as server variables show it
+  std::string ContentLengthText;   // the announced length in decimal; "" when none was announced
+  std::string RequestBody;         // what arrived of the body, never more than announced
+  bool ExpectsContinue = false;    // a header line "Expect: 100-continue": the client is in no hurry with its body
+  bool BodyPending = false;        // a body is still being collected
+  std::int64_t BodyWritePos = 1;   // 1-based position in RequestBody at which the next body byte goes
+  std::int64_t HeaderEndPos = 1;   // 1-based position of the blank line's CR LF CR LF in what started a POST, 0 when it
+                                   // held none; stays 1 for a GET
 
   // As new, but for kKeptBytes. The body's memory goes entirely.
   void Reset() {

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "control/connection/Manner.h"
 #include "control/connection/MemoryBudget.h"
 #include "control/connection/Reception.h"
 #include "http/cls_HTTP.h"
@@ -28,11 +29,13 @@ enum class RequestPhase {
 };
 
 struct Slot {
-  Reception Request;
-  MemoryShare BodyMemory;         // what the request's body takes, as far as it has come
-  MemoryShare PageMemory;         // what the text of the page takes that is on its way
-  std::string AuthenticatedUser;  // admitted by a password file, or by the host in FileRequest; "" for none
-  std::int64_t LastActivity = 0;  // UTC seconds of the latest bytes in or out; kept, not consulted
+  explicit Slot(std::unique_ptr<RequestInput> input) : Input(std::move(input)) {}
+
+  std::unique_ptr<RequestInput> Input;  // of the manner of this run
+  MemoryShare BodyMemory;               // what the request's body takes, as far as it has come
+  MemoryShare PageMemory;               // what the text of the page takes that is on its way
+  std::string AuthenticatedUser;        // admitted by a password file, or by the host in FileRequest; "" for none
+  std::int64_t LastActivity = 0;        // UTC seconds of the latest bytes in or out; kept, not consulted
   std::shared_ptr<const std::string> FunctionResult;  // what the host returned for the latest function tag, if anything
   bool FunctionAnswered = false;                      // it returned something for that one, and not only for one before
   FoundEntry Target;                                  // what the path of the request leads to
@@ -52,7 +55,8 @@ struct Slot {
   std::unique_ptr<Timer> WaitTimer;                            // for the rest of a header block or body
   RunningTask Making;                                          // of an answer that is not made in one go
 
-  RequestFields& Fields() { return Request.Fields(); }
+  RequestFields& Fields() { return Input->Fields(); }
+  const RequestFields& Fields() const { return std::as_const(*Input).Fields(); }
 
   RequestPhase Phase() const { return phase_; }
   void Enter(RequestPhase phase) { phase_ = phase; }
@@ -71,7 +75,7 @@ struct Slot {
 
   // The body of the request is of no further use.
   void LetGoOfBody() {
-    GiveBack(Fields().RequestBody);
+    Input->LetGoOfBody();
     BodyMemory.Release();
   }
 
@@ -82,8 +86,7 @@ struct Slot {
     Making = {};  // first, for it works with the rest
     if (phase_ == RequestPhase::kAnswering) Record.reset();
     Enter(RequestPhase::kReceiving);
-    Request.Reset();
-    Request.MaxBodyBytes(maxBodyBytes);
+    Input->Reset(maxBodyBytes);
     BodyMemory.Release();
     PageMemory.Release();
     Release(AuthenticatedUser);
@@ -108,15 +111,19 @@ struct Slot {
 // ones cost nothing. A caller that uses a slot across an event holds the table, since the host may restart inside it.
 class SlotTable {
  public:
-  explicit SlotTable(std::int32_t highestIndex) : slots_(static_cast<std::size_t>(highestIndex) + 1) {}
+  SlotTable(std::int32_t highestIndex, Manner& manner)
+      : slots_(static_cast<std::size_t>(highestIndex) + 1), manner_(manner) {}
 
   std::int32_t HighestIndex() const { return static_cast<std::int32_t>(slots_.size()) - 1; }
+
+  // The manner that these slots are of.
+  Manner& TheManner() const { return manner_; }
 
   // Null for a number outside 0 to HighestIndex.
   Slot* At(std::int32_t index) {
     if (index < 0 || index > HighestIndex()) return nullptr;
     auto& slot = slots_[static_cast<std::size_t>(index)];
-    if (!slot) slot = std::make_unique<Slot>();
+    if (!slot) slot = std::make_unique<Slot>(manner_.NewInput());
     return slot.get();
   }
 
@@ -128,6 +135,7 @@ class SlotTable {
 
  private:
   std::vector<std::unique_ptr<Slot>> slots_;
+  Manner& manner_;
 };
 
 }  // namespace TesselServer

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "control/connection/Manner.h"
 #include "control/connection/MemoryBudget.h"
 #include "control/connection/Slot.h"
 #include "control/life/Reporter.h"
@@ -64,6 +65,7 @@ struct ControlState {
   MemoryBudget bodyMemory{kDefaultMaxBodyBytesTotal};   // for bodies, over all slots
   MemoryBudget pageMemory{kDefaultMaxUnsentPageBytes};  // for pages that are on their way, over all slots
   std::shared_ptr<SlotTable> slots;
+  Manner* manner = nullptr;  // of this run; never null once the control is made
 
   bool running = false;                  // from StartServer to StopServer, a failed start included
   bool holdConnections = false;          // connection requests are left waiting
@@ -80,19 +82,9 @@ struct ControlState {
 
   // VirtualPath, opened, and the files that are never served, both as the settings have them now. Records share them,
   // and tasks that wait keep what they began with.
-  const std::shared_ptr<const RootFolder>& Root() {
-    if (!root_ || root_->Path() != settings.VirtualPath) {
-      root_ = std::make_shared<RootFolder>(settings.VirtualPath, world);
-    }
-    return root_;
-  }
+  const std::shared_ptr<const RootFolder>& Root() { return Kept(root_, settings.VirtualPath); }
   // CGIDirectory, likewise.
-  const std::shared_ptr<const RootFolder>& Programs() {
-    if (!programsRoot_ || programsRoot_->Path() != settings.CGIDirectory) {
-      programsRoot_ = std::make_shared<RootFolder>(settings.CGIDirectory, world);
-    }
-    return programsRoot_;
-  }
+  const std::shared_ptr<const RootFolder>& Programs() { return Kept(programsRoot_, settings.CGIDirectory); }
   const std::shared_ptr<const SecretFiles>& Secrets() {
     const e_AuthSource source = settings.AuthenticationSource;
     if (!secrets_ || !secrets_->AreOf(authFileName, source, settings.AuthenticationSourceFile)) {
@@ -109,6 +101,13 @@ struct ControlState {
   std::uint32_t TickCount() const { return static_cast<std::uint32_t>(world.MonotonicMilliseconds()); }
 
  private:
+  const std::shared_ptr<const RootFolder>& Kept(std::shared_ptr<const RootFolder>& folder, const std::string& path) {
+    if (!folder || folder->Path() != path || folder->Match() != manner->Names()) {
+      folder = std::make_shared<RootFolder>(path, world, manner->Names());
+    }
+    return folder;
+  }
+
   std::shared_ptr<const RootFolder> root_;
   std::shared_ptr<const RootFolder> programsRoot_;
   std::shared_ptr<const SecretFiles> secrets_;

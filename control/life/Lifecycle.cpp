@@ -48,13 +48,15 @@ void Lifecycle::Initialize() {
 
 bool Lifecycle::StartServer() {
   if (state_.running) return false;
+  Manner& manner = manners_.For(state_.settings.HTTPMode);
+  manner.CheckSettings();
   // this start may be inside an event of another, which a stop has ended: that one must still see it
   const std::uint32_t outer = std::exchange(stopsAtStart_, state_.stopCount);
   stopping_ = false;  // inside the last events of a stop: from here on a stop is one of this start
   bool started = false;
   std::exception_ptr failure;
   try {
-    Start();
+    Start(manner);
     started = true;
   } catch (const Abandoned&) {
     // an event ended it
@@ -68,10 +70,11 @@ bool Lifecycle::StartServer() {
   throw Error(ErrorNumber::kAddressInUse, error.description, "Tessel", kStartHelpContext);
 }
 
-void Lifecycle::Start() {
+void Lifecycle::Start(Manner& manner) {
   state_.holdConnections = true;
   state_.running = true;  // kept: a start that fails leaves both set until StopServer
   FillDefaults();
+  state_.manner = &manner;
   ApplySettings(state_);
   state_.requestTemplate.ParentControl(&control_);
   Status("Starting Server ...");
@@ -82,7 +85,7 @@ void Lifecycle::Start() {
   if (state_.settings.MaxConnections < Settings::kMinMaxConnections) {
     state_.settings.MaxConnections = Settings::kMinMaxConnections;
   }
-  state_.slots = std::make_shared<SlotTable>(state_.settings.MaxConnections);
+  state_.slots = std::make_shared<SlotTable>(state_.settings.MaxConnections, *state_.manner);
   NameServer();
   ApplySettings(state_);
   LogConfiguration();
@@ -90,6 +93,8 @@ void Lifecycle::Start() {
   if (state_.settings.ServerIP.empty()) state_.serverAddressInUse = state_.world.LocalAddress();
   ApplySettings(state_);
   WarnOfDescriptors();
+  CheckAbandoned();
+  manner.Started();
   CheckAbandoned();
   state_.tmrCheckConn.Enabled(true);
   state_.holdConnections = false;
@@ -178,6 +183,7 @@ void Lifecycle::LogConfiguration() {
       "#Index Page Name: " + settings.IndexPageNames,
   };
   for (const std::string& line : lines) Log(line);
+  for (std::string& line : state_.manner->StartLines()) Log(std::move(line));
   const std::string address = settings.ServerIP.empty() ? "All Available IP Addresses" : settings.ServerIP;
   Status("Server Started. " + address + ":" + port + " - " + state_.serverNameInUse);
 }

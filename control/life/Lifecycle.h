@@ -2,13 +2,15 @@
 //
 // Thread:    the host's thread.
 // Ownership: keeps references to the control's state and its parts.
-// Errors:    StartServer raises Error 10048; the rest is reported through LogEvent.
+// Errors:    StartServer raises Error 10048, and Error 5 for settings that the manner does not serve with; the rest is
+// reported through LogEvent.
 #pragma once
 
 #include <string>
 
 #include "control/answer/Sending.h"
 #include "control/life/ControlState.h"
+#include "control/life/Manners.h"
 #include "control/life/TimeOuts.h"
 #include "http/ParentControl.h"
 
@@ -16,8 +18,8 @@ namespace TesselServer {
 
 class Lifecycle {
  public:
-  Lifecycle(ControlState& state, Sending& sending, TimeOuts& timeOuts, ParentControl& control)
-      : state_(state), sending_(sending), timeOuts_(timeOuts), control_(control) {}
+  Lifecycle(ControlState& state, Sending& sending, Manners& manners, TimeOuts& timeOuts, ParentControl& control)
+      : state_(state), sending_(sending), manners_(manners), timeOuts_(timeOuts), control_(control) {}
 
   // The control was created: what holds before any property is set.
   void Initialize();
@@ -36,7 +38,7 @@ class Lifecycle {
   // Thrown inside StartServer when an event stopped the server: the start is given up.
   struct Abandoned {};
 
-  void Start();
+  void Start(Manner& manner);
   void FillDefaults();
   void LoadElements();
   void NameServer();
@@ -49,6 +51,7 @@ class Lifecycle {
 
   ControlState& state_;
   Sending& sending_;
+  Manners& manners_;
   TimeOuts& timeOuts_;
   ParentControl& control_;
   std::uint32_t stopsAtStart_ = 0;  // the count of stops when the present start began

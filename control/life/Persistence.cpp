@@ -70,6 +70,15 @@ void ReadSettings(const PropertyBag& bag, Settings& settings, const PropertyLets
   ReadTo(bag, "ServerName", defaults.ServerName, [&](const std::string& value) {
     if (!value.empty()) settings.ServerName = value;
   });
+  ReadTo(bag, "HTTPMode", static_cast<std::int32_t>(defaults.HTTPMode),
+         [&](std::int32_t value) { settings.SetHTTPMode(value); });
+  ReadTo(bag, "ClientTimeout", defaults.ClientTimeout, [&](std::int32_t value) { settings.SetClientTimeout(value); });
+  ReadTo(bag, "KeepAliveTimeout", defaults.KeepAliveTimeout,
+         [&](std::int32_t value) { settings.SetKeepAliveTimeout(value); });
+  ReadTo(bag, "MaxHeaderBytes", defaults.MaxHeaderBytes,
+         [&](std::int32_t value) { settings.SetMaxHeaderBytes(value); });
+  Read(bag, "CGIFileTypes", defaults.CGIFileTypes, settings.CGIFileTypes);
+  Read(bag, "Charset", defaults.Charset, settings.Charset);
 }
 
 void WriteSettings(PropertyBag& bag, const Settings& settings) {
@@ -103,6 +112,12 @@ void WriteSettings(PropertyBag& bag, const Settings& settings) {
   write("TrapFileEnable", &Settings::TrapFileEnable);
   write("TrapFileTypes", &Settings::TrapFileTypes);
   write("ConnectionTimeout", &Settings::ConnectionTimeout);
+  write("HTTPMode", &Settings::HTTPMode);
+  write("ClientTimeout", &Settings::ClientTimeout);
+  write("KeepAliveTimeout", &Settings::KeepAliveTimeout);
+  write("MaxHeaderBytes", &Settings::MaxHeaderBytes);
+  write("CGIFileTypes", &Settings::CGIFileTypes);
+  write("Charset", &Settings::Charset);
 }
 
 }  // namespace TesselServer

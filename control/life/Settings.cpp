@@ -29,7 +29,28 @@ bool CutIntoLines(std::string_view text, std::vector<std::string>& lines) {
   return true;
 }
 
+void StoreInRange(std::int32_t value, std::int32_t least, std::int32_t most, std::int32_t& place) {
+  if (value >= least && value <= most) place = value;
+}
+
 }  // namespace
+
+void Settings::SetHTTPMode(std::int32_t mode) {
+  auto number = static_cast<std::int32_t>(HTTPMode);
+  StoreInRange(mode, static_cast<std::int32_t>(e_HTTPMode::Classic), static_cast<std::int32_t>(e_HTTPMode::Modern),
+               number);
+  HTTPMode = static_cast<e_HTTPMode>(number);
+}
+
+void Settings::SetClientTimeout(std::int32_t seconds) { StoreInRange(seconds, 0, kMaxClientSeconds, ClientTimeout); }
+
+void Settings::SetKeepAliveTimeout(std::int32_t seconds) {
+  StoreInRange(seconds, 0, kMaxClientSeconds, KeepAliveTimeout);
+}
+
+void Settings::SetMaxHeaderBytes(std::int32_t bytes) {
+  StoreInRange(bytes, kMinHeaderBytes, kMaxHeaderBytes, MaxHeaderBytes);
+}
 
 void Settings::SetIndexPageNames(std::string_view names) {
   IndexPageNames = WithoutBlanks(names);

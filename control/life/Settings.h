@@ -38,11 +38,20 @@ class SecretLines {
 
 struct Settings {
   static constexpr std::int32_t kMaxSeconds = 2'000'000'000;        // the time-outs' upper end
+  static constexpr std::int32_t kMaxClientSeconds = 86'400;         // a client is waited for no longer than a day
+  static constexpr std::int32_t kMinHeaderBytes = 1024;             // a request line of a browser, and little more
+  static constexpr std::int32_t kMaxHeaderBytes = 1'048'576;        // a header block is held in memory
   static constexpr std::int32_t kMaxMaxConnections = 10'000;        // a larger value is not stored
   static constexpr std::int32_t kMinMaxConnections = 2;             // the listener and one connection
   static constexpr std::size_t kMaxTableLines = 32767;              // a file with more lines is not loaded
   static constexpr std::int64_t kMaxTableBytes = 16 * 1024 * 1024;  // nor is one that is larger
 
+  e_HTTPMode HTTPMode = e_HTTPMode::Classic;
+  std::int32_t ClientTimeout = 30;
+  std::int32_t KeepAliveTimeout = 15;
+  std::int32_t MaxHeaderBytes = 65'536;
+  std::string CGIFileTypes = "exe,cgi";
+  std::string Charset = "utf-8";
   std::string ServerIP;
   std::int32_t ServerPort = 80;
   std::string ServerSoftware = "Orvane Tessel/1.1";
@@ -71,6 +80,12 @@ struct Settings {
   LineTable ContentTypeLines;                    // null for none
   std::string ContentTypeLinesFile;              // the file that they were read from
   std::shared_ptr<const SecretLines> AuthLines;  // null for none; nothing reads them
+
+  // Each stores a value in its range, and leaves the property as it was for another one.
+  void SetHTTPMode(std::int32_t mode);
+  void SetClientTimeout(std::int32_t seconds);
+  void SetKeepAliveTimeout(std::int32_t seconds);
+  void SetMaxHeaderBytes(std::int32_t bytes);
 
   // Stores the comma list without its blanks, and cuts it into its array.
   void SetIndexPageNames(std::string_view names);

@@ -5,11 +5,11 @@ namespace TesselServer {
 TesselCore::TesselCore(EventLoop& loop, Tessel& control)
     : state(loop, control, *this),
       sending(state),
-      dispatch(state, sending),
-      connections(state, dispatch, sending),
+      connections(state, sending),
+      manners(state, sending),
       timeOuts(state, sending),
-      lifecycle(state, sending, timeOuts, *this),
-      hostAnswers(state, dispatch) {
+      lifecycle(state, sending, manners, timeOuts, *this),
+      hostAnswers(state) {
   state.tmrCheckConn.Interval(TimeOuts::kCheckMilliseconds);
   state.tmrCheckConn.OnTick([this] { timeOuts.TimerCheckConnections(); });
 }
@@ -18,11 +18,11 @@ void TesselCore::ConnectionRequest(std::int32_t Index, std::int32_t requestID) {
   connections.ConnectionRequest(Index, requestID);
 }
 
-void TesselCore::DataArrival(std::int32_t Index, std::int64_t) { connections.DataArrival(Index); }
+void TesselCore::DataArrival(std::int32_t Index, std::int64_t) { state.manner->DataArrival(Index); }
 
-void TesselCore::SendComplete(std::int32_t Index) { sending.SendComplete(Index); }
+void TesselCore::SendComplete(std::int32_t Index) { state.manner->SendComplete(Index); }
 
-void TesselCore::Close(std::int32_t Index) { connections.Close(Index); }
+void TesselCore::Close(std::int32_t Index) { state.manner->Close(Index); }
 
 void TesselCore::SocketError(std::int32_t Index, std::int32_t Number, const std::string& Description) {
   sending.SocketError(Index, Number);

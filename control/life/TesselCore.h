@@ -11,12 +11,12 @@
 #include <memory>
 #include <string>
 
-#include "control/answer/Dispatch.h"
 #include "control/answer/HostAnswers.h"
 #include "control/answer/Sending.h"
 #include "control/connection/Connections.h"
 #include "control/life/ControlState.h"
 #include "control/life/Lifecycle.h"
+#include "control/life/Manners.h"
 #include "control/life/TimeOuts.h"
 #include "http/ParentControl.h"
 #include "platform/sockets/SocketArray.h"
@@ -31,8 +31,8 @@ class TesselCore : private SocketNotifications, private ParentControl {
 
   ControlState state;
   Sending sending;
-  Dispatch dispatch;
   Connections connections;
+  Manners manners;
   TimeOuts timeOuts;
   Lifecycle lifecycle;
   HostAnswers hostAnswers;

@@ -40,11 +40,7 @@ void TimeOuts::OpenListener() {
   state_.sckWS.Close(kListener);
   state_.sckWS.Unload(kListener);
   state_.sckWS.Load(kListener);
-  if (!state_.listenIP.empty()) {
-    state_.sckWS.Bind(kListener, state_.listenPort, state_.listenIP);
-  } else {
-    state_.sckWS.LocalPort(kListener, state_.listenPort);
-  }
+  state_.manner->Bind(kListener, state_.listenPort, state_.listenIP);
   state_.sckWS.Listen(kListener, std::move(kept));
   if (state_.listenPort != 0) return;
   state_.listenPort = state_.sckWS.BoundPort(kListener);

@@ -19,7 +19,8 @@ TESSEL = None  # set from the command line
 
 PROPERTIES = ["--server-ip", "--server-port", "--server-software", "--server-name", "--content-type-source",
               "--content-type-source-file", "--authentication-source", "--authentication-source-file", "--cgi-directory",
-              "--cgi-timeout", "--max-connections", "--connection-timeout", "--index-page-names", "--trap-file-types"]
+              "--cgi-timeout", "--max-connections", "--connection-timeout", "--index-page-names", "--trap-file-types",
+              "--http-mode", "--client-timeout", "--keep-alive-timeout", "--max-header-bytes", "--cgi-file-types", "--charset"]
 SWITCHES = ["cgi-enable", "ssi-enable", "html-functions-enable", "directory-browse-enable", "error-files-enable",
             "verbose-errors-enable", "trap-file-enable"]
 OTHERS = ["--application-folder", "--content-type", "--max-body-bytes", "--max-body-bytes-total",
@@ -204,7 +205,11 @@ class Settings(ProgramTest):
                   ("--max-connections", "7", "ServerMaxConnections", None),
                   ("--connection-timeout", "0", "ConnectionTimeout", None),
                   ("--index-page-names", "a.htm, b.htm", "IndexPageNames", "a.htm,b.htm"),
-                  ("--trap-file-types", "cgi,pl", "TrapFileTypes", None)]
+                  ("--trap-file-types", "cgi,pl", "TrapFileTypes", None),
+                  ("--http-mode", "modern", "HTTPMode", "1"), ("--client-timeout", "5", "ClientTimeout", None),
+                  ("--keep-alive-timeout", "0", "KeepAliveTimeout", None),
+                  ("--max-header-bytes", "2048", "MaxHeaderBytes", None),
+                  ("--cgi-file-types", "py, sh", "CGIFileTypes", "py,sh"), ("--charset", "latin1", "Charset", None)]
         self.assertEqual([name for name, *_ in values], PROPERTIES)
         expected = {key: kept or value for _, value, key, kept in values}
         expected.update({key: "True" for key in ("CGIEnable", "SSIEnable", "HTMLFunctionsEnable", "DirectoryBrowseEnable",

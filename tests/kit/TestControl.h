@@ -10,6 +10,7 @@
 
 #include "control/Tessel.h"
 #include "platform/loop/EventLoop.h"
+#include "tests/kit/AnswerParts.h"
 #include "tests/kit/FakeWorld.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/TemporaryTree.h"
@@ -68,15 +69,5 @@ class ControlTest : public testing::Test {
   Tessel& tessel = control.tessel;
   const TemporaryTree& tree = control.tree;
 };
-
-// The part of an answer after its header block, and the block itself with its blank line.
-inline std::string BodyOf(const std::string& answer) {
-  const std::size_t end = answer.find("\r\n\r\n");
-  return end == std::string::npos ? std::string() : answer.substr(end + 4);
-}
-inline std::string HeadOf(const std::string& answer) {
-  const std::size_t end = answer.find("\r\n\r\n");
-  return end == std::string::npos ? answer : answer.substr(0, end + 4);
-}
 
 }  // namespace TesselServer::Kit

@@ -13,6 +13,7 @@
 #include <TesselServer/EventLoop.h>
 #include <TesselServer/Tessel.h>
 
+#include "tests/kit/AnswerParts.h"
 #include "tests/kit/ClientProcess.h"
 #include "tests/kit/RawClient.h"
 #include "tests/kit/SkippingWorld.h"
@@ -107,11 +108,7 @@ class WireTest : public testing::Test {
   WireControl control{loop};
 };
 
-// The parts of an answer, and the whole without the line that changes with the clock.
-inline std::string BodyOf(const std::string& answer) {
-  const std::size_t end = answer.find("\r\n\r\n");
-  return end == std::string::npos ? std::string() : answer.substr(end + 4);
-}
+// The first line of an answer, and the whole without the line that changes with the clock.
 inline std::string StatusLineOf(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
 inline std::string WithoutDate(std::string answer) {
   const std::size_t line = answer.find("\r\nDate: ");

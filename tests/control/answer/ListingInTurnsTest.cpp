@@ -58,7 +58,7 @@ class ListingInTurnsTest : public testing::Test {
 
   Kit::TestCore core_;
   ControlState& state_ = core_.core.state;
-  Slot slot_;
+  Slot slot_{std::make_unique<Reception>()};
   std::optional<std::string> page_;
   RunningTask task_;
 };

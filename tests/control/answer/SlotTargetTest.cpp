@@ -38,7 +38,7 @@ class SlotTargetTest : public testing::Test {
 
   Kit::TestCore core;
   ControlState& state = core.core.state;
-  Slot slot;
+  Slot slot{std::make_unique<Reception>()};
 };
 
 TEST_F(SlotTargetTest, ARequestForNothingIsNotLookedFor) {

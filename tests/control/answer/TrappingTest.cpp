@@ -10,7 +10,7 @@ namespace TesselServer {
 namespace {
 
 Slot SlotFor(const std::string& requestPath, EntryKind kind, const std::string& found, bool inCGIDirectory = false) {
-  Slot slot;
+  Slot slot(std::make_unique<Reception>());
   slot.Fields().RequestPath = requestPath;
   slot.Target.kind = kind;
   slot.Target.name = found;

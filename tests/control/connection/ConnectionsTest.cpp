@@ -169,9 +169,10 @@ TEST_F(ConnectionsTest, ARequestIsAVisitEvenWhenItFindsNoSlot) {
 TEST_F(ConnectionsTest, ASlotBeginsAnewWithEachClient) {
   Start(2);
   Slot& slot = control.SlotAt(2);
-  slot.Request.Data(
-      "POST /old?q HTTP/1.0\r\nAccept: a\r\nReferer: r\r\nUser-Agent: u\r\nContent-Type: t\r\n"
-      "Authorization: Basic dTpw\r\nContent-Length: 4\r\n\r\nbod");
+  static_cast<Reception&>(*slot.Input)
+      .Data(
+          "POST /old?q HTTP/1.0\r\nAccept: a\r\nReferer: r\r\nUser-Agent: u\r\nContent-Type: t\r\n"
+          "Authorization: Basic dTpw\r\nContent-Length: 4\r\n\r\nbod");
   slot.FunctionResult = std::make_shared<const std::string>("old");
   slot.ScriptName = "old";
   slot.NotTrapped = false;

@@ -13,7 +13,7 @@ namespace {
 TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
   Kit::FakeWorld world;
   const auto record = std::make_shared<cls_HTTP>(world);
-  Slot slot;
+  Slot slot(std::make_unique<Reception>());
   slot.Record = record;
   slot.NotTrapped = false;
   slot.SecondaryAccepted = true;
@@ -36,7 +36,7 @@ TEST(SlotTest, AResetForgetsTheClientAndKeepsTheRecord) {
 
 TEST(SlotTest, AResetGivesLargeMemoryBack) {
   const std::string large(RequestFields::kKeptBytes + 1, 'x');
-  Slot slot;
+  Slot slot(std::make_unique<Reception>());
   RequestFields& fields = slot.Fields();
   for (std::string* text :
        {&fields.RequestLine,       &fields.DocumentURI,        &fields.RequestPath,   &fields.RequestQuery,
@@ -56,7 +56,7 @@ TEST(SlotTest, AResetGivesLargeMemoryBack) {
 }
 
 TEST(SlotTest, AResetKeepsSmallMemoryForTheNextRequest) {
-  Slot slot;
+  Slot slot(std::make_unique<Reception>());
   slot.Fields().RequestLine = std::string(RequestFields::kKeptBytes, 'x');
   const char* const memory = slot.Fields().RequestLine.data();
   slot.Reset(0);
@@ -65,17 +65,19 @@ TEST(SlotTest, AResetKeepsSmallMemoryForTheNextRequest) {
 }
 
 TEST(SlotTest, AResetSetsTheLimitOfABody) {
-  Slot slot;
-  slot.Request.Data("POST / HT");
+  Slot slot(std::make_unique<Reception>());
+  static_cast<Reception&>(*slot.Input).Data("POST / HT");
   slot.Reset(5);
-  EXPECT_EQ(slot.Request.Data("POST / HTTP/1.0\r\nContent-Length: 6\r\n\r\n"), Reception::Outcome::kBad);
+  EXPECT_EQ(static_cast<Reception&>(*slot.Input).Data("POST / HTTP/1.0\r\nContent-Length: 6\r\n\r\n"),
+            Reception::Outcome::kBad);
   slot.Reset(6);
-  EXPECT_EQ(slot.Request.Data("POST / HTTP/1.0\r\nContent-Length: 6\r\n\r\nsix(6)"), Reception::Outcome::kComplete);
+  EXPECT_EQ(static_cast<Reception&>(*slot.Input).Data("POST / HTTP/1.0\r\nContent-Length: 6\r\n\r\nsix(6)"),
+            Reception::Outcome::kComplete);
 }
 
 TEST(SlotTest, ARecordAtWorkStaysWithItsWork) {
   Kit::FakeWorld world;
-  Slot slot;
+  Slot slot(std::make_unique<Reception>());
   slot.Record = std::make_shared<cls_HTTP>(world);
   slot.Enter(RequestPhase::kAnswering);
   slot.Reset(0);

@@ -21,6 +21,12 @@ using Items = std::map<std::string, std::string, std::less<>>;
 
 // Every setting at a value that is not its default.
 const Items kAllKeys = {
+    {"HTTPMode", "1"},
+    {"ClientTimeout", "31"},
+    {"KeepAliveTimeout", "16"},
+    {"MaxHeaderBytes", "4096"},
+    {"CGIFileTypes", "py"},
+    {"Charset", "latin1"},
     {"SSIEnable", "True"},
     {"CGIEnable", "True"},
     {"CGIDirectory", "/cgi"},
@@ -96,7 +102,7 @@ TEST_F(PersistenceTest, AFreshControlWritesNothing) {
 }
 
 TEST_F(PersistenceTest, EveryKeyIsReadAndWritten) {
-  EXPECT_EQ(kAllKeys.size(), 22u);
+  EXPECT_EQ(kAllKeys.size(), 28u);
   Read(kAllKeys);
   EXPECT_EQ(Written(), kAllKeys);
 }
@@ -133,16 +139,23 @@ TEST_F(PersistenceTest, EveryPropertyComesBack) {
   EXPECT_EQ(tessel.IndexPageNames(), "default.htm");
   EXPECT_TRUE(tessel.TrapFileEnable());
   EXPECT_EQ(tessel.TrapFileTypes(), "trp");
+  EXPECT_EQ(tessel.HTTPMode(), e_HTTPMode::Modern);
+  EXPECT_EQ(tessel.ClientTimeout(), 31);
+  EXPECT_EQ(tessel.KeepAliveTimeout(), 16);
+  EXPECT_EQ(tessel.MaxHeaderBytes(), 4096);
+  EXPECT_EQ(tessel.CGIFileTypes(), "py");
+  EXPECT_EQ(tessel.Charset(), "latin1");
 }
 
 TEST_F(PersistenceTest, ReadsAndWritesInFixedOrders) {
   Read(kAllKeys);
-  EXPECT_THAT(bag.asked,
-              ElementsAre("SSIEnable", "CGIEnable", "CGIDirectory", "CGITimeout", "VerboseErrorsEnable",
-                          "ErrorFilesEnable", "ServerPort", "ServerIP", "ServerSoftware", "ServerMaxConnections",
-                          "ContentTypeSource", "ContentTypeSourceFile", "AuthenticationSource",
-                          "AuthenticationSourceFile", "HTMLFunctionsEnable", "DirectoryBrowseEnable", "VirtualPath",
-                          "IndexPageNames", "TrapFileEnable", "TrapFileTypes", "ConnectionTimeout", "ServerName"));
+  EXPECT_THAT(bag.asked, ElementsAre("SSIEnable", "CGIEnable", "CGIDirectory", "CGITimeout", "VerboseErrorsEnable",
+                                     "ErrorFilesEnable", "ServerPort", "ServerIP", "ServerSoftware",
+                                     "ServerMaxConnections", "ContentTypeSource", "ContentTypeSourceFile",
+                                     "AuthenticationSource", "AuthenticationSourceFile", "HTMLFunctionsEnable",
+                                     "DirectoryBrowseEnable", "VirtualPath", "IndexPageNames", "TrapFileEnable",
+                                     "TrapFileTypes", "ConnectionTimeout", "ServerName", "HTTPMode", "ClientTimeout",
+                                     "KeepAliveTimeout", "MaxHeaderBytes", "CGIFileTypes", "Charset"));
   RecordingBag target;
   tessel.WriteProperties(target);
   EXPECT_THAT(target.written,
@@ -150,7 +163,8 @@ TEST_F(PersistenceTest, ReadsAndWritesInFixedOrders) {
                           "ErrorFilesEnable", "ServerPort", "ServerIP", "ServerName", "ServerMaxConnections",
                           "ServerSoftware", "ContentTypeSource", "ContentTypeSourceFile", "AuthenticationSource",
                           "AuthenticationSourceFile", "HTMLFunctionsEnable", "DirectoryBrowseEnable", "VirtualPath",
-                          "IndexPageNames", "TrapFileEnable", "TrapFileTypes", "ConnectionTimeout"));
+                          "IndexPageNames", "TrapFileEnable", "TrapFileTypes", "ConnectionTimeout", "HTTPMode",
+                          "ClientTimeout", "KeepAliveTimeout", "MaxHeaderBytes", "CGIFileTypes", "Charset"));
 }
 
 TEST_F(PersistenceTest, AnOlderValueLeavesTheBagWhenTheDefaultIsWritten) {
@@ -205,6 +219,8 @@ TEST_F(PersistenceTest, ABadValueLeavesItsPropertyAndHarmsNoOther) {
   Read(bad);
   EXPECT_EQ(Written(), (Items{{"AuthenticationSourceFile", "/users.txt"},
                               {"CGIDirectory", "/cgi"},
+                              {"CGIFileTypes", "py"},
+                              {"Charset", "latin1"},
                               {"ContentTypeSourceFile", "/types.txt"},
                               {"IndexPageNames", "default.htm"},
                               {"ServerIP", "127.0.0.1"},
