@@ -65,7 +65,8 @@ class Tessel {
   // at once: SERVER_IP and SERVER_PORT are those of the properties, though the listener keeps its address until the
   // next start. The configuration lines that a start logs show the values at its beginning.
 
-  // (start) The IPv4 address to listen on, "" = all addresses. Blanks around it are dropped. Default: "".
+  // (start) The IPv4 address to listen on, or in the mode Modern one of either family; "" = all addresses. Blanks
+  // around it are dropped. Default: "".
   std::string ServerIP() const;
   void ServerIP(const std::string& value);
 
@@ -241,8 +242,9 @@ class Tessel {
   bool ServerRunning() const;
 
   // Starts serving. False, without effect, when ServerRunning. Raises Error 10048 when the address is in use or the
-  // start fails otherwise; call StopServer before the next try. An address that cannot be bound is only reported
-  // through LogEvent; the listener is tried again every ten seconds (see IsListening).
+  // start fails otherwise; call StopServer before the next try. Raises Error 5, and nothing has begun, in the mode
+  // Modern where AuthenticationSource is LocalACL or DomainACL, which would protect nothing. An address that cannot be
+  // bound is only reported through LogEvent; the listener is tried again every ten seconds (see IsListening).
   bool StartServer();
 
   // Stops serving: closes every connection and the listener. May be called in any state. False when an error occurred

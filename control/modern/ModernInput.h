@@ -32,6 +32,12 @@ class ModernInput final : public RequestInput {
   // The connection goes on: forgets the request, but for little memory.
   void BeginNext();
 
+  // How long the header and the body of the next request may be.
+  void Limits(const Modern::RequestReader::Limits& limits) {
+    limits_ = limits;
+    reader_.Begin(limits);
+  }
+
   Modern::RequestReader& Reader() { return reader_; }
   Modern::Request& TheRequest() { return request_; }
   const Modern::Request& TheRequest() const { return request_; }

@@ -46,6 +46,7 @@ std::vector<std::string> ModernManner::StartLines() const {
 void ModernManner::Accepted(std::int32_t Index) {
   ModernInput& input = InputOf(*state_.slots->At(Index));
   input.Place().index = Index;
+  input.Limits(Limits());
   deadlines_.Limit(Deadlines::Wait::kClient, state_.settings.ClientTimeout);
   deadlines_.Limit(Deadlines::Wait::kNextRequest, state_.settings.KeepAliveTimeout);
   deadlines_.Progress(input.Place(), Deadlines::Wait::kClient);

@@ -112,6 +112,17 @@ TEST_F(ModernBodiesTest, ThatAreTooLongAreRefused) {
   EXPECT_TRUE(asked.empty());
 }
 
+TEST_F(ModernBodiesTest, HeadersThatAreTooLongAreRefused) {
+  Start();
+  const std::string header = Request("/a.txt", "X: " + std::string(2000, 'x') + "\r\nConnection: close\r\n");
+  EXPECT_EQ(StatusOf(control.Ask(header)), "200");
+  tessel.MaxHeaderBytes(1024);
+  EXPECT_EQ(StatusOf(control.Ask(header)), "431") << "from the next connection on";
+  EXPECT_EQ(StatusOf(control.Ask(Request("/" + std::string(2000, 'x')))), "414");
+  tessel.MaxHeaderBytes(65536);
+  EXPECT_EQ(StatusOf(control.Ask(header)), "200");
+}
+
 TEST_F(ModernBodiesTest, TogetherAreBounded) {
   tessel.MaxBodyBytesTotal(1000);
   Start();
