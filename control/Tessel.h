@@ -292,8 +292,7 @@ class Tessel {
   // leaves the property as it was. All take effect with the next connection.
 
   // How long a client may go without progress, in seconds, 0 to 86,400; 0 = for ever: with its whole header block from
-  // the first byte on, between two pieces of a body, and between two pieces of an answer that it takes, then twice as
-  // long at most. Default: 30.
+  // the first byte on, and between two pieces of a body. Default: 30.
   std::int32_t ClientTimeout() const;
   void ClientTimeout(std::int32_t value);
 
