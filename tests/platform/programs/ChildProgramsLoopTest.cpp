@@ -28,6 +28,7 @@
 #include "tests/kit/Memory.h"
 #include "tests/kit/Pipe.h"
 #include "tests/kit/Programs.h"
+#include "tests/kit/RawClient.h"
 #include "tests/kit/SkippingWorld.h"
 #include "tests/kit/TemporaryTree.h"
 
@@ -122,7 +123,7 @@ class ChildProgramsLoopTest : public testing::Test {
   Workers workers_{loop_};
   std::unique_ptr<ChildPrograms> programs_ = std::make_unique<ChildPrograms>(loop_, workers_);
   std::deque<Running> running_;
-  std::string held_ = Write("held", "printf x >> $here/count; printf output; read go < $here/gate");
+  std::string held_ = Write("held", "printf output; printf x >> $here/count; read go < $here/gate");
   std::string hello_ = Write("hello", "echo hello");
 };
 
@@ -252,6 +253,7 @@ TEST_F(ChildProgramsLoopTest, TheTimeInTheQueueCounts) {
   Running& second = Start(held_, 15'000);
   world_.Skip(10'000);  // the first one's time is over; its child runs on, its place is free
   ASSERT_TRUE(TurnUntil([&] { return HaveBegun(2); }));
+  Kit::Settle(loop_);  // what it has printed before it was seen to have begun is read
   EXPECT_FALSE(second.IsDone());
   world_.Skip(5000);
   ASSERT_TRUE(TurnUntil([&] { return second.IsDone(); }));
