@@ -77,7 +77,7 @@ class PasswordFile {
   std::string realm_;
   std::array<std::string, kMaxHashes + 1> hashes_;  // the user's; the next one is the latest of anybody
   std::size_t hashCount_ = 0;
-  std::string anyHash_;  // the first in the file, whoever's
+  std::string anyHash_;  // the first in the file, of any user
 };
 
 }  // namespace TesselServer::Modern

@@ -54,7 +54,7 @@ TEST(ModernRequestTest, TargetsNameAPathAndAQuery) {
       {"GET http://b:8080 HTTP/1.1", "/", "", false, false, "b:8080", "no path is the root"},
       {"GET http://b?c HTTP/1.1", "/", "c", true, false, "b", "nor with a query"},
       {"OPTIONS * HTTP/1.1", "", "", false, true, "a", "the server itself"},
-      {"OPTIONS http://b HTTP/1.1", "", "", false, true, "b", "as a proxy is told of it (RFC 9112 3.2.4)"},
+      {"OPTIONS http://b HTTP/1.1", "", "", false, true, "b", "as it is sent to a proxy (RFC 9112 3.2.4)"},
       {"OPTIONS http://b/ HTTP/1.1", "/", "", false, false, "b", "the root of it"},
       {"OPTIONS http://b?c HTTP/1.1", "/", "c", true, false, "b", "the root with a query"},
       {"OPTIONS /* HTTP/1.1", "/*", "", false, false, "a", "a name"},
